@@ -1,0 +1,190 @@
+#include <array>
+#include <cstdio>
+
+#include "bokehbase/bokeh_base.h"
+#include "bokehbase/log.h"
+#include "platform/camx_settings.h"
+
+namespace {
+
+constexpr std::array<const char*, 38> kResultNames = {
+    "CDKResultSuccess",          "CDKResultEFailed",
+    "CDKResultEUnsupported",     "CDKResultEInvalidState",
+    "CDKResultEInvalidArg",      "CDKResultEInvalidPointer",
+    "CDKResultENoSuch",          "CDKResultEOutOfBounds",
+    "CDKResultENoMemory",        "CDKResultETimeout",
+    "CDKResultENoMore",          "CDKResultENeedMore",
+    "CDKResultEExists",          "CDKResultEPrivLevel",
+    "CDKResultEResource",        "CDKResultEUnableToLoad",
+    "CDKResultEInProgress",      "CDKResultETryAgain",
+    "CDKResultEBusy",            "CDKResultEReentered",
+    "CDKResultEReadOnly",        "CDKResultEOverflow",
+    "CDKResultEOutOfDomain",     "CDKResultEInterrupted",
+    "CDKResultEWouldBlock",      "CDKResultETooManyUsers",
+    "CDKResultENotImplemented",  "CDKResultEDisabled",
+    "CDKResultECancelledRequest", "CDKResultECoreNullMetadata",
+    "CDKResultEInducedError",    "CDKResultEFenceGroupError",
+    "CDKResultECSLStreamOn",     "CDKResultEAlreadyCompleted",
+    "CDKResultEOEMStatus1",      "CDKResultEOEMStatus2",
+    "CDKResultEOEMStatus3",      "CDKResultEProviderNotExist",
+};
+
+struct VendorTag {
+    const char* section;
+    const char* tag;
+    std::uint32_t BokehTagInfo::*id;
+};
+
+constexpr VendorTag kVendorTags[] = {
+    {"com.qti.chi.multicamerainputmetadata", "InputMetadataBokeh",
+     &BokehTagInfo::inputMetadataTagId},
+    {"com.qti.chi.multicameraoutputmetadata", "OutputMetadataBokeh",
+     &BokehTagInfo::outputMetadataTagId},
+    {"com.qti.chi.multicameracontrol", "depthpicturesize", &BokehTagInfo::depthPictureSizeTagId},
+    {"com.qti.chi.cameraconfiguration", "PhysicalCameraConfigs",
+     &BokehTagInfo::physicalCameraConfigsTagId},
+    {"com.qti.chi.cameraconfiguration", "PhysicalCameraInputConfig",
+     &BokehTagInfo::physicalCameraInputConfigTagId},
+    {"org.quic.camera2.oemfdresults", "OEMFDResults", &BokehTagInfo::oemFDResultsTagId},
+    {"com.qti.camera.streamCropInfo", "StreamCropInfo", &BokehTagInfo::streamCropInfoTagId},
+    {"com.qti.camera.streamCropInfo", "EnableStreamCrop", &BokehTagInfo::enableStreamCropTagId},
+    {"com.qti.chi.multicameracontrol", "status", &BokehTagInfo::statusTagId},
+    {"com.qti.chi.multicameracontrol", "SelectFaceIndex", &BokehTagInfo::selectFaceIndexTagId},
+    {"com.qti.chi.multicameracontrol", "PtFocus", &BokehTagInfo::ptFocusTagId},
+};
+
+} // namespace
+
+CDKResult ChiNodeBokehBase::BaseInitialize(ChiNodeCreateInfo* createInfo,
+                                           std::vector<CameraInfo>& cameraInfo,
+                                           frame_params_t& params, OutputMetadataBokeh& result) {
+    BASE_DEBUG(kTextColonIn);
+    if (createInfo == nullptr) {
+        BASE_ERROR(kTextNullPointerCode, CDKResultEInvalidPointer);
+        return CDKResultEInvalidPointer;
+    }
+    m_numLinkedCameras = 2;
+    m_nodeId = createInfo->nodeId;
+    m_nodeInstanceId = createInfo->nodeInstanceId;
+    m_faceIndexTagBare = (createInfo->flags & kCreateFlagFaceIndexBare) != 0;
+
+    if (const CDKResult code = FillVendorTagIds(params.tagInfo); code != CDKResultSuccess) {
+        BASE_ERROR(kTextResultWide, code);
+        return code;
+    }
+
+    const CDKResult code = ConfigureCameraInfo(params.tagInfo, cameraInfo);
+    // Without a linked camera the primary's entry is empty.
+    if (const PhysicalCameraConfig* primary = cameraInfo[m_primaryCameraIndex].pCameraConfig;
+        code == CDKResultSuccess && primary != nullptr) {
+        result.masterCameraId = primary->cameraId;
+    }
+
+    CamX::SettingsManager* manager = CamX::SettingsManager::GetInstance();
+    const CamX::StaticSettings* settings =
+        manager != nullptr ? manager->GetStaticSettings() : nullptr;
+    if (settings != nullptr) {
+        m_imageDegree = settings->imageDegree;
+    }
+    BASE_DEBUG(kTextColonOut);
+    return code;
+}
+
+CDKResult ChiNodeBokehBase::FillVendorTagIds(BokehTagInfo& tagInfo) {
+    if (tagInfo.pChiNodeInterface == nullptr ||
+        tagInfo.pChiNodeInterface->getVendorTagBase == nullptr) {
+        BASE_ERROR(kTextNullPointerCode, CDKResultEInvalidPointer);
+        return CDKResultEInvalidPointer;
+    }
+
+    const auto resolve = [&tagInfo](const VendorTag& row) {
+        ChiVendorTagBaseQuery query = {.size = sizeof(query), .section = row.section, .tag = row.tag};
+        const CDKResult result = tagInfo.pChiNodeInterface->getVendorTagBase(&query);
+        if (result == CDKResultSuccess) {
+            tagInfo.*row.id = query.tagId;
+            return result;
+        }
+        // A platform newer than the name table may answer with a code that has no name here.
+        char number[16];
+        std::snprintf(number, sizeof(number), "%u", result);
+        BASE_ERROR("TSL_CTB: %s: %d: Error: %s during GetVendorTagBase for: %s %s\n",
+                   result < kResultNames.size() ? kResultNames[result] : number, row.section,
+                   row.tag);
+        return result;
+    };
+
+    for (const VendorTag& row : kVendorTags) {
+        if (const CDKResult result = resolve(row); result != CDKResultSuccess) {
+            return result;
+        }
+    }
+    return CDKResultSuccess;
+}
+
+CDKResult ChiNodeBokehBase::ConfigureCameraInfo(BokehTagInfo tagInfo,
+                                                std::vector<CameraInfo>& cameraInfo) {
+    const auto* configs = static_cast<const PhysicalCameraConfigs*>(
+        ReadMetadata(tagInfo, 0, tagInfo.physicalCameraConfigsTagId | kTagPoolCameraConfig));
+    if (configs == nullptr) {
+        BASE_ERROR("TSL_CTB: %s: %d: pPhysicalCameraConfigs not updated for BOKEH\n");
+        return CDKResultEFailed;
+    }
+    m_numLinkedCameras = configs->numPhysicalCameras;
+    if (m_numLinkedCameras > kMaxLinkedCameras) {
+        BASE_ERROR("TSL_CTB: %s: %d: Number of linked cameras %d, exceeds max supported linked "
+                   "cameras %d \n",
+                   m_numLinkedCameras, kMaxLinkedCameras);
+        return CDKResultEFailed;
+    }
+    BASE_DEBUG("TSL_CTB: %s: %d:  Number of linked cameras %d, primary camera id %d \n",
+               m_numLinkedCameras, configs->primaryCameraId);
+
+    for (std::uint32_t i = 0; i < m_numLinkedCameras; ++i) {
+        const PhysicalCameraConfig& config = configs->camera[i];
+        cameraInfo[i].pCameraConfig = &config;
+        // Found in every case: entry i has just been set. Input i is where camera i's image arrives
+        // until the input mapping says otherwise.
+        CameraInfo* camera = FindCamera(cameraInfo, config.cameraId);
+        camera->inputBufferIndex = static_cast<std::uint32_t>(camera - cameraInfo.data());
+        if (config.cameraId == configs->primaryCameraId) {
+            m_primaryCameraIndex = i;
+        }
+    }
+    return ConfigureInputBufferMapping(tagInfo, cameraInfo);
+}
+
+CameraInfo* ChiNodeBokehBase::FindCamera(std::vector<CameraInfo>& cameraInfo,
+                                         std::uint32_t cameraId) const {
+    for (std::uint32_t i = 0; i < m_numLinkedCameras; ++i) {
+        if (cameraInfo[i].pCameraConfig != nullptr &&
+            cameraInfo[i].pCameraConfig->cameraId == cameraId) {
+            return &cameraInfo[i];
+        }
+    }
+    return nullptr;
+}
+
+CDKResult ChiNodeBokehBase::ConfigureInputBufferMapping(const BokehTagInfo& tagInfo,
+                                                        std::vector<CameraInfo>& cameraInfo) {
+    const auto* config = static_cast<const PhysicalCameraInputConfig*>(
+        ReadMetadata(tagInfo, 0, tagInfo.physicalCameraInputConfigTagId | kTagPoolUseCase));
+    if (config == nullptr) {
+        BASE_ERROR("TSL_CTB: %s: %d: pCameraInputConfig not updated for BOKEH\n");
+        return CDKResultEFailed;
+    }
+    for (std::uint32_t k = 0; k < config->numInputs; ++k) {
+        const CameraInputConfig& input = config->inputs()[k];
+        if (input.nodeId != m_nodeId || input.nodeInstanceId != m_nodeInstanceId) {
+            continue;
+        }
+        // An input of a camera that is not linked has no entry to write to.
+        CameraInfo* camera = FindCamera(cameraInfo, input.cameraId);
+        if (camera == nullptr) {
+            continue;
+        }
+        camera->inputBufferIndex = input.fullInputBufferIndex;
+        BASE_DEBUG("TSL_CTB: %s: %d: Camera id %d, Full Input buffer Idx %d\n", input.cameraId,
+                   input.fullInputBufferIndex);
+    }
+    return CDKResultSuccess;
+}

@@ -1,0 +1,163 @@
+#include <cstdlib>
+#include <new>
+
+#include "bokehbase/log.h"
+#include "node/capture_bokeh.h"
+#include "node/process_state.h"
+#include "platform/chi_node_utils.h"
+#include "platform/properties.h"
+
+namespace {
+
+int ReadIntProperty(const char* name) {
+    char value[kPropertyValueMax] = {};
+    property_get(name, value, "0");
+    return std::atoi(value);
+}
+
+// Allocates and empties a pair of face arrays, unless there is one.
+bool AllocateFaceArrays(TSL_RECT*& rects, std::int32_t*& orients, std::int32_t& count) {
+    if (rects != nullptr || orients != nullptr) {
+        return true;
+    }
+    rects = new (std::nothrow) TSL_RECT[kFaceCapacity]();
+    orients = new (std::nothrow) std::int32_t[kFaceCapacity]();
+    count = 0;
+    return rects != nullptr && orients != nullptr;
+}
+
+void FreeFaceArrays(TSL_RECT*& rects, std::int32_t*& orients, std::int32_t& count) {
+    delete[] orients;
+    orients = nullptr;
+    delete[] rects;
+    rects = nullptr;
+    count = 0;
+}
+
+} // namespace
+
+ChiNodeCaptureBokeh::ChiNodeCaptureBokeh() : m_cameraInfo(kMaxLinkedCameras) {}
+
+ChiNodeCaptureBokeh::~ChiNodeCaptureBokeh() {
+    NODE_DEBUG(kTextIn);
+    m_frameParams.tagInfo.hChiSession = nullptr;
+    Deinit();
+    std::free(m_pDisparityData);
+    m_pDisparityData = nullptr;
+    m_i32DisparityDataBufferSize = 0;
+    m_i32DisparityDataActiveSize = 0;
+    NODE_DEBUG(kTextOut);
+}
+
+CDKResult ChiNodeCaptureBokeh::Initialize(ChiNodeCreateInfo* createInfo) {
+    NODE_DEBUG(kTextIn);
+    m_processedFrame = 0;
+    m_frameParams.tagInfo.pChiNodeInterface = &g_ChiNodeInterface;
+    m_frameParams.tagInfo.hChiSession = createInfo->hChiSession;
+    m_currentMode = createInfo->nodeMode;
+
+    if (!IniEngine()) {
+        Deinit();
+    }
+    CheckPersist();
+    const CDKResult result =
+        BaseInitialize(createInfo, m_cameraInfo, m_frameParams, m_resultDataCTB);
+    if (result != CDKResultSuccess) {
+        NODE_ERROR(kTextResultWide, result);
+        return result;
+    }
+    NODE_DEBUG(kTextOut);
+    return CDKResultSuccess;
+}
+
+bool ChiNodeCaptureBokeh::IniEngine() {
+    NODE_DEBUG(kTextIn);
+    TSL_DCR_CALDATA calibration = {};
+    bool started = false;
+    if (!AllocateFaceBuffers()) {
+        NODE_ERROR(kTextNullPointer);
+    } else {
+        const TSL_DCR_VERSION* version = TSL_DCIR_GetVersion();
+        if (version != nullptr && version->pVersion != nullptr) {
+            NODE_DEBUG("TSL_CTB: %s: %d: pVersion: %s\n", version->pVersion);
+        }
+        if (const std::int64_t result = TSL_DCIR_Init(&m_hEngine, kEngineModeCapture);
+            result != 0) {
+            NODE_ERROR("TSL_CTB: %s: %d: Initialize TSL_DCIR_Init res = %ld\n", result);
+            NODE_ERROR(kTextResult, static_cast<int>(result));
+        } else if (const std::int64_t infoResult =
+                       TSL_DCIR_SetCameraImageInfo(m_hEngine, &m_frameParams.cameraImageInfo);
+                   infoResult != 0) {
+            NODE_ERROR("TSL_CTB: %s: %d: TSL_DCIR_SetCameraImageInfo failed res = %ld\n",
+                       infoResult);
+            NODE_ERROR(kTextResult, static_cast<int>(infoResult));
+            // The instance stays up, without calibration, until the node ends.
+            started = true;
+        } else {
+            started = GetCalibrationData(&calibration) == CDKResultSuccess;
+            m_frameParams.CalibDataSuccess = started ? 1 : 0;
+            ReleaseCalibrationData(&calibration);
+        }
+    }
+    NODE_DEBUG(kTextOut);
+    return started;
+}
+
+bool ChiNodeCaptureBokeh::AllocateFaceBuffers() {
+    return AllocateFaceArrays(m_frameParams.pFaceRects, m_frameParams.pFaceOrients,
+                              m_frameParams.i32FaceNum) &&
+           AllocateFaceArrays(m_focusParam.pFaceRects, m_focusParam.pFaceOrients,
+                              m_focusParam.i32FaceNum);
+}
+
+void ChiNodeCaptureBokeh::Deinit() {
+    NODE_DEBUG(kTextIn);
+    if (m_hEngine != nullptr) {
+        TSL_DCIR_Uninit(&m_hEngine);
+        m_hEngine = nullptr;
+    }
+    FreeFaceArrays(m_frameParams.pFaceRects, m_frameParams.pFaceOrients, m_frameParams.i32FaceNum);
+    FreeFaceArrays(m_focusParam.pFaceRects, m_focusParam.pFaceOrients, m_focusParam.i32FaceNum);
+    NODE_DEBUG(kTextOut);
+}
+
+void ChiNodeCaptureBokeh::CheckPersist() {
+    NODE_DEBUG(kTextColonIn);
+    m_dumpImg = ReadIntProperty("persist.vendor.camera.tessola.cb.dumpimg");
+    m_debugView = ReadIntProperty("persist.vendor.camera.tessola.cb.debugview");
+    NODE_DEBUG(kTextColonOut);
+}
+
+std::int64_t ChiNodeCaptureBokeh::SetCaliData(TSL_DCR_CALDATA* data) {
+    return TSL_DCIR_SetCaliData(m_hEngine, data);
+}
+
+std::int64_t ChiNodeCaptureBokeh::GetImageSizeInCalibration(int* mainWidth, int* mainHeight,
+                                                            int* auxWidth, int* auxHeight) {
+    return TSL_DCIR_GetImageSizeInCalibration(m_hEngine, mainWidth, mainHeight, auxWidth,
+                                              auxHeight);
+}
+
+void ChiNodeCaptureBokeh::QueryBufferInfo(ChiNodeQueryBufferInfo* query) {
+    NODE_DEBUG(kTextIn);
+    ChiNodeUtils::DefaultBufferNegotiation(query);
+    NODE_DEBUG(kTextOut);
+}
+
+void ChiNodeCaptureBokeh::SetBufferInfo(const ChiImageFormat& format) {
+    NODE_DEBUG(kTextIn);
+    m_frameDimension = {format.width, format.height};
+    NODE_DEBUG(kTextOut);
+}
+
+std::uint32_t ChiNodeCaptureBokeh::InduceSleep() const {
+    ChiVendorTagBaseQuery query = {.size = sizeof(query),
+                                   .section = "org.quic.camera.induceSleepInChiNode",
+                                   .tag = "InduceSleep"};
+    if (g_ChiNodeInterface.getVendorTagBase != nullptr) {
+        g_ChiNodeInterface.getVendorTagBase(&query);
+    }
+    const auto* value = static_cast<const std::uint32_t*>(
+        ReadMetadata(m_frameParams.tagInfo, 0, query.tagId | kTagPoolUseCase));
+    return value != nullptr ? *value : 0;
+}

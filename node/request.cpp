@@ -1,0 +1,144 @@
+#include <sys/time.h>
+
+#include <cstring>
+
+#include "bokehbase/image.h"
+#include "bokehbase/log.h"
+#include "node/capture_bokeh.h"
+#include "node/process_state.h"
+
+namespace {
+
+enum DebugView : std::int32_t {
+    kViewMain = 1,
+    kViewAux = 2,
+    kViewAuxInMain = 3,
+};
+
+constexpr char kDumpPrefix[] = "IMG_";
+
+} // namespace
+
+CDKResult ChiNodeCaptureBokeh::ProcessRequest(ChiNodeProcessRequestInfo* request) {
+    NODE_DEBUG("TSL_CTB: %s: %d: : inputNum(%d), outputNum(%d)(IN)\n", request->inputNum,
+               request->outputNum);
+    const CDKResult result =
+        BaseProcessRequest(request, m_cameraInfo, m_frameParams, m_resultDataCTB);
+    if (result != CDKResultSuccess) {
+        NODE_ERROR(kTextResultWide, result);
+    } else if (!m_requestStopped) {
+        UpdataCTBParam();
+        ProduceOutput();
+        if (m_dumpImg != 0) {
+            WriteDumps();
+        }
+        UpdateActiveMap();
+        ++m_processedFrame;
+        NODE_DEBUG("TSL_CTB: %s: %d: ProcessRequest m_processedFrame = %lu\n", m_processedFrame);
+        UpdateMetaData();
+    }
+    NODE_DEBUG(kTextOutResultWide, result);
+    return result;
+}
+
+void ChiNodeCaptureBokeh::ProduceOutput() {
+    frame_params_t& params = m_frameParams;
+    switch (m_debugView) {
+    case kViewMain:
+        CopyImageToOutput(params.stMainImage);
+        break;
+    case kViewAux:
+        // Where there is no aux image to show, the output is still a photo.
+        CopyImageToOutput(IsUsable(params.stAuxImage) ? params.stAuxImage : params.stMainImage);
+        break;
+    case kViewAuxInMain:
+        CopyImageToOutput(params.stMainImage);
+        if (IsUsable(params.stAuxImage) && IsUsable(params.stOutputImage)) {
+            MergeImage(&params.stOutputImage, &params.stAuxImage, 2);
+        }
+        break;
+    default:
+        if (params.CalibDataSuccess != 0) {
+            DoProcess();
+        } else {
+            NODE_DEBUG_AS("ProcessRequest",
+                          "TSL_CTB: %s: %d: CalibDataSuccess falil, copy image!\n");
+            CopyImageToOutput(params.stMainImage);
+        }
+        break;
+    }
+}
+
+void ChiNodeCaptureBokeh::WriteDumps() {
+    timeval now = {};
+    gettimeofday(&now, nullptr);
+    DumpAndSaveYUV(m_frameParams, now, kDumpPrefix);
+    if (m_pDisparityData != nullptr) {
+        const PLIM_OFFSCREEN& image = m_frameParams.stMainImage;
+        DumpDepthData(m_pDisparityData, m_i32DisparityDataBufferSize,
+                      static_cast<std::uint32_t>(image.i32Pitch[0]),
+                      static_cast<std::uint32_t>(image.i32Height), now, kDumpPrefix);
+    }
+}
+
+void ChiNodeCaptureBokeh::UpdateActiveMap() {
+    const InputMetadataBokeh* metadata = m_frameParams.pInputMetadata;
+    if (metadata == nullptr) {
+        BASE_ERROR(kTextNullPointer);
+        return;
+    }
+    if (m_numLinkedCameras != 2) {
+        m_resultDataCTB.activeMap = 0;
+        return;
+    }
+    const PhysicalCameraConfig* first = m_cameraInfo[0].pCameraConfig;
+    const PhysicalCameraConfig* second = m_cameraInfo[1].pCameraConfig;
+    // The camera entries and the metadata slots are taken to be in the same order. An unknown rank
+    // leaves slot 0 as the master, as an equal one does.
+    const bool secondIsMaster =
+        first != nullptr && second != nullptr && first->masterRank < second->masterRank;
+    m_resultDataCTB.masterCameraId = metadata->cameraMetadata[secondIsMaster ? 1 : 0].cameraId;
+    m_resultDataCTB.activeMap = 3;
+}
+
+void ChiNodeCaptureBokeh::UpdateMetaData() {
+    const BokehTagInfo& tags = m_frameParams.tagInfo;
+    constexpr char supportedFeature[kSupportedFeatureSize] = "SupportedFeatureQavCTB";
+    const auto currentMode = static_cast<std::uint8_t>(m_currentMode);
+    const FrameDimension frameDimension = m_frameDimension;
+    const TSL_POINT ptFocus = m_frameParams.ptFocus;
+
+    constexpr std::uint32_t kTags = 7;
+    const std::uint32_t tagIds[kTags] = {
+        g_vendorTagBase + kTagSupportedFeature,
+        g_vendorTagBase + kTagCurrentMode,
+        g_vendorTagBase + kTagProcessedFrameNumber,
+        g_vendorTagBase + kTagFrameDimension,
+        tags.depthPictureSizeTagId,
+        tags.outputMetadataTagId,
+        tags.ptFocusTagId,
+    };
+    const auto entry = [&tags](const void* data, std::uint64_t dataSize) {
+        return ChiTagData{.size = sizeof(ChiTagData),
+                          .requestId = tags.requestId,
+                          .data = data,
+                          .dataSize = dataSize};
+    };
+    const ChiTagData tagData[kTags] = {
+        entry(supportedFeature, NodeTagCount(kTagSupportedFeature)),
+        entry(&currentMode, NodeTagCount(kTagCurrentMode)),
+        entry(&m_processedFrame, NodeTagCount(kTagProcessedFrameNumber)),
+        entry(&frameDimension, NodeTagCount(kTagFrameDimension)),
+        entry(&m_i32DisparityDataActiveSize, sizeof(m_i32DisparityDataActiveSize)),
+        entry(&m_resultDataCTB, sizeof(m_resultDataCTB)),
+        entry(&ptFocus, 2),
+    };
+    const ChiMetadataSet set = {.size = sizeof(set),
+                                .hChiSession = tags.hChiSession,
+                                .numTags = kTags,
+                                .tagIds = tagIds,
+                                .tagData = tagData};
+    if (g_ChiNodeInterface.setMetadata != nullptr) {
+        g_ChiNodeInterface.setMetadata(&set);
+    }
+}

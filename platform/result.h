@@ -1,0 +1,11 @@
+#pragma once
+
+#include <cstdint>
+
+// Result code of the platform's node interface. The platform's full list is named in
+// bokehbase/configuration.cpp, where it words a message; the node itself produces these three.
+using CDKResult = std::uint32_t;
+
+constexpr CDKResult CDKResultSuccess = 0;
+constexpr CDKResult CDKResultEFailed = 1;
+constexpr CDKResult CDKResultEInvalidPointer = 5;
