@@ -43,17 +43,18 @@ CDKResult ChiNodeCaptureBokeh::ProcessRequest(ChiNodeProcessRequestInfo* request
 
 void ChiNodeCaptureBokeh::ProduceOutput() {
     frame_params_t& params = m_frameParams;
+    // Without a main image there is no photo, so nothing is shown in its place.
+    const bool auxCanBeShown = IsUsable(params.stMainImage) && IsUsable(params.stAuxImage);
     switch (m_debugView) {
     case kViewMain:
         CopyImageToOutput(params.stMainImage);
         break;
     case kViewAux:
-        // Where there is no aux image to show, the output is still a photo.
-        CopyImageToOutput(IsUsable(params.stAuxImage) ? params.stAuxImage : params.stMainImage);
+        CopyImageToOutput(auxCanBeShown ? params.stAuxImage : params.stMainImage);
         break;
     case kViewAuxInMain:
         CopyImageToOutput(params.stMainImage);
-        if (IsUsable(params.stAuxImage) && IsUsable(params.stOutputImage)) {
+        if (auxCanBeShown && IsUsable(params.stOutputImage)) {
             MergeImage(&params.stOutputImage, &params.stAuxImage, 2);
         }
         break;

@@ -1,0 +1,102 @@
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <map>
+#include <string>
+#include <vector>
+
+// A platform and an engine of this test's own, in plain bytes: nothing of the node's headers is used,
+// so that what holds here holds for any process that supplies the documented functions and records.
+namespace contract {
+
+// A binary record, written and read by byte offset. Zero at first.
+class Record {
+public:
+    explicit Record(std::size_t size) : size_(size), words_((size + 7) / 8) {}
+
+    template <typename T>
+    void Set(std::size_t offset, T value) {
+        std::memcpy(bytes() + offset, &value, sizeof(T));
+    }
+    template <typename T>
+    T Get(std::size_t offset) const {
+        T value;
+        std::memcpy(&value, reinterpret_cast<const char*>(words_.data()) + offset, sizeof(T));
+        return value;
+    }
+    void SetWords(std::size_t offset, const std::vector<std::int32_t>& values);
+
+    char* bytes() { return reinterpret_cast<char*>(words_.data()); }
+    void* data() { return words_.data(); }
+    void Fill(std::uint8_t value) { std::memset(words_.data(), value, size_); }
+    bool operator==(const Record&) const = default;
+
+private:
+    std::size_t size_;
+    std::vector<std::uint64_t> words_;
+};
+
+struct LogLine {
+    int priority;
+    std::string tag;
+    std::string format;
+    std::string text; // the source line replaced by '#'
+};
+
+// What one metadata-set call handed over.
+struct Published {
+    std::uint64_t session = 0;
+    std::vector<std::uint32_t> ids;
+    std::vector<std::uint64_t> requestIds;
+    std::vector<std::uint64_t> sizes;
+    std::vector<std::string> data; // by the byte sizes of the tags
+};
+
+// The engine as the test wants it to answer.
+struct Engine {
+    std::map<std::string, std::int64_t> results; // by function; absent: 0
+    std::int32_t size = 1000;                    // answered to the size query
+    std::int32_t activeSize = 900;               // answered to the read-out
+    std::uint8_t depthValue = 0xD0;
+    std::uint8_t renderValue = 0xE0;
+    std::int32_t calibrationSizes[4] = {6400, 4800, 6400, 4800};
+    bool hasVersion = true;
+
+    std::vector<std::string> calls;
+    int instances = 0;
+    std::vector<std::vector<std::int32_t>> imageInfos; // five words a call
+    std::vector<std::int32_t> focus;                   // x, y, faces, then each face and orientation
+    std::int32_t blur = -1;
+    std::int32_t processSize = -1;
+    std::string calibration;
+};
+
+struct Platform {
+    std::vector<LogLine> log;
+    std::map<std::string, std::string> properties;
+    std::map<std::string, std::uint32_t> tagResults; // by tag name; absent: 0
+    std::map<std::uint32_t, void*> metadata;         // by tag id and pool
+    std::vector<std::uint64_t> readRequestIds;       // of every metadata read
+    std::vector<Published> published;
+    std::uint32_t stop = 0;
+    std::uint32_t negotiationResult = 0;
+    bool hasSettings = true;
+    std::uint32_t imageDegree = 90;
+    Engine engine;
+
+    // Texts at this priority or, at 0, all.
+    std::vector<std::string> Texts(int priority) const;
+};
+
+Platform& platform();
+
+// Id that the platform gives a tag, counted in the order of the documented table.
+std::uint32_t TagId(const std::string& tag);
+
+// The platform's callback table, 160 bytes.
+Record& Interface();
+
+constexpr std::uint32_t kVendorTagBase = 0x9000;
+
+} // namespace contract

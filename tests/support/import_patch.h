@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+
+namespace support {
+
+// Replaces one imported function of one loaded library for this object's life: only that library's
+// calls are changed, whatever else the process does, sanitizers included. Not for several threads.
+class ImportPatch {
+public:
+    // `library` is a dlopen handle. Throws std::runtime_error where it does not import `symbol`.
+    ImportPatch(void* library, const std::string& symbol, void* replacement);
+    ~ImportPatch();
+    ImportPatch(const ImportPatch&) = delete;
+    ImportPatch& operator=(const ImportPatch&) = delete;
+
+    // The function that the library called before.
+    template <typename Function>
+    Function* original() const {
+        return reinterpret_cast<Function*>(original_);
+    }
+
+private:
+    void Write(void* value);
+
+    void** slot_ = nullptr;
+    void* original_ = nullptr;
+};
+
+} // namespace support
