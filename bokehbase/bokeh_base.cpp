@@ -13,7 +13,11 @@ ChiNodeBokehBase::ChiNodeBokehBase() {
     property_get(kLogMaskProperty, value, "0");
     const int mask = std::atoi(value);
     g_enableNodeLogs.store(mask, std::memory_order_relaxed);
-    BASE_DEBUG("TSL_CTB: %s: %d:  g_enableNodeLogs %d\n", mask);
+    // By this node's own mask, whatever another thread's node makes of the shared one meanwhile.
+    if ((mask & kLogBase) == kLogBase) {
+        LOG_LINE(ANDROID_LOG_DEBUG, kBaseTag, __func__, "TSL_CTB: %s: %d:  g_enableNodeLogs %d\n",
+                 mask);
+    }
 }
 
 ChiNodeBokehBase::~ChiNodeBokehBase() {

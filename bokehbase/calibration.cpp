@@ -39,7 +39,7 @@ CDKResult ChiNodeBokehBase::GetCalibrationBinData(TSL_DCR_CALDATA* data, const c
     std::fseek(file.get(), 0, SEEK_SET);
     std::unique_ptr<std::uint8_t[]> bytes(new (std::nothrow) std::uint8_t[kCalibrationFileSize]);
     if (bytes == nullptr) {
-        BASE_ERROR(kTextNullPointer);
+        BASE_ERROR(kTextResult, CDKResultEFailed);
         return CDKResultEFailed;
     }
     if (std::fread(bytes.get(), 1, kCalibrationFileSize, file.get()) < kCalibrationFileSize) {

@@ -2,7 +2,7 @@
 
 #include <cmath>
 #include <limits>
-#include <new>
+#include <locale>
 #include <sstream>
 
 #include "bokehbase/log.h"
@@ -83,6 +83,7 @@ void CropRegion::fit(const CropRegion& other) {
 
 std::string CropRegion::toString() const {
     std::ostringstream text;
+    text.imbue(std::locale::classic()); // whatever the process made of its own
     text << "[" << left << "," << top << " " << width << "x" << height << " (" << Aspect(*this)
          << ")]";
     return text.str();
@@ -114,7 +115,7 @@ CropSize getCropRegions(const CameraMetadata* metadata, int targetWidth, int tar
                        preApplied.toString().c_str(), activeArray.toString().c_str(),
                        sensorApplied.toString().c_str(), ifeApplied.toString().c_str(),
                        ifeResidual.toString().c_str());
-        } catch (const std::bad_alloc&) {
+        } catch (...) {
             // A debug line is not worth a photo.
         }
     }

@@ -189,6 +189,9 @@ void ChiNodeBokehBase::UpdateFocusROIBasedFace(unsigned char cameraIndex, frame_
         return;
     }
     const TSL_RECT& rect = params.pFaceRects[face];
+    if (rect.left == 0 && rect.top == 0 && rect.right == 0 && rect.bottom == 0) {
+        return; // could not be mapped: the point stays on the auto-focus region or the centre
+    }
     params.ptFocus = {Middle(rect.left, rect.right), Middle(rect.top, rect.bottom)};
     BASE_DEBUG("TSL_CTB: %s: %d: MaxFaceInfo[Index:%d]: (l,t,r,b)[%d,%d,%d,%d], Angles: %d, "
                "ptFocus:[%d,%d]\n",

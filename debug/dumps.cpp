@@ -17,6 +17,7 @@ constexpr std::size_t kTimeStampSize = 64;
 void FormatTimeStamp(const timeval& time, char (&text)[kTimeStampSize]) {
     const std::time_t seconds = time.tv_sec;
     std::tm local = {};
+    tzset(); // localtime_r alone may keep the zone of its first use
     localtime_r(&seconds, &local);
     std::strftime(text, sizeof(text), "%Y%m%d_%H%M%S", &local);
 }

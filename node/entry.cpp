@@ -1,5 +1,4 @@
 #include <cstdint>
-#include <exception>
 #include <memory>
 
 #include "bokehbase/log.h"
@@ -57,7 +56,7 @@ CDKResult CreateNode(ChiNodeCreateInfo* info) {
             return result;
         }
         NODE_ERROR_AS("NodeCreate", kTextResult, result);
-    } catch (const std::exception&) {
+    } catch (...) {
         NODE_ERROR_AS("NodeCreate", kTextResult, result);
     }
     return result;
@@ -122,12 +121,14 @@ CDKResult NodeSetBufferInfo(ChiNodeSetBufferPropertiesInfo* info) noexcept {
     } else if (info->size < sizeof(ChiNodeSetBufferPropertiesInfo)) {
         NODE_ERROR("TSL_CTB: %s: %d: CHINODESETBUFFERPROPERTIESINFO is smaller than expected\n");
         result = CDKResultEFailed;
-    } else if (info->format == nullptr) {
-        NODE_ERROR(kTextNullPointer);
-        result = CDKResultEInvalidPointer;
     } else {
         NODE_DEBUG("TSL_CTB: %s: %d:  Call SetBufferInfo\n");
-        NodeFrom(info->hNodeSession)->SetBufferInfo(*info->format);
+        if (info->format == nullptr) {
+            NODE_ERROR(kTextNullPointer);
+            result = CDKResultEInvalidPointer;
+        } else {
+            NodeFrom(info->hNodeSession)->SetBufferInfo(*info->format);
+        }
     }
     NODE_DEBUG(kTextOutResultWide, result);
     return result;

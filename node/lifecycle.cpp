@@ -75,7 +75,7 @@ bool ChiNodeCaptureBokeh::IniEngine() {
     TSL_DCR_CALDATA calibration = {};
     bool started = false;
     if (!AllocateFaceBuffers()) {
-        NODE_ERROR(kTextNullPointer);
+        NODE_ERROR(kTextResult, CDKResultEFailed);
     } else {
         const TSL_DCR_VERSION* version = TSL_DCIR_GetVersion();
         if (version != nullptr && version->pVersion != nullptr) {

@@ -105,9 +105,8 @@ void ChiNodeCaptureBokeh::EnsureDisparityBuffer(std::int32_t size) {
 
 void ChiNodeCaptureBokeh::WriteDepthOutput(std::int32_t size) {
     const ChiImageList* depth = m_frameParams.pDepthBuffer;
-    // Compared unsigned, so that a negative size fits nowhere.
-    const auto bytes = static_cast<std::uint64_t>(static_cast<std::int64_t>(size));
-    if (depth == nullptr || depth->format.planeSize[0] < bytes ||
+    const auto bytes = static_cast<std::size_t>(size);
+    if (size < 0 || depth == nullptr || depth->format.planeSize[0] < bytes ||
         depth->planeAddress[0] == nullptr) {
         return;
     }

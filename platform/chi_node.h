@@ -110,7 +110,7 @@ PIN_OFFSET(ChiMetadataSet, tagData, 32);
 // --- The platform's callbacks --------------------------------------------------------------------
 
 struct ChiRequestStateQuery {
-    std::uint8_t reserved[24];
+    std::uint64_t reserved[3];
     std::uint32_t stop; // 1: the request is not to be processed
     std::uint32_t reserved28;
 };

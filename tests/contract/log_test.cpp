@@ -19,8 +19,12 @@ std::vector<std::string> Rendered() {
             const std::size_t end = text.find_first_not_of("x0123456789abcdef", at + 2);
             text.replace(at + 2, end - at - 2, "ADDRESS");
         }
-        const char* priority = line.priority == 6 ? "E " : line.priority == 3 ? "D " : "? ";
-        lines.push_back(priority + line.tag + " |" + text + "|");
+        std::string entry = line.priority == 6 ? "E " : line.priority == 3 ? "D " : "? ";
+        entry += line.tag;
+        entry += " |";
+        entry += text;
+        entry += "|";
+        lines.push_back(entry);
     }
     return lines;
 }

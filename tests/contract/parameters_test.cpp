@@ -1,5 +1,6 @@
 // Collection of a request's parameters: buffers, consistency, crops, focus, faces.
 
+#include <algorithm>
 #include <functional>
 #include <random>
 
@@ -122,6 +123,10 @@ TEST_F(NodeTest, CalibrationMustFitTheCameras) {
         "[64, 48], ActiveArraySize [w, h]: [64, 50]\n"};
     EXPECT_EQ(errors(), auxDiffers);
     EXPECT_TRUE(OutputIsMain());
+    const Texts debug = platform().Texts(3);
+    EXPECT_EQ(std::count(debug.begin(), debug.end(),
+                         "TSL_CTB: ProcessRequest: #: CalibDataSuccess falil, copy image!\n"),
+              1);
     EXPECT_EQ(errors(), auxDiffers) << "checked again until it fits";
     metadata_.Set(Slot(0) + 392, 65);
     EXPECT_EQ(errors(),
@@ -309,12 +314,14 @@ TEST_F(NodeTest, FacesAreCleanedMappedAndFocused) {
     }
     metadata_.Set(Slot(0) + 192, std::uint8_t{255});
     metadata_.SetWords(Slot(0) + 8, {0, 0, 0, 0});
+    metadata_.Set(Slot(0) + 400, 4);
     oem.Set(404, 0);
     ASSERT_EQ(Process(), 0u);
     ASSERT_EQ(platform().engine.focus.size(), 3u + 10 * 5);
     EXPECT_EQ(Words(platform().engine.focus.begin() + 2, platform().engine.focus.begin() + 8),
               (Words{10, 0, 0, 0, 0, 1}))
         << "an empty rectangle, not one with a wrapped edge";
+    EXPECT_EQ(FocusPoint(LastPublished()), (Words{2000, 1500})) << "nothing to focus on";
 }
 
 TEST_F(NodeTest, BareFaceIndexIsReadWithoutAPool) {
