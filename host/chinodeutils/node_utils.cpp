@@ -1,0 +1,94 @@
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <cstring>
+
+#include "host/chinodeutils/node_utils_control.h"
+#include "host/control/faults.h"
+
+namespace {
+
+host::CallPoint queryVendorTag("ChiNodeUtils::QueryVendorTag");
+host::CallPoint setNodeInterface("ChiNodeUtils::SetNodeInterface");
+host::CallPoint getDataList("ChiNodeUtils::GetDataList");
+host::CallPoint defaultBufferNegotiation("ChiNodeUtils::DefaultBufferNegotiation");
+
+std::atomic<host::MetadataProvider*> metadataProvider{nullptr};
+
+// The shortest table that can name a section's base.
+constexpr std::size_t kShortestInterface =
+    offsetof(ChiNodeInterface, getVendorTagBase) + sizeof(ChiNodeInterface::getVendorTagBase);
+
+} // namespace
+
+void host::SetMetadataProvider(MetadataProvider* provider) { metadataProvider = provider; }
+
+CDKResult ChiNodeUtils::QueryVendorTag(ChiQueryVendorTag* query, CHIVENDORTAGINFO* info) {
+    if (const auto failure = queryVendorTag.Enter()) {
+        return static_cast<CDKResult>(*failure);
+    }
+    if (query == nullptr || info == nullptr) {
+        return CDKResultEInvalidPointer;
+    }
+    if (query->size < sizeof(*query)) {
+        return CDKResultEFailed;
+    }
+    query->info = info;
+    return CDKResultSuccess;
+}
+
+CDKResult ChiNodeUtils::SetNodeInterface(ChiNodeInterface* platform, const char* nodeName,
+                                         ChiNodeInterface* copy, unsigned int* vendorTagBase) {
+    if (const auto failure = setNodeInterface.Enter()) {
+        return static_cast<CDKResult>(*failure);
+    }
+    if (platform == nullptr || nodeName == nullptr || copy == nullptr || vendorTagBase == nullptr) {
+        return CDKResultEInvalidPointer;
+    }
+    if (platform->size < kShortestInterface || platform->getVendorTagBase == nullptr) {
+        return CDKResultEFailed;
+    }
+    // A table of a later release is longer than the node's copy, one of an earlier release shorter.
+    const std::size_t known = std::min<std::size_t>(platform->size, sizeof(*copy));
+    std::memcpy(copy, platform, known);
+    copy->size = static_cast<std::uint32_t>(known);
+
+    // Without a tag name, the platform answers with the base of the section.
+    ChiVendorTagBaseQuery query{sizeof(query), 0, nodeName, nullptr};
+    const CDKResult result = copy->getVendorTagBase(&query);
+    if (result == CDKResultSuccess) {
+        *vendorTagBase = query.tagId;
+    }
+    return result;
+}
+
+void* ChiNodeUtils::GetDataList(unsigned long requestId, unsigned int tagId, ChiMetadataType type,
+                                ChiNodeInterface* platform, void* session, unsigned int cameraId) {
+    if (getDataList.Enter()) {
+        return nullptr;
+    }
+    host::MetadataProvider* const provider = metadataProvider;
+    if (provider == nullptr) {
+        return nullptr;
+    }
+    return provider->Find({requestId, tagId, type, platform, session, cameraId});
+}
+
+CDKResult ChiNodeUtils::DefaultBufferNegotiation(ChiNodeQueryBufferInfo* query) {
+    if (const auto failure = defaultBufferNegotiation.Enter()) {
+        return static_cast<CDKResult>(*failure);
+    }
+    if (query == nullptr) {
+        return CDKResultEInvalidPointer;
+    }
+    if (query->size < sizeof(*query)) {
+        return CDKResultEFailed;
+    }
+    host::BufferNegotiation sizes;
+    std::memcpy(&sizes, query->negotiation, sizeof(sizes));
+    sizes.minimumWidth = sizes.optimalWidth = sizes.maximumWidth = sizes.wantedWidth;
+    sizes.minimumHeight = sizes.optimalHeight = sizes.maximumHeight = sizes.wantedHeight;
+    sizes.negotiated = 1;
+    std::memcpy(query->negotiation, &sizes, sizeof(sizes));
+    return CDKResultSuccess;
+}

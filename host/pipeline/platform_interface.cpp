@@ -1,0 +1,82 @@
+#include "host/pipeline/platform_interface.h"
+
+#include "host/control/faults.h"
+#include "host/pipeline/pipeline_session.h"
+#include "host/pipeline/text.h"
+#include "host/pipeline/vendor_tags.h"
+
+namespace host {
+namespace {
+
+constexpr CDKResult kNoSuch = 6;
+
+CallPoint setMetadataPoint("setMetadata");
+CallPoint getVendorTagBasePoint("getVendorTagBase");
+CallPoint queryRequestStatePoint("queryRequestState");
+
+CDKResult SetMetadata(const ChiMetadataSet* set) {
+    const auto failure = setMetadataPoint.Enter();
+    if (set == nullptr) {
+        Sessions::Instance().Complain("setMetadata was called without a set");
+        return CDKResultEInvalidPointer;
+    }
+    const auto session = Sessions::Instance().Get(set->hChiSession, "setMetadata");
+    if (!session) {
+        return CDKResultEFailed;
+    }
+    session->Publish(failure ? nullptr : set);
+    return failure ? static_cast<CDKResult>(*failure) : CDKResultSuccess;
+}
+
+CDKResult GetVendorTagBase(ChiVendorTagBaseQuery* query) {
+    if (const auto failure = getVendorTagBasePoint.Enter()) {
+        return static_cast<CDKResult>(*failure);
+    }
+    if (query == nullptr || query->section == nullptr) {
+        Sessions::Instance().Complain("getVendorTagBase was called without a section");
+        return CDKResultEInvalidPointer;
+    }
+    if (query->size != sizeof(*query) || query->tagId != 0) {
+        Sessions::Instance().Complain(Text("the vendor tag query of size ", query->size,
+                                           " with tag id ", query->tagId, " is not a fresh one"));
+    }
+    const auto id = VendorTags::Instance().Id(query->section, query->tag);
+    if (!id) {
+        return kNoSuch;
+    }
+    query->tagId = *id;
+    return CDKResultSuccess;
+}
+
+CDKResult QueryRequestState(void* hChiSession, ChiRequestStateQuery* query) {
+    if (const auto failure = queryRequestStatePoint.Enter()) {
+        return static_cast<CDKResult>(*failure);
+    }
+    const auto session = Sessions::Instance().Get(hChiSession, "queryRequestState");
+    if (!session || query == nullptr) {
+        return CDKResultEInvalidPointer;
+    }
+    query->stop = session->QueryStop(*query);
+    return CDKResultSuccess;
+}
+
+} // namespace
+
+ChiNodeInterface& PlatformInterface() {
+    static ChiNodeInterface table = [] {
+        ChiNodeInterface made{};
+        made.size = sizeof(made);
+        made.setMetadata = SetMetadata;
+        made.getVendorTagBase = GetVendorTagBase;
+        made.queryRequestState = QueryRequestState;
+        return made;
+    }();
+    return table;
+}
+
+bool IsPlatformInterface(const ChiNodeInterface& table) {
+    return table.setMetadata == SetMetadata && table.getVendorTagBase == GetVendorTagBase &&
+           table.queryRequestState == QueryRequestState;
+}
+
+} // namespace host

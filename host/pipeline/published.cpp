@@ -1,0 +1,138 @@
+#include "host/pipeline/published.h"
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+
+#include "host/pipeline/text.h"
+#include "host/pipeline/vendor_tags.h"
+
+namespace host {
+namespace {
+
+using Complaints = std::vector<std::string>;
+
+constexpr std::size_t kFeatureBytes = 64;
+
+template <typename Value>
+Value Read(const void* data) {
+    Value value;
+    std::memcpy(&value, data, sizeof(value));
+    return value;
+}
+
+void ReadFeature(const void* data, Published& published, Complaints& complaints) {
+    const char* const text = static_cast<const char*>(data);
+    const std::size_t length = strnlen(text, kFeatureBytes);
+    published.supportedFeature.assign(text, length);
+    const auto isZero = [](char byte) { return byte == '\0'; };
+    if (length == kFeatureBytes || !std::all_of(text + length, text + kFeatureBytes, isZero)) {
+        complaints.push_back("\"SupportedFeature\" is not padded with zeros");
+    }
+}
+
+struct ExpectedTag {
+    const char* section;
+    const char* name;
+    std::uint64_t dataSize; // 0: the element count of the node's tag table
+    void (*read)(const void* data, Published& published, Complaints& complaints);
+};
+
+// In the order in which the node publishes them.
+constexpr ExpectedTag kExpectedTags[] = {
+    {tags::kNode, "SupportedFeature", 0, ReadFeature},
+    {tags::kNode, "CurrentMode", 0,
+     [](const void* data, Published& published, Complaints&) {
+         published.currentMode = Read<std::uint8_t>(data);
+     }},
+    {tags::kNode, "ProcessedFrameNumber", 0,
+     [](const void* data, Published& published, Complaints&) {
+         published.processedFrameNumber = Read<std::uint64_t>(data);
+     }},
+    {tags::kNode, "FrameDimension", 0,
+     [](const void* data, Published& published, Complaints&) {
+         published.frameDimension = Read<std::array<std::uint32_t, 2>>(data);
+     }},
+    {tags::kControl, "depthpicturesize", 4,
+     [](const void* data, Published& published, Complaints&) {
+         published.depthPictureSize = Read<std::int32_t>(data);
+     }},
+    {tags::kBokehOutput, "OutputMetadataBokeh", 12,
+     [](const void* data, Published& published, Complaints&) {
+         published.result = Read<OutputMetadataBokeh>(data);
+     }},
+    {tags::kControl, "PtFocus", 2,
+     [](const void* data, Published& published, Complaints&) {
+         published.focusPoint = Read<std::array<std::int32_t, 2>>(data);
+     }},
+};
+
+// What a record holds in one field, against what belongs there.
+template <typename Value>
+void Compare(const std::string& what, Value actual, Value expected, Complaints& complaints) {
+    if (actual != expected) {
+        complaints.push_back(Text(what, " is ", actual, ", not ", expected));
+    }
+}
+
+template <std::size_t size>
+bool AllZero(const std::uint8_t (&bytes)[size]) {
+    return std::all_of(std::begin(bytes), std::end(bytes), [](auto byte) { return byte == 0; });
+}
+
+void CheckSet(const ChiMetadataSet& set, const void* session, Complaints& complaints) {
+    Compare<std::uint32_t>("the size of the metadata set", set.size, sizeof(set), complaints);
+    Compare<const void*>("the session of the metadata set", set.hChiSession, session, complaints);
+    if (set.reserved4 != 0 || set.reserved20 != 0 || !AllZero(set.reserved40)) {
+        complaints.push_back("reserved bytes of the metadata set are not zero");
+    }
+}
+
+void CheckEntry(const ExpectedTag& expected, const VendorTag& tag, std::uint32_t id,
+                const ChiTagData& entry, std::uint64_t frameNumber, Complaints& complaints) {
+    const std::string name = Text("\"", expected.name, "\"");
+    if (id != tag.id) {
+        complaints.push_back(Text("in the place of ", name, " (", Hex(tag.id), ") stands ",
+                                  VendorTags::Instance().Describe(id), " (", Hex(id), ")"));
+    }
+    Compare<std::uint32_t>("the entry size of " + name, entry.size, sizeof(entry), complaints);
+    Compare("the request id of " + name, entry.requestId, frameNumber, complaints);
+    Compare("the data size of " + name, entry.dataSize,
+            expected.dataSize != 0 ? expected.dataSize : tag.count, complaints);
+    if (entry.reserved4 != 0 || !AllZero(entry.reserved32)) {
+        complaints.push_back("reserved bytes in the entry of " + name + " are not zero");
+    }
+}
+
+} // namespace
+
+std::optional<Published> ReadMetadataSet(const ChiMetadataSet& set, const void* session,
+                                         std::uint64_t frameNumber, Complaints& complaints) {
+    CheckSet(set, session, complaints);
+    Compare<std::size_t>("the number of published tags", set.numTags, std::size(kExpectedTags),
+                         complaints);
+    if (set.numTags != std::size(kExpectedTags) || set.tagIds == nullptr ||
+        set.tagData == nullptr) {
+        complaints.push_back("the metadata set cannot be read");
+        return std::nullopt;
+    }
+    Published published;
+    for (std::size_t index = 0; index < std::size(kExpectedTags); ++index) {
+        const ExpectedTag& expected = kExpectedTags[index];
+        const auto tag = VendorTags::Instance().Find(expected.section, expected.name);
+        if (!tag) {
+            complaints.push_back(Text("nobody registered \"", expected.name, "\""));
+            continue;
+        }
+        const ChiTagData& entry = set.tagData[index];
+        CheckEntry(expected, *tag, set.tagIds[index], entry, frameNumber, complaints);
+        if (entry.data == nullptr) {
+            complaints.push_back(Text("\"", expected.name, "\" has no data"));
+            continue;
+        }
+        expected.read(entry.data, published, complaints);
+    }
+    return published;
+}
+
+} // namespace host

@@ -1,0 +1,193 @@
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "host/pipeline/pipeline_session.h"
+#include "host/pipeline/platform_interface.h"
+#include "host/pipeline/published.h"
+#include "host/pipeline/vendor_tags.h"
+
+// What the pipeline answers a node, and what it finds in what a node publishes.
+
+namespace {
+
+std::uint32_t Id(const char* section, const char* tag) {
+    return host::VendorTags::Instance().Id(section, tag).value();
+}
+
+void* Ask(const host::MetadataQuery& query) {
+    return ChiNodeUtils::GetDataList(query.requestId, query.tagId, query.type,
+                                     const_cast<ChiNodeInterface*>(query.platform), query.session,
+                                     query.cameraId);
+}
+
+TEST(Metadata, IsAnsweredOnlyUnderItsPoolTypeSessionAndRequest) {
+    const auto session = host::Sessions::Instance().Open(host::DualCamera(40, 30, 20, 16));
+    const auto other = host::Sessions::Instance().Open(host::DualCamera(40, 30, 20, 16));
+    host::Request request = host::PlainRequest(host::DualCamera(40, 30, 20, 16), 7);
+    session->BeginRequest(request);
+
+    const std::uint32_t configs = Id(host::tags::kConfiguration, "PhysicalCameraConfigs");
+    const std::uint32_t input = Id(host::tags::kBokehInput, "InputMetadataBokeh");
+    constexpr auto kType = kChiMetadataTypeNode;
+    const ChiNodeInterface& platform = host::PlatformInterface();
+    const host::MetadataQuery ofUseCase{
+        0, configs | kTagPoolCameraConfig, kType, &platform, session->handle(), 0};
+    const host::MetadataQuery ofRequest{
+        7, input | kTagPoolRequest, kType, &platform, session->handle(), 0};
+    using Query = host::MetadataQuery;
+    const struct {
+        const char* what;
+        Query query;
+        void (*change)(Query&);
+        bool answered;
+        bool complained;
+    } cases[] = {
+        {"use case", ofUseCase, [](Query&) {}, true, false},
+        {"other pool", ofUseCase, [](Query& query) { query.tagId ^= 0x24000000; }, false, true},
+        {"no pool", ofUseCase, [](Query& query) { query.tagId ^= 0x04000000; }, false, true},
+        {"in a request", ofUseCase, [](Query& query) { query.requestId = 7; }, false, true},
+        {"request", ofRequest, [](Query&) {}, true, false},
+        {"other request", ofRequest, [](Query& query) { query.requestId = 6; }, false, true},
+        {"other type", ofRequest, [](Query& query) { query.type = ChiMetadataType{1}; }, false,
+         true},
+        {"other camera", ofRequest, [](Query& query) { query.cameraId = 1; }, false, true},
+        {"no table", ofRequest, [](Query& query) { query.platform = nullptr; }, false, true},
+        {"not supplied", ofRequest,
+         [](Query& query) {
+             query.tagId = Id(host::tags::kControl, "SelectFaceIndex") | kTagPoolRequest;
+         },
+         false, false},
+        {"unknown tag", ofRequest, [](Query& query) { query.tagId = 0x80FF0000; }, false, true},
+        {"id of a refused query", ofRequest, [](Query& query) { query.tagId = kTagPoolRequest; },
+         false, false},
+    };
+    for (const auto& [what, start, change, answered, complained] : cases) {
+        SCOPED_TRACE(what);
+        Query query = start;
+        change(query);
+        EXPECT_EQ(Ask(query) != nullptr, answered);
+        EXPECT_EQ(!session->TakeComplaints().empty(), complained);
+    }
+    Query ofOther = ofRequest;
+    ofOther.session = other->handle();
+    EXPECT_EQ(Ask(ofOther), nullptr) << "no request runs there";
+    EXPECT_EQ(other->TakeComplaints().size(), 1u);
+
+    auto* const data = static_cast<InputMetadataBokeh*>(Ask(ofRequest));
+    ASSERT_NE(data, nullptr);
+    data->blurLevel = 12;
+    session->EndRequest(request, nullptr);
+    EXPECT_EQ(request.metadata.blurLevel, 12u);
+    EXPECT_EQ(Ask(ofRequest), nullptr);
+
+    host::Sessions::Instance().Close(session->handle());
+    host::Sessions::Instance().Close(other->handle());
+    EXPECT_EQ(Ask(ofUseCase), nullptr);
+    EXPECT_EQ(host::TakeStrayComplaints().size(), 1u);
+}
+
+// The set of a node that does all as it should; each case of the test spoils one thing.
+struct NodeSet {
+    static constexpr int kTags = 7;
+
+    NodeSet() {
+        static const CHIVENDORTAGDATA tags[] = {{"SupportedFeature", kTagTypeByte, 64},
+                                                {"CurrentMode", kTagTypeByte, 1},
+                                                {"ProcessedFrameNumber", kTagTypeInt64, 1},
+                                                {"FrameDimension", kTagTypeInt32, 2}};
+        static const CHIVENDORTAGSECTIONDATA section{host::tags::kNode, 0, 4, tags, 0xFFFFFFFF, 0};
+        host::VendorTags::Instance().Register({&section, 1, 0});
+        const std::uint32_t base = Id(host::tags::kNode, nullptr);
+        const std::uint32_t all[] = {base,
+                                     base + 1,
+                                     base + 2,
+                                     base + 3,
+                                     Id(host::tags::kControl, "depthpicturesize"),
+                                     Id(host::tags::kBokehOutput, "OutputMetadataBokeh"),
+                                     Id(host::tags::kControl, "PtFocus")};
+        const std::uint64_t sizes[] = {64, 1, 1, 2, 4, 12, 2};
+        for (int index = 0; index < kTags; ++index) {
+            ids[index] = all[index];
+            entries[index] = {48, 0, 7, values[index], sizes[index], {}};
+        }
+        set = {64, 0, this, kTags, 0, ids, entries, {}};
+        values[0][0] = 'F';
+        values[4][0] = 200;
+        values[6][4] = 9;
+    }
+
+    std::uint8_t values[kTags][64] = {};
+    std::uint32_t ids[kTags];
+    ChiTagData entries[kTags];
+    ChiMetadataSet set{};
+};
+
+TEST(PublishedSet, EverySpoiledPartIsNamed) {
+    const struct {
+        const char* complaint; // part of it; null: none
+        std::function<void(NodeSet&)> spoil;
+    } cases[] = {
+        {nullptr, [](NodeSet&) {}},
+        {"size of the metadata set", [](NodeSet& node) { node.set.size = 63; }},
+        {"session", [](NodeSet& node) { node.set.hChiSession = nullptr; }},
+        {"number of published tags", [](NodeSet& node) { node.set.numTags = 6; }},
+        {"reserved bytes of the metadata set", [](NodeSet& node) { node.set.reserved40[23] = 1; }},
+        {"in the place of \"CurrentMode\"",
+         [](NodeSet& node) { std::swap(node.ids[1], node.ids[2]); }},
+        {"entry size of \"FrameDimension\"", [](NodeSet& node) { node.entries[3].size = 40; }},
+        {"request id of \"PtFocus\"", [](NodeSet& node) { node.entries[6].requestId = 8; }},
+        {"data size of \"PtFocus\"", [](NodeSet& node) { node.entries[6].dataSize = 8; }},
+        {"data size of \"SupportedFeature\"", [](NodeSet& node) { node.entries[0].dataSize = 1; }},
+        {"in the entry of \"CurrentMode\"",
+         [](NodeSet& node) { node.entries[1].reserved32[0] = 1; }},
+        {"\"OutputMetadataBokeh\" has no data",
+         [](NodeSet& node) { node.entries[5].data = nullptr; }},
+        {"not padded", [](NodeSet& node) { node.values[0][40] = 'x'; }},
+    };
+    for (const auto& [complaint, spoil] : cases) {
+        SCOPED_TRACE(complaint != nullptr ? complaint : "as it should be");
+        NodeSet node;
+        spoil(node);
+        std::vector<std::string> complaints;
+        const auto published = host::ReadMetadataSet(node.set, &node, 7, complaints);
+        if (complaint == nullptr) {
+            ASSERT_TRUE(published);
+            EXPECT_TRUE(complaints.empty()) << complaints.front();
+            EXPECT_EQ(published->supportedFeature, "F");
+            EXPECT_EQ(published->depthPictureSize, 200);
+            EXPECT_EQ(published->focusPoint[1], 9);
+            continue;
+        }
+        ASSERT_FALSE(complaints.empty());
+        EXPECT_NE(complaints.front().find(complaint), std::string::npos) << complaints.front();
+    }
+}
+
+TEST(NodeInterface, CopiesWhatBothReleasesKnow) {
+    const std::uint32_t base = Id(host::tags::kControl, nullptr);
+    const struct {
+        std::uint32_t size;
+        CDKResult result;
+        bool queryStateCopied;
+    } cases[] = {{sizeof(ChiNodeInterface), CDKResultSuccess, true},
+                 {sizeof(ChiNodeInterface) + 64, CDKResultSuccess, true},
+                 {40, CDKResultSuccess, false},
+                 {39, CDKResultEFailed, false}};
+    for (const auto& [size, result, queryStateCopied] : cases) {
+        SCOPED_TRACE(size);
+        ChiNodeInterface platform = host::PlatformInterface();
+        platform.size = size;
+        ChiNodeInterface copy{};
+        unsigned int tagBase = 0;
+        EXPECT_EQ(ChiNodeUtils::SetNodeInterface(&platform, host::tags::kControl, &copy, &tagBase),
+                  result);
+        EXPECT_EQ(tagBase, result == CDKResultSuccess ? base : 0);
+        EXPECT_EQ(copy.queryRequestState != nullptr, queryStateCopied);
+    }
+}
+
+} // namespace
