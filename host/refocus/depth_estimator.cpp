@@ -1,0 +1,70 @@
+#include "host/refocus/depth_estimator.h"
+
+#include <opencv2/imgproc.hpp>
+
+#include "host/refocus/depth_presence.h"
+#include "host/refocus/image.h"
+#include "host/refocus/joint_upsampling.h"
+#include "host/refocus/occlusion_filling.h"
+#include "host/refocus/stereo_matching.h"
+#include "host/refocus/weighted_median.h"
+
+namespace refocus {
+namespace {
+
+constexpr int kMatchingWidth = 800;
+
+// The aux image at the reduced main image's size.
+cv::Mat ReduceTo(const cv::Mat& luma, cv::Size size) {
+    if (luma.size() == size) {
+        return luma;
+    }
+    const bool smaller = size.width <= luma.cols && size.height <= luma.rows;
+    cv::Mat reduced;
+    cv::resize(luma, reduced, size, 0, 0, smaller ? cv::INTER_AREA : cv::INTER_LINEAR);
+    return reduced;
+}
+
+// Disparity everywhere, from what both views agree on.
+cv::Mat Complete(const Matches& matches, const cv::Mat& left) {
+    cv::Mat disparity = matches.disparity.clone();
+    FillOcclusions(disparity, matches.consistent);
+    cv::medianBlur(disparity, disparity, 5);
+    cv::Mat weight;
+    constexpr double kFilled = 0.3; // say of what was filled in, beside what was matched
+    matches.consistent.convertTo(weight, CV_32F, (1.0 - kFilled) / 255.0, kFilled);
+    cv::Mat result = WeightedMedian(disparity, weight, left);
+    cv::medianBlur(result, result, 5); // single pixels that happened to be as bright as others
+    return result;
+}
+
+} // namespace
+
+Error EstimateDepth(const cv::Mat& mainLuma, const cv::Mat& auxLuma, const Calibration& calibration,
+                    const ImageGeometry& geometry, int mainPitch, DepthMap& depth) {
+    const int factor = ReductionFactor(mainLuma.cols, kMatchingWidth);
+    const cv::Mat main = ReduceLuma(mainLuma, factor);
+    const auto rectification = Rectification::Make(calibration, geometry, main.size());
+    if (!rectification) {
+        return Error::kCalibrationGeometry;
+    }
+    const cv::Mat left = rectification->Left(main);
+    const cv::Mat right = rectification->Right(ReduceTo(auxLuma, main.size()));
+    const SearchRange range = SearchRangeFor(left.cols, rectification->nearestDisparity());
+    const Matches matches = MatchBothWays(left, right, range);
+    if (!HasDepth(MeasureDepthPresence(left, matches))) {
+        return Error::kNoDepth;
+    }
+    const cv::Mat disparity = rectification->ToMain(Complete(matches, left));
+
+    DepthMap result;
+    result.size = mainLuma.size();
+    result.scale = ScaleFor(disparity, factor);
+    result.bytes = cv::Mat::zeros(mainLuma.rows, mainPitch, CV_8UC1);
+    cv::Mat pixels = result.bytes.colRange(0, mainLuma.cols);
+    JointUpsample(ToValues(disparity, factor, result.scale), main, mainLuma, factor, pixels);
+    depth = result;
+    return Error::kNone;
+}
+
+} // namespace refocus

@@ -1,0 +1,75 @@
+#include "host/refocus/disparity_map.h"
+
+#include <algorithm>
+#include <array>
+#include <vector>
+
+namespace refocus {
+namespace {
+
+// The middle half of a face, each way; empty for a rectangle that isn't one or lies outside.
+cv::Rect FaceMiddle(const TSL_RECT& face, cv::Size size) {
+    const auto width = static_cast<std::int64_t>(face.right) - face.left + 1;
+    const auto height = static_cast<std::int64_t>(face.bottom) - face.top + 1;
+    if (face.left < 0 || face.top < 0 || face.right >= size.width || face.bottom >= size.height ||
+        width < 2 || height < 2) {
+        return {};
+    }
+    return {static_cast<int>(face.left + width / 4), static_cast<int>(face.top + height / 4),
+            static_cast<int>((width + 1) / 2), static_cast<int>((height + 1) / 2)};
+}
+
+} // namespace
+
+DisparityScale ScaleFor(const cv::Mat& disparity, int factor) {
+    std::vector<float> sorted(disparity.begin<float>(), disparity.end<float>());
+    const auto few = static_cast<std::ptrdiff_t>(sorted.size() / 200);
+    std::nth_element(sorted.begin(), sorted.begin() + few, sorted.end());
+    const double low = sorted[static_cast<std::size_t>(few)];
+    std::nth_element(sorted.begin(), sorted.end() - 1 - few, sorted.end());
+    const double high = *(sorted.end() - 1 - few);
+    const double step = std::max((high - low) / 255.0, 1.0 / 64.0);
+    return {low * factor, step * factor};
+}
+
+cv::Mat ToValues(const cv::Mat& disparity, int factor, const DisparityScale& scale) {
+    cv::Mat values;
+    disparity.convertTo(values, CV_32F, factor / scale.step, -scale.offset / scale.step);
+    cv::min(cv::max(values, 0.0), 255.0, values);
+    return values;
+}
+
+cv::Rect FocusWindow(const TSL_DCR_FOCUSPARAM& focus, cv::Size size) {
+    const cv::Point point(std::clamp(focus.ptFocus.x, 0, size.width - 1),
+                          std::clamp(focus.ptFocus.y, 0, size.height - 1));
+    for (int i = 0; i < focus.i32FaceNum; ++i) {
+        const TSL_RECT& face = focus.pFaceRects[i];
+        const bool inside = point.x >= face.left && point.x <= face.right && point.y >= face.top &&
+                            point.y <= face.bottom;
+        const cv::Rect middle = inside ? FaceMiddle(face, size) : cv::Rect();
+        if (!middle.empty()) {
+            return middle;
+        }
+    }
+    const int reach = std::max(2, size.width / 200);
+    return cv::Rect(point.x - reach, point.y - reach, 2 * reach + 1, 2 * reach + 1) &
+           cv::Rect({}, size);
+}
+
+int MedianValue(const cv::Mat& map, cv::Rect window) {
+    std::array<int, 256> histogram{};
+    for (int y = window.y; y < window.br().y; ++y) {
+        const std::uint8_t* row = map.ptr<std::uint8_t>(y);
+        for (int x = window.x; x < window.br().x; ++x) {
+            ++histogram[row[x]];
+        }
+    }
+    const int half = window.area() / 2;
+    int value = 0;
+    for (int below = histogram[0]; below <= half && value < 255;) {
+        below += histogram[static_cast<std::size_t>(++value)];
+    }
+    return value;
+}
+
+} // namespace refocus

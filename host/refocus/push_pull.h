@@ -1,0 +1,13 @@
+#pragma once
+
+#include <opencv2/core.hpp>
+
+namespace refocus {
+
+// Fills what is unknown with what is known nearby: means of ever larger blocks (push), then taken
+// back where finer ones have no say (pull), after Gortler et al., "The Lumigraph", 1996.
+// values: CV_32FC3; weight: CV_32FC1, 0 (unknown) to 1 (known). Known values are kept. All 0 where
+// nothing is known.
+cv::Mat PushPull(const cv::Mat& values, const cv::Mat& weight);
+
+} // namespace refocus

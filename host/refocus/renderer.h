@@ -1,0 +1,16 @@
+#pragma once
+
+#include <opencv2/core.hpp>
+
+#include "host/refocus/disparity_map.h"
+#include "host/refocus/image.h"
+
+namespace refocus {
+
+// Refocuses `input` at `focusValue` of its disparity map and blurs the rest; `output`, of the same
+// size, must already hold a copy of the picture. intensity is 0 to 100; 0 writes nothing.
+// Pixels in focus keep their bytes unless a near object's blur reaches over them.
+void RenderBokeh(const Nv12View& input, const cv::Mat& map, const DisparityScale& scale,
+                 int focusValue, int intensity, Nv12View& output);
+
+} // namespace refocus

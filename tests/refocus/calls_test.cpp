@@ -1,0 +1,184 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "engine/refocus_engine.h"
+#include "host/control/faults.h"
+#include "host/refocus/error.h"
+#include "tests/refocus/engine_under_test.h"
+#include "tests/refocus/stereo_scene.h"
+
+namespace {
+
+using refocus::Error;
+using refocus::Result;
+using stereo_scene::Engine;
+using stereo_scene::GuardedImage;
+using stereo_scene::Pair;
+
+TEST(RefocusCalls, EveryWrongCallHasItsCode) {
+    Pair pair = stereo_scene::Render({});
+    std::vector<std::uint8_t> none;
+    using Call = std::function<std::int64_t(Engine&)>;
+    const auto withMain = [&](auto change) -> Call {
+        return [&pair, change](Engine& e) {
+            PLIM_OFFSCREEN main = pair.main.Descriptor();
+            PLIM_OFFSCREEN aux = pair.aux.Descriptor();
+            change(main);
+            const std::int64_t asMain = TSL_DCIR_CalcDisparityData(e.handle, &main, &aux, &e.focus);
+            EXPECT_EQ(TSL_DCIR_CalcDisparityData(e.handle, &aux, &main, &e.focus), asMain);
+            return asMain;
+        };
+    };
+    const auto withInfo = [&](TSL_DCR_CAMERAIMAGEINFO info) -> Call {
+        return [&pair, info](Engine& e) mutable {
+            const std::int64_t set = TSL_DCIR_SetCameraImageInfo(e.handle, &info);
+            return set != 0 ? set : e.Calc(pair.main, pair.aux);
+        };
+    };
+    const auto process = [&](int sizeChange, int intensity, int faces) -> Call {
+        return [&pair, sizeChange, intensity, faces](Engine& e) {
+            EXPECT_EQ(e.Calc(pair.main, pair.aux), 0);
+            auto data = e.Disparity();
+            data.resize(data.size() + static_cast<std::size_t>(sizeChange));
+            e.focus.i32FaceNum = faces;
+            GuardedImage output = pair.main;
+            return e.Process(pair.main, data, intensity, output);
+        };
+    };
+    struct Case {
+        const char* name;
+        Error expected;
+        Call call;
+    };
+    const std::vector<Case> cases{
+        {"mode", Error::kUnknownMode,
+         [](Engine&) {
+             void* h;
+             return TSL_DCIR_Init(&h, 2);
+         }},
+        {"init null", Error::kNullArgument, [](Engine&) { return TSL_DCIR_Init(nullptr, 1); }},
+        {"no handle", Error::kNullArgument, [](Engine&) { return TSL_DCIR_Reset(nullptr); }},
+        {"format", Error::kImageFormat, withMain([](auto& i) { i.u32Format = 0x802; })},
+        {"15 wide", Error::kImageSize, withMain([](auto& i) { i.i32Width = 15; })},
+        {"15 high", Error::kImageSize, withMain([](auto& i) { i.i32Height = 15; })},
+        {"negative", Error::kImageSize, withMain([](auto& i) { i.i32Height = -240; })},
+        {"huge", Error::kImageSize, withMain([](auto& i) { i.i32Width = 1 << 20; })},
+        {"no luma", Error::kImagePlane, withMain([](auto& i) { i.pu8Plane[0] = nullptr; })},
+        {"no chroma", Error::kImagePlane, withMain([](auto& i) { i.pu8Plane[1] = nullptr; })},
+        {"pitch", Error::kImagePitch, withMain([](auto& i) { i.i32Pitch[0] = 319; })},
+        {"chroma pitch", Error::kImagePitch, withMain([](auto& i) { i.i32Pitch[1] = 100; })},
+        {"endless pitch", Error::kImagePitch, withMain([](auto& i) { i.i32Pitch[0] = 1 << 30; })},
+        {"half a crop", Error::kImageInfoValues, withInfo({320, 0, 320, 240, 0})},
+        {"negative crop", Error::kImageInfoValues, withInfo({320, 240, 320, -240, 0})},
+        {"degree", Error::kImageInfoValues, withInfo({0, 0, 0, 0, 45})},
+        {"crop beyond sensor", Error::kImageInfoMismatch, withInfo({320, 240, 640, 480, 0})},
+        {"no disparity", Error::kNoDisparity,
+         [&](Engine& e) {
+             return e.Process(pair.main, std::vector<std::uint8_t>(9), 50, pair.main);
+         }},
+        {"reset", Error::kNoDisparity,
+         [&](Engine& e) {
+             EXPECT_EQ(e.Calc(pair.main, pair.aux), 0);
+             EXPECT_EQ(TSL_DCIR_Reset(e.handle), 0);
+             std::int32_t size = 1 << 20;
+             std::uint8_t data[1];
+             return TSL_DCIR_GetDisparityData(e.handle, data, &size);
+         }},
+        {"little room", Error::kDisparitySize,
+         [&](Engine& e) {
+             EXPECT_EQ(e.Calc(pair.main, pair.aux), 0);
+             std::int32_t size = 320 * 240 - 1;
+             std::vector<std::uint8_t> data(320 * 240);
+             return TSL_DCIR_GetDisparityData(e.handle, data.data(), &size);
+         }},
+        {"foreign disparity", Error::kDisparitySize, process(1, 50, 0)},
+        {"intensity", Error::kBlurIntensity, process(0, 101, 0)},
+        {"negative intensity", Error::kBlurIntensity, process(0, -1, 0)},
+        {"faces without rectangles", Error::kFaceList, process(0, 50, 1)},
+        {"eleven faces", Error::kFaceList, process(0, 50, 11)},
+        {"other output size", Error::kImageMismatch,
+         [&](Engine& e) {
+             EXPECT_EQ(e.Calc(pair.main, pair.aux), 0);
+             GuardedImage output(318, 240, 320, 320);
+             const auto result = e.Process(pair.main, e.Disparity(), 50, output);
+             EXPECT_EQ(output.luma(0, 0), stereo_scene::kGuard);
+             return result;
+         }},
+    };
+    for (const Case& wrong : cases) {
+        Engine engine;
+        EXPECT_EQ(wrong.call(engine), Result(wrong.expected)) << wrong.name;
+    }
+}
+
+// Depth or no depth, the smallest and slimmest images are handled within their bounds.
+TEST(RefocusCalls, SmallImagesStayWithinBounds) {
+    for (const auto& [width, height] : {std::pair{16, 16}, {17, 19}, {16, 900}, {900, 16}}) {
+        const stereo_scene::TwoPlanes scene{width, height, 0, 3};
+        Pair pair = stereo_scene::Render(scene);
+        GuardedImage output(width, height, width + 3, width + 5);
+        Engine engine(scene);
+        engine.focus.ptFocus = {-5, 1 << 30};
+        const std::int64_t result = engine.Calc(pair.main, pair.aux);
+        if (result == 0) {
+            EXPECT_EQ(engine.Process(pair.main, engine.Disparity(), 100, output), 0);
+        } else {
+            EXPECT_EQ(result, Result(Error::kNoDepth)) << width << "x" << height;
+        }
+        EXPECT_EQ(output.DisturbedGuards(), 0) << width << "x" << height;
+    }
+}
+
+TEST(RefocusCalls, NeedsCalibrationAndKeepsItsOwnCopy) {
+    Pair pair = stereo_scene::Render({});
+    Engine engine;
+    void* bare = nullptr;
+    ASSERT_EQ(TSL_DCIR_Init(&bare, kEngineModeCapture), 0);
+    PLIM_OFFSCREEN main = pair.main.Descriptor();
+    PLIM_OFFSCREEN aux = pair.aux.Descriptor();
+    EXPECT_EQ(TSL_DCIR_CalcDisparityData(bare, &main, &aux, &engine.focus),
+              Result(Error::kNoCalibration));
+    std::array<std::int32_t, 4> size{};
+    const auto sizes = [&size](void* handle) {
+        return TSL_DCIR_GetImageSizeInCalibration(handle, &size[0], &size[1], &size[2], &size[3]);
+    };
+    EXPECT_EQ(sizes(bare), Result(Error::kNoCalibration));
+    TSL_DCIR_Uninit(&bare);
+    EXPECT_EQ(bare, nullptr);
+
+    engine.bytes.fill(0xFF);
+    EXPECT_EQ(sizes(engine.handle), 0);
+    EXPECT_EQ(size, (std::array{32000, 24000, 32000, 24000}));
+    EXPECT_EQ(engine.Calc(pair.main, pair.aux), 0);
+    EXPECT_EQ(TSL_DCIR_SetCaliData(engine.handle, &engine.calibration),
+              Result(Error::kCalibrationMagic));
+    EXPECT_EQ(engine.Calc(pair.main, pair.aux), 0) << "a refused calibration replaces none";
+}
+
+TEST(RefocusCalls, ArmedFaultsReplaceTheCall) {
+    Pair pair = stereo_scene::Render({});
+    Engine engine;
+    ASSERT_EQ(engine.Calc(pair.main, pair.aux), 0);
+    host::Faults::Fail("TSL_DCIR_Reset", 1, 77);
+    EXPECT_EQ(TSL_DCIR_Reset(engine.handle), 77);
+    EXPECT_EQ(engine.Disparity().size(), 320u * 240u) << "the armed reset must do nothing";
+    host::Faults::Fail("TSL_DCIR_GetVersion", 1, 1);
+    EXPECT_EQ(TSL_DCIR_GetVersion(), nullptr);
+    ASSERT_NE(TSL_DCIR_GetVersion(), nullptr);
+    EXPECT_STRNE(TSL_DCIR_GetVersion()->pVersion, "");
+    host::Faults::Fail("TSL_DCIR_Uninit", 1, 78);
+    EXPECT_EQ(TSL_DCIR_Uninit(&engine.handle), 78);
+    EXPECT_EQ(engine.handle, nullptr);
+    for (const char* name :
+         {"Init", "SetCameraImageInfo", "SetCaliData", "GetImageSizeInCalibration",
+          "CalcDisparityData", "GetDisparityDataSize", "GetDisparityData", "Process"}) {
+        EXPECT_NO_THROW(host::Faults::Calls(std::string("TSL_DCIR_") + name)) << name;
+    }
+    host::Faults::Reset();
+}
+
+} // namespace

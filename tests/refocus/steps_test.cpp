@@ -1,0 +1,316 @@
+#include <gtest/gtest.h>
+
+#include <opencv2/core.hpp>
+
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <ostream>
+#include <set>
+#include <string>
+
+#include "host/refocus/calibration.h"
+#include "host/refocus/depth_estimator.h"
+#include "host/refocus/disc_scatter.h"
+#include "host/refocus/error.h"
+#include "host/refocus/occlusion_filling.h"
+#include "host/refocus/push_pull.h"
+#include "tests/refocus/stereo_scene.h"
+
+namespace refocus {
+namespace {
+
+using stereo_scene::TwoPlanes;
+
+// Luma of both views, and the true disparity of every main image pixel.
+struct Views {
+    cv::Mat main;
+    cv::Mat aux;
+    cv::Mat truth; // CV_32FC1
+};
+
+cv::Mat LumaOf(stereo_scene::GuardedImage& image) {
+    const PLIM_OFFSCREEN descriptor = image.Descriptor();
+    return cv::Mat(image.height(), image.width(), CV_8UC1, descriptor.pu8Plane[0],
+                   static_cast<std::size_t>(descriptor.i32Pitch[0]))
+        .clone();
+}
+
+Views ViewsOf(const TwoPlanes& scene) {
+    stereo_scene::Pair pair = stereo_scene::Render(scene);
+    Views views{LumaOf(pair.main), LumaOf(pair.aux), cv::Mat(scene.height, scene.width, CV_32FC1)};
+    for (int y = 0; y < scene.height; ++y) {
+        for (int x = 0; x < scene.width; ++x) {
+            views.truth.at<float>(y, x) = static_cast<float>(scene.DisparityAt(x, y));
+        }
+    }
+    return views;
+}
+
+// Content moved by whole pixels, borders repeated.
+cv::Mat Moved(const cv::Mat& image, int dx, int dy) {
+    cv::Mat wide;
+    cv::copyMakeBorder(image, wide, 20, 20, 20, 20, cv::BORDER_REPLICATE);
+    return wide(cv::Rect(20 - dx, 20 - dy, image.cols, image.rows)).clone();
+}
+
+struct GeometryCase {
+    const char* name;
+    TwoPlanes scene;
+    // Changes made to the pair together, so that it stays a pair.
+    std::function<void(Views&, Calibration&, ImageGeometry&)> change;
+};
+
+void PrintTo(const GeometryCase& test, std::ostream* out) { *out << test.name; }
+
+void TurnAll(Views& views, cv::RotateFlags turn) {
+    for (cv::Mat* image : {&views.main, &views.aux, &views.truth}) {
+        cv::Mat turned;
+        cv::rotate(*image, turned, turn);
+        *image = turned;
+    }
+}
+
+const std::vector<GeometryCase>& GeometryCases() {
+    static const std::vector<GeometryCase> cases{
+        {"Plain", {}, [](Views&, Calibration&, ImageGeometry&) {}},
+        {"OddSize", {.width = 333, .height = 247}, [](Views&, Calibration&, ImageGeometry&) {}},
+        {"Reduced", {2403, 902, 18, 90}, [](Views&, Calibration&, ImageGeometry&) {}},
+        {"SmallAux",
+         {640, 480, 12, 40},
+         [](Views& v, Calibration& c, ImageGeometry&) {
+             cv::Mat half(v.aux.rows / 2, v.aux.cols / 2, CV_8UC1);
+             for (int y = 0; y < half.rows; ++y) {
+                 for (int x = 0; x < half.cols; ++x) {
+                     half.at<std::uint8_t>(y, x) = static_cast<std::uint8_t>(
+                         cv::mean(v.aux(cv::Rect(2 * x, 2 * y, 2, 2)))[0]);
+                 }
+             }
+             v.aux = half;
+             c = CalibrationOfRectifiedPair({640, 480, 320, 240, 400.0, 60.0, 0.0});
+         }},
+        {"AuxOnTheLeft",
+         {},
+         [](Views& v, Calibration& c, ImageGeometry&) {
+             for (cv::Mat* image : {&v.main, &v.aux, &v.truth}) {
+                 cv::flip(*image, *image, 1);
+             }
+             c.translation = {60.0, 0.0, 0.0};
+         }},
+        {"AuxBelow",
+         {},
+         [](Views& v, Calibration& c, ImageGeometry&) {
+             for (cv::Mat* image : {&v.main, &v.aux, &v.truth}) {
+                 *image = cv::Mat(image->t());
+             }
+             c = CalibrationOfRectifiedPair({240, 320, 240, 320, 400.0, 60.0, 0.0});
+             c.translation = {0.0, -60.0, 0.0};
+         }},
+        // Rows don't correspond and infinity isn't at disparity 0 until the pair is rectified.
+        {"PrincipalPointAside",
+         {},
+         [](Views& v, Calibration& c, ImageGeometry&) {
+             v.aux = Moved(v.aux, 7, 5);
+             c.aux.cx += 7;
+             c.aux.cy += 5;
+         }},
+        {"Turned90",
+         {},
+         [](Views& v, Calibration&, ImageGeometry& g) {
+             TurnAll(v, cv::ROTATE_90_CLOCKWISE);
+             g.turn = 90;
+         }},
+        {"Turned180",
+         {},
+         [](Views& v, Calibration&, ImageGeometry& g) {
+             TurnAll(v, cv::ROTATE_180);
+             g.turn = 180;
+         }},
+        {"Turned270",
+         {},
+         [](Views& v, Calibration&, ImageGeometry& g) {
+             TurnAll(v, cv::ROTATE_90_COUNTERCLOCKWISE);
+             g.turn = 270;
+         }},
+        // The images show the middle quarter of sensors twice as large, off-centre lens and all.
+        {"Cropped",
+         {},
+         [](Views& v, Calibration& c, ImageGeometry& g) {
+             v.aux = Moved(v.aux, 0, 6);
+             c = CalibrationOfRectifiedPair({640, 480, 640, 480, 400.0, 60.0, 0.0});
+             c.aux.cy += 6;
+             g.mainCrop = g.auxCrop = {320, 240};
+         }},
+    };
+    return cases;
+}
+
+class Depth : public testing::TestWithParam<GeometryCase> {};
+
+TEST_P(Depth, OfTwoPlanesIsRight) {
+    const GeometryCase& test = GetParam();
+    Views views = ViewsOf(test.scene);
+    Calibration calibration =
+        CalibrationOfRectifiedPair({test.scene.width, test.scene.height, test.scene.width,
+                                    test.scene.height, 400.0, 60.0, 0.0});
+    ImageGeometry geometry;
+    test.change(views, calibration, geometry);
+    ASSERT_EQ(ValidateCalibration(calibration), Error::kNone);
+    DepthMap depth;
+    ASSERT_EQ(EstimateDepth(views.main, views.aux, calibration, geometry, views.main.cols, depth),
+              Error::kNone);
+
+    // A pixel of the reduced images is the matcher's measure.
+    const double bound = 0.5 * std::max(1.0, std::round(views.main.cols / 800.0));
+    int wrong = 0;
+    for (int y = 0; y < views.main.rows; ++y) {
+        for (int x = 0; x < views.main.cols; ++x) {
+            const double disparity =
+                depth.scale.offset + depth.scale.step * depth.bytes.at<std::uint8_t>(y, x);
+            wrong += std::abs(disparity - views.truth.at<float>(y, x)) > bound ? 1 : 0;
+        }
+    }
+    // What is left is the planes' common border, hidden from the aux camera on one side.
+    EXPECT_LT(wrong, 0.06 * static_cast<double>(views.main.total()));
+}
+
+INSTANTIATE_TEST_SUITE_P(Geometry, Depth, testing::ValuesIn(GeometryCases()),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+TEST(Calibration, RoundTrip) {
+    Calibration written =
+        CalibrationOfRectifiedPair({4000, 3000, 2592, 1944, 3200.5, -12.25, 80.0});
+    written.main.k = {0.1, -0.2, 0.03, 1e-3, -1e-4, 1e-5};
+    written.aux.p = {1e-4, -3e-4};
+    written.aux.cx += 3.75;
+    const double angle = 0.02;
+    written.rotation = {std::cos(angle),  0, std::sin(angle), 0, 1, 0,
+                        -std::sin(angle), 0, std::cos(angle)};
+    written.mountAngle = 270;
+    Calibration read;
+    ASSERT_EQ(ParseCalibration(WriteCalibration(written), read), Error::kNone);
+    EXPECT_EQ(read, written);
+}
+
+TEST(Calibration, AnyDamagedByteIsNoticed) {
+    const auto good =
+        WriteCalibration(CalibrationOfRectifiedPair({640, 480, 640, 480, 500, 60, 0}));
+    for (std::size_t i = 0; i < good.size(); ++i) {
+        auto bytes = good;
+        bytes[i] ^= 0x10;
+        Calibration read;
+        const Error expected = i < 8    ? Error::kCalibrationMagic
+                               : i < 12 ? Error::kCalibrationVersion
+                                        : Error::kCalibrationChecksum;
+        ASSERT_EQ(ParseCalibration(bytes, read), expected) << "byte " << i;
+        ASSERT_EQ(read, Calibration()) << "written in spite of an error";
+    }
+    Calibration read;
+    EXPECT_EQ(ParseCalibration(std::span(good).first(2047), read), Error::kCalibrationSize);
+    EXPECT_EQ(ParseCalibration({}, read), Error::kCalibrationSize);
+}
+
+TEST(Calibration, ImpossibleCamerasAreRefused) {
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const std::vector<std::pair<const char*, std::function<void(Calibration&)>>> cases{
+        {"no width", [](Calibration& c) { c.main.width = 0; }},
+        {"negative height", [](Calibration& c) { c.aux.height = -48000; }},
+        {"no focal length", [](Calibration& c) { c.main.fx = 0; }},
+        {"focal length NaN", [=](Calibration& c) { c.aux.fy = nan; }},
+        {"principal point outside", [](Calibration& c) { c.main.cx = 641; }},
+        {"distortion NaN", [=](Calibration& c) { c.main.k[5] = nan; }},
+        {"no rotation", [](Calibration& c) { c.rotation = {}; }},
+        {"mirrored", [](Calibration& c) { c.rotation[0] = -1; }},
+        {"backwards", [](Calibration& c) { c.rotation[0] = c.rotation[8] = -1; }},
+        {"no baseline", [](Calibration& c) { c.translation = {}; }},
+        {"baseline infinite", [](Calibration& c) { c.translation[0] = 1 / 0.0; }},
+        {"mount angle", [](Calibration& c) { c.mountAngle = 45; }},
+        {"nearest distance", [](Calibration& c) { c.nearestDistance = -1; }},
+    };
+    for (const auto& [name, change] : cases) {
+        Calibration calibration = CalibrationOfRectifiedPair({640, 480, 640, 480, 500, 60, 0});
+        change(calibration);
+        Calibration read;
+        EXPECT_EQ(ParseCalibration(WriteCalibration(calibration), read), Error::kCalibrationValues)
+            << name;
+    }
+}
+
+TEST(FocusWindow, IsTheFacesMiddleOnlyAroundThePoint) {
+    TSL_RECT faces[2] = {{100, 100, 199, 179}, {600, 0, 9999, 50}}; // the second leaves the image
+    TSL_DCR_FOCUSPARAM focus{};
+    focus.pFaceRects = faces;
+    const auto window = [&focus](int x, int y, int count) {
+        focus.ptFocus = {x, y};
+        focus.i32FaceNum = count;
+        return FocusWindow(focus, {640, 480});
+    };
+    EXPECT_EQ(window(199, 179, 2), cv::Rect(125, 120, 50, 40));
+    EXPECT_EQ(window(150, 140, 0), cv::Rect(147, 137, 7, 7)) << "faces of an earlier picture";
+    EXPECT_EQ(window(200, 179, 2), cv::Rect(197, 176, 7, 7));
+    EXPECT_EQ(window(620, 20, 2), cv::Rect(617, 17, 7, 7));
+    EXPECT_EQ(window(-50, 1 << 30, 2), cv::Rect(0, 476, 4, 4));
+}
+
+TEST(OcclusionFilling, TakesTheBackgroundSideAndFillsEverything) {
+    cv::Mat_<float> disparity = (cv::Mat_<float>(3, 6) << 5, -1, -1, 20, 20, 20, //
+                                 20, 20, -1, -1, 5, 5,                           //
+                                 -1, -1, -1, -1, -1, -1);
+    const cv::Mat valid = disparity >= 0;
+    FillOcclusions(disparity, valid);
+    const cv::Mat_<float> expected = (cv::Mat_<float>(3, 6) << 5, 5, 5, 20, 20, 20, //
+                                      20, 20, 5, 5, 5, 5,                           //
+                                      20, 20, 5, 5, 5, 5);
+    EXPECT_EQ(cv::countNonZero(disparity != expected), 0) << disparity;
+}
+
+// A far point of light beside a nearer object: its disc must not reach over the object, and light
+// elsewhere stays what it was.
+TEST(DiscScatter, FarDiscsStayBehindNearerOnes) {
+    const cv::Size size(60, 40);
+    DefocusField field{cv::Mat(size, CV_32FC3, cv::Scalar::all(0.1)), cv::Mat(size, CV_32FC1, 1.0),
+                       cv::Mat(size, CV_32FC1, 8.0), cv::Mat(size, CV_8UC1, 10.0)};
+    const cv::Rect object(30, 0, 30, 40);
+    field.radius(object).setTo(1.0);
+    field.order(object).setTo(200);
+    field.light.at<cv::Vec3f>(20, 26) = {50, 50, 50};
+    const BlurredField blurred = ScatterDiscs(field);
+    EXPECT_NEAR(blurred.light.at<cv::Vec3f>(20, 33)[0], 0.1, 1e-3);
+    EXPECT_GT(blurred.light.at<cv::Vec3f>(20, 20)[0], 0.2);
+    for (const cv::Point at : {cv::Point(0, 0), {3, 36}, {59, 39}, {45, 0}}) {
+        EXPECT_NEAR(blurred.light.at<cv::Vec3f>(at)[0], 0.1, 1e-3) << at;
+        EXPECT_NEAR(blurred.cover.at<float>(at), 1.0, 0.01) << "a thin border at " << at;
+    }
+}
+
+TEST(PushPull, KeepsTheKnownAndReachesTheFarthestGap) {
+    cv::Mat values(37, 53, CV_32FC3, cv::Scalar(9, 9, 9));
+    cv::Mat weight = cv::Mat::zeros(37, 53, CV_32FC1);
+    values.at<cv::Vec3f>(0, 0) = {0.25f, 0.5f, 1.0f};
+    weight.at<float>(0, 0) = 1.0f;
+    const cv::Mat filled = PushPull(values, weight);
+    for (const cv::Point at : {cv::Point(0, 0), {52, 36}, {26, 18}}) {
+        EXPECT_LT(cv::norm(filled.at<cv::Vec3f>(at) - cv::Vec3f(0.25f, 0.5f, 1.0f)), 1e-4) << at;
+    }
+}
+
+TEST(Errors, EveryCodeHasWordsOfItsOwn) {
+    std::set<std::string> names;
+    std::set<std::string> sentences;
+    int known = 0;
+    for (std::int64_t code = -100; code <= 0; ++code) {
+        const ErrorText text = Describe(code);
+        if (std::string(text.name) != "Unknown") {
+            ++known;
+            names.insert(text.name);
+            sentences.insert(text.sentence);
+        }
+    }
+    EXPECT_EQ(names.size(), static_cast<std::size_t>(known));
+    EXPECT_EQ(sentences.size(), static_cast<std::size_t>(known));
+    EXPECT_STREQ(Describe(Result(Error::kFaceList)).name, "FaceList");
+    EXPECT_STREQ(Describe(123).name, "Unknown");
+}
+
+} // namespace
+} // namespace refocus
