@@ -61,8 +61,8 @@ public:
     // auto-focus, moves the focus point to the selected or largest face. Follows UpdateFocusROI.
     void UpdateFocusROIBasedFace(unsigned char cameraIndex, frame_params_t& params);
 
-    // Wraps a list's first image; copies no pixels. Leaves `stImage` alone where the list is null or
-    // of another format.
+    // Wraps a list's first image; copies no pixels. Leaves `stImage` alone where the list is null
+    // or of another format.
     void PrepareImage(ChiImageList* pNodeBuff, PLIM_OFFSCREEN& stImage);
     // Draws `source`, every `scale`-th pixel of it, into the top-left corner of `destination`,
     // clipped to it.
@@ -78,7 +78,8 @@ public:
 protected:
     std::mutex m_mutex; // held while a calibration file is loaded, and at no other time
 
-    // Image sizes that the calibration was made for, in hundredths of a pixel; 0 until it is loaded.
+    // Image sizes that the calibration was made for, in hundredths of a pixel; 0 until it is
+    // loaded.
     std::int32_t m_caliMainWidth = 0;
     std::int32_t m_caliMainHeight = 0;
     std::int32_t m_caliAuxWidth = 0;

@@ -8,25 +8,44 @@
 namespace {
 
 constexpr std::array<const char*, 38> kResultNames = {
-    "CDKResultSuccess",          "CDKResultEFailed",
-    "CDKResultEUnsupported",     "CDKResultEInvalidState",
-    "CDKResultEInvalidArg",      "CDKResultEInvalidPointer",
-    "CDKResultENoSuch",          "CDKResultEOutOfBounds",
-    "CDKResultENoMemory",        "CDKResultETimeout",
-    "CDKResultENoMore",          "CDKResultENeedMore",
-    "CDKResultEExists",          "CDKResultEPrivLevel",
-    "CDKResultEResource",        "CDKResultEUnableToLoad",
-    "CDKResultEInProgress",      "CDKResultETryAgain",
-    "CDKResultEBusy",            "CDKResultEReentered",
-    "CDKResultEReadOnly",        "CDKResultEOverflow",
-    "CDKResultEOutOfDomain",     "CDKResultEInterrupted",
-    "CDKResultEWouldBlock",      "CDKResultETooManyUsers",
-    "CDKResultENotImplemented",  "CDKResultEDisabled",
-    "CDKResultECancelledRequest", "CDKResultECoreNullMetadata",
-    "CDKResultEInducedError",    "CDKResultEFenceGroupError",
-    "CDKResultECSLStreamOn",     "CDKResultEAlreadyCompleted",
-    "CDKResultEOEMStatus1",      "CDKResultEOEMStatus2",
-    "CDKResultEOEMStatus3",      "CDKResultEProviderNotExist",
+    "CDKResultSuccess",
+    "CDKResultEFailed",
+    "CDKResultEUnsupported",
+    "CDKResultEInvalidState",
+    "CDKResultEInvalidArg",
+    "CDKResultEInvalidPointer",
+    "CDKResultENoSuch",
+    "CDKResultEOutOfBounds",
+    "CDKResultENoMemory",
+    "CDKResultETimeout",
+    "CDKResultENoMore",
+    "CDKResultENeedMore",
+    "CDKResultEExists",
+    "CDKResultEPrivLevel",
+    "CDKResultEResource",
+    "CDKResultEUnableToLoad",
+    "CDKResultEInProgress",
+    "CDKResultETryAgain",
+    "CDKResultEBusy",
+    "CDKResultEReentered",
+    "CDKResultEReadOnly",
+    "CDKResultEOverflow",
+    "CDKResultEOutOfDomain",
+    "CDKResultEInterrupted",
+    "CDKResultEWouldBlock",
+    "CDKResultETooManyUsers",
+    "CDKResultENotImplemented",
+    "CDKResultEDisabled",
+    "CDKResultECancelledRequest",
+    "CDKResultECoreNullMetadata",
+    "CDKResultEInducedError",
+    "CDKResultEFenceGroupError",
+    "CDKResultECSLStreamOn",
+    "CDKResultEAlreadyCompleted",
+    "CDKResultEOEMStatus1",
+    "CDKResultEOEMStatus2",
+    "CDKResultEOEMStatus3",
+    "CDKResultEProviderNotExist",
 };
 
 struct VendorTag {
@@ -98,7 +117,8 @@ CDKResult ChiNodeBokehBase::FillVendorTagIds(BokehTagInfo& tagInfo) {
     }
 
     const auto resolve = [&tagInfo](const VendorTag& row) {
-        ChiVendorTagBaseQuery query = {.size = sizeof(query), .section = row.section, .tag = row.tag};
+        ChiVendorTagBaseQuery query = {
+            .size = sizeof(query), .section = row.section, .tag = row.tag};
         const CDKResult result = tagInfo.pChiNodeInterface->getVendorTagBase(&query);
         if (result == CDKResultSuccess) {
             tagInfo.*row.id = query.tagId;

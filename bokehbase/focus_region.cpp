@@ -19,9 +19,8 @@ struct MappedRect {
 
 // Metadata is outside the supported range where these limits bite; they only keep it harmless.
 std::int32_t ClampToInt32(std::int64_t value) {
-    return static_cast<std::int32_t>(
-        std::clamp<std::int64_t>(value, std::numeric_limits<std::int32_t>::min(),
-                                 std::numeric_limits<std::int32_t>::max()));
+    return static_cast<std::int32_t>(std::clamp<std::int64_t>(
+        value, std::numeric_limits<std::int32_t>::min(), std::numeric_limits<std::int32_t>::max()));
 }
 
 std::uint32_t ClampToUint32(float value) {
@@ -129,9 +128,8 @@ std::uint32_t MapFaces(const CameraMetadata& camera, const ChiRect& reference, s
     std::uint32_t largest = kNoFace;
     std::uint64_t largestArea = 0;
     for (std::uint32_t j = 0; j < count; ++j) {
-        const MappedRect mapped =
-            MapRectToInputData(camera.faces[j], reference, params.stMainImage.i32Width,
-                               params.stMainImage.i32Height);
+        const MappedRect mapped = MapRectToInputData(
+            camera.faces[j], reference, params.stMainImage.i32Width, params.stMainImage.i32Height);
         params.pFaceRects[j] = {ClampToInt32(mapped.x), ClampToInt32(mapped.y),
                                 InclusiveEdge(mapped.x, mapped.w),
                                 InclusiveEdge(mapped.y, mapped.h)};

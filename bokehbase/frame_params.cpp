@@ -19,8 +19,8 @@ void ForgetRequest(frame_params_t& params) {
     params.i32FaceNum = 0;
 }
 
-// True when every buffer has its role: exactly one of the first two inputs is the master's, and some
-// output takes the picture. `mainSlot` is the main image's input.
+// True when every buffer has its role: exactly one of the first two inputs is the master's, and
+// some output takes the picture. `mainSlot` is the main image's input.
 bool AssignBuffers(const ChiNodeProcessRequestInfo& request, std::uint32_t masterIndex,
                    frame_params_t& params, unsigned char& mainSlot) {
     if (request.inputNum < 2 || request.inputs == nullptr || request.outputs == nullptr ||
@@ -115,9 +115,9 @@ CDKResult ChiNodeBokehBase::GetBokehParams(ChiNodeProcessRequestInfo* request,
     BASE_DEBUG("TSL_CTB: %s: %d: MasterCam[w, h]:[%d %d], AuxCam[w, h]:[%d %d],BlurIntensity %d, "
                "ImageDegree %d, ptFocus:[%d,%d], afStatus %d, focusDistance %d\n",
                info.i32MainWidth_CropNoScale, info.i32MainHeight_CropNoScale,
-               info.i32AuxWidth_CropNoScale, info.i32AuxHeight_CropNoScale,
-               params.i32BlurIntensity, info.i32ImageDegree, params.ptFocus.x, params.ptFocus.y,
-               params.afStatus, params.focusDistance);
+               info.i32AuxWidth_CropNoScale, info.i32AuxHeight_CropNoScale, params.i32BlurIntensity,
+               info.i32ImageDegree, params.ptFocus.x, params.ptFocus.y, params.afStatus,
+               params.focusDistance);
     return CDKResultSuccess;
 }
 

@@ -39,7 +39,8 @@ std::int32_t CeilDivide(std::int32_t value, std::int32_t divisor) {
     return value / divisor + (value % divisor > 0 ? 1 : 0);
 }
 
-// Copies every `scale`-th item (of `itemBytes`) of every `scale`-th row, `columns` by `rows` of them.
+// Copies every `scale`-th item (of `itemBytes`) of every `scale`-th row, `columns` by `rows` of
+// them.
 void ReducePlane(const PLIM_OFFSCREEN& destination, const PLIM_OFFSCREEN& source, int plane,
                  int scale, std::size_t itemBytes, std::int32_t columns, std::int32_t rows) {
     if (columns <= 0) {

@@ -33,8 +33,9 @@ constexpr std::uint32_t kMaxLinkedCameras = 4;
 
 // One linked physical camera.
 struct CameraInfo {
-    const PhysicalCameraConfig* pCameraConfig; // the platform's, as long as the pipeline; null: empty
-    std::uint32_t inputBufferIndex;            // the node's input that carries this camera's image
+    const PhysicalCameraConfig*
+        pCameraConfig;              // the platform's, as long as the pipeline; null: empty
+    std::uint32_t inputBufferIndex; // the node's input that carries this camera's image
 };
 
 // Parameters of the request being processed. The node keeps one for its whole life; images, buffer
@@ -44,14 +45,15 @@ struct frame_params_t {
     PLIM_OFFSCREEN stAuxImage;
     PLIM_OFFSCREEN stOutputImage;
     TSL_DCR_CAMERAIMAGEINFO cameraImageInfo;
-    std::int32_t i32BlurIntensity;  // 0 to 100
-    std::uint32_t CalibDataSuccess; // the engine may run: calibration loaded, and it fits the cameras
-    std::int32_t focusDistance;     // of the master camera
-    std::int32_t afStatus;          // of the master camera
-    TSL_POINT ptFocus;              // main image pixels
-    TSL_RECT* pFaceRects;           // kFaceCapacity entries, main image pixels; the node's
-    std::int32_t* pFaceOrients;     // kFaceCapacity entries; the node's
-    std::int32_t i32FaceNum;        // valid entries in both arrays
+    std::int32_t i32BlurIntensity; // 0 to 100
+    std::uint32_t
+        CalibDataSuccess;       // the engine may run: calibration loaded, and it fits the cameras
+    std::int32_t focusDistance; // of the master camera
+    std::int32_t afStatus;      // of the master camera
+    TSL_POINT ptFocus;          // main image pixels
+    TSL_RECT* pFaceRects;       // kFaceCapacity entries, main image pixels; the node's
+    std::int32_t* pFaceOrients; // kFaceCapacity entries; the node's
+    std::int32_t i32FaceNum;    // valid entries in both arrays
     ChiImageList* pMainBuffer;
     ChiImageList* pAuxBuffer;
     ChiImageList* pOutputBuffer;

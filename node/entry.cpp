@@ -165,9 +165,10 @@ void NodeSetNodeInterface(ChiNodeInterface* platform) noexcept {
     NODE_DEBUG("TSL_CTB: %s: %d:  (OUT), res = %d\n", result);
 }
 
-CDKResult NodePostPipelineCreate(void* hChiHandle,
-                                 const ChiNodePostPipelineCreateInput* pPostPipelineCreateInput,
-                                 ChiNodePostPipelineCreateOutput* pPostPipelineCreateOutput) noexcept {
+CDKResult
+NodePostPipelineCreate(void* hChiHandle,
+                       const ChiNodePostPipelineCreateInput* pPostPipelineCreateInput,
+                       ChiNodePostPipelineCreateOutput* pPostPipelineCreateOutput) noexcept {
     if (hChiHandle == nullptr || pPostPipelineCreateInput == nullptr ||
         pPostPipelineCreateOutput == nullptr) {
         NODE_ERROR("TSL_CTB: %s: %d:  Invalid argument: hChiHandle: %p, pPostPipelineCreateInput: "
@@ -188,10 +189,10 @@ constexpr std::uint32_t kMinorVersion = 0;
 
 } // namespace
 
-// The library's one exported symbol. Only the table's size decides; the caller's version is printed,
-// not compared.
-extern "C" __attribute__((visibility("default"))) void ChiNodeEntry(
-    ChiNodeCallbacks* callbacks) noexcept {
+// The library's one exported symbol. Only the table's size decides; the caller's version is
+// printed, not compared.
+extern "C" __attribute__((visibility("default"))) void
+ChiNodeEntry(ChiNodeCallbacks* callbacks) noexcept {
     NODE_DEBUG(kTextIn);
     if (callbacks == nullptr) {
         NODE_ERROR(kTextNullPointer);

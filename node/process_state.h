@@ -4,8 +4,8 @@
 
 #include "platform/chi_node.h"
 
-// State of the loaded library, shared by all nodes. Written by NodeSetNodeInterface alone, before any
-// node is created, and read without locks.
+// State of the loaded library, shared by all nodes. Written by NodeSetNodeInterface alone, before
+// any node is created, and read without locks.
 
 // The node's name, which is also its vendor tag section.
 inline constexpr char kNodeName[] = "com.qav.node.capturebokeh";

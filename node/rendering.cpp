@@ -65,11 +65,11 @@ bool ChiNodeCaptureBokeh::RunEngine() {
     good &= Succeeded("TSL_DCIR_SetCameraImageInfo",
                       TSL_DCIR_SetCameraImageInfo(m_hEngine, &params.cameraImageInfo));
     good &= Succeeded("TSL_DCIR_CalcDisparityData",
-                      TSL_DCIR_CalcDisparityData(m_hEngine, &params.stMainImage,
-                                                 &params.stAuxImage, &m_focusParam));
+                      TSL_DCIR_CalcDisparityData(m_hEngine, &params.stMainImage, &params.stAuxImage,
+                                                 &m_focusParam));
     std::int32_t size = 0;
-    good &= Succeeded("TSL_DCIR_GetDisparityDataSize",
-                      TSL_DCIR_GetDisparityDataSize(m_hEngine, &size));
+    good &=
+        Succeeded("TSL_DCIR_GetDisparityDataSize", TSL_DCIR_GetDisparityDataSize(m_hEngine, &size));
 
     EnsureDisparityBuffer(size);
     m_i32DisparityDataActiveSize = size;
@@ -120,9 +120,9 @@ bool ChiNodeCaptureBokeh::Render() {
         CopyImageToOutput(params.stMainImage);
         return true;
     }
-    const std::int64_t result = TSL_DCIR_Process(
-        m_hEngine, &params.stMainImage, m_pDisparityData, m_i32DisparityDataActiveSize,
-        &m_blurParam, &m_focusParam, &params.stOutputImage);
+    const std::int64_t result = TSL_DCIR_Process(m_hEngine, &params.stMainImage, m_pDisparityData,
+                                                 m_i32DisparityDataActiveSize, &m_blurParam,
+                                                 &m_focusParam, &params.stOutputImage);
     NODE_DEBUG_AS(kOperation, "TSL_CTB: %s: %d:  DoProcess TSL_DCIR_Process result = %ld\n",
                   result);
     return Succeeded("TSL_DCIR_Process", result);

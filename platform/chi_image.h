@@ -37,10 +37,10 @@ PIN_BINARY_RECORD(ChiImageFormat);
 PIN_OFFSET(ChiImageFormat, width, 0);
 PIN_OFFSET(ChiImageFormat, height, 4);
 
-// Fixed by the platform: format code at 16, first plane's size at 240, first plane's address at 336,
-// port index at 824. The rest is the arrangement that those four leave: four plane formats of 13
-// words fill the room from the format code to the plane count, which stands before the plane sizes
-// as in every record of this platform that counts an array.
+// Fixed by the platform: format code at 16, first plane's size at 240, first plane's address at
+// 336, port index at 824. The rest is the arrangement that those four leave: four plane formats of
+// 13 words fill the room from the format code to the plane count, which stands before the plane
+// sizes as in every record of this platform that counts an array.
 struct ChiImageList {
     std::uint32_t size;
     std::uint32_t reserved;

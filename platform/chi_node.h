@@ -122,9 +122,9 @@ using ChiSetMetadata = CDKResult (*)(const ChiMetadataSet* set);
 using ChiGetVendorTagBase = CDKResult (*)(ChiVendorTagBaseQuery* query);
 using ChiQueryRequestState = CDKResult (*)(void* hChiSession, ChiRequestStateQuery* query);
 
-// The platform writes the node's copy of this table through ChiNodeUtils::SetNodeInterface. How long
-// the table is differs between platform releases, each appending callbacks, so the copy leaves far
-// more room than the last slot the node uses.
+// The platform writes the node's copy of this table through ChiNodeUtils::SetNodeInterface. How
+// long the table is differs between platform releases, each appending callbacks, so the copy leaves
+// far more room than the last slot the node uses.
 struct ChiNodeInterface {
     std::uint32_t size;
     std::uint32_t reserved4;

@@ -21,7 +21,9 @@ constexpr std::size_t kShortestInterface =
 
 } // namespace
 
-void host::SetMetadataProvider(MetadataProvider* provider) { metadataProvider = provider; }
+void host::SetMetadataProvider(MetadataProvider* provider) {
+    metadataProvider = provider;
+}
 
 CDKResult ChiNodeUtils::QueryVendorTag(ChiQueryVendorTag* query, CHIVENDORTAGINFO* info) {
     if (const auto failure = queryVendorTag.Enter()) {

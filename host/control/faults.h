@@ -7,9 +7,9 @@
 #include <string_view>
 #include <vector>
 
-// One switchboard for all stand-ins of the platform: each function that the node can call has a call
-// point, which counts its calls and can be told to fail the n-th of them. The node's real calls go
-// through it, in the tool as in the tests.
+// One switchboard for all stand-ins of the platform: each function that the node can call has a
+// call point, which counts its calls and can be told to fail the n-th of them. The node's real
+// calls go through it, in the tool as in the tests.
 //
 // Thread-safe. Arming is meant to be done while no call is under way.
 namespace host {

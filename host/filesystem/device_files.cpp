@@ -86,7 +86,9 @@ std::vector<std::string> OpenDeviceFiles() {
 
 namespace devicefiles {
 
-bool IsDevicePath(const char* path) { return path != nullptr && StartsInDeviceFolder(path); }
+bool IsDevicePath(const char* path) {
+    return path != nullptr && StartsInDeviceFolder(path);
+}
 
 std::string Locate(const char* devicePath) {
     // "..": a path that climbs out of the device's folders leads nowhere.
@@ -104,10 +106,18 @@ void Opened(std::FILE* stream, const char* devicePath) {
 void Opened(int descriptor, const char* devicePath) {
     Remember(state().descriptors, descriptor, devicePath);
 }
-bool IsOpen(const std::FILE* stream) { return Contains(state().streams, stream); }
-bool IsOpen(int descriptor) { return Contains(state().descriptors, descriptor); }
-bool Closing(const std::FILE* stream) { return Forget(state().streams, stream); }
-bool Closing(int descriptor) { return Forget(state().descriptors, descriptor); }
+bool IsOpen(const std::FILE* stream) {
+    return Contains(state().streams, stream);
+}
+bool IsOpen(int descriptor) {
+    return Contains(state().descriptors, descriptor);
+}
+bool Closing(const std::FILE* stream) {
+    return Forget(state().streams, stream);
+}
+bool Closing(int descriptor) {
+    return Forget(state().descriptors, descriptor);
+}
 
 } // namespace devicefiles
 } // namespace host

@@ -75,7 +75,9 @@ int OpenAt(OpenDescriptor* next, const char* path, int flags, mode_t mode) {
 }
 
 // The permission argument exists only where the call can create a file.
-bool HasMode(int flags) { return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE; }
+bool HasMode(int flags) {
+    return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+}
 
 } // namespace
 

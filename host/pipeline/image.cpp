@@ -24,7 +24,9 @@ Image::Image(Format format, int width, int height, int pitch)
     bytes_.resize(planeSize(0) + (format == Format::Nv12 ? planeSize(1) : 0));
 }
 
-int Image::rowBytes(int index) const { return RowBytes(format_, width_, index); }
+int Image::rowBytes(int index) const {
+    return RowBytes(format_, width_, index);
+}
 
 bool SamePixels(const Image& a, const Image& b) {
     if (a.format() != b.format() || a.width() != b.width() || a.height() != b.height()) {

@@ -133,8 +133,8 @@ void Node::Session::CheckPublishing(const Request& request, const RequestResult&
     const int most = result.code == CDKResultSuccess ? 1 : 0;
     const int least = request.stopped ? 0 : most;
     if (calls < least || calls > most) {
-        pipeline->Complain(Text("with result ", result.code, ", metadata was published ", calls,
-                                " times"));
+        pipeline->Complain(
+            Text("with result ", result.code, ", metadata was published ", calls, " times"));
     }
 }
 
@@ -159,17 +159,25 @@ Node::~Node() {
     }
 }
 
-std::uint64_t Node::postCreateDelay() const { return session_->delay; }
+std::uint64_t Node::postCreateDelay() const {
+    return session_->delay;
+}
 
-BufferNegotiation Node::negotiation() const { return session_->negotiation; }
+BufferNegotiation Node::negotiation() const {
+    return session_->negotiation;
+}
 
-void* Node::handle() const { return session_->node; }
+void* Node::handle() const {
+    return session_->node;
+}
 
 void Node::SetOutputSize(std::uint32_t width, std::uint32_t height) {
     session_->Negotiate(width, height);
 }
 
-std::vector<std::string> Node::TakeComplaints() { return session_->pipeline->TakeComplaints(); }
+std::vector<std::string> Node::TakeComplaints() {
+    return session_->pipeline->TakeComplaints();
+}
 
 RequestResult Node::Process(Request& request) {
     RequestBuffers buffers(request, session_->node);

@@ -107,13 +107,14 @@ NodeLibrary::NodeLibrary(const std::filesystem::path& node, const std::filesyste
     }
 }
 
-NodeLibrary::~NodeLibrary() { Unload(); }
+NodeLibrary::~NodeLibrary() {
+    Unload();
+}
 
 void NodeLibrary::Load(const std::filesystem::path& node, const std::filesystem::path& engine) {
     engine_ = OpenEngine(engine);
     node_ = Open(node, RTLD_LOCAL);
-    const auto entry =
-        reinterpret_cast<void (*)(ChiNodeCallbacks*)>(dlsym(node_, "ChiNodeEntry"));
+    const auto entry = reinterpret_cast<void (*)(ChiNodeCallbacks*)>(dlsym(node_, "ChiNodeEntry"));
     if (entry == nullptr) {
         throw PipelineError(Text(node.string(), " has no ChiNodeEntry"));
     }

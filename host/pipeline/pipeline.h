@@ -74,7 +74,7 @@ struct UseCase {
     std::uint32_t nodeId = 0x10001;
     std::uint32_t nodeInstanceId = 0;
     std::uint32_t nodeMode = 0;
-    bool bareFaceIndex = false; // "SelectFaceIndex" is published outside the request pool
+    bool bareFaceIndex = false;    // "SelectFaceIndex" is published outside the request pool
     std::uint32_t outputWidth = 0; // either 0: no output is negotiated at creation
     std::uint32_t outputHeight = 0;
     std::optional<std::uint32_t> induceSleep; // data of the platform's debug tag

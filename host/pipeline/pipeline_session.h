@@ -69,7 +69,7 @@ private:
     const UseCaseData useCase_;
     const bool bareFaceIndex_;
 
-    std::mutex mutex_; // guards all below
+    std::mutex mutex_;                       // guards all below
     std::map<std::uint32_t, Entry> entries_; // by tag id without pool bits
     std::optional<LiveRequest> live_;
     std::vector<std::string> complaints_;

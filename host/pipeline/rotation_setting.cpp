@@ -24,9 +24,7 @@ Gate& gate() {
 
 RotationSetting::RotationSetting(std::uint32_t degrees) {
     std::unique_lock lock(gate().mutex);
-    gate().freed.wait(lock, [degrees] {
-        return gate().holders == 0 || gate().degrees == degrees;
-    });
+    gate().freed.wait(lock, [degrees] { return gate().holders == 0 || gate().degrees == degrees; });
     if (gate().holders == 0) {
         gate().degrees = degrees;
         SetImageDegree(degrees);

@@ -58,6 +58,8 @@ std::vector<std::string> Sessions::TakeComplaints() {
     return std::exchange(complaints_, {});
 }
 
-std::vector<std::string> TakeStrayComplaints() { return Sessions::Instance().TakeComplaints(); }
+std::vector<std::string> TakeStrayComplaints() {
+    return Sessions::Instance().TakeComplaints();
+}
 
 } // namespace host

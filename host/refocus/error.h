@@ -46,6 +46,8 @@ struct ErrorText {
 // give {"Unknown", ...}.
 ErrorText Describe(std::int64_t result);
 
-inline std::int64_t Result(Error error) { return static_cast<std::int64_t>(error); }
+inline std::int64_t Result(Error error) {
+    return static_cast<std::int64_t>(error);
+}
 
 } // namespace refocus

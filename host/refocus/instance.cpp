@@ -32,7 +32,9 @@ std::int32_t SizeOf(const DepthMap& depth) {
 
 } // namespace
 
-void Instance::Reset() { depth_.reset(); }
+void Instance::Reset() {
+    depth_.reset();
+}
 
 Error Instance::SetImageInfo(const TSL_DCR_CAMERAIMAGEINFO* info) {
     if (info == nullptr) {

@@ -176,7 +176,9 @@ cv::Mat Rectification::Left(const cv::Mat& main) const {
     return Rectify(main, mainMapX_, mainMapY_);
 }
 
-cv::Mat Rectification::Right(const cv::Mat& aux) const { return Rectify(aux, auxMapX_, auxMapY_); }
+cv::Mat Rectification::Right(const cv::Mat& aux) const {
+    return Rectify(aux, auxMapX_, auxMapY_);
+}
 
 cv::Mat Rectification::ToMain(const cv::Mat& left) const {
     cv::Mat map = mirrored_ ? Mirror(left) : left;

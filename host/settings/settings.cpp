@@ -37,4 +37,6 @@ SettingsManager* SettingsManager::GetInstance() {
 
 } // namespace CamX
 
-void host::SetImageDegree(std::uint32_t degrees) { settings().SetImageDegree(degrees); }
+void host::SetImageDegree(std::uint32_t degrees) {
+    settings().SetImageDegree(degrees);
+}

@@ -172,10 +172,14 @@ TEST_F(NodeTest, CreationFailures) {
     };
     const std::string section = " during GetVendorTagBase for: com.qti.camera.streamCropInfo ";
     const Case cases[] = {
-        {"a tag is unknown", failTag("StreamCropInfo", 6), 6,
+        {"a tag is unknown",
+         failTag("StreamCropInfo", 6),
+         6,
          {"TSL_CTB: operator(): #: Error: CDKResultENoSuch" + section + "StreamCropInfo\n",
           "BaseInitialize: #:  res: 6 NULL POINTER!"}},
-        {"a code beyond the table", failTag("EnableStreamCrop", 38), 38,
+        {"a code beyond the table",
+         failTag("EnableStreamCrop", 38),
+         38,
          {"TSL_CTB: operator(): #: Error: 38" + section + "EnableStreamCrop\n",
           "BaseInitialize: #:  res: 38 NULL POINTER!"}},
         {"no camera configuration",
@@ -184,7 +188,9 @@ TEST_F(NodeTest, CreationFailures) {
          },
          1,
          {"TSL_CTB: ConfigureCameraInfo: #: pPhysicalCameraConfigs not updated for BOKEH\n"}},
-        {"five cameras", [](NodeTest&, Record& configs, Record&) { configs.Set(0, 5u); }, 1,
+        {"five cameras",
+         [](NodeTest&, Record& configs, Record&) { configs.Set(0, 5u); },
+         1,
          {"TSL_CTB: ConfigureCameraInfo: #: Number of linked cameras 5, exceeds max supported "
           "linked cameras 4 \n"}},
         {"no input configuration",
@@ -246,31 +252,52 @@ TEST_F(NodeTest, EngineAndCalibrationFailuresStillGiveANode) {
         return [=] { platform().engine.results[function] = result; };
     };
     const Case cases[] = {
-        {"init", fail("TSL_DCIR_Init", -(1LL << 40) - 3),
+        {"init",
+         fail("TSL_DCIR_Init", -(1LL << 40) - 3),
          {"TSL_CTB: IniEngine: #: Initialize TSL_DCIR_Init res = -1099511627779\n",
           "IniEngine: #: res: -3 NULL POINTER!"},
-         0, ""},
-        {"image info", fail("TSL_DCIR_SetCameraImageInfo", 9),
+         0,
+         ""},
+        {"image info",
+         fail("TSL_DCIR_SetCameraImageInfo", 9),
          {"TSL_CTB: IniEngine: #: TSL_DCIR_SetCameraImageInfo failed res = 9\n",
           "IniEngine: #: res: 9 NULL POINTER!"},
-         1, ""},
-        {"no file", [this] { std::filesystem::remove(root_.string() + kFirstCalibration); },
-         {fail1 + " fail\n", fail2 + " fail\n", none}, 0, ""},
-        {"short, long", [this] { WriteCalibration(kFirstCalibration, 2047);
-                                 WriteCalibration(kSecondCalibration, 2049); },
-         {none}, 0, ""},
-        {"short, good", [this] { WriteCalibration(kFirstCalibration, 2047);
-                                 WriteCalibration(kSecondCalibration, 2048, 's'); },
-         {second}, 1, bytes},
-        {"refused twice", fail("TSL_DCIR_SetCaliData", 4),
+         1,
+         ""},
+        {"no file",
+         [this] { std::filesystem::remove(root_.string() + kFirstCalibration); },
+         {fail1 + " fail\n", fail2 + " fail\n", none},
+         0,
+         ""},
+        {"short, long",
+         [this] {
+             WriteCalibration(kFirstCalibration, 2047);
+             WriteCalibration(kSecondCalibration, 2049);
+         },
+         {none},
+         0,
+         ""},
+        {"short, good",
+         [this] {
+             WriteCalibration(kFirstCalibration, 2047);
+             WriteCalibration(kSecondCalibration, 2048, 's');
+         },
+         {second},
+         1,
+         bytes},
+        {"refused twice",
+         fail("TSL_DCIR_SetCaliData", 4),
          {"TSL_CTB: GetCalibrationBinData: #:  : Initialize SetCaliData res = 4\n",
           "TSL_CTB: GetCalibrationBinData: #:  : Initialize SetCaliData res = 4\n", none},
-         0, bytes},
+         0,
+         bytes},
         {"a size of zero", [] { platform().engine.calibrationSizes[3] = 0; }, {none}, 0, bytes},
-        {"sizes in spite of a failure", fail("TSL_DCIR_GetImageSizeInCalibration", 2),
+        {"sizes in spite of a failure",
+         fail("TSL_DCIR_GetImageSizeInCalibration", 2),
          {"TSL_CTB: GetCalibrationData: #: : read  cali data success, path: " +
           std::string(kFirstCalibration) + " length:2\n"},
-         1, std::string(2048, 'c')},
+         1,
+         std::string(2048, 'c')},
     };
     WriteCalibration(kSecondCalibration, 2048, 's');
     for (const Case& test : cases) {
@@ -323,8 +350,7 @@ void* AllocateArray(std::size_t size, const std::nothrow_t& tag) noexcept {
 
 TEST_F(NodeTest, OutOfMemoryAtCreation) {
     {
-        const support::ImportPatch patch(library_, "_Znwm",
-                                         reinterpret_cast<void*>(&AllocateSome));
+        const support::ImportPatch patch(library_, "_Znwm", reinterpret_cast<void*>(&AllocateSome));
         for (const int nth : {0, 1}) { // the object, its vector
             platform().log.clear();
             g_allocationsLeft = nth;

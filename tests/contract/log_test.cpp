@@ -31,11 +31,11 @@ std::vector<std::string> Rendered() {
 
 TEST_F(NodeTest, LogOfOneLife) {
     setenv("TZ", "UTC", 1);
-    const support::ImportPatch clock(
-        library_, "gettimeofday", reinterpret_cast<void*>(+[](timeval* now, void*) {
-            *now = {1706745599, 0};
-            return 0;
-        }));
+    const support::ImportPatch clock(library_, "gettimeofday",
+                                     reinterpret_cast<void*>(+[](timeval* now, void*) {
+                                         *now = {1706745599, 0};
+                                         return 0;
+                                     }));
     platform().properties["persist.vendor.camera.tessola.log"] = "6";
     platform().properties["persist.vendor.camera.tessola.cb.dumpimg"] = "1";
     inputConfig_.Set(0, 1u);

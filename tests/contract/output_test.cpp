@@ -29,10 +29,9 @@ TEST_F(NodeTest, PublishesSevenTagsPerRequest) {
         const Published& published = LastPublished();
         EXPECT_EQ(published.session, reinterpret_cast<std::uint64_t>(&platform()));
         EXPECT_EQ(published.ids,
-                  (std::vector<std::uint32_t>{kVendorTagBase, kVendorTagBase + 1,
-                                              kVendorTagBase + 2, kVendorTagBase + 3,
-                                              TagId("depthpicturesize"),
-                                              TagId("OutputMetadataBokeh"), TagId("PtFocus")}));
+                  (std::vector<std::uint32_t>{
+                      kVendorTagBase, kVendorTagBase + 1, kVendorTagBase + 2, kVendorTagBase + 3,
+                      TagId("depthpicturesize"), TagId("OutputMetadataBokeh"), TagId("PtFocus")}));
         EXPECT_EQ(published.sizes, (std::vector<std::uint64_t>{64, 1, 1, 2, 4, 12, 2}));
         EXPECT_EQ(published.requestIds, std::vector<std::uint64_t>(7, frame * 100));
         EXPECT_EQ(published.data[0], "SupportedFeatureQavCTB" + std::string(42, '\0'));
@@ -49,9 +48,9 @@ TEST_F(NodeTest, RankDecidesTheMasterWhileTwoAreLinked) {
         float first, second;
         std::uint32_t linked, master, activeMap;
     };
-    for (const Case& test : {Case{1, 2, 2, 20, 3}, Case{2, 1, 2, 10, 3}, Case{1, 1, 2, 10, 3},
-                             Case{NAN, 1, 2, 10, 3}, Case{1, 2, 1, 10, 0}, Case{1, 2, 4, 10, 0},
-                             Case{1, 2, 0, 0, 0}}) {
+    for (const Case& test :
+         {Case{1, 2, 2, 20, 3}, Case{2, 1, 2, 10, 3}, Case{1, 1, 2, 10, 3}, Case{NAN, 1, 2, 10, 3},
+          Case{1, 2, 1, 10, 0}, Case{1, 2, 4, 10, 0}, Case{1, 2, 0, 0, 0}}) {
         cameraConfigs_.Set(0, test.linked);
         cameraConfigs_.Set(12, test.first);
         cameraConfigs_.Set(12 + 2056, test.second);
@@ -218,7 +217,8 @@ TEST_F(NodeTest, ImagesThatCannotBeUsed) {
         {"aux without chroma", kAux, planes(1), kCopied, false},
         {"aux without an address", kAux, [](Record& r) { r.Set<void*>(336, nullptr); }, kCopied,
          false},
-        {"aux with a pitch below its width", kAux, [](Record& r) { r.Set(32, 63); }, kCopied, false},
+        {"aux with a pitch below its width", kAux, [](Record& r) { r.Set(32, 63); }, kCopied,
+         false},
         {"main of format 5", kMain, format(5), kUntouched, true},
         {"main without size", kMain, [](Record& r) { r.Set(12, 0); }, kUntouched, false},
         {"main without planes", kMain, planes(0), kUntouched, false},
@@ -335,16 +335,16 @@ TEST_F(NodeTest, DumpsHoldTheRequest) {
     main_.list.SetWords(24, {62, 47}); // the list's own plane size names the text file
     metadata_.Set(Slot(0) + 192, std::uint8_t{2});
     metadata_.SetWords(Slot(0) + 204, {4, 6, 10, 12, 20, 22, 5, 6});
-    const support::ImportPatch clock(
-        library_, "gettimeofday", reinterpret_cast<void*>(+[](timeval* now, void*) {
-            *now = {1706745599, 999999}; // 2024-01-31 23:59:59
-            return 0;
-        }));
+    const support::ImportPatch clock(library_, "gettimeofday",
+                                     reinterpret_cast<void*>(+[](timeval* now, void*) {
+                                         *now = {1706745599, 999999}; // 2024-01-31 23:59:59
+                                         return 0;
+                                     }));
     CreateAndProcess();
     const std::string stem = "IMG_20240131_235959_";
-    EXPECT_EQ(DumpNames(), (Texts{stem + "0_62x47_metadata.txt", stem + "0_80x48.Y8",
-                                  stem + "0_80x48.nv12", stem + "1_96x48.nv12",
-                                  stem + "res_72x48.nv12"}));
+    EXPECT_EQ(DumpNames(),
+              (Texts{stem + "0_62x47_metadata.txt", stem + "0_80x48.Y8", stem + "0_80x48.nv12",
+                     stem + "1_96x48.nv12", stem + "res_72x48.nv12"}));
     const std::filesystem::path folder = kDumpFolder;
     EXPECT_EQ(ReadDeviceFile(folder / (stem + "0_80x48.nv12")),
               std::string(main_.bytes.begin(), main_.bytes.end()));

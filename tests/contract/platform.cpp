@@ -33,10 +33,18 @@ namespace contract {
 namespace {
 
 const char* const kTags[] = {
-    "InputMetadataBokeh", "OutputMetadataBokeh",   "depthpicturesize",
-    "PhysicalCameraConfigs", "PhysicalCameraInputConfig", "OEMFDResults",
-    "StreamCropInfo",     "EnableStreamCrop",      "status",
-    "SelectFaceIndex",    "PtFocus",               "InduceSleep",
+    "InputMetadataBokeh",
+    "OutputMetadataBokeh",
+    "depthpicturesize",
+    "PhysicalCameraConfigs",
+    "PhysicalCameraInputConfig",
+    "OEMFDResults",
+    "StreamCropInfo",
+    "EnableStreamCrop",
+    "status",
+    "SelectFaceIndex",
+    "PtFocus",
+    "InduceSleep",
 };
 
 std::uint32_t GetVendorTagBase(void* query) {
@@ -137,8 +145,7 @@ extern "C" int __android_log_print(int priority, const char* tag, const char* fo
     std::vsnprintf(text, sizeof(text), format, arguments);
     va_end(arguments);
     static const std::regex place("^(TSL_CTB: )?([^:]+): [0-9]+:");
-    platform().log.push_back(
-        {priority, tag, format, std::regex_replace(text, place, "$1$2: #:")});
+    platform().log.push_back({priority, tag, format, std::regex_replace(text, place, "$1$2: #:")});
     return 0;
 }
 

@@ -6,8 +6,9 @@
 #include <string>
 #include <vector>
 
-// A platform and an engine of this test's own, in plain bytes: nothing of the node's headers is used,
-// so that what holds here holds for any process that supplies the documented functions and records.
+// A platform and an engine of this test's own, in plain bytes: nothing of the node's headers is
+// used, so that what holds here holds for any process that supplies the documented functions and
+// records.
 namespace contract {
 
 // A binary record, written and read by byte offset. Zero at first.
@@ -66,7 +67,7 @@ struct Engine {
     std::vector<std::string> calls;
     int instances = 0;
     std::vector<std::vector<std::int32_t>> imageInfos; // five words a call
-    std::vector<std::int32_t> focus;                   // x, y, faces, then each face and orientation
+    std::vector<std::int32_t> focus; // x, y, faces, then each face and orientation
     std::int32_t blur = -1;
     std::int32_t processSize = -1;
     std::string calibration;

@@ -51,8 +51,8 @@ CaptureTest::CaptureTest()
     char folder[] = "/tmp/capture-test-XXXXXX";
     root_ = mkdtemp(folder);
     std::filesystem::create_directories(root_ / "data/vendor/camera");
-    const auto calibration = refocus::WriteCalibration(refocus::CalibrationOfRectifiedPair(
-        {kWidth, kHeight, kWidth, kHeight, 300.0, 12.0, 0.0}));
+    const auto calibration = refocus::WriteCalibration(
+        refocus::CalibrationOfRectifiedPair({kWidth, kHeight, kWidth, kHeight, 300.0, 12.0, 0.0}));
     WriteFile(root_ / "mnt/vendor/persist/camera/dualcam_cali.bin", calibration);
     WriteFile(root_ / "vendor/etc/camera/dualcam_cali.bin", calibration);
     Library();

@@ -40,7 +40,8 @@ TEST_F(CaptureTest, BackgroundIsBlurredSubjectIsNot) {
     EXPECT_GT(ratio(kWidth / 2 - 20, kHeight / 2 - 20), 0.95);
     EXPECT_LT(ratio(8, 8), 0.5);
     EXPECT_LT(ratio(kWidth - 50, kHeight - 50), 0.5);
-    EXPECT_GT(depth_.plane(0)[120 * depth_.pitch() + 160], depth_.plane(0)[20 * depth_.pitch() + 60])
+    EXPECT_GT(depth_.plane(0)[120 * depth_.pitch() + 160],
+              depth_.plane(0)[20 * depth_.pitch() + 60])
         << "nearer is larger in the depth output";
 }
 

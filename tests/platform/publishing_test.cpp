@@ -36,8 +36,8 @@ TEST(Metadata, IsAnsweredOnlyUnderItsPoolTypeSessionAndRequest) {
     const ChiNodeInterface& platform = host::PlatformInterface();
     const host::MetadataQuery ofUseCase{
         0, configs | kTagPoolCameraConfig, kType, &platform, session->handle(), 0};
-    const host::MetadataQuery ofRequest{
-        7, input | kTagPoolRequest, kType, &platform, session->handle(), 0};
+    const host::MetadataQuery ofRequest{7,         input | kTagPoolRequest, kType,
+                                        &platform, session->handle(),       0};
     using Query = host::MetadataQuery;
     const struct {
         const char* what;

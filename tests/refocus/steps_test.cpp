@@ -61,7 +61,9 @@ struct GeometryCase {
     std::function<void(Views&, Calibration&, ImageGeometry&)> change;
 };
 
-void PrintTo(const GeometryCase& test, std::ostream* out) { *out << test.name; }
+void PrintTo(const GeometryCase& test, std::ostream* out) {
+    *out << test.name;
+}
 
 void TurnAll(Views& views, cv::RotateFlags turn) {
     for (cv::Mat* image : {&views.main, &views.aux, &views.truth}) {
