@@ -1,0 +1,380 @@
+// Runs the built tool as a user does.
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <png.h>
+#include <turbojpeg.h>
+
+#include "tests/tool/tool_runner.h"
+#include "tools/image_file.h"
+
+namespace fs = std::filesystem;
+using Names = std::vector<std::string>;
+
+namespace {
+
+constexpr int kWidth = 320;
+constexpr int kHeight = 240;
+
+// A near square, twelve pixels further left in the aux picture, before a far wall.
+bool InSquare(int x, int y) {
+    return x >= 110 && x < 210 && y >= 70 && y < 170;
+}
+constexpr int kNear = 16;
+constexpr int kFar = 4;
+
+RgbImage MainPicture(int width = kWidth, int height = kHeight) {
+    return Paint(width, height, [](int x, int y) {
+        return InSquare(x, y) ? Texture(x + 3000, y) : Texture(x + 1000, y + 500);
+    });
+}
+
+RgbImage AuxPicture() {
+    return Paint(kWidth, kHeight, [](int x, int y) {
+        return InSquare(x + kNear, y) ? Texture(x + kNear + 3000, y)
+                                      : Texture(x + kFar + 1000, y + 500);
+    });
+}
+
+// Broad areas of strong colours, which show swapped channels and survive chroma at half size.
+Colour Coloured(int x, int y) {
+    constexpr std::array<Colour, 4> kColours{
+        {{200, 30, 40}, {30, 60, 210}, {40, 190, 60}, {220, 200, 30}}};
+    const int quarter = (x >= kWidth / 2 ? 1 : 0) + (y >= kHeight / 2 ? 2 : 0);
+    return kColours[static_cast<std::size_t>(quarter)];
+}
+
+double WorstDifference(const RgbImage& a, const RgbImage& b) {
+    if (a.width != b.width || a.height != b.height) {
+        return INFINITY;
+    }
+    int worst = 0;
+    for (std::size_t i = 0; i < a.bytes.size(); ++i) {
+        worst = std::max(worst, std::abs(int{a.bytes[i]} - int{b.bytes[i]}));
+    }
+    return worst;
+}
+
+// Mean step from pixel to pixel along rows: what blur takes away.
+double Sharpness(const RgbImage& picture, int left, int top, int right, int bottom) {
+    double sum = 0;
+    for (int y = top; y < bottom; ++y) {
+        for (int x = left; x < right; ++x) {
+            const auto at = static_cast<std::size_t>((y * picture.width + x) * 3 + 1);
+            sum += std::abs(picture.bytes[at + 3] - picture.bytes[at]);
+        }
+    }
+    return sum / ((right - left) * (bottom - top));
+}
+
+std::vector<std::uint8_t> Jpeg(const RgbImage& picture) {
+    unsigned char* bytes = nullptr;
+    unsigned long size = 0;
+    const tjhandle jpeg = tjInitCompress();
+    tjCompress2(jpeg, picture.bytes.data(), picture.width, 0, picture.height, TJPF_RGB, &bytes,
+                &size, TJSAMP_444, 98, 0);
+    const std::vector<std::uint8_t> copy(bytes, bytes + size);
+    tjFree(bytes);
+    tjDestroy(jpeg);
+    return copy;
+}
+
+// The same colours in 16 bits a channel, as a scanner writes them: in the file's order of bytes.
+void WriteDeepPng(const fs::path& path, const RgbImage& picture) {
+    std::FILE* file = std::fopen(path.c_str(), "wb");
+    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+    png_infop info = png_create_info_struct(png);
+    png_init_io(png, file);
+    png_set_IHDR(png, info, static_cast<png_uint_32>(picture.width),
+                 static_cast<png_uint_32>(picture.height), 16, PNG_COLOR_TYPE_RGB,
+                 PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+    png_write_info(png, info);
+    for (int y = 0; y < picture.height; ++y) {
+        std::vector<std::uint8_t> row;
+        for (int i = 0; i < picture.pitch(); ++i) {
+            const auto at = static_cast<std::size_t>(y * picture.pitch() + i);
+            row.insert(row.end(), 2, picture.bytes[at]);
+        }
+        png_write_row(png, row.data());
+    }
+    png_write_end(png, info);
+    png_destroy_write_struct(&png, &info);
+    std::fclose(file);
+}
+
+class RenderTest : public testing::Test {
+protected:
+    void SetUp() override {
+        std::string name = (fs::temp_directory_path() / "tool-test-XXXXXX").string();
+        ASSERT_NE(::mkdtemp(name.data()), nullptr);
+        folder_ = name;
+        WriteBytes(folder_ / "main.png", EncodePng(MainPicture()));
+        WriteBytes(folder_ / "aux.png", EncodePng(AuxPicture()));
+    }
+    void TearDown() override { fs::remove_all(folder_); }
+
+    ToolRun Render(Names more, const char* main = "main.png", const char* aux = "aux.png",
+                   const char* output = "out") {
+        Names arguments{"render", main, aux, "-o", output};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return RunTool(arguments, folder_);
+    }
+    nlohmann::json Tags() const {
+        std::ifstream stream(folder_ / "out/tags.json");
+        return nlohmann::json::parse(stream);
+    }
+    RgbImage Output() const { return ReadImageFile(folder_ / "out/output.png"); }
+
+    fs::path folder_;
+};
+
+struct BadUse {
+    const char* name;
+    const char* main;
+    Names more;
+    Names said; // on standard error
+    const char* output = "out";
+};
+
+class BadUseTest : public RenderTest, public testing::WithParamInterface<BadUse> {};
+
+TEST_P(BadUseTest, NamesWhatIsWrongAndLeavesNothing) {
+    const auto half = [](std::vector<std::uint8_t> bytes) {
+        bytes.resize(bytes.size() / 2);
+        return bytes;
+    };
+    WriteBytes(folder_ / "half.png", half(EncodePng(MainPicture())));
+    WriteBytes(folder_ / "half.jpg", half(Jpeg(MainPicture())));
+    WriteBytes(folder_ / "words.txt", {'w', 'o', 'r', 'd', 's'});
+    WriteBytes(folder_ / "empty.png", {});
+    WriteBytes(folder_ / "short.bin", std::vector<std::uint8_t>(2047));
+    const Names before = NamesIn(folder_);
+
+    const ToolRun run = Render(GetParam().more, GetParam().main, "aux.png", GetParam().output);
+
+    EXPECT_EQ(run.exitCode, 2);
+    for (const std::string& text : GetParam().said) {
+        EXPECT_NE(run.errors.find(text), std::string::npos) << text << " in:\n" << run.errors;
+    }
+    EXPECT_EQ(NamesIn(folder_), before);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, BadUseTest,
+    testing::Values(
+        BadUse{"MissingFile", "none.png", {}, {"none.png", "expected a file, found none"}},
+        BadUse{"Folder", ".", {}, {"expected a file, found a folder"}},
+        BadUse{
+            "NoPicture", "words.txt", {}, {"words.txt", "expected a JPEG or PNG", "another kind"}},
+        BadUse{"EmptyFile", "empty.png", {}, {"empty.png", "found an empty file"}},
+        BadUse{"TruncatedPng", "half.png", {}, {"half.png", "whole PNG", "damaged"}},
+        BadUse{"TruncatedJpeg", "half.jpg", {}, {"half.jpg", "whole JPEG", "damaged"}},
+        BadUse{"BlurTooStrong", "main.png", {"--blur", "101"}, {"--blur", "0 to 100", "\"101\""}},
+        BadUse{"BlurInWords", "main.png", {"--blur", "5x"}, {"--blur", "\"5x\""}},
+        BadUse{"OddRotation", "main.png", {"--rotation", "45"}, {"0, 90, 180 or 270", "\"45\""}},
+        BadUse{"HalfAPoint", "main.png", {"--focus", "12"}, {"--focus", "X,Y", "\"12\""}},
+        BadUse{"PointOutside", "main.png", {"--focus", "320,5"}, {"320x240", "320,5"}},
+        BadUse{"TwoFocuses", "main.png", {"--focus", "5,5", "--af-region", "1,1,2,2"}, {"--focus"}},
+        BadUse{"RegionTurned", "main.png", {"--af-region", "9,9,3,12"}, {"not left of L"}},
+        BadUse{"OddSize", "main.png", {"--size", "401x300"}, {"--size", "even", "401x300"}},
+        BadUse{"NarrowPitch", "main.png", {"--pitch", "319"}, {"--pitch", "at least 320", "319"}},
+        BadUse{"NoValue", "main.png", {"--set", "persist.x"}, {"--set", "NAME=VALUE", "persist.x"}},
+        BadUse{"LongValue", "main.png", {"--set", "a=" + std::string(92, 'x')}, {"91 bytes"}},
+        BadUse{"ShortCalibration",
+               "main.png",
+               {"--calibration", "short.bin"},
+               {"short.bin", "2048", "found 2047"}},
+        BadUse{"NoLibrary", "main.png", {"--node", "none.so"}, {"--node", "none.so"}},
+        BadUse{"OutputIsFile", "main.png", {}, {"words.txt", "folder"}, "words.txt"},
+        BadUse{"OutputBelowFile", "main.png", {}, {"words.txt/deep", "folder"}, "words.txt/deep"},
+        BadUse{"UnknownOption", "main.png", {"--blurr", "5"}, {"--blurr"}}),
+    [](const auto& test) { return std::string(test.param.name); });
+
+TEST_F(RenderTest, FocusedSquareStaysSharpBeforeABlurredWall) {
+    const ToolRun run = Render({"--focus", "160,121", "--blur", "90", "--rotation", "0"});
+
+    ASSERT_EQ(run.exitCode, 0) << run.errors;
+    EXPECT_EQ(run.errors.find('\033'), std::string::npos) << "progress belongs on terminals only";
+    EXPECT_EQ(NamesIn(folder_ / "out"), (Names{"disparity.png", "output.png", "tags.json"}));
+    const RgbImage before = MainPicture();
+    const RgbImage after = Output();
+    ASSERT_EQ(after.width, kWidth);
+    ASSERT_EQ(after.height, kHeight);
+    EXPECT_GT(Sharpness(after, 130, 90, 190, 150), 0.8 * Sharpness(before, 130, 90, 190, 150));
+    EXPECT_LT(Sharpness(after, 240, 40, 300, 200), 0.5 * Sharpness(before, 240, 40, 300, 200));
+
+    const auto tags = Tags();
+    EXPECT_EQ(tags["result"], 0);
+    EXPECT_EQ(tags["copiedMainImage"], false);
+    EXPECT_TRUE(tags["complaints"].empty()) << tags["complaints"];
+    const auto& published = tags["published"];
+    EXPECT_EQ(published["SupportedFeature"], "SupportedFeatureQavCTB");
+    EXPECT_EQ(published["PtFocus"], (std::vector{160, 121}));
+    EXPECT_EQ(published["FrameDimension"], (std::vector{kWidth, kHeight}));
+    EXPECT_EQ(published["ProcessedFrameNumber"], 1);
+    EXPECT_EQ(published["OutputMetadataBokeh"]["depthEffectInfo"], 0);
+    EXPECT_GT(published["depthpicturesize"], 0);
+    EXPECT_EQ(tags["parameters"]["blur"], 90);
+}
+
+struct FocusCase {
+    const char* name;
+    Names more;
+    std::vector<int> point;
+};
+
+class FocusTest : public RenderTest, public testing::WithParamInterface<FocusCase> {};
+
+// Cheap runs: a debug view leaves out the engine, the focus is published all the same.
+TEST_P(FocusTest, IsPublished) {
+    Names more{"--debug-view", "1"};
+    more.insert(more.end(), GetParam().more.begin(), GetParam().more.end());
+    const ToolRun run = Render(more);
+    ASSERT_EQ(run.exitCode, 0) << run.errors;
+    EXPECT_EQ(Tags()["published"]["PtFocus"], GetParam().point);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, FocusTest,
+    testing::Values(
+        FocusCase{"Middle", {}, {160, 120}}, FocusCase{"Point", {"--focus", "31,207"}, {31, 207}},
+        FocusCase{"LastPixel", {"--focus", "319,239"}, {319, 239}},
+        FocusCase{"FirstPixel", {"--focus", "0,0"}, {1, 1}},
+        FocusCase{"Region", {"--af-region", "100,40,139,59"}, {120, 50}},
+        FocusCase{"LargestFace", {"--face", "10,20,31,31", "--face", "200,100,41,41"}, {220, 120}},
+        FocusCase{"ChosenFace",
+                  {"--face", "10,20,31,31", "--face", "200,100,41,41", "--select-face", "0"},
+                  {25, 35}},
+        FocusCase{"PointBeforeFace", {"--face", "10,20,31,31", "--focus", "90,80"}, {90, 80}},
+        FocusCase{
+            "ModeAsked", {"--face", "10,20,31,31", "--focus", "90,80", "--af-mode", "4"}, {25, 35}},
+        FocusCase{
+            "Scaled", {"--size", "640x480", "--pitch", "704", "--focus", "600,400"}, {600, 400}}),
+    [](const auto& test) { return std::string(test.param.name); });
+
+TEST_F(RenderTest, FallbackSaysSoAndCopiesTheMainPicture) {
+    ASSERT_EQ(Render({}).exitCode, 0);
+    WriteBytes(folder_ / "flat.png", EncodePng(Paint(kWidth, kHeight, [](int, int) {
+                   return Colour{90, 140, 60};
+               })));
+
+    const ToolRun run = Render({}, "flat.png", "flat.png");
+
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_NE(run.errors.find("copy of the main picture"), std::string::npos) << run.errors;
+    EXPECT_NE(run.errors.find("because: TSL_DCIR_CalcDisparityData failed"), std::string::npos)
+        << run.errors;
+    EXPECT_LE(WorstDifference(Output(), ReadImageFile(folder_ / "flat.png")), 3);
+    EXPECT_EQ(Tags()["copiedMainImage"], true);
+    EXPECT_EQ(Tags()["published"]["OutputMetadataBokeh"]["depthEffectInfo"], 1);
+    EXPECT_FALSE(fs::exists(folder_ / "out/disparity.png")) << "left from the run before";
+}
+
+TEST_F(RenderTest, CalibrationOfOtherSizesFallsBackAndNamesBoth) {
+    ASSERT_EQ(Render({"--device-root", "device"}).exitCode, 0);
+    const ToolRun run = Render({"--device-root", "device", "--size", "400x300"});
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_NE(run.errors.find("because: "), std::string::npos) << run.errors;
+    EXPECT_NE(run.errors.find("[320, 240]"), std::string::npos) << run.errors;
+    EXPECT_NE(run.errors.find("[400, 300]"), std::string::npos) << run.errors;
+}
+
+TEST_F(RenderTest, LibraryThatDoesNotLoadLeavesNothing) {
+    WriteBytes(folder_ / "words.so", {'w', 'o', 'r', 'd', 's'});
+    for (const char* option : {"--node", "--engine"}) {
+        const ToolRun run = Render({option, "words.so"});
+        EXPECT_EQ(run.exitCode, 1);
+        EXPECT_NE(run.errors.find("words.so"), std::string::npos) << run.errors;
+        EXPECT_FALSE(fs::exists(folder_ / "out"));
+    }
+}
+
+TEST_F(RenderTest, InterruptionLeavesNothing) {
+    const Names before = NamesIn(folder_);
+    const int signal = InterruptTool(
+        {"render", "main.png", "aux.png", "-o", "deep/out", "--size", "4000x3000", "--dump"},
+        folder_, [this] { return fs::exists(folder_ / "deep/out"); });
+    EXPECT_EQ(signal, SIGTERM);
+    EXPECT_EQ(NamesIn(folder_), before);
+}
+
+class FormatTest : public RenderTest, public testing::WithParamInterface<const char*> {};
+
+TEST_P(FormatTest, ColoursComeThrough) {
+    const RgbImage picture = Paint(kWidth, kHeight, Coloured);
+    WriteBytes(folder_ / "colours.png", EncodePng(picture));
+    WriteBytes(folder_ / "colours.jpg", Jpeg(picture));
+    WriteDeepPng(folder_ / "deep.png", picture);
+    const ToolRun run = Render({"--debug-view", "1"}, GetParam());
+    ASSERT_EQ(run.exitCode, 0) << run.errors;
+    EXPECT_LE(WorstDifference(Output(), picture), 6);
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, FormatTest,
+                         testing::Values("colours.png", "colours.jpg", "deep.png"),
+                         [](const auto& test) {
+                             std::string name = test.param;
+                             std::ranges::replace(name, '.', '_');
+                             return name;
+                         });
+
+TEST_F(RenderTest, DebugViews) {
+    WriteBytes(folder_ / "colours.png", EncodePng(Paint(kWidth, kHeight, Coloured)));
+    const auto view = [this](const char* number) {
+        EXPECT_EQ(Render({"--debug-view", number}, "main.png", "colours.png").exitCode, 0);
+        EXPECT_EQ(NamesIn(folder_ / "out"), (Names{"output.png", "tags.json"}));
+        EXPECT_EQ(Tags()["published"]["depthpicturesize"], 0);
+        return Output();
+    };
+    EXPECT_LE(WorstDifference(view("1"), MainPicture()), 3);
+    EXPECT_LE(WorstDifference(view("2"), Paint(kWidth, kHeight, Coloured)), 6);
+    const RgbImage merged = Paint(kWidth, kHeight, [](int x, int y) {
+        return x < kWidth / 2 && y < kHeight / 2 ? Coloured(2 * x, 2 * y) : Colour{};
+    });
+    RgbImage both = view("3");
+    const RgbImage main = MainPicture();
+    for (int y = 0; y < kHeight; ++y) {
+        for (int x = 0; x < kWidth; ++x) {
+            const auto at = static_cast<std::size_t>((y * kWidth + x) * 3 + 1);
+            const RgbImage& source = x < kWidth / 2 && y < kHeight / 2 ? merged : main;
+            ASSERT_NEAR(both.bytes[at], source.bytes[at], 6) << x << "," << y;
+        }
+    }
+}
+
+TEST_F(RenderTest, OddPicturesAreCroppedWithANote) {
+    WriteBytes(folder_ / "odd.png", EncodePng(MainPicture(kWidth - 1, kHeight - 1)));
+    const ToolRun run = Render({"--debug-view", "1"}, "odd.png");
+    ASSERT_EQ(run.exitCode, 0) << run.errors;
+    EXPECT_NE(run.errors.find("319x239 is cropped to even sides, 318x238"), std::string::npos);
+    EXPECT_LE(WorstDifference(Output(), MainPicture(kWidth - 2, kHeight - 2)), 3);
+}
+
+TEST_F(RenderTest, DumpsLandInTheDeviceRootOrBesideTheOutput) {
+    const Names suffixes{"_0_320x240.Y8", "_0_320x240.nv12", "_0_320x240_metadata.txt",
+                         "_1_320x240.nv12", "_res_320x240.nv12"};
+    const auto dumps = [&](const fs::path& where) {
+        Names found;
+        for (const std::string& name : NamesIn(where)) {
+            if (name.starts_with("IMG_")) {
+                found.push_back(name.substr(std::string("IMG_20240131_235959").size()));
+            }
+        }
+        return found;
+    };
+    ASSERT_EQ(Render({"--dump", "--device-root", "device"}).exitCode, 0);
+    EXPECT_EQ(dumps(folder_ / "device/data/vendor/camera"), suffixes);
+    EXPECT_EQ(dumps(folder_ / "out"), Names{});
+    ASSERT_EQ(Render({"--dump"}).exitCode, 0);
+    EXPECT_EQ(dumps(folder_ / "out"), suffixes);
+}
+
+} // namespace

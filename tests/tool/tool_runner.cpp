@@ -1,0 +1,106 @@
+#include "tests/tool/tool_runner.h"
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string ReadText(const fs::path& path) {
+    std::ostringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    return text.str();
+}
+
+[[noreturn]] void Become(const std::vector<std::string>& arguments, const fs::path& folder,
+                         const fs::path& output, const fs::path& errors) {
+    std::vector<char*> pointers{const_cast<char*>(BOKEHNODE)};
+    for (const std::string& argument : arguments) {
+        pointers.push_back(const_cast<char*>(argument.c_str()));
+    }
+    pointers.push_back(nullptr);
+    ::dup2(::open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666), STDOUT_FILENO);
+    ::dup2(::open(errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666), STDERR_FILENO);
+    if (::chdir(folder.c_str()) == 0) {
+        ::execv(BOKEHNODE, pointers.data());
+    }
+    ::_exit(127);
+}
+
+} // namespace
+
+ToolRun RunTool(const std::vector<std::string>& arguments, const fs::path& folder) {
+    const fs::path output = folder.string() + ".stdout";
+    const fs::path errors = folder.string() + ".stderr";
+    const pid_t child = ::fork();
+    if (child == 0) {
+        Become(arguments, folder, output, errors);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    ToolRun run{WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadText(output), ReadText(errors)};
+    fs::remove(output);
+    fs::remove(errors);
+    return run;
+}
+
+int InterruptTool(const std::vector<std::string>& arguments, const fs::path& folder,
+                  const std::function<bool()>& started) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::setenv("TMPDIR", folder.c_str(), 1);
+        Become(arguments, folder, "/dev/null", "/dev/null");
+    }
+    int status = 0;
+    while (!started() && ::waitpid(child, &status, WNOHANG) == 0) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    ::kill(child, SIGTERM);
+    ::waitpid(child, &status, 0);
+    return WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+}
+
+RgbImage Paint(int width, int height, const std::function<Colour(int x, int y)>& colourAt) {
+    RgbImage picture(width, height);
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            picture.Set(x, y, colourAt(x, y));
+        }
+    }
+    return picture;
+}
+
+Colour Texture(int x, int y) {
+    auto hash = static_cast<std::uint32_t>(x / 2) * 2654435761u ^
+                static_cast<std::uint32_t>(y / 2) * 2246822519u;
+    hash = (hash ^ (hash >> 15)) * 3266489917u;
+    const auto grey = static_cast<std::uint8_t>(40 + (hash >> 8) % 176);
+    return {grey, grey, grey};
+}
+
+std::vector<std::string> NamesIn(const fs::path& folder) {
+    std::vector<std::string> names;
+    if (fs::is_directory(folder)) {
+        for (const auto& entry : fs::directory_iterator(folder)) {
+            names.push_back(entry.path().filename().string());
+        }
+    }
+    std::ranges::sort(names);
+    return names;
+}
+
+void WriteBytes(const fs::path& path, const std::vector<std::uint8_t>& bytes) {
+    std::ofstream stream(path, std::ios::binary);
+    stream.write(reinterpret_cast<const char*>(bytes.data()),
+                 static_cast<std::streamsize>(bytes.size()));
+}

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/file_bytes.h"
+#include "tools/render_options.h"
+#include "tools/temporary_folder.h"
+
+// The folder in place of the device's root: the caller's own, or a temporary one. While the object
+// lives, the node's absolute paths lead into it.
+class DeviceFolder {
+public:
+    // Reads what is needed; makes and writes nothing in the caller's folder.
+    explicit DeviceFolder(const RenderOptions& options);
+    ~DeviceFolder();
+    DeviceFolder(const DeviceFolder&) = delete;
+    DeviceFolder& operator=(const DeviceFolder&) = delete;
+
+    // Makes the device's folders and writes the calibration that the node shall find: the caller's
+    // file, else the one that the caller's folder holds already, else a rectified pair's of these
+    // sizes. Throws UseError.
+    void Prepare(Size main, Size aux);
+
+    bool temporary() const { return temporary_.has_value(); }
+
+    // Where the calibration came from, in words.
+    const std::string& calibration() const { return calibrationSource_; }
+
+    // The files that the node has dumped.
+    std::vector<std::filesystem::path> Dumps() const;
+
+private:
+    std::filesystem::path root_;
+    std::optional<TemporaryFolder> temporary_;
+    Bytes calibration_;
+    std::string calibrationSource_;
+    std::uint32_t rotation_ = 0;
+};

@@ -1,0 +1,26 @@
+#include "tools/file_bytes.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <system_error>
+
+#include "tools/errors.h"
+
+Bytes ReadFileBytes(const std::filesystem::path& path) {
+    std::error_code error;
+    const auto status = std::filesystem::status(path, error);
+    if (!std::filesystem::exists(status)) {
+        throw UseError(path.string() + ": expected a file, found none");
+    }
+    if (std::filesystem::is_directory(status)) {
+        throw UseError(path.string() + ": expected a file, found a folder");
+    }
+    errno = 0;
+    std::ifstream stream(path, std::ios::binary);
+    Bytes bytes{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+    if (!stream.is_open() || stream.bad()) {
+        throw UseError(path.string() + ": cannot be read: " + std::strerror(errno));
+    }
+    return bytes;
+}

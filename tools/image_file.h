@@ -1,0 +1,16 @@
+#pragma once
+
+#include <filesystem>
+
+#include "tools/file_bytes.h"
+#include "tools/rgb_image.h"
+
+// The longest side of a picture that the tool takes, in pixels.
+constexpr int kLongestSide = 16384;
+
+// A JPEG or PNG picture, told apart by its first bytes. Grey becomes RGB, 16 bits become 8, what is
+// transparent becomes black. Throws UseError that names the file, what was expected and found.
+RgbImage ReadImageFile(const std::filesystem::path& path);
+
+// The picture as a PNG file's bytes.
+Bytes EncodePng(const RgbImage& image);

@@ -1,0 +1,150 @@
+#include "tools/render.h"
+
+#include <cstdio>
+#include <optional>
+#include <string>
+
+#include "host/pipeline/pipeline.h"
+#include "tools/capture_request.h"
+#include "tools/device_folder.h"
+#include "tools/disparity_picture.h"
+#include "tools/errors.h"
+#include "tools/image_file.h"
+#include "tools/libraries.h"
+#include "tools/log_lines.h"
+#include "tools/nv12.h"
+#include "tools/output_folder.h"
+#include "tools/progress.h"
+#include "tools/run_report.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+Size SizeOf(const host::Image& image) {
+    return {image.width(), image.height()};
+}
+
+host::Image LoadImage(const fs::path& path, const RenderOptions& options) {
+    const RgbImage picture = ReadImageFile(path);
+    if (picture.width % 2 != 0 || picture.height % 2 != 0) {
+        std::fprintf(stderr, "bokehnode: note: %s: %dx%d is cropped to even sides, %dx%d\n",
+                     path.c_str(), picture.width, picture.height, picture.width / 2 * 2,
+                     picture.height / 2 * 2);
+    }
+    const int width = options.size ? options.size->width : picture.width / 2 * 2;
+    if (options.pitch != 0 && options.pitch < width) {
+        throw UseError("--pitch: expected at least " + std::to_string(width) +
+                       ", the bytes of a row of " + path.string() + ", found " +
+                       std::to_string(options.pitch));
+    }
+    if (!options.size) {
+        return RgbToNv12(picture, options.pitch);
+    }
+    return ScaleNv12(RgbToNv12(picture, 0), options.size->width, options.size->height,
+                     options.pitch);
+}
+
+host::RequestResult RunNode(const Libraries& libraries, const host::UseCase& useCase,
+                            host::Request& request) {
+    const host::NodeLibrary library(libraries.node, libraries.engine);
+    std::optional<host::Node> node;
+    {
+        const Progress progress("creating the node");
+        node.emplace(library, useCase);
+    }
+    const Progress progress("processing the request");
+    return node->Process(request);
+}
+
+// Without a debug view the engine's disparity goes with each picture that it had a part in.
+bool IsCopy(const host::Published& published, int debugView) {
+    return debugView == 0 &&
+           (published.result.depthEffectInfo != 0 || published.depthPictureSize <= 0);
+}
+
+void WriteResults(OutputFolder& folder, const RunFacts& facts, const Outcome& outcome,
+                  const DeviceFolder& device) {
+    const Progress progress("writing the results");
+    folder.Write("output.png", EncodePng(Nv12ToRgb(*facts.request.output)));
+    const auto size = outcome.result.published->depthPictureSize;
+    const auto disparity = DisparityPicture(*facts.request.depth, size);
+    if (disparity) {
+        folder.Write("disparity.png", EncodePng(*disparity));
+    } else {
+        folder.Drop("disparity.png");
+        if (size > 0) {
+            std::fprintf(stderr,
+                         "bokehnode: note: no disparity.png: the engine's %d bytes are not "
+                         "one for each pixel\n",
+                         size);
+        }
+    }
+    folder.Write("tags.json", ReportText(facts, outcome));
+    if (device.temporary()) {
+        for (const fs::path& dump : device.Dumps()) {
+            folder.Write(dump.filename().string(), ReadFileBytes(dump));
+        }
+    }
+    folder.Commit();
+}
+
+int Judge(const Outcome& outcome) {
+    for (const std::string& complaint : outcome.result.complaints) {
+        std::fprintf(stderr, "bokehnode: the node broke the interface's rules: %s\n",
+                     complaint.c_str());
+    }
+    if (outcome.copied) {
+        std::fprintf(stderr, "bokehnode: the output is a copy of the main picture\n");
+        for (const std::string& reason : outcome.reasons) {
+            std::fprintf(stderr, "bokehnode: because: %s\n", reason.c_str());
+        }
+    }
+    const bool good = !outcome.copied && outcome.result.complaints.empty();
+    return good ? kExitDone : kExitNodeFailed;
+}
+
+} // namespace
+
+int Render(const RenderOptions& options) {
+    std::optional<Progress> reading("reading the pictures");
+    host::Image main = LoadImage(options.main, options);
+    host::Image aux = LoadImage(options.aux, options);
+    reading.reset();
+
+    const Libraries libraries = FindLibraries(options.node, options.engine);
+    const host::UseCase useCase = UseCaseOf(options, SizeOf(main), SizeOf(aux));
+    host::Request request = RequestOf(options, useCase, SizeOf(main));
+    host::Image output(host::Image::Format::Nv12, main.width(), main.height(), main.pitch());
+    host::Image depth = DepthImage(main);
+    request.inputs = {&main, &aux};
+    request.output = &output;
+    request.depth = &depth;
+    SetProperties(options);
+
+    DeviceFolder device(options);
+    OutputFolder folder(options.output);
+    device.Prepare(SizeOf(main), SizeOf(aux));
+    const LogLines log(options.engine.empty());
+    Outcome outcome;
+    outcome.result = RunNode(libraries, useCase, request);
+    if (!outcome.result.published) {
+        std::fprintf(stderr, "bokehnode: the node published nothing, its result is %u\n",
+                     outcome.result.code);
+        Judge(outcome);
+        return kExitNodeFailed;
+    }
+    const int debugView = DebugView();
+    outcome.copied = IsCopy(*outcome.result.published, debugView);
+    if (outcome.copied) {
+        outcome.reasons = log.Reasons();
+    }
+    const RunFacts facts{options,
+                         request,
+                         debugView,
+                         device.calibration(),
+                         libraries.node.string(),
+                         libraries.engine.string()};
+    WriteResults(folder, facts, outcome, device);
+    return Judge(outcome);
+}
