@@ -18,7 +18,7 @@ constexpr std::uint8_t kBlank = 0x11;
 std::string g_root;
 
 std::FILE* OpenStream(const char* path, const char* mode) {
-    return std::fopen((g_root + path).c_str(), mode);
+    return platform().calls.Fails("fopen") ? nullptr : std::fopen((g_root + path).c_str(), mode);
 }
 
 int OpenFile(const char* path, int flags, ...) {
@@ -26,7 +26,7 @@ int OpenFile(const char* path, int flags, ...) {
     va_start(arguments, flags);
     const int mode = va_arg(arguments, int);
     va_end(arguments);
-    return open((g_root + path).c_str(), flags, mode);
+    return platform().calls.Fails("open") ? -1 : open((g_root + path).c_str(), flags, mode);
 }
 
 } // namespace

@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstdlib>
 #include <functional>
-#include <regex>
 
 #include "tests/contract/fixture.h"
 

@@ -1,8 +1,8 @@
 #include "tests/contract/platform.h"
 
+#include <cctype>
 #include <cstdarg>
 #include <cstdio>
-#include <regex>
 
 struct ChiQueryVendorTag;
 struct CHIVENDORTAGINFO;
@@ -50,6 +50,9 @@ const char* const kTags[] = {
 std::uint32_t GetVendorTagBase(void* query) {
     const char* tag;
     std::memcpy(&tag, static_cast<char*>(query) + 16, sizeof(tag));
+    if (platform().calls.Fails("GetVendorTagBase")) {
+        return 6;
+    }
     const auto failure = platform().tagResults.find(tag);
     if (failure != platform().tagResults.end()) {
         return failure->second;
@@ -57,6 +60,18 @@ std::uint32_t GetVendorTagBase(void* query) {
     const std::uint32_t id = TagId(tag);
     std::memcpy(static_cast<char*>(query) + 4, &id, sizeof(id));
     return 0;
+}
+
+// "NAME: 123: …", perhaps behind the usual prefix, with "#" in place of the line number.
+std::string WithoutLine(std::string text) {
+    constexpr char kPrefix[] = "TSL_CTB: ";
+    const std::size_t name = text.starts_with(kPrefix) ? sizeof(kPrefix) - 1 : 0;
+    const std::size_t line = text.find(": ", name) + 2;
+    std::size_t end = line;
+    while (end < text.size() && std::isdigit(static_cast<unsigned char>(text[end])) != 0) {
+        ++end;
+    }
+    return text.replace(line, end - line, "#");
 }
 
 template <typename T>
@@ -67,6 +82,7 @@ T At(const void* record, std::size_t offset) {
 }
 
 std::uint32_t SetMetadata(const void* set) {
+    platform().calls.Fails("SetMetadata"); // its answer is 1 in any case
     constexpr std::size_t kDataBytes[] = {64, 1, 8, 8, 4, 12, 8};
     Published published;
     published.session = At<std::uint64_t>(set, 8);
@@ -84,7 +100,9 @@ std::uint32_t SetMetadata(const void* set) {
 }
 
 std::uint32_t QueryRequest(void*, void* record) {
-    std::memcpy(static_cast<char*>(record) + 24, &platform().stop, 4);
+    if (!platform().calls.Fails("QueryRequest")) {
+        std::memcpy(static_cast<char*>(record) + 24, &platform().stop, 4);
+    }
     return 1; // nor at this one
 }
 
@@ -139,29 +157,38 @@ using contract::platform;
 // --- Platform functions ---
 
 extern "C" int __android_log_print(int priority, const char* tag, const char* format, ...) {
+    if (platform().calls.Fails("__android_log_print")) {
+        return -1;
+    }
     char text[1024];
     va_list arguments;
     va_start(arguments, format);
     std::vsnprintf(text, sizeof(text), format, arguments);
     va_end(arguments);
-    static const std::regex place("^(TSL_CTB: )?([^:]+): [0-9]+:");
-    platform().log.push_back({priority, tag, format, std::regex_replace(text, place, "$1$2: #:")});
+    platform().log.push_back({priority, tag, format, contract::WithoutLine(text)});
     return 0;
 }
 
 extern "C" int property_get(const char* key, char* value, const char* fallback) {
     const auto found = platform().properties.find(key);
+    if (platform().calls.Fails("property_get")) {
+        return 0; // and leaves the buffer as it was
+    }
     return std::snprintf(value, 92, "%s",
                          found == platform().properties.end() ? fallback : found->second.c_str());
 }
 
 std::uint32_t ChiNodeUtils::QueryVendorTag(ChiQueryVendorTag* query, CHIVENDORTAGINFO* info) {
+    platform().calls.Fails("QueryVendorTag");
     std::memcpy(static_cast<void*>(query), &info, sizeof(info));
     return 17;
 }
 
 std::uint32_t ChiNodeUtils::SetNodeInterface(ChiNodeInterface* given, const char* name,
                                              ChiNodeInterface* copy, unsigned int* base) {
+    if (platform().calls.Fails("SetNodeInterface")) {
+        return 1;
+    }
     std::memcpy(static_cast<void*>(copy), static_cast<void*>(given), 160);
     *base = std::strcmp(name, "com.qav.node.capturebokeh") == 0 ? contract::kVendorTagBase : 0;
     return 0;
@@ -170,12 +197,18 @@ std::uint32_t ChiNodeUtils::SetNodeInterface(ChiNodeInterface* given, const char
 void* ChiNodeUtils::GetDataList(unsigned long requestId, unsigned int tag, ChiMetadataType type,
                                 ChiNodeInterface*, void* session, unsigned int camera) {
     platform().readRequestIds.push_back(requestId);
+    if (platform().calls.Fails("GetDataList")) {
+        return nullptr;
+    }
     const bool known = type == 2 && session == &platform() && camera == 0;
     const auto found = platform().metadata.find(tag);
     return known && found != platform().metadata.end() ? found->second : nullptr;
 }
 
 std::uint32_t ChiNodeUtils::DefaultBufferNegotiation(ChiNodeQueryBufferInfo* query) {
+    if (platform().calls.Fails("DefaultBufferNegotiation")) {
+        return 1;
+    }
     std::memset(reinterpret_cast<char*>(query) + 16, 0x5A, 40);
     return platform().negotiationResult;
 }
@@ -186,12 +219,13 @@ char g_settings[25760];
 
 void* CamX::SettingsManager::Settings() {
     std::memcpy(g_settings + 25756, &platform().imageDegree, 4);
-    return platform().hasSettings ? g_settings : nullptr;
+    const bool fails = platform().calls.Fails("GetStaticSettings");
+    return platform().hasSettings && !fails ? g_settings : nullptr;
 }
 
 CamX::SettingsManager* CamX::SettingsManager::GetInstance() {
     static SettingsManager manager;
-    return &manager;
+    return platform().calls.Fails("GetInstance") ? nullptr : &manager;
 }
 
 // --- Engine ---
@@ -201,6 +235,9 @@ namespace {
 std::int64_t Called(const char* function) {
     contract::Engine& engine = platform().engine;
     engine.calls.emplace_back(function);
+    if (platform().calls.Fails(function)) {
+        return -77;
+    }
     const auto found = engine.results.find(function);
     return found == engine.results.end() ? 0 : found->second;
 }
@@ -238,8 +275,8 @@ const void* TSL_DCIR_GetVersion() {
         version.Set<const char*>(32, "contract engine");
         return version;
     }();
-    Called("TSL_DCIR_GetVersion");
-    return platform().engine.hasVersion ? record.data() : nullptr;
+    return Called("TSL_DCIR_GetVersion") == 0 && platform().engine.hasVersion ? record.data()
+                                                                              : nullptr;
 }
 
 std::int64_t TSL_DCIR_Init(void** handle, std::int32_t mode) {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstring>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -73,6 +74,18 @@ struct Engine {
     std::string calibration;
 };
 
+// Counts the calls of each function that the node can call, by its symbol or, for the platform's
+// table, its slot; some of them are to fail.
+struct Calls {
+    std::map<std::string, int> counts;
+    std::set<std::pair<std::string, int>> failing; // function, its n-th call from 1
+
+    // One more call of this function. True where it is to fail.
+    bool Fails(const std::string& function) {
+        return failing.contains({function, ++counts[function]});
+    }
+};
+
 struct Platform {
     std::vector<LogLine> log;
     std::map<std::string, std::string> properties;
@@ -85,6 +98,7 @@ struct Platform {
     bool hasSettings = true;
     std::uint32_t imageDegree = 90;
     Engine engine;
+    Calls calls;
 
     // Texts at this priority or, at 0, all.
     std::vector<std::string> Texts(int priority) const;

@@ -1,12 +1,12 @@
 #include "tests/support/import_patch.h"
 
-#include <dlfcn.h>
 #include <elf.h>
 #include <link.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <cstdint>
+#include <functional>
 #include <stdexcept>
 
 namespace support {
@@ -49,25 +49,41 @@ Tables ReadTables(const link_map& map) {
     return tables;
 }
 
-} // namespace
-
-ImportPatch::ImportPatch(void* library, const std::string& symbol, void* replacement) {
+// Calls visit(name, slot) for each imported symbol.
+void ForEachImport(void* library, const std::function<void(const char*, void**)>& visit) {
     const auto& map = *static_cast<const link_map*>(library);
     const Tables tables = ReadTables(map);
     for (int table = 0; table < 2; ++table) {
         const std::size_t count = tables.sizes[table] / sizeof(ElfW(Rela));
         for (std::size_t i = 0; i < count; ++i) {
             const ElfW(Rela)& relocation = tables.relocations[table][i];
-            const ElfW(Sym)& name = tables.symbols[ELF64_R_SYM(relocation.r_info)];
-            if (symbol == tables.strings + name.st_name) {
-                slot_ = reinterpret_cast<void**>(map.l_addr + relocation.r_offset);
+            const ElfW(Sym)& symbol = tables.symbols[ELF64_R_SYM(relocation.r_info)];
+            if (symbol.st_shndx == SHN_UNDEF && symbol.st_name != 0) {
+                visit(tables.strings + symbol.st_name,
+                      reinterpret_cast<void**>(map.l_addr + relocation.r_offset));
             }
         }
     }
+}
+
+} // namespace
+
+std::set<std::string> ImportNames(void* library) {
+    std::set<std::string> names;
+    ForEachImport(library, [&](const char* name, void**) { names.insert(name); });
+    return names;
+}
+
+ImportPatch::ImportPatch(void* library, const std::string& symbol, void* replacement) {
+    ForEachImport(library, [&](const char* name, void** slot) {
+        if (symbol == name) {
+            slot_ = slot;
+        }
+    });
     if (slot_ == nullptr) {
         throw std::runtime_error("the library imports no " + symbol);
     }
-    original_ = dlsym(RTLD_DEFAULT, symbol.c_str());
+    original_ = *slot_;
     Write(replacement);
 }
 

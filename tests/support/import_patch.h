@@ -1,11 +1,16 @@
 #pragma once
 
+#include <set>
 #include <string>
 
 namespace support {
 
+// Names of all that a loaded library imports. `library` is a dlopen handle.
+std::set<std::string> ImportNames(void* library);
+
 // Replaces one imported function of one loaded library for this object's life: only that library's
-// calls are changed, whatever else the process does, sanitizers included. Not for several threads.
+// calls are changed, whatever else the process does, sanitizers included. Patches of one function
+// nest. Not for several threads; the library must be bound (RTLD_NOW).
 class ImportPatch {
 public:
     // `library` is a dlopen handle. Throws std::runtime_error where it does not import `symbol`.

@@ -144,6 +144,11 @@ struct BadUse {
     const char* output = "out";
 };
 
+// As a word in the list of tests.
+void PrintTo(const BadUse& test, std::ostream* out) {
+    *out << test.name;
+}
+
 class BadUseTest : public RenderTest, public testing::WithParamInterface<BadUse> {};
 
 TEST_P(BadUseTest, NamesWhatIsWrongAndLeavesNothing) {
@@ -230,6 +235,11 @@ struct FocusCase {
     Names more;
     std::vector<int> point;
 };
+
+// As a word in the list of tests.
+void PrintTo(const FocusCase& test, std::ostream* out) {
+    *out << test.name;
+}
 
 class FocusTest : public RenderTest, public testing::WithParamInterface<FocusCase> {};
 
