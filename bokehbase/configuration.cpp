@@ -127,6 +127,7 @@ CDKResult ChiNodeBokehBase::FillVendorTagIds(BokehTagInfo& tagInfo) {
         // A platform newer than the name table may answer with a code that has no name here.
         char number[16];
         std::snprintf(number, sizeof(number), "%u", result);
+        // NOLINTNEXTLINE(bugprone-lambda-function-name): the line is known under "operator()".
         BASE_ERROR("TSL_CTB: %s: %d: Error: %s during GetVendorTagBase for: %s %s\n",
                    result < kResultNames.size() ? kResultNames[result] : number, row.section,
                    row.tag);

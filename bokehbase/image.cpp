@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <type_traits>
 
 #include "bokehbase/bokeh_base.h"
 #include "bokehbase/log.h"
@@ -39,21 +40,34 @@ std::int32_t CeilDivide(std::int32_t value, std::int32_t divisor) {
     return value / divisor + (value % divisor > 0 ? 1 : 0);
 }
 
-// Copies every `scale`-th item (of `itemBytes`) of every `scale`-th row, `columns` by `rows` of
-// them.
-void ReducePlane(const PLIM_OFFSCREEN& destination, const PLIM_OFFSCREEN& source, int plane,
-                 int scale, std::size_t itemBytes, std::int32_t columns, std::int32_t rows) {
-    if (columns <= 0) {
-        return;
-    }
-    const std::size_t step = itemBytes * static_cast<std::size_t>(scale);
+// Copies every `scale`-th item of every `scale`-th row. Item size and, where the type says it, the
+// scale are constants to the compiler, which then takes many items at a time.
+template <int kPlane, typename Scale>
+void ReducePlane(const PLIM_OFFSCREEN& destination, const PLIM_OFFSCREEN& source, Scale scale) {
+    // Chroma has half the columns and half the rows, and two bytes an item.
+    constexpr std::int32_t kPart = kPlane + 1;
+    constexpr std::size_t kItemBytes = kPlane + 1;
+    // Clipped: a source more than `scale` times as large as its destination must not run over it.
+    const std::int32_t columns =
+        std::min(CeilDivide(source.i32Width / kPart, scale), destination.i32Width / kPart);
+    const std::int32_t rows =
+        std::min(CeilDivide(source.i32Height / kPart, scale), destination.i32Height / kPart);
     for (std::int32_t k = 0; k < rows; ++k) {
-        std::uint8_t* to = RowOf(destination, plane, k);
-        const std::uint8_t* from = RowOf(source, plane, static_cast<std::int64_t>(k) * scale);
-        for (std::size_t column = 0; column < static_cast<std::size_t>(columns); ++column) {
-            std::memcpy(to + column * itemBytes, from + column * step, itemBytes);
+        const std::int32_t next = std::min(k + 1, rows - 1);
+        ExpectRow(RowOf(source, kPlane, std::int64_t{next} * scale));
+        std::uint8_t* to = RowOf(destination, kPlane, k);
+        const std::uint8_t* from = RowOf(source, kPlane, std::int64_t{k} * scale);
+        for (std::int32_t column = 0; column < columns; ++column) {
+            const auto item = static_cast<std::size_t>(column) * kItemBytes;
+            std::memcpy(to + item, from + item * static_cast<std::size_t>(scale), kItemBytes);
         }
     }
+}
+
+template <typename Scale>
+void Reduce(const PLIM_OFFSCREEN& destination, const PLIM_OFFSCREEN& source, Scale scale) {
+    ReducePlane<0>(destination, source, scale);
+    ReducePlane<1>(destination, source, scale);
 }
 
 } // namespace
@@ -62,11 +76,9 @@ void ChiNodeBokehBase::MergeImage(PLIM_OFFSCREEN* destination, PLIM_OFFSCREEN* s
     if (destination == nullptr || source == nullptr || scale < 1) {
         return;
     }
-    // Clipped: a source more than `scale` times as large as its destination must not run over it.
-    ReducePlane(*destination, *source, 0, scale, 1,
-                std::min(CeilDivide(source->i32Width, scale), destination->i32Width),
-                std::min(CeilDivide(source->i32Height, scale), destination->i32Height));
-    ReducePlane(*destination, *source, 1, scale, 2,
-                std::min(CeilDivide(source->i32Width / 2, scale), destination->i32Width / 2),
-                std::min(CeilDivide(source->i32Height / 2, scale), destination->i32Height / 2));
+    if (scale == 2) { // the only scale of the debug views
+        Reduce(*destination, *source, std::integral_constant<int, 2>());
+    } else {
+        Reduce(*destination, *source, scale);
+    }
 }

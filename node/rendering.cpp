@@ -139,6 +139,9 @@ void ChiNodeCaptureBokeh::CopyImageToOutput(const PLIM_OFFSCREEN& source) {
     for (int plane = 0; plane < 2; ++plane) {
         const std::int32_t rows = plane == 0 ? height : height / 2;
         for (std::int32_t row = 0; row < rows; ++row) {
+            const std::int32_t next = std::min(row + 1, rows - 1);
+            ExpectRow(RowOf(source, plane, next));
+            ExpectRow(RowOf(output, plane, next));
             std::memcpy(RowOf(output, plane, row), RowOf(source, plane, row), width);
         }
     }

@@ -42,7 +42,7 @@ render() { # folder, X,Y
         "$demo/photo/motorcycle_right.png" -o "$demo/$1" --focus "$2"
 }
 
-scripts/install-packages
+scripts/install-packages demo
 cmake --preset release
 cmake --build --preset release --target bokehnode
 fetch_photo

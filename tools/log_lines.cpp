@@ -14,12 +14,12 @@ namespace {
 
 constexpr std::string_view kEnginePrefix = "TSL_DCIR_";
 
-void Print(const host::LogRecord& record, const std::string& text) {
+void Print(const host::LogRecord& record) {
     // On a terminal a progress line may be under way, which ends where it stands.
     const char* clear = ::isatty(STDERR_FILENO) != 0 ? "\033[K" : "";
-    const char letter = record.priority == ANDROID_LOG_ERROR ? 'E' : 'D';
-    std::fprintf(stderr, "%s%c/%-8s(%5d): %s\n", clear, letter, record.tag.c_str(),
-                 static_cast<int>(::getpid()), text.c_str());
+    if (const std::string lines = host::LogText(record); !lines.empty()) {
+        std::fprintf(stderr, "%s%s", clear, lines.c_str());
+    }
 }
 
 std::string WithoutNewlines(std::string text) {
@@ -70,10 +70,9 @@ std::string EngineFailure(std::string_view message, bool ownEngine) {
 
 LogLines::LogLines(bool ownEngine) : ownEngine_(ownEngine) {
     host::SetLogSink([this](const host::LogRecord& record) {
-        const std::string text = WithoutNewlines(record.text);
-        Print(record, text);
+        Print(record);
         if (record.priority >= ANDROID_LOG_ERROR) {
-            errors_.push_back(text);
+            errors_.push_back(WithoutNewlines(record.text));
         }
     });
 }

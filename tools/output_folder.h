@@ -14,7 +14,7 @@
 class OutputFolder {
 public:
     // Makes the folder and those above it where missing.
-    explicit OutputFolder(std::filesystem::path folder);
+    explicit OutputFolder(const std::filesystem::path& folder);
     ~OutputFolder();
     OutputFolder(const OutputFolder&) = delete;
     OutputFolder& operator=(const OutputFolder&) = delete;

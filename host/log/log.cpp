@@ -1,15 +1,15 @@
 #include "platform/log.h"
 
-#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
-#include <string_view>
+#include <cstdlib>
 #include <utility>
 
 #include <unistd.h>
 
 #include "host/control/faults.h"
 #include "host/log/log_control.h"
+#include "host/log/log_text.h"
 
 namespace host {
 namespace {
@@ -30,26 +30,41 @@ Output& output() {
     return *instance;
 }
 
-char PriorityLetter(int priority) {
-    constexpr std::string_view kLetters = "??VDIWEF";
-    return priority >= 0 && static_cast<std::size_t>(priority) < kLetters.size()
-               ? kLetters[static_cast<std::size_t>(priority)]
-               : '?';
+// What `logcat` would be told on its command line or finds in its environment.
+struct View {
+    std::mutex mutex;
+    LogFormat format = LogFormat::kBrief;
+    LogFilter filter;
+};
+
+template <typename Value>
+void TakeFromEnvironment(const char* variable, std::optional<Value> (&parse)(std::string_view),
+                         Value& value) {
+    const char* const text = std::getenv(variable);
+    if (text == nullptr || *text == '\0') {
+        return;
+    }
+    if (std::optional<Value> parsed = parse(text)) {
+        value = std::move(*parsed);
+    } else {
+        std::fprintf(stderr, "liblog: cannot read %s=%s\n", variable, text);
+    }
 }
 
-// Every line of the message bears the head; the newline that ends a message opens no further line.
-std::string Brief(const LogRecord& record) {
-    char head[128];
-    std::snprintf(head, sizeof(head), "%c/%-8s(%5d): ", PriorityLetter(record.priority),
-                  record.tag.c_str(), static_cast<int>(getpid()));
-    std::string lines;
-    std::string_view rest = record.text;
-    while (!rest.empty()) {
-        const std::size_t length = std::min(rest.find('\n'), rest.size());
-        lines.append(head).append(rest.substr(0, length)).append("\n");
-        rest.remove_prefix(std::min(length + 1, rest.size()));
-    }
-    return lines;
+void ReadEnvironment(View& view) {
+    view.format = LogFormat::kBrief;
+    view.filter = LogFilter();
+    TakeFromEnvironment("ANDROID_PRINTF_LOG", ParseLogFormat, view.format);
+    TakeFromEnvironment("ANDROID_LOG_TAGS", LogFilter::Parse, view.filter);
+}
+
+View& view() {
+    static View* const instance = [] {
+        View* const made = new View;
+        ReadEnvironment(*made);
+        return made;
+    }();
+    return *instance;
 }
 
 void Deliver(const LogRecord& record) {
@@ -58,7 +73,7 @@ void Deliver(const LogRecord& record) {
         output().sink(record);
         return;
     }
-    const std::string lines = Brief(record);
+    const std::string lines = LogText(record);
     std::fwrite(lines.data(), 1, lines.size(), stderr);
 }
 
@@ -69,6 +84,33 @@ void SetLogSink(LogSink sink) {
     output().sink = std::move(sink);
 }
 
+bool SetLogFormat(std::string_view name) {
+    const auto format = ParseLogFormat(name);
+    const std::lock_guard lock(view().mutex);
+    view().format = format.value_or(view().format);
+    return format.has_value();
+}
+
+bool SetLogFilter(std::string_view expressions) {
+    auto filter = LogFilter::Parse(expressions);
+    const std::lock_guard lock(view().mutex);
+    if (filter) {
+        view().filter = std::move(*filter);
+    }
+    return filter.has_value();
+}
+
+void ReadLogEnvironment() {
+    const std::lock_guard lock(view().mutex);
+    ReadEnvironment(view());
+}
+
+std::string LogText(const LogRecord& record) {
+    const std::lock_guard lock(view().mutex);
+    return view().filter.Passes(record.tag, record.priority) ? FormatLog(view().format, record)
+                                                             : std::string();
+}
+
 LogCollector::LogCollector() {
     SetLogSink([this](const LogRecord& record) {
         const std::lock_guard lock(mutex_);
@@ -76,7 +118,9 @@ LogCollector::LogCollector() {
     });
 }
 
-LogCollector::~LogCollector() { SetLogSink(nullptr); }
+LogCollector::~LogCollector() {
+    SetLogSink(nullptr);
+}
 
 std::vector<LogRecord> LogCollector::Take() {
     const std::lock_guard lock(mutex_);
@@ -97,6 +141,10 @@ extern "C" int __android_log_print(int priority, const char* tag, const char* fo
     if (length < 0) {
         return length;
     }
-    host::Deliver({priority, tag != nullptr ? tag : "", format, text});
+    host::LogRecord record = {priority, tag != nullptr ? tag : "", format, text};
+    record.pid = getpid();
+    record.tid = gettid();
+    clock_gettime(CLOCK_REALTIME, &record.time);
+    host::Deliver(record);
     return length;
 }

@@ -13,6 +13,17 @@
 
 namespace host {
 
+// What lives while a request is processed.
+struct LiveRequest {
+    std::uint64_t frameNumber = 0;
+    bool stopped = false;
+    std::unique_ptr<InputMetadataBokeh> metadata;
+    std::unique_ptr<std::uint32_t> selectedFace;
+    std::unique_ptr<OEMFDResults> faceResults;
+    std::optional<Published> published;
+    int publishCalls = 0;
+};
+
 // One session of the pipeline: which metadata a node may read, when and how, and what it publishes.
 // Its functions are called on the thread that creates the node or runs the request; a node that
 // asks from another thread is served as well.
@@ -49,17 +60,6 @@ private:
         bool ofRequest = false;
         void* data = nullptr; // null: not supplied
     };
-
-    struct LiveRequest {
-        std::uint64_t frameNumber = 0;
-        bool stopped = false;
-        std::unique_ptr<InputMetadataBokeh> metadata;
-        std::unique_ptr<std::uint32_t> selectedFace;
-        std::unique_ptr<OEMFDResults> faceResults;
-        std::optional<Published> published;
-        int publishCalls = 0;
-    };
-
     void Supply(const char* section, const char* tag, std::uint32_t pool, bool ofRequest,
                 const void* data);
     void SupplyRequestData();

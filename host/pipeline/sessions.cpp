@@ -22,8 +22,10 @@ Sessions& Sessions::Instance() {
 std::shared_ptr<PipelineSession> Sessions::Open(const UseCase& useCase) {
     SetMetadataProvider(this);
     const std::lock_guard lock(mutex_);
+    // A number that is no address, so that a node that follows it is seen.
+    // NOLINTNEXTLINE(performance-no-int-to-ptr)
     void* const handle = reinterpret_cast<void*>(kFirstHandle + kHandleStep * ++opened_);
-    const auto session = std::make_shared<PipelineSession>(useCase, handle);
+    auto session = std::make_shared<PipelineSession>(useCase, handle);
     sessions_.emplace(handle, session);
     return session;
 }

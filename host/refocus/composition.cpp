@@ -111,7 +111,7 @@ void ComposeLuma(const Nv12View& input, const cv::Mat& map, const BlurTable& tab
 Shares MeanShares(const cv::Mat& map, const BlurTable& table, int x, int y) {
     Shares mean;
     for (int dy = 0; dy < 2; ++dy) {
-        const std::uint8_t* values = map.ptr<std::uint8_t>(2 * y + dy) + 2 * x;
+        const std::uint8_t* values = map.ptr<std::uint8_t>(2 * y + dy, 2 * x);
         for (int dx = 0; dx < 2; ++dx) {
             mean.far += table.far[values[dx]] / 4.0f;
             mean.near += table.near[values[dx]] / 4.0f;

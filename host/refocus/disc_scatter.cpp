@@ -53,7 +53,7 @@ public:
         cv::minMaxLoc(field.radius, nullptr, &largest);
         reach_ = static_cast<int>(std::ceil(largest)) + 1;
         discs_ = MakeDiscs(static_cast<int>(largest * kRadiusSteps) + 2);
-        runs_.resize(static_cast<std::size_t>(rows_ * kLayers));
+        runs_.resize(static_cast<std::size_t>(rows_) * kLayers);
         for (int y = 0; y < rows_; ++y) {
             AddRow(field, y);
         }
@@ -63,10 +63,14 @@ public:
 
     // Rows beyond the border are the border's.
     const Run& At(int row, int layer) const {
-        return runs_[static_cast<std::size_t>(std::clamp(row, 0, rows_ - 1) * kLayers + layer)];
+        return runs_[Index(std::clamp(row, 0, rows_ - 1), layer)];
     }
 
 private:
+    static std::size_t Index(int row, int layer) {
+        return static_cast<std::size_t>(row) * kLayers + static_cast<std::size_t>(layer);
+    }
+
     void AddRow(const DefocusField& field, int y) {
         const int width = field.weight.cols;
         const auto* light = field.light.ptr<cv::Vec3f>(y);
@@ -84,7 +88,7 @@ private:
                 continue;
             }
             const float share = weight[i] * disc.share;
-            Run& run = runs_[static_cast<std::size_t>(y * kLayers + order[i] / kValuesPerLayer)];
+            Run& run = runs_[Index(y, order[i] / kValuesPerLayer)];
             run.sources.push_back(
                 {x, &disc, {light[i][0] * share, light[i][1] * share, light[i][2] * share, share}});
             run.reach = std::max(run.reach, static_cast<int>(disc.half.size()) - 1);

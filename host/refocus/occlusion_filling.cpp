@@ -8,6 +8,11 @@
 namespace refocus {
 namespace {
 
+std::size_t Index(int row, int column, int width) {
+    return static_cast<std::size_t>(row) * static_cast<std::size_t>(width) +
+           static_cast<std::size_t>(column);
+}
+
 // A known disparity and how many pixels away it lies.
 struct Neighbour {
     float disparity = 0.0f;
@@ -55,7 +60,7 @@ void LookAlongColumns(const cv::Mat& disparity, const cv::Mat& known, bool downw
                 column = {disparity.at<float>(y, x), 0};
             } else if (column.distance != Neighbour().distance) {
                 ++column.distance;
-                Neighbour& own = nearest[static_cast<std::size_t>(y * width + x)];
+                Neighbour& own = nearest[Index(y, x, width)];
                 own = Nearer(own, column);
             }
         }
@@ -83,8 +88,7 @@ void FillOcclusions(cv::Mat& disparity, const cv::Mat& consistent) {
             if (known.at<std::uint8_t>(y, x) == 0) {
                 // A row and a column without any valid pixel cross here only where next to nothing
                 // was matched.
-                disparity.at<float>(y, x) =
-                    nearest[static_cast<std::size_t>(y * width + x)].disparity;
+                disparity.at<float>(y, x) = nearest[Index(y, x, width)].disparity;
             }
         }
     }

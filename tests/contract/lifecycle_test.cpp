@@ -32,7 +32,7 @@ TEST_F(NodeTest, TableIsFilledOnlyWhenLargeEnough) {
 
     auto [expected, filled] = entry(248);
     expected.SetWords(4, {1, 0});
-    for (const std::size_t slot : {16, 24, 32, 40, 48, 64, 88, 104, 112}) {
+    for (const std::size_t slot : {16u, 24u, 32u, 40u, 48u, 64u, 88u, 104u, 112u}) {
         EXPECT_NE(filled.Get<void*>(slot), expected.Get<void*>(slot)) << "slot " << slot;
         expected.Set(slot, filled.Get<void*>(slot));
     }

@@ -12,7 +12,6 @@ namespace capture {
 namespace {
 
 constexpr char kEngine[] = "%s: %d: %s failed res = %ld";
-constexpr char kNull[] = "%s: %d: NULL POINTER!";
 constexpr char kCode[] = "%s: %d: errCode = %d: NULL POINTER!";
 constexpr char kResult[] = "%s: %d: res: %d NULL POINTER!";
 constexpr char kWide[] = "%s: %d:  res: %d NULL POINTER!";

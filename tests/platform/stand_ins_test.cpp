@@ -29,6 +29,8 @@ protected:
         ASSERT_NE(mkdtemp(name.data()), nullptr);
         root_ = name;
         host::ClearProperties();
+        host::SetLogFormat("brief");
+        host::SetLogFilter("");
     }
     void TearDown() override {
         host::Faults::Reset();
