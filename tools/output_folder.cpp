@@ -46,7 +46,8 @@ std::vector<fs::path> MissingFolders(const fs::path& path) {
 
 } // namespace
 
-OutputFolder::OutputFolder(const fs::path& folder) : folder_(fs::absolute(folder).lexically_normal()) {
+OutputFolder::OutputFolder(const fs::path& folder)
+    : folder_(fs::absolute(folder).lexically_normal()) {
     if (!folder_.has_filename()) { // "DIR/" names DIR
         folder_ = folder_.parent_path();
     }
