@@ -52,18 +52,14 @@ void ReducePlane(const PLIM_OFFSCREEN& destination, const PLIM_OFFSCREEN& source
         std::min(CeilDivide(source.i32Width / kPart, scale), destination.i32Width / kPart);
     const std::int32_t rows =
         std::min(CeilDivide(source.i32Height / kPart, scale), destination.i32Height / kPart);
-    if (columns <= 0) {
-        return;
-    }
-    const auto bytes = static_cast<std::size_t>(columns) * kItemBytes;
-    const auto step = static_cast<std::size_t>(scale);
     for (std::int32_t k = 0; k < rows; ++k) {
         const std::int32_t next = std::min(k + 1, rows - 1);
-        ExpectRow(RowOf(source, kPlane, std::int64_t{next} * scale), bytes * step);
+        ExpectRow(RowOf(source, kPlane, std::int64_t{next} * scale));
         std::uint8_t* to = RowOf(destination, kPlane, k);
         const std::uint8_t* from = RowOf(source, kPlane, std::int64_t{k} * scale);
-        for (std::size_t item = 0; item < bytes; item += kItemBytes) {
-            std::memcpy(to + item, from + item * step, kItemBytes);
+        for (std::int32_t column = 0; column < columns; ++column) {
+            const auto item = static_cast<std::size_t>(column) * kItemBytes;
+            std::memcpy(to + item, from + item * static_cast<std::size_t>(scale), kItemBytes);
         }
     }
 }

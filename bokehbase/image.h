@@ -26,12 +26,3 @@ inline void ExpectRow(const std::uint8_t* row) {
         __builtin_prefetch(row + line * kLineBytes);
     }
 }
-
-// Asks for the first bytes of the row that is used next. The processor's own read-ahead follows a
-// row, but neither jumps to the next one nor enters its page.
-inline void ExpectRow(const std::uint8_t* row, std::size_t bytes) {
-    constexpr std::size_t kCacheLine = 64;
-    for (std::size_t i = 0; i < bytes; i += kCacheLine) {
-        __builtin_prefetch(row + i);
-    }
-}

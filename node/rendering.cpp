@@ -136,8 +136,6 @@ void ChiNodeCaptureBokeh::CopyImageToOutput(const PLIM_OFFSCREEN& source) {
     // A smaller source fills what it can: the photo is worth more than its edge.
     const auto width = static_cast<std::size_t>(std::min(source.i32Width, output.i32Width));
     const std::int32_t height = std::min(source.i32Height, output.i32Height);
-    const std::size_t head =
-        std::min<std::size_t>(width, 256); // read-ahead finds the rest of a row
     for (int plane = 0; plane < 2; ++plane) {
         const std::int32_t rows = plane == 0 ? height : height / 2;
         for (std::int32_t row = 0; row < rows; ++row) {
