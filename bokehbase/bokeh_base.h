@@ -96,7 +96,9 @@ protected:
     ChiRect m_rtIFERect{};                // master camera's crop region in this request
 
 private:
-    CameraInfo* FindCamera(std::vector<CameraInfo>& cameraInfo, std::uint32_t cameraId) const;
+    // Index of the first linked camera with this id, or their number. Their entries are filled.
+    std::uint32_t FindCamera(const std::vector<CameraInfo>& cameraInfo,
+                             std::uint32_t cameraId) const;
     CDKResult ConfigureInputBufferMapping(const BokehTagInfo& tagInfo,
                                           std::vector<CameraInfo>& cameraInfo);
 

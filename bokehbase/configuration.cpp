@@ -165,8 +165,8 @@ CDKResult ChiNodeBokehBase::ConfigureCameraInfo(BokehTagInfo tagInfo,
         cameraInfo[i].pCameraConfig = &config;
         // Found in every case: entry i has just been set. Input i is where camera i's image arrives
         // until the input mapping says otherwise.
-        CameraInfo* camera = FindCamera(cameraInfo, config.cameraId);
-        camera->inputBufferIndex = static_cast<std::uint32_t>(camera - cameraInfo.data());
+        const std::uint32_t index = FindCamera(cameraInfo, config.cameraId);
+        cameraInfo[index].inputBufferIndex = index;
         if (config.cameraId == configs->primaryCameraId) {
             m_primaryCameraIndex = i;
         }
@@ -174,15 +174,13 @@ CDKResult ChiNodeBokehBase::ConfigureCameraInfo(BokehTagInfo tagInfo,
     return ConfigureInputBufferMapping(tagInfo, cameraInfo);
 }
 
-CameraInfo* ChiNodeBokehBase::FindCamera(std::vector<CameraInfo>& cameraInfo,
-                                         std::uint32_t cameraId) const {
-    for (std::uint32_t i = 0; i < m_numLinkedCameras; ++i) {
-        if (cameraInfo[i].pCameraConfig != nullptr &&
-            cameraInfo[i].pCameraConfig->cameraId == cameraId) {
-            return &cameraInfo[i];
-        }
+std::uint32_t ChiNodeBokehBase::FindCamera(const std::vector<CameraInfo>& cameraInfo,
+                                           std::uint32_t cameraId) const {
+    std::uint32_t i = 0;
+    while (i < m_numLinkedCameras && cameraInfo[i].pCameraConfig->cameraId != cameraId) {
+        ++i;
     }
-    return nullptr;
+    return i;
 }
 
 CDKResult ChiNodeBokehBase::ConfigureInputBufferMapping(const BokehTagInfo& tagInfo,
@@ -199,11 +197,11 @@ CDKResult ChiNodeBokehBase::ConfigureInputBufferMapping(const BokehTagInfo& tagI
             continue;
         }
         // An input of a camera that is not linked has no entry to write to.
-        CameraInfo* camera = FindCamera(cameraInfo, input.cameraId);
-        if (camera == nullptr) {
+        const std::uint32_t index = FindCamera(cameraInfo, input.cameraId);
+        if (index == m_numLinkedCameras) {
             continue;
         }
-        camera->inputBufferIndex = input.fullInputBufferIndex;
+        cameraInfo[index].inputBufferIndex = input.fullInputBufferIndex;
         BASE_DEBUG("TSL_CTB: %s: %d: Camera id %d, Full Input buffer Idx %d\n", input.cameraId,
                    input.fullInputBufferIndex);
     }

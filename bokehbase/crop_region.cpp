@@ -106,18 +106,16 @@ CropSize getCropRegions(const CameraMetadata* metadata, int targetWidth, int tar
     FitToAspect(preApplied, target);
     FitToAspect(total, target);
 
-    if (LogEnabled(kLogBase)) {
-        try {
-            BASE_DEBUG("TSL_CTB: %s: %d: ScalerCropRegion: %s, totalCropRegion: %s, "
-                       "preAppliedCropRegion: %s, ActiveArraySize: %s,  SensorAppliedCrop: %s, "
-                       "IFEAppliedCrop: %s, IFEResidualCrop: %s\n",
-                       scaler.toString().c_str(), total.toString().c_str(),
-                       preApplied.toString().c_str(), activeArray.toString().c_str(),
-                       sensorApplied.toString().c_str(), ifeApplied.toString().c_str(),
-                       ifeResidual.toString().c_str());
-        } catch (...) {
-            // A debug line is not worth a photo.
-        }
+    try {
+        BASE_DEBUG("TSL_CTB: %s: %d: ScalerCropRegion: %s, totalCropRegion: %s, "
+                   "preAppliedCropRegion: %s, ActiveArraySize: %s,  SensorAppliedCrop: %s, "
+                   "IFEAppliedCrop: %s, IFEResidualCrop: %s\n",
+                   scaler.toString().c_str(), total.toString().c_str(),
+                   preApplied.toString().c_str(), activeArray.toString().c_str(),
+                   sensorApplied.toString().c_str(), ifeApplied.toString().c_str(),
+                   ifeResidual.toString().c_str());
+    } catch (...) {
+        // A debug line is not worth a photo.
     }
     return {total.width, total.height};
 }

@@ -125,13 +125,8 @@ CDKResult ChiNodeBokehBase::GetBokehParams(ChiNodeProcessRequestInfo* request,
 // whose picture the user sees.
 std::uint32_t ChiNodeBokehBase::MasterInputIndex(std::uint32_t masterCameraId,
                                                  const std::vector<CameraInfo>& cameraInfo) const {
-    for (std::uint32_t i = 0; i < m_numLinkedCameras; ++i) {
-        const CameraInfo& camera = cameraInfo[i];
-        if (camera.pCameraConfig != nullptr && camera.pCameraConfig->cameraId == masterCameraId) {
-            return camera.inputBufferIndex;
-        }
-    }
-    return cameraInfo[m_primaryCameraIndex].inputBufferIndex;
+    const std::uint32_t master = FindCamera(cameraInfo, masterCameraId);
+    return cameraInfo[master < m_numLinkedCameras ? master : m_primaryCameraIndex].inputBufferIndex;
 }
 
 void ChiNodeBokehBase::CheckParamConsistency(unsigned char mainSlot, frame_params_t& params) {

@@ -89,7 +89,7 @@ CDKResult NodeDestroy(ChiNodedestroyInfo* info) noexcept {
         NODE_ERROR("TSL_CTB: %s: %d:  CHINODEDESTROYINFO is smaller than expected\n");
         result = CDKResultEFailed;
     } else {
-        delete NodeFrom(info->hNodeSession);
+        const std::unique_ptr<ChiNodeCaptureBokeh> ended(NodeFrom(info->hNodeSession));
         info->hNodeSession = nullptr;
     }
     NODE_DEBUG(kTextOutResultWide, result);

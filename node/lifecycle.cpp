@@ -15,11 +15,7 @@ int ReadIntProperty(const char* name) {
     return std::atoi(value);
 }
 
-// Allocates and empties a pair of face arrays, unless there is one.
 bool AllocateFaceArrays(TSL_RECT*& rects, std::int32_t*& orients, std::int32_t& count) {
-    if (rects != nullptr || orients != nullptr) {
-        return true;
-    }
     rects = new (std::nothrow) TSL_RECT[kFaceCapacity]();
     orients = new (std::nothrow) std::int32_t[kFaceCapacity]();
     count = 0;

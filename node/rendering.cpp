@@ -33,7 +33,7 @@ void ChiNodeCaptureBokeh::UpdataCTBParam() {
 
     // The engine must not see the faces of an earlier request; the arrays may keep them unread.
     m_focusParam.i32FaceNum = 0;
-    if (params.pFaceRects != nullptr && params.pFaceOrients != nullptr && params.i32FaceNum >= 1) {
+    if (params.i32FaceNum >= 1) { // never without the arrays
         std::copy_n(params.pFaceRects, kFaceCapacity, m_focusParam.pFaceRects);
         std::copy_n(params.pFaceOrients, kFaceCapacity, m_focusParam.pFaceOrients);
         m_focusParam.i32FaceNum = params.i32FaceNum;

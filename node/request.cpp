@@ -92,12 +92,10 @@ void ChiNodeCaptureBokeh::UpdateActiveMap() {
         m_resultDataCTB.activeMap = 0;
         return;
     }
-    const PhysicalCameraConfig* first = m_cameraInfo[0].pCameraConfig;
-    const PhysicalCameraConfig* second = m_cameraInfo[1].pCameraConfig;
     // The camera entries and the metadata slots are taken to be in the same order. An unknown rank
     // leaves slot 0 as the master, as an equal one does.
     const bool secondIsMaster =
-        first != nullptr && second != nullptr && first->masterRank < second->masterRank;
+        m_cameraInfo[0].pCameraConfig->masterRank < m_cameraInfo[1].pCameraConfig->masterRank;
     m_resultDataCTB.masterCameraId = metadata->cameraMetadata[secondIsMaster ? 1 : 0].cameraId;
     m_resultDataCTB.activeMap = 3;
 }
