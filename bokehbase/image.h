@@ -17,12 +17,9 @@ inline std::uint8_t* RowOf(const PLIM_OFFSCREEN& image, int plane, std::int64_t 
     return image.pu8Plane[plane] + row * static_cast<std::ptrdiff_t>(image.i32Pitch[plane]);
 }
 
-// Asks for the first bytes of a row that is about to be used. The processor's own read-ahead
-// follows a row but neither jumps to the next one nor enters its page.
+// Asks for the first line of a row that is about to be used. The processor's own read-ahead follows
+// a row but neither jumps to the next one nor enters its page; asking for more lines only delays
+// the row at hand.
 inline void ExpectRow(const std::uint8_t* row) {
-    constexpr std::size_t kLines = 4;
-    constexpr std::size_t kLineBytes = 64;
-    for (std::size_t line = 0; line < kLines; ++line) {
-        __builtin_prefetch(row + line * kLineBytes);
-    }
+    __builtin_prefetch(row);
 }

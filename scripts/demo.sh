@@ -43,7 +43,7 @@ render() { # folder, X,Y
 }
 
 scripts/install-packages demo
-cmake --preset release
+cmake --preset release -DBUILD_TESTING=OFF -DBUILD_BENCH=OFF
 cmake --build --preset release --target bokehnode
 fetch_photo
 render handlebar 495,130
