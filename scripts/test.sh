@@ -1,17 +1,18 @@
 #!/usr/bin/env bash
-# Builds everything and runs all tests, optimised and under the address and undefined-behaviour
-# sanitizers. With --all also under the thread sanitizer, as 64-bit ARM code, under clang, with the
-# static checks, the coverage figure and the device build file's check.
+# Builds everything and runs all tests: optimised, under the address and undefined-behaviour
+# sanitizers, under the thread sanitizer and as 64-bit ARM code, with the static checks of the node.
+# With --all also under clang, with the static checks of everything, the branch coverage of the node
+# and the check of the device build file.
 # Needs Debian 12 and root or sudo, for what is not installed yet.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/.."
 
-presets=(release asan)
+presets=(release asan tsan aarch64)
 case "${1-}" in
 "") scripts/install-packages demo test ;;
 --all)
     scripts/install-packages demo test all
-    presets+=(tsan aarch64 clang)
+    presets+=(clang)
     ;;
 *)
     echo "usage: scripts/test.sh [--all]" >&2
@@ -35,4 +36,6 @@ if [ "${1-}" = --all ]; then
     ctest --preset release -L all
     run_preset coverage
     scripts/check-coverage
+else
+    scripts/check-tidy node bokehbase engine debug
 fi
