@@ -5,8 +5,8 @@
 // What a run of the tool ends with.
 enum ExitCode : int {
     kExitDone = 0,
-    kExitNodeFailed = 1, // the node or the engine failed or fell back to a copy of the main image
-    kExitWrongUse = 2,   // wrong use, unreadable input, output that cannot be written
+    kExitFailed = 1,   // differs, or the node or the engine failed
+    kExitWrongUse = 2, // wrong use, unreadable input, output that cannot be written
 };
 
 // The caller's mistake, worded for the caller: what is wrong, what was expected, what was found.

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <system_error>
 
 #include "tools/errors.h"
@@ -18,7 +19,15 @@ Bytes ReadFileBytes(const std::filesystem::path& path) {
     }
     errno = 0;
     std::ifstream stream(path, std::ios::binary);
-    Bytes bytes{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+    Bytes bytes;
+    if (std::filesystem::is_regular_file(status)) {
+        bytes.resize(std::filesystem::file_size(path, error));
+        stream.read(reinterpret_cast<char*>(bytes.data()),
+                    static_cast<std::streamsize>(bytes.size()));
+        bytes.resize(static_cast<std::size_t>(stream.gcount())); // it may have shrunk meanwhile
+    } else {                                                     // a pipe, whose size nobody knows
+        bytes.assign(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
+    }
     if (!stream.is_open() || stream.bad()) {
         throw UseError(path.string() + ": cannot be read: " + std::strerror(errno));
     }

@@ -10,6 +10,7 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 
+#include "tools/commands/convert.h"
 #include "tools/errors.h"
 #include "tools/interruption.h"
 #include "tools/render.h"
@@ -30,6 +31,7 @@ const Subcommand kSubcommands[] = {
          AddRenderOptions(command, *options);
          return [options] { return Render(*options); };
      }},
+    {"convert", "turn dumps into PNG pictures and back", PrepareConvert},
 };
 
 int Run(int argc, char** argv) {
@@ -65,6 +67,6 @@ int main(int argc, char** argv) {
         return kExitWrongUse;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "bokehnode: %s\n", error.what());
-        return kExitNodeFailed;
+        return kExitFailed;
     }
 }

@@ -101,7 +101,7 @@ int Judge(const Outcome& outcome) {
         }
     }
     const bool good = !outcome.copied && outcome.result.complaints.empty();
-    return good ? kExitDone : kExitNodeFailed;
+    return good ? kExitDone : kExitFailed;
 }
 
 } // namespace
@@ -132,7 +132,7 @@ int Render(const RenderOptions& options) {
         std::fprintf(stderr, "bokehnode: the node published nothing, its result is %u\n",
                      outcome.result.code);
         Judge(outcome);
-        return kExitNodeFailed;
+        return kExitFailed;
     }
     const int debugView = DebugView();
     outcome.copied = IsCopy(*outcome.result.published, debugView);

@@ -1,0 +1,235 @@
+#include "tools/commands/convert.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <CLI/App.hpp>
+#include <CLI/Option.hpp>
+#include <nlohmann/json.hpp>
+
+#include "tools/disparity_picture.h"
+#include "tools/dumps/dump_name.h"
+#include "tools/dumps/picture_file.h"
+#include "tools/errors.h"
+#include "tools/image_file.h"
+#include "tools/nv12.h"
+#include "tools/output_folder.h"
+#include "tools/progress.h"
+
+namespace fs = std::filesystem;
+using Kind = PictureFile::Kind;
+
+namespace {
+
+struct Options {
+    std::vector<fs::path> files;
+    fs::path output;
+    std::string to;
+    int width = 0;
+    int pitch = 0;
+    bool falseColour = false;
+    bool commands = false;
+    bool json = false;
+};
+
+struct Written {
+    fs::path from;
+    fs::path to;
+    int width = 0;
+    int height = 0;
+};
+
+std::string Quoted(const std::string& text) {
+    constexpr char kPlain[] =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789/._-+,=";
+    if (text.find_first_not_of(kPlain) == std::string::npos) {
+        return text;
+    }
+    std::string quoted = "'";
+    for (const char character : text) {
+        quoted += character == '\'' ? std::string("'\\''") : std::string(1, character);
+    }
+    return quoted + "'";
+}
+
+// The lines that open a dump in other programs, in the colours and without the padding.
+void PrintCommands(const fs::path& path, const PictureFile& picture) {
+    const std::string size =
+        std::to_string(picture.image.pitch()) + "x" + std::to_string(picture.image.height());
+    const bool nv12 = picture.kind == Kind::kNv12;
+    const std::string input = std::string("-f rawvideo -pixel_format ") + (nv12 ? "nv12" : "gray") +
+                              " -video_size " + size;
+    std::string filter =
+        "crop=" + std::to_string(picture.width()) + ":" + std::to_string(picture.height()) + ":0:0";
+    if (nv12) {
+        filter += ",scale=in_range=full:out_range=full:in_color_matrix=bt601"
+                  ":flags=neighbor+accurate_rnd+full_chroma_int,format=rgb24";
+    }
+    fs::path png = path.filename();
+    png.replace_extension(".png");
+    std::printf("ffplay -autoexit %s -vf %s %s\n", input.c_str(), filter.c_str(),
+                Quoted(path.string()).c_str());
+    std::printf("ffmpeg -y %s -i %s -vf %s -frames:v 1 %s\n", input.c_str(),
+                Quoted(path.string()).c_str(), filter.c_str(), Quoted(png.string()).c_str());
+}
+
+Kind TargetOf(const Options& options, Kind source) {
+    if (options.to.empty()) {
+        return source == Kind::kRgb ? Kind::kNv12 : Kind::kRgb;
+    }
+    return options.to == "png" ? Kind::kRgb : options.to == "nv12" ? Kind::kNv12 : Kind::kY8;
+}
+
+RgbImage Coloured(const host::Image& disparity) {
+    return *DisparityPicture(disparity, static_cast<std::int32_t>(disparity.planeSize(0)));
+}
+
+host::Image GreyImage(const fs::path& path, const RgbImage& picture, int pitch) {
+    host::Image image(host::Image::Format::Y8, picture.width, picture.height,
+                      pitch > 0 ? pitch : picture.width);
+    const std::uint8_t* from = picture.bytes.data();
+    for (int y = 0; y < picture.height; ++y) {
+        std::uint8_t* row = image.plane(0) + static_cast<std::ptrdiff_t>(y) * image.pitch();
+        for (int x = 0; x < picture.width; ++x, from += 3) {
+            if (from[0] != from[1] || from[0] != from[2]) {
+                throw UseError(path.string() +
+                               ": expected a grey picture for Y8, found colour at " +
+                               std::to_string(x) + "," + std::to_string(y));
+            }
+            row[x] = from[0];
+        }
+    }
+    return image;
+}
+
+// The pitch asked for, else the one in the picture's own name where a dump was its origin.
+int PitchFor(const Options& options, const std::optional<SizedName>& name,
+             const RgbImage& picture) {
+    if (options.pitch != 0) {
+        if (options.pitch < picture.width) {
+            throw UseError("--pitch: expected at least " + std::to_string(picture.width) +
+                           ", the picture's width, found " + std::to_string(options.pitch));
+        }
+        return options.pitch;
+    }
+    const bool named =
+        name && name->first >= picture.width && name->second == picture.height / 2 * 2;
+    return named ? name->first : picture.width / 2 * 2;
+}
+
+Written WriteDump(const Options& options, const fs::path& path, const RgbImage& picture, Kind kind,
+                  OutputFolder& folder) {
+    const auto name = ParseSizedName(path.filename().string());
+    const int pitch = PitchFor(options, name, picture);
+    const host::Image image =
+        kind == Kind::kNv12 ? RgbToNv12(picture, pitch) : GreyImage(path, picture, pitch);
+    const SizedName target{name ? name->base : path.stem().string(), image.pitch(), image.height(),
+                           kind == Kind::kNv12 ? ".nv12" : ".Y8"};
+    folder.Write(target.Text(), image.bytes());
+    return {path, folder.path() / target.Text(), image.width(), image.height()};
+}
+
+Written ConvertOne(const Options& options, const fs::path& path) {
+    const Progress progress("converting " + path.filename().string());
+    const PictureFile picture =
+        ReadPictureFile(path, options.width > 0 ? std::optional(options.width) : std::nullopt);
+    const Kind target = TargetOf(options, picture.kind);
+    if (target == picture.kind || (target != Kind::kRgb && picture.kind != Kind::kRgb)) {
+        throw UseError(path.string() + ": expected " +
+                       (target == Kind::kRgb ? "a dump to make a PNG of"
+                                             : "a PNG or JPEG picture to make a dump of") +
+                       ", found " + (picture.kind == Kind::kRgb ? "a picture" : "a dump"));
+    }
+    OutputFolder folder(options.output.empty() ? fs::absolute(path).parent_path() : options.output);
+    Written written;
+    if (target == Kind::kRgb) {
+        const bool coloured = options.falseColour && picture.kind == Kind::kY8;
+        const std::string name =
+            path.stem().string() + (picture.kind == Kind::kY8 ? "_disparity.png" : ".png");
+        folder.Write(name, EncodePng(coloured ? Coloured(picture.image) : ToRgb(picture)));
+        written = {path, folder.path() / name, picture.width(), picture.height()};
+    } else {
+        written = WriteDump(options, path, picture.rgb, target, folder);
+    }
+    folder.Commit();
+    return written;
+}
+
+int PrintAllCommands(const Options& options) {
+    for (const fs::path& path : options.files) {
+        if (KindOf(path) == Kind::kRgb) {
+            throw UseError(path.string() + ": expected a dump, found another kind of file");
+        }
+        PrintCommands(path, ReadPictureFile(path, options.width > 0 ? std::optional(options.width)
+                                                                    : std::nullopt));
+    }
+    return kExitDone;
+}
+
+int Convert(const Options& options) {
+    if (options.commands) {
+        return PrintAllCommands(options);
+    }
+    nlohmann::ordered_json report = nlohmann::ordered_json::array();
+    for (const fs::path& path : options.files) {
+        const Written written = ConvertOne(options, path);
+        report.push_back({{"from", written.from.string()},
+                          {"to", written.to.string()},
+                          {"width", written.width},
+                          {"height", written.height}});
+        if (!options.json) {
+            std::printf("%s (%dx%d)\n", written.to.c_str(), written.width, written.height);
+        }
+    }
+    if (options.json) {
+        std::printf("%s\n",
+                    report.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+    }
+    return kExitDone;
+}
+
+} // namespace
+
+std::function<int()> PrepareConvert(CLI::App& command) {
+    const auto options = std::make_shared<Options>();
+    command.add_option("FILE", options->files, "dumps (.nv12, .Y8), or PNG or JPEG pictures")
+        ->required();
+    command
+        .add_option("-o,--output", options->output, "folder for the results (default: each file's)")
+        ->type_name("DIR");
+    command
+        .add_option("--to", options->to,
+                    "png, nv12 or y8 (default: a dump to png, a picture\nto nv12)")
+        ->type_name("KIND")
+        ->check(CLI::IsMember({"png", "nv12", "y8"}));
+    command
+        .add_option("--width", options->width,
+                    "pixels in a dump's row (default: as its set tells,\nelse the pitch)")
+        ->type_name("PIXELS")
+        ->check(CLI::Range(1, kLongestSide));
+    command
+        .add_option("--pitch", options->pitch,
+                    "bytes from row to row of a new dump (default: the\npitch in the picture's "
+                    "name, else the width)")
+        ->type_name("BYTES")
+        ->check(CLI::Range(2, 4 * kLongestSide));
+    command.add_flag("--false-colour", options->falseColour, "disparity in colours, with a scale");
+    command.add_flag("--commands", options->commands,
+                     "convert nothing; print the ffplay and ffmpeg lines that open\neach dump");
+    command.add_flag("--json", options->json, "say what was written as JSON");
+    command.footer("A dump's name says its pitch and height: NAME_4096x3000.nv12. Y8 becomes\n"
+                   "NAME_disparity.png.\n"
+                   "\n"
+                   "Examples:\n"
+                   "  bokehnode convert camera/IMG_20240131_235959_0_4096x3000.nv12 -o seen\n"
+                   "  bokehnode convert camera/*.Y8 --false-colour\n"
+                   "  bokehnode convert left.png --pitch 4096 -o dumps\n"
+                   "  bokehnode convert --commands camera/*.nv12\n"
+                   "\n"
+                   "Exit codes: 0 converted; 2 wrong use or unreadable input.");
+    return [options] { return Convert(*options); };
+}

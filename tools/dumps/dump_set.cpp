@@ -1,0 +1,118 @@
+#include "tools/dumps/dump_set.h"
+
+#include <algorithm>
+#include <map>
+#include <system_error>
+#include <utility>
+
+#include "tools/errors.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using SetKey = std::pair<fs::path, std::string>;
+using Sets = std::map<SetKey, DumpSet>;
+
+void Add(Sets& sets, const fs::path& path) {
+    const auto name = ParseDumpName(path.filename().string());
+    std::error_code error;
+    if (!name || !fs::is_regular_file(path, error)) {
+        return;
+    }
+    DumpSet& set = sets[{path.parent_path(), name->stem}];
+    set.folder = path.parent_path();
+    set.stem = name->stem;
+    auto& place = set.files[static_cast<std::size_t>(name->role)];
+    DumpFile file{path, *name, fs::file_size(path, error)};
+    if (!place) {
+        place = std::move(file);
+        return;
+    }
+    if (fs::last_write_time(path, error) > fs::last_write_time(place->path, error)) {
+        std::swap(*place, file);
+    }
+    set.surplus.push_back(file.path);
+}
+
+void AddFolder(Sets& sets, const fs::path& folder) {
+    std::error_code error;
+    fs::recursive_directory_iterator entries(folder, error);
+    while (!error && entries != fs::recursive_directory_iterator()) {
+        Add(sets, entries->path());
+        entries.increment(error);
+    }
+    if (error) {
+        throw UseError(folder.string() + ": cannot be read: " + error.message());
+    }
+}
+
+// The folder's sets that have this stem.
+Sets SetsOfStem(const fs::path& folder, const std::string& stem) {
+    Sets sets;
+    std::error_code error;
+    for (fs::directory_iterator entries(folder.empty() ? "." : folder, error), end;
+         !error && entries != end; entries.increment(error)) {
+        const auto name = ParseDumpName(entries->path().filename().string());
+        if (name && name->stem == stem) {
+            Add(sets, folder / entries->path().filename());
+        }
+    }
+    for (auto& [key, set] : sets) {
+        std::ranges::sort(set.surplus);
+    }
+    return sets;
+}
+
+Sets SetsOf(const fs::path& place) {
+    Sets sets;
+    if (fs::is_directory(place)) {
+        AddFolder(sets, place.has_filename() ? place : place.parent_path());
+        if (sets.empty()) {
+            throw UseError(place.string() + ": expected a folder with dump sets, found none in it");
+        }
+        return sets;
+    }
+    const auto name = ParseDumpName(place.filename().string());
+    sets = SetsOfStem(place.parent_path(), name ? name->stem : place.filename().string());
+    if (sets.empty()) {
+        throw UseError(place.string() + ": expected a folder or a file of a dump set, found " +
+                       (fs::exists(place) ? "a file of another name" : "nothing"));
+    }
+    return sets;
+}
+
+} // namespace
+
+std::vector<DumpSet> FindDumpSets(const std::vector<fs::path>& places) {
+    Sets all;
+    for (const fs::path& place : places) {
+        all.merge(SetsOf(place));
+    }
+    std::vector<DumpSet> list;
+    for (auto& [key, set] : all) {
+        list.push_back(std::move(set));
+    }
+    return list;
+}
+
+DumpSet FindDumpSet(const fs::path& place) {
+    std::vector<DumpSet> sets = FindDumpSets({place});
+    if (sets.size() != 1) {
+        throw UseError(place.string() + ": expected one dump set, found " +
+                       std::to_string(sets.size()) + "; name a file of one, or use --all");
+    }
+    return std::move(sets.front());
+}
+
+std::optional<DumpSet> SetOfFile(const fs::path& file) {
+    const auto name = ParseDumpName(file.filename().string());
+    if (!name) {
+        return std::nullopt;
+    }
+    Sets sets = SetsOfStem(file.parent_path(), name->stem);
+    if (sets.empty()) {
+        return std::nullopt;
+    }
+    return std::move(sets.begin()->second);
+}

@@ -1,0 +1,86 @@
+#include "tools/dumps/picture_file.h"
+
+#include <algorithm>
+#include <string>
+
+#include "tools/dumps/dump_image.h"
+#include "tools/dumps/dump_name.h"
+#include "tools/errors.h"
+#include "tools/image_file.h"
+#include "tools/nv12.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+int DumpWidth(const fs::path& path, const SizedName& name, std::optional<int> width) {
+    if (width) {
+        if (*width > name.first) {
+            throw UseError("--width: expected at most " + std::to_string(name.first) +
+                           ", the pitch of " + path.string() + ", found " + std::to_string(*width));
+        }
+        return *width;
+    }
+    const auto set = SetOfFile(path);
+    return set ? WidthOf(*set, ParseDumpName(path.filename().string())->role) : name.first;
+}
+
+} // namespace
+
+PictureFile::Kind KindOf(const fs::path& path) {
+    std::string extension = path.extension().string();
+    std::ranges::transform(extension, extension.begin(),
+                           [](char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; });
+    if (extension == ".nv12") {
+        return PictureFile::Kind::kNv12;
+    }
+    return extension == ".y8" ? PictureFile::Kind::kY8 : PictureFile::Kind::kRgb;
+}
+
+PictureFile ReadPictureFile(const fs::path& path, std::optional<int> width) {
+    PictureFile picture;
+    picture.kind = KindOf(path);
+    if (picture.kind == PictureFile::Kind::kRgb) {
+        picture.rgb = ReadImageFile(path);
+        return picture;
+    }
+    const auto name = ParseSizedName(path.filename().string());
+    if (!name) {
+        throw UseError(path.string() +
+                       ": expected a name that ends in pitch and height, such as _4096x3000" +
+                       path.extension().string() + ", found none in it");
+    }
+    const bool nv12 = picture.kind == PictureFile::Kind::kNv12;
+    const auto read = nv12 ? ReadNv12Dump : ReadY8Dump;
+    if (!fs::exists(path)) {
+        ReadFileBytes(path); // says so
+    }
+    if (nv12 && (name->first % 2 != 0 || name->second < 2)) {
+        throw UseError(path.string() + ": expected an even pitch and two rows or more, found " +
+                       std::to_string(name->first) + "x" + std::to_string(name->second));
+    }
+    picture.image = read(path, DumpWidth(path, *name, width), name->first, name->second);
+    return picture;
+}
+
+RgbImage GreyToRgb(const host::Image& image) {
+    RgbImage picture(image.width(), image.height());
+    for (int y = 0; y < picture.height; ++y) {
+        const std::uint8_t* row = image.plane(0) + static_cast<std::ptrdiff_t>(y) * image.pitch();
+        for (int x = 0; x < picture.width; ++x) {
+            picture.Set(x, y, {row[x], row[x], row[x]});
+        }
+    }
+    return picture;
+}
+
+RgbImage ToRgb(const PictureFile& picture) {
+    switch (picture.kind) {
+    case PictureFile::Kind::kNv12:
+        return Nv12ToRgb(picture.image);
+    case PictureFile::Kind::kY8:
+        return GreyToRgb(picture.image);
+    default:
+        return picture.rgb;
+    }
+}
