@@ -11,6 +11,7 @@
 #include <CLI/Formatter.hpp>
 
 #include "tools/commands/convert.h"
+#include "tools/commands/diff.h"
 #include "tools/errors.h"
 #include "tools/interruption.h"
 #include "tools/render.h"
@@ -32,6 +33,7 @@ const Subcommand kSubcommands[] = {
          return [options] { return Render(*options); };
      }},
     {"convert", "turn dumps into PNG pictures and back", PrepareConvert},
+    {"diff", "compare two pictures or dumps", PrepareDiff},
 };
 
 int Run(int argc, char** argv) {

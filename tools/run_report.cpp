@@ -1,15 +1,10 @@
 #include "tools/run_report.h"
 
-#include <nlohmann/json.hpp>
+#include "tools/json_text.h"
 
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-// File names need not be UTF-8, JSON text must be.
-std::string Dump(const Json& json) {
-    return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
-}
 
 Json PublishedTags(const host::Published& published) {
     return {{"SupportedFeature", published.supportedFeature},
@@ -80,5 +75,5 @@ std::string ReportText(const RunFacts& facts, const Outcome& outcome) {
     report["complaints"] = outcome.result.complaints;
     report["published"] = published ? PublishedTags(*published) : Json(nullptr);
     report["parameters"] = Parameters(facts);
-    return Dump(report);
+    return JsonText(report);
 }

@@ -9,13 +9,13 @@
 
 #include <CLI/App.hpp>
 #include <CLI/Option.hpp>
-#include <nlohmann/json.hpp>
 
 #include "tools/disparity_picture.h"
 #include "tools/dumps/dump_name.h"
 #include "tools/dumps/picture_file.h"
 #include "tools/errors.h"
 #include "tools/image_file.h"
+#include "tools/json_text.h"
 #include "tools/nv12.h"
 #include "tools/output_folder.h"
 #include "tools/progress.h"
@@ -186,8 +186,7 @@ int Convert(const Options& options) {
         }
     }
     if (options.json) {
-        std::printf("%s\n",
-                    report.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+        std::printf("%s", JsonText(report).c_str());
     }
     return kExitDone;
 }

@@ -13,16 +13,20 @@ namespace fs = std::filesystem;
 
 namespace {
 
-int DumpWidth(const fs::path& path, const SizedName& name, std::optional<int> width) {
-    if (width) {
-        if (*width > name.first) {
-            throw UseError("--width: expected at most " + std::to_string(name.first) +
-                           ", the pitch of " + path.string() + ", found " + std::to_string(*width));
-        }
-        return *width;
+// Nothing where only the pitch is known.
+std::optional<int> DumpWidth(const fs::path& path, const SizedName& name,
+                             std::optional<int> width) {
+    if (width && *width > name.first) {
+        throw UseError("--width: expected at most " + std::to_string(name.first) +
+                       ", the pitch of " + path.string() + ", found " + std::to_string(*width));
     }
-    const auto set = SetOfFile(path);
-    return set ? WidthOf(*set, ParseDumpName(path.filename().string())->role) : name.first;
+    if (!width) {
+        const auto set = SetOfFile(path);
+        if (set && set->file(DumpRole::kParameters)) {
+            return WidthOf(*set, ParseDumpName(path.filename().string())->role);
+        }
+    }
+    return width;
 }
 
 } // namespace
@@ -59,7 +63,9 @@ PictureFile ReadPictureFile(const fs::path& path, std::optional<int> width) {
         throw UseError(path.string() + ": expected an even pitch and two rows or more, found " +
                        std::to_string(name->first) + "x" + std::to_string(name->second));
     }
-    picture.image = read(path, DumpWidth(path, *name, width), name->first, name->second);
+    const auto known = DumpWidth(path, *name, width);
+    picture.widthKnown = known.has_value();
+    picture.image = read(path, known.value_or(name->first), name->first, name->second);
     return picture;
 }
 

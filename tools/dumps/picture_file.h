@@ -11,8 +11,9 @@ struct PictureFile {
     enum class Kind { kRgb, kNv12, kY8 };
 
     Kind kind = Kind::kRgb;
-    RgbImage rgb;      // of a PNG or JPEG picture
-    host::Image image; // of a dump
+    RgbImage rgb;           // of a PNG or JPEG picture
+    host::Image image;      // of a dump
+    bool widthKnown = true; // false: a dump of which only the pitch is known
 
     int width() const { return kind == Kind::kRgb ? rgb.width : image.width(); }
     int height() const { return kind == Kind::kRgb ? rgb.height : image.height(); }

@@ -1,0 +1,155 @@
+#include "tools/commands/diff.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <future>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <CLI/App.hpp>
+#include <CLI/Option.hpp>
+
+#include "tools/compare/difference.h"
+#include "tools/compare/difference_json.h"
+#include "tools/dumps/dump_image.h"
+#include "tools/dumps/picture_file.h"
+#include "tools/errors.h"
+#include "tools/image_file.h"
+#include "tools/json_text.h"
+#include "tools/output_folder.h"
+#include "tools/progress.h"
+
+namespace fs = std::filesystem;
+using Kind = PictureFile::Kind;
+
+namespace {
+
+struct Options {
+    fs::path a;
+    fs::path b;
+    int width = 0;
+    fs::path heatMap;
+    bool json = false;
+};
+
+std::string SizeText(const PictureFile& picture) {
+    return std::to_string(picture.width()) + "x" + std::to_string(picture.height());
+}
+
+// A dump of which only the pitch is known takes the other's width.
+void AgreeOnWidth(PictureFile& picture, const PictureFile& other) {
+    const bool narrower = !picture.widthKnown && other.widthKnown && picture.kind != Kind::kRgb &&
+                          other.width() < picture.width();
+    if (narrower) {
+        const auto make = picture.kind == Kind::kNv12 ? Nv12FromBytes : Y8FromBytes;
+        const host::Image& image = picture.image;
+        picture.image = make(image.bytes(), other.width(), image.pitch(), image.height());
+    }
+}
+
+struct Pictures {
+    PictureFile a;
+    PictureFile b;
+};
+
+Pictures Read(const Options& options) {
+    const Progress progress("reading the pictures");
+    const auto width = options.width > 0 ? std::optional(options.width) : std::nullopt;
+    auto other = std::async(std::launch::async, [&] { return ReadPictureFile(options.b, width); });
+    Pictures pictures;
+    pictures.a = ReadPictureFile(options.a, width);
+    pictures.b = other.get();
+    AgreeOnWidth(pictures.a, pictures.b);
+    AgreeOnWidth(pictures.b, pictures.a);
+    if (pictures.a.kind != pictures.b.kind) { // in the colours that both can be shown in
+        for (PictureFile* picture : {&pictures.a, &pictures.b}) {
+            picture->rgb = ToRgb(*picture);
+            picture->kind = Kind::kRgb;
+        }
+    }
+    return pictures;
+}
+
+void WriteHeatMap(const fs::path& path, const Pictures& pictures) {
+    const Progress progress("drawing the differences");
+    const NumberMap map = pictures.a.kind == Kind::kRgb
+                              ? DifferenceMap(pictures.a.rgb, pictures.b.rgb)
+                              : DifferenceMap(pictures.a.image, pictures.b.image);
+    OutputFolder folder(fs::absolute(path).parent_path());
+    folder.Write(path.filename().string(), EncodePng(FalseColour(map)));
+    folder.Commit();
+}
+
+void Print(const Options& options, const Pictures& pictures, const PictureDifference& difference) {
+    if (!options.json) {
+        std::printf("%s", InWords(difference).c_str());
+        return;
+    }
+    nlohmann::ordered_json report{{"a", options.a.string()},
+                                  {"b", options.b.string()},
+                                  {"width", pictures.a.width()},
+                                  {"height", pictures.a.height()}};
+    report.update(ToJson(difference));
+    std::printf("%s", JsonText(report).c_str());
+}
+
+int Diff(const Options& options) {
+    const Pictures pictures = Read(options);
+    const PictureFile& a = pictures.a;
+    const PictureFile& b = pictures.b;
+    if (a.width() != b.width() || a.height() != b.height()) {
+        const bool unsure = !a.widthKnown || !b.widthKnown;
+        if (options.json) {
+            std::printf("%s", JsonText({{"a", options.a.string()},
+                                        {"b", options.b.string()},
+                                        {"identical", false},
+                                        {"sizes", {SizeText(a), SizeText(b)}}})
+                                  .c_str());
+        } else {
+            std::printf("sizes differ: %s and %s%s\n", SizeText(a).c_str(), SizeText(b).c_str(),
+                        unsure ? "; --width says how much of a dump's pitch is picture" : "");
+        }
+        return kExitFailed;
+    }
+    PictureDifference difference;
+    {
+        const Progress progress("comparing");
+        difference = a.kind == Kind::kRgb ? Compare(a.rgb, b.rgb) : Compare(a.image, b.image);
+    }
+    if (!options.heatMap.empty()) {
+        WriteHeatMap(options.heatMap, pictures);
+    }
+    Print(options, pictures, difference);
+    return difference.identical() ? kExitDone : kExitFailed;
+}
+
+} // namespace
+
+std::function<int()> PrepareDiff(CLI::App& command) {
+    const auto options = std::make_shared<Options>();
+    command.add_option("A", options->a, "a dump (.nv12, .Y8), or a PNG or JPEG picture")
+        ->required();
+    command.add_option("B", options->b, "another one of the same size")->required();
+    command
+        .add_option("--width", options->width,
+                    "pixels in a dump's row; the rest of the pitch is not\ncompared (default: as "
+                    "its set tells, else the pitch)")
+        ->type_name("PIXELS")
+        ->check(CLI::Range(1, kLongestSide));
+    command
+        .add_option("--heat-map", options->heatMap,
+                    "write a PNG of how far each place differs; grey: equal")
+        ->type_name("FILE");
+    command.add_flag("--json", options->json, "say it as JSON");
+    command.footer("Dumps of one kind are compared plane by plane, other pairs as red, green, "
+                   "blue.\n"
+                   "\n"
+                   "Examples:\n"
+                   "  bokehnode diff camera/IMG_20240131_235959_res_4096x3000.nv12 \\\n"
+                   "      replayed/IMG_20240131_235959_res_4096x3000.nv12 --heat-map heat.png\n"
+                   "  bokehnode diff before.png after.png --json\n"
+                   "\n"
+                   "Exit codes: 0 identical; 1 different; 2 wrong use or unreadable input.");
+    return [options] { return Diff(*options); };
+}
