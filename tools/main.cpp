@@ -12,6 +12,7 @@
 
 #include "tools/commands/convert.h"
 #include "tools/commands/diff.h"
+#include "tools/commands/inspect.h"
 #include "tools/errors.h"
 #include "tools/interruption.h"
 #include "tools/render.h"
@@ -32,6 +33,7 @@ const Subcommand kSubcommands[] = {
          AddRenderOptions(command, *options);
          return [options] { return Render(*options); };
      }},
+    {"inspect", "show dump sets and say what looks wrong", PrepareInspect},
     {"convert", "turn dumps into PNG pictures and back", PrepareConvert},
     {"diff", "compare two pictures or dumps", PrepareDiff},
 };

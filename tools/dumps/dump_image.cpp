@@ -83,48 +83,68 @@ host::Image Y8FromBytes(const Bytes& bytes, int width, int pitch, int height) {
     return FromBytes(host::Image::Format::Y8, bytes, width, pitch, height);
 }
 
+namespace {
+
+// The width in the parameters' name, where it can be that of a file with this name.
+std::optional<int> NamedWidth(const DumpSet& set, const DumpName& name) {
+    const auto& parameters = set.file(DumpRole::kParameters);
+    const bool fits = parameters && parameters->name.height == name.height &&
+                      parameters->name.first <= name.first;
+    return fits ? std::optional(parameters->name.first) : std::nullopt;
+}
+
+// What an aux image's width can be by the part of the sensor that it shows.
+struct AspectWidth {
+    double lowest = 0;
+    double highest = 0;
+    int likeliest = 0; // even
+};
+
+AspectWidth WidthByAspect(const DumpParameters& parameters, int height) {
+    // Sides of the sensor's part are whole pixels, cut off at both ends: two off at the most.
+    const auto across = static_cast<double>(parameters.auxCropWidth);
+    const auto down = static_cast<double>(parameters.auxCropHeight);
+    return {height * (across - 2) / (down + 2), height * (across + 2) / std::max(down - 2, 1.0),
+            static_cast<int>(std::lround(height * across / down / 2)) * 2};
+}
+
+} // namespace
+
 int MainWidth(const DumpSet& set) {
     const auto& main = set.file(DumpRole::kMain);
     const auto& parameters = set.file(DumpRole::kParameters);
-    if (!main) {
-        return parameters ? parameters->name.first : 0;
+    if (main) {
+        return NamedWidth(set, main->name).value_or(main->name.first);
     }
-    const bool known = parameters && parameters->name.first <= main->name.first;
-    return known ? parameters->name.first : main->name.first;
+    return parameters ? parameters->name.first : 0;
 }
 
 int OutputWidth(const DumpSet& set) {
-    const auto& main = set.file(DumpRole::kMain);
-    const auto& output = set.file(DumpRole::kOutput);
-    const int width = MainWidth(set);
-    if (!output) {
-        return width;
-    }
-    const bool alike = width > 0 && width <= output->name.first &&
-                       (!main || main->name.height == output->name.height);
-    return alike ? width : output->name.first;
+    const DumpName& output = set.file(DumpRole::kOutput)->name;
+    return NamedWidth(set, output).value_or(output.first);
 }
 
 int AuxWidth(const DumpSet& set, const DumpParameters* parameters, const Bytes& bytes) {
+    constexpr int kMostPadding = 128;
     const DumpName& aux = set.file(DumpRole::kAux)->name;
     const auto& main = set.file(DumpRole::kMain);
     if (main && main->name.first == aux.first && main->name.height == aux.height) {
         return MainWidth(set);
     }
+    // Names that say so have changed places.
+    if (main && !NamedWidth(set, main->name) && NamedWidth(set, aux)) {
+        return *NamedWidth(set, aux);
+    }
     const int padded = WidthBeforePadding(bytes, aux.first, aux.height);
     if (parameters == nullptr || parameters->auxCropWidth <= 0 || parameters->auxCropHeight <= 0) {
         return padded;
     }
-    // Sides of the sensor's part are whole pixels, cut off at both ends: two off at the most.
-    const auto width = static_cast<double>(parameters->auxCropWidth);
-    const auto height = static_cast<double>(parameters->auxCropHeight);
-    const double lowest = aux.height * (width - 2) / (height + 2);
-    const double highest = aux.height * (width + 2) / std::max(height - 2, 1.0);
-    if (padded >= lowest - 1 && padded <= highest + 1) {
-        return padded;
-    }
-    const int byAspect = static_cast<int>(std::lround(aux.height * width / height / 2)) * 2;
-    return byAspect >= 2 && byAspect <= aux.first ? byAspect : aux.first;
+    const AspectWidth width = WidthByAspect(*parameters, aux.height);
+    const bool padding = padded >= width.lowest - 1 && padded <= width.highest + 1;
+    const bool plausible = width.likeliest <= aux.first &&
+                           width.likeliest > aux.first - kMostPadding &&
+                           width.likeliest > aux.first * 7 / 10;
+    return !padding && plausible ? width.likeliest : padded;
 }
 
 ParameterText ReadParameters(const DumpSet& set) {

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "tools/rgb_image.h"
+
+// A made-up scene with structure at every scale, colours and depth: a far wall and things before
+// it. Lengths are shares of the picture's width.
+class MadeScene {
+public:
+    explicit MadeScene(std::uint32_t seed);
+
+    struct View {
+        bool aux = false;
+        double panX = 0; // where the camera has turned since
+        double panY = 0;
+        double walkX = 0; // how far the nearest thing has gone since
+        double walkY = 0;
+    };
+
+    RgbImage Paint(int width, int height, const View& view) const;
+
+private:
+    struct Layer {
+        double disparity = 0;
+        bool ellipse = false;
+        double x = 0, y = 0, radiusX = 0, radiusY = 0; // middle and extent; of the wall unused
+        std::uint32_t texture = 0;
+        double scale = 0; // largest structure
+        double first[3] = {};
+        double second[3] = {};
+
+        bool Covers(double px, double py) const;
+    };
+
+    const Layer& LayerAt(double x, double y, const View& view, double& u, double& v) const;
+    static Colour ColourOf(const Layer& layer, double u, double v, double grain);
+
+    std::vector<Layer> layers_; // nearest first, the wall last
+    double gain_[3] = {};       // the aux camera's colours against the main one's
+    std::uint32_t seed_;
+};

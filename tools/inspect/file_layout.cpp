@@ -1,0 +1,132 @@
+#include "tools/inspect/file_layout.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <vector>
+
+namespace {
+
+constexpr int kSegmentBytes = 64;
+constexpr int kSegments = 400;
+constexpr int kSmooth = 4; // bytes averaged, against noise
+
+// Sums of kSmooth bytes next to one another.
+std::vector<std::uint16_t> Smoothed(std::span<const std::uint8_t> bytes) {
+    std::vector<std::uint16_t> sums(bytes.size() - kSmooth + 1);
+    for (std::size_t i = 0; i < sums.size(); ++i) {
+        sums[i] = static_cast<std::uint16_t>(bytes[i] + bytes[i + 1] + bytes[i + 2] + bytes[i + 3]);
+    }
+    return sums;
+}
+
+double LikenessAt(const std::vector<std::uint16_t>& sums, int pitch, std::size_t room) {
+    std::uint64_t total = 0;
+    for (int segment = 0; segment < kSegments; ++segment) {
+        const std::size_t start = room * static_cast<std::size_t>(segment) / kSegments;
+        const std::uint16_t* a = sums.data() + start;
+        const std::uint16_t* b = a + pitch;
+        std::uint32_t sum = 0;
+        for (int i = 0; i < kSegmentBytes; ++i) {
+            sum += static_cast<std::uint32_t>(std::abs(a[i] - b[i]));
+        }
+        total += sum;
+    }
+    return static_cast<double>(total) / (kSegments * kSegmentBytes * kSmooth);
+}
+
+struct RowLook {
+    double luma = 0; // above 0: like luma, below: like chroma; -1 to 1
+    double step = 0; // mean difference from the row before
+};
+
+std::vector<RowLook> LooksOf(std::span<const std::uint8_t> bytes, std::size_t pitch) {
+    std::vector<RowLook> looks(bytes.size() / pitch);
+    for (std::size_t r = 0; r < looks.size(); ++r) {
+        const std::uint8_t* row = bytes.data() + r * pitch;
+        const std::uint8_t* before = r == 0 ? row : row - pitch;
+        std::uint64_t next = 0; // to the byte beside: of luma the next pixel, of chroma V beside U
+        std::uint64_t second = 0;
+        std::uint64_t step = 0;
+        std::uint64_t colour = 0;
+        for (std::size_t x = 0; x + 2 < pitch; ++x) {
+            next += static_cast<std::uint64_t>(std::abs(row[x] - row[x + 1]));
+            second += static_cast<std::uint64_t>(std::abs(row[x] - row[x + 2]));
+            step += static_cast<std::uint64_t>(std::abs(row[x] - before[x]));
+            colour += static_cast<std::uint64_t>(std::abs(row[x] - 128));
+        }
+        const auto count = static_cast<double>(pitch);
+        const double a = static_cast<double>(next) / count;
+        const double b = static_cast<double>(second) / count;
+        looks[r].luma = (b - a) / (a + b + 1);
+        // Without colour both bytes are near 128 and smooth.
+        if (a < 2.5 && static_cast<double>(colour) / count < 8) {
+            looks[r].luma = -0.3;
+        }
+        looks[r].step = static_cast<double>(step) / count;
+    }
+    return looks;
+}
+
+double Median(std::vector<double> values) {
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
+} // namespace
+
+std::optional<RowPeriod> FindRowPeriod(std::span<const std::uint8_t> bytes, int namedPitch) {
+    const int longest = 2 * namedPitch;
+    const auto needed = static_cast<std::size_t>(longest + kSegmentBytes) * 2;
+    if (bytes.size() < needed) {
+        return std::nullopt;
+    }
+    const std::vector<std::uint16_t> sums = Smoothed(bytes);
+    const std::size_t room = sums.size() - static_cast<std::size_t>(longest + kSegmentBytes);
+    RowPeriod best{0, INFINITY, LikenessAt(sums, namedPitch, room)};
+    for (int pitch = (namedPitch / 2 + 1) / 2 * 2; pitch <= longest; pitch += 2) {
+        const double likeness = LikenessAt(sums, pitch, room);
+        if (likeness < best.likeness) {
+            best.pitch = pitch;
+            best.likeness = likeness;
+        }
+    }
+    return best;
+}
+
+std::optional<ChromaStart> FindChromaStart(std::span<const std::uint8_t> bytes, int pitch,
+                                           int namedRow) {
+    const std::vector<RowLook> looks = LooksOf(bytes, static_cast<std::size_t>(pitch));
+    const int rows = static_cast<int>(looks.size());
+    if (rows < 24) {
+        return std::nullopt;
+    }
+    // total[r]: sum of looks before row r. Best where luma before minus luma behind is largest.
+    std::vector<double> total(looks.size() + 1);
+    std::vector<double> steps;
+    for (std::size_t r = 0; r < looks.size(); ++r) {
+        total[r + 1] = total[r] + looks[r].luma;
+        steps.push_back(looks[r].step);
+    }
+    const auto score = [&](int row) {
+        return 2 * total[static_cast<std::size_t>(row)] - total.back();
+    };
+    int best = 0;
+    for (int row = 1; row <= rows; ++row) {
+        best = score(row) > score(best) ? row : best;
+    }
+    // Looks say it to a few rows; the step from luma to chroma to one.
+    const double usual = Median(steps) + 0.5;
+    const auto edge = [&](int row) {
+        return row <= 0 || row >= rows ? 0.0 : looks[static_cast<std::size_t>(row)].step / usual;
+    };
+    int sharpest = best;
+    for (int row = best - 6; row <= best + 6; ++row) {
+        sharpest = edge(row) > edge(sharpest) ? row : sharpest;
+    }
+    const int named = std::clamp(namedRow, 0, rows);
+    const int between = std::abs(sharpest - named);
+    const double gain = between == 0 ? 0 : (score(best) - score(named)) / (2.0 * between);
+    return ChromaStart{sharpest, gain, edge(sharpest), edge(named), rows};
+}

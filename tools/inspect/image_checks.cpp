@@ -1,0 +1,221 @@
+// What the images of a set tell about one another.
+
+#include <opencv2/imgproc.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+
+#include "tools/compare/difference.h"
+#include "tools/inspect/checks.h"
+#include "tools/inspect/pair_match.h"
+
+namespace {
+
+// Share of places that go together: of one scene more, of two scenes fewer.
+constexpr double kOneScene = 0.6;
+constexpr std::size_t kFewestPlaces = 6; // with fewer nothing is said
+
+// The image, where it is there and its rows are as its name says.
+const host::Image* Sound(const Inspection& inspection, DumpRole role) {
+    for (const Problem problem : {Problem::kPitch, Problem::kHeight, Problem::kTruncated}) {
+        if (inspection.Has(problem, role)) {
+            return nullptr;
+        }
+    }
+    const auto& image = inspection.image(role);
+    return image ? &*image : nullptr;
+}
+
+bool SameSize(const host::Image& a, const host::Image& b) {
+    return a.width() == b.width() && a.height() == b.height();
+}
+
+// Share of luma pixels that are the same in both; 0 for images of different sizes.
+double ShareOfSamePixels(const host::Image& a, const host::Image& b) {
+    if (!SameSize(a, b)) {
+        return 0;
+    }
+    const PlaneDifference luma = Compare(a, b).planes.front();
+    return 1 - static_cast<double>(luma.differing) / static_cast<double>(luma.samples);
+}
+
+// Mean difference of the two at a size at which blur and noise count little.
+double SmallDifference(const host::Image& a, const host::Image& b) {
+    cv::Mat smallA = SmallLuma(a);
+    cv::Mat smallB = SmallLuma(b);
+    cv::resize(smallB, smallB, smallA.size(), 0, 0, cv::INTER_AREA);
+    cv::Mat difference;
+    cv::absdiff(smallA, smallB, difference);
+    return cv::mean(difference)[0];
+}
+
+cv::Mat Turned(const cv::Mat& picture, int quarters) {
+    constexpr int kCodes[] = {cv::ROTATE_90_CLOCKWISE, cv::ROTATE_180,
+                              cv::ROTATE_90_COUNTERCLOCKWISE};
+    cv::Mat turned;
+    cv::rotate(picture, turned, kCodes[quarters - 1]);
+    return turned;
+}
+
+Fit FitOf(const cv::Mat& first, const cv::Mat& second) {
+    return FitOf(MatchPlaces(first, second), first.size());
+}
+
+bool OtherScene(const Fit& fit) {
+    return fit.places >= kFewestPlaces && fit.together < kOneScene;
+}
+
+struct ChromaCost {
+    double straight = 0; // mean difference, U with U and V with V
+    double crossed = 0;  // U with V and V with U
+};
+
+ChromaCost CostOf(const host::Image& a, const host::Image& b) {
+    const std::array<cv::Mat, 2> first = SmallChroma(a);
+    std::array<cv::Mat, 2> second = SmallChroma(b);
+    for (cv::Mat& plane : second) {
+        cv::resize(plane, plane, first[0].size(), 0, 0, cv::INTER_AREA);
+    }
+    const auto cost = [](const cv::Mat& x, const cv::Mat& y) {
+        cv::Mat difference;
+        cv::absdiff(x, y, difference);
+        return cv::mean(difference)[0];
+    };
+    return {cost(first[0], second[0]) + cost(first[1], second[1]),
+            cost(first[0], second[1]) + cost(first[1], second[0])};
+}
+
+bool Crossed(const ChromaCost& cost) {
+    return cost.straight > 2 && cost.crossed < 0.6 * cost.straight;
+}
+
+// Blur grows with the level and the picture; below about a pixel it changes nothing.
+bool IsFaint(int blur, const host::Image& image) {
+    return blur * std::max(image.width(), image.height()) < 6000;
+}
+
+std::string Percent(double share) {
+    return std::to_string(std::lround(100 * share)) + " %";
+}
+
+} // namespace
+
+void CheckSwapped(Inspection& inspection) {
+    const host::Image* main = Sound(inspection, DumpRole::kMain);
+    const host::Image* aux = Sound(inspection, DumpRole::kAux);
+    const host::Image* output = Sound(inspection, DumpRole::kOutput);
+    if (main == nullptr || aux == nullptr || output == nullptr) {
+        return;
+    }
+    const double ofMain = ShareOfSamePixels(*main, *output);
+    const double ofAux = ShareOfSamePixels(*aux, *output);
+    const double fromMain = SmallDifference(*main, *output);
+    const double fromAux = SmallDifference(*aux, *output);
+    // What is in focus is the main image's pixels; what is not is at least in their place.
+    const bool likeAux = fromAux < 0.7 * fromMain && (ofAux > ofMain || !SameSize(*main, *output));
+    if (ofAux == 1 && ofMain < 1) {
+        inspection.findings.push_back(
+            {Problem::kSwapped, std::nullopt,
+             "the output is the aux image: debug view 2, or main and aux image have changed "
+             "places"});
+    } else if (likeAux && (SameSize(*aux, *output) || !SameSize(*main, *output))) {
+        inspection.findings.push_back(
+            {Problem::kSwapped, std::nullopt,
+             "the output is made from the image named aux (" + Percent(ofAux) +
+                 " of its pixels) and not from that named main (" + Percent(ofMain) + ")"});
+    }
+}
+
+void CheckFallback(Inspection& inspection) {
+    const host::Image* main = Sound(inspection, DumpRole::kMain);
+    const host::Image* output = Sound(inspection, DumpRole::kOutput);
+    if (main == nullptr || output == nullptr || !SameSize(*main, *output) ||
+        !Compare(*main, *output).identical()) {
+        return;
+    }
+    if (inspection.parameters && IsFaint(inspection.parameters->blur, *main)) {
+        inspection.notes.push_back("the output is the main image, which blur " +
+                                   std::to_string(inspection.parameters->blur) +
+                                   " can leave as it is at this size");
+        return;
+    }
+    inspection.findings.push_back(
+        {Problem::kFallback, DumpRole::kOutput,
+         "the output is the main image, pixel for pixel: the node fell back to a copy, or a debug "
+         "view asked for it"});
+}
+
+void CheckAuxRotation(Inspection& inspection) {
+    const host::Image* main = Sound(inspection, DumpRole::kMain);
+    const host::Image* aux = Sound(inspection, DumpRole::kAux);
+    if (main == nullptr || aux == nullptr) {
+        return;
+    }
+    const cv::Mat first = SmallLuma(*main);
+    const cv::Mat second = SmallLuma(*aux);
+    Fit best = FitOf(first, second);
+    if (!OtherScene(best)) {
+        return;
+    }
+    int quarters = 0; // by which the aux image has to be turned, clockwise
+    for (int turn = 1; turn < 4; ++turn) {
+        const Fit fit = FitOf(first, Turned(second, turn));
+        if (fit.together > best.together) {
+            best = fit;
+            quarters = turn;
+        }
+    }
+    if (quarters != 0 && !OtherScene(best)) {
+        inspection.findings.push_back({Problem::kAuxRotated, DumpRole::kAux,
+                                       "the aux image fits the main one only when turned by " +
+                                           std::to_string(90 * quarters) + " degrees clockwise"});
+    }
+}
+
+void CheckMoment(Inspection& inspection) {
+    constexpr double kFarthestAside = 0.022;
+    const host::Image* main = Sound(inspection, DumpRole::kMain);
+    const host::Image* aux = Sound(inspection, DumpRole::kAux);
+    const host::Image* output = Sound(inspection, DumpRole::kOutput);
+    const auto report = [&](DumpRole role, const std::string& text) {
+        inspection.findings.push_back({Problem::kMoment, role, text});
+    };
+    if (main != nullptr && aux != nullptr && !inspection.Has(Problem::kAuxRotated)) {
+        const Fit fit = FitOf(SmallLuma(*main), SmallLuma(*aux));
+        if (OtherScene(fit)) {
+            report(DumpRole::kAux, "main and aux image do not show the same scene");
+        } else if (fit.places >= kFewestPlaces && fit.aside > kFarthestAside) {
+            report(DumpRole::kAux,
+                   "main and aux image are shifted by " + Percent(fit.aside) +
+                       " of the picture, across the line of the cameras: not of one moment, or a "
+                       "module out of its place");
+        }
+    }
+    if (main != nullptr && output != nullptr && !inspection.Has(Problem::kSwapped) &&
+        OtherScene(FitOf(SmallLuma(*output), SmallLuma(*main)))) {
+        report(DumpRole::kOutput, "the output does not show the main image's scene");
+    }
+}
+
+void CheckChroma(Inspection& inspection) {
+    const host::Image* main = Sound(inspection, DumpRole::kMain);
+    const host::Image* aux = Sound(inspection, DumpRole::kAux);
+    const host::Image* output = Sound(inspection, DumpRole::kOutput);
+    // Images of different scenes differ in colour anyway.
+    const bool oneScene =
+        !inspection.Has(Problem::kMoment) && !inspection.Has(Problem::kAuxRotated);
+    const bool ofAux =
+        oneScene && main != nullptr && aux != nullptr && Crossed(CostOf(*main, *aux));
+    const bool ofOutput =
+        oneScene && main != nullptr && output != nullptr && Crossed(CostOf(*main, *output));
+    if (!ofAux && !ofOutput) {
+        return;
+    }
+    const DumpRole file = ofAux && ofOutput ? DumpRole::kMain
+                          : ofAux           ? DumpRole::kAux
+                                            : DumpRole::kOutput;
+    inspection.findings.push_back({Problem::kChroma, file,
+                                   std::string("the colours of the ") + RoleWord(file) +
+                                       " image fit the other images only with U and V swapped"});
+}
