@@ -113,13 +113,9 @@ void WriteDeepPng(const fs::path& path, const RgbImage& picture) {
 class RenderTest : public testing::Test {
 protected:
     void SetUp() override {
-        std::string name = (fs::temp_directory_path() / "tool-test-XXXXXX").string();
-        ASSERT_NE(::mkdtemp(name.data()), nullptr);
-        folder_ = name;
         WriteBytes(folder_ / "main.png", EncodePng(MainPicture()));
         WriteBytes(folder_ / "aux.png", EncodePng(AuxPicture()));
     }
-    void TearDown() override { fs::remove_all(folder_); }
 
     ToolRun Render(Names more, const char* main = "main.png", const char* aux = "aux.png",
                    const char* output = "out") {
@@ -133,7 +129,8 @@ protected:
     }
     RgbImage Output() const { return ReadImageFile(folder_ / "out/output.png"); }
 
-    fs::path folder_;
+    const TestFolder temporary_;
+    const fs::path folder_ = temporary_.path();
 };
 
 struct BadUse {

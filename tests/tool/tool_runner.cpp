@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
+#include <stdexcept>
 #include <thread>
 
 #include <fcntl.h>
@@ -38,6 +39,18 @@ std::string ReadText(const fs::path& path) {
 }
 
 } // namespace
+
+TestFolder::TestFolder() {
+    std::string name = (fs::temp_directory_path() / "tool-test-XXXXXX").string();
+    if (::mkdtemp(name.data()) == nullptr) {
+        throw std::runtime_error("no temporary folder");
+    }
+    path_ = name;
+}
+
+TestFolder::~TestFolder() {
+    fs::remove_all(path_);
+}
 
 ToolRun RunTool(const std::vector<std::string>& arguments, const fs::path& folder) {
     const fs::path output = folder.string() + ".stdout";

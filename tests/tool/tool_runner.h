@@ -7,6 +7,20 @@
 
 #include "tools/rgb_image.h"
 
+// A temporary folder for a test's files.
+class TestFolder {
+public:
+    TestFolder();
+    ~TestFolder();
+    TestFolder(const TestFolder&) = delete;
+    TestFolder& operator=(const TestFolder&) = delete;
+
+    const std::filesystem::path& path() const { return path_; }
+
+private:
+    std::filesystem::path path_;
+};
+
 // What a run of the tool came to.
 struct ToolRun {
     int exitCode = -1; // -1: it did not exit by itself

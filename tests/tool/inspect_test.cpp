@@ -1,0 +1,82 @@
+// inspect, on dump sets that the node wrote and on spoiled ones.
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "tests/tool/corruption.h"
+#include "tests/tool/made_capture.h"
+#include "tests/tool/tool_runner.h"
+#include "tools/image_file.h"
+#include "tools/inspect/inspection.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// A sample of what scripts/inspect-corruptions judges.
+TEST(Inspect, NamesCorruptionsAndSuspectsNoGoodSet) {
+    const TestFolder folder;
+    CaptureMaker maker(NODE_LIBRARY, ENGINE_LIBRARY);
+    const auto captures = maker.MakeAll(500, 8, folder.path() / "good");
+    for (const MadeCapture& capture : captures) {
+        const Inspection inspection = Inspect(FindDumpSet(capture.folder / capture.stem));
+        EXPECT_TRUE(inspection.findings.empty())
+            << capture.stem << ": " << inspection.findings.front().text;
+        EXPECT_EQ(inspection.image(DumpRole::kMain)->width(), capture.width) << capture.stem;
+        EXPECT_EQ(inspection.image(DumpRole::kAux)->width(), capture.auxWidth) << capture.stem;
+    }
+    constexpr int kRounds = 5;
+    for (int i = 0; i < kRounds * kCorruptionKinds; ++i) {
+        const MadeCapture& capture = captures[static_cast<std::size_t>(i) % captures.size()];
+        const MadeCapture& other = captures[static_cast<std::size_t>(i + 1) % captures.size()];
+        const fs::path spoiled = folder.path() / "spoiled";
+        const Corrupted corrupted =
+            Corrupt(i % kCorruptionKinds, capture, other, static_cast<std::uint32_t>(i), spoiled);
+        const Inspection inspection = Inspect(FindDumpSet(spoiled));
+        ASSERT_FALSE(inspection.findings.empty()) << capture.stem << ": " << corrupted.what;
+        const Finding& first = inspection.findings.front();
+        EXPECT_EQ(NameOf(first.problem), std::string(NameOf(corrupted.problem)))
+            << capture.stem << ": " << corrupted.what << ": " << first.text;
+        EXPECT_EQ(first.file, corrupted.file) << capture.stem << ": " << corrupted.what;
+    }
+}
+
+TEST(Inspect, ShowsSetsOfAFolderAndSaysWhatIsWrong) {
+    const TestFolder folder;
+    CaptureMaker maker(NODE_LIBRARY, ENGINE_LIBRARY);
+    const auto captures = maker.MakeAll(600, 2, folder.path() / "camera");
+    const MadeCapture& capture = captures[0];
+
+    ToolRun run = RunTool({"inspect", "camera", "-o", "seen"}, folder.path());
+    ASSERT_EQ(run.exitCode, 0) << run.output << run.errors;
+    EXPECT_NE(run.output.find("0 of 2 sets look wrong"), std::string::npos) << run.output;
+    const RgbImage main = ReadImageFile(folder.path() / "seen" / (capture.stem + "_main.png"));
+    EXPECT_EQ(main.width, capture.width);
+    EXPECT_EQ(main.height, capture.height);
+    EXPECT_EQ(NamesIn(folder.path() / "seen").size(), 8u);
+
+    Corrupt(10, captures[1], capture, 1, folder.path() / "camera/deeper"); // output a copy
+    run = RunTool({"inspect", "camera/deeper", "--json"}, folder.path());
+    EXPECT_EQ(run.exitCode, 1);
+    const auto report = nlohmann::json::parse(run.output);
+    ASSERT_EQ(report.size(), 1u);
+    EXPECT_EQ(report[0]["findings"][0]["problem"], "fallback");
+    EXPECT_EQ(report[0]["files"]["main"]["width"], captures[1].width);
+    EXPECT_TRUE(report[0]["parameters"]["blur"].is_number());
+}
+
+TEST(Inspect, RefusesPlacesWithoutSets) {
+    const TestFolder folder;
+    fs::create_directories(folder.path() / "empty");
+    WriteBytes(folder.path() / "words.txt", {'w'});
+    for (const auto& [place, said] : {std::pair("none", "found nothing"),
+                                      std::pair("empty", "expected a folder with dump sets"),
+                                      std::pair("words.txt", "found a file of another name")}) {
+        const ToolRun run = RunTool({"inspect", place, "-o", "seen"}, folder.path());
+        EXPECT_EQ(run.exitCode, 2) << place;
+        EXPECT_NE(run.errors.find(said), std::string::npos) << run.errors;
+        EXPECT_FALSE(fs::exists(folder.path() / "seen"));
+    }
+}
+
+} // namespace

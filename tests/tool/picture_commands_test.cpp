@@ -1,0 +1,231 @@
+// convert and diff, run as a user does.
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "tests/tool/tool_runner.h"
+#include "tools/compare/difference.h"
+#include "tools/dumps/dump_image.h"
+#include "tools/dumps/parameter_text.h"
+#include "tools/image_file.h"
+#include "tools/nv12.h"
+
+namespace fs = std::filesystem;
+using Names = std::vector<std::string>;
+
+namespace {
+
+constexpr int kWidth = 120;
+constexpr int kHeight = 80;
+constexpr int kPitch = 128;
+constexpr char kMain[] = "IMG_20240131_235959_0_128x80.nv12";
+constexpr char kOutput[] = "IMG_20240131_235959_res_128x80.nv12";
+constexpr char kDisparity[] = "IMG_20240131_235959_0_128x80.Y8";
+
+// Broad colours, the same over each chroma sample.
+RgbImage Picture() {
+    return Paint(kWidth, kHeight, [](int x, int y) {
+        const auto level = static_cast<std::uint8_t>(40 + x / 8 * 8);
+        return Colour{level, static_cast<std::uint8_t>(30 + y / 8 * 16), 120};
+    });
+}
+
+host::Image Dump() {
+    host::Image image = RgbToNv12(Picture(), kPitch);
+    for (int y = 0; y < kHeight; ++y) {
+        for (int x = kWidth; x < kPitch; ++x) { // which no command may look at
+            image.plane(0)[y * kPitch + x] = static_cast<std::uint8_t>(x * y);
+        }
+    }
+    return image;
+}
+
+class PictureCommandTest : public testing::Test {
+protected:
+    PictureCommandTest() {
+        const host::Image dump = Dump();
+        WriteBytes(folder_ / kMain, dump.bytes());
+        host::Image changed = dump;
+        changed.plane(0)[3 * kPitch + 7] ^= 0x10;
+        changed.plane(0)[9 * kPitch + 5] ^= 0x01;
+        changed.plane(1)[10 * kPitch + 31] ^= 0x04; // V
+        changed.plane(0)[kWidth] ^= 0xff;           // padding
+        WriteBytes(folder_ / kOutput, changed.bytes());
+        std::vector<std::uint8_t> disparity;
+        for (int i = 0; i < kPitch * kHeight; ++i) {
+            disparity.push_back(static_cast<std::uint8_t>(i / 40));
+        }
+        WriteBytes(folder_ / kDisparity, disparity);
+        const std::string text = FormatParameterText({});
+        WriteBytes(folder_ / "IMG_20240131_235959_0_120x80_metadata.txt",
+                   {text.begin(), text.end()});
+    }
+
+    ToolRun Run(const Names& arguments) { return RunTool(arguments, folder_); }
+
+    const TestFolder temporary_;
+    const fs::path folder_ = temporary_.path();
+};
+
+int Worst(const RgbImage& a, const RgbImage& b) {
+    return a.width == b.width && a.height == b.height ? Compare(a, b).largest() : 255;
+}
+
+TEST_F(PictureCommandTest, ConvertsDumpsAndBack) {
+    const ToolRun run = Run({"convert", kMain, kDisparity, "-o", "seen"});
+    ASSERT_EQ(run.exitCode, 0) << run.errors;
+    const fs::path png = folder_ / "seen/IMG_20240131_235959_0_128x80.png";
+    EXPECT_LE(Worst(ReadImageFile(png), Picture()), 4);
+
+    // The pitch stands in the name; what was disparity comes back byte for byte.
+    ASSERT_EQ(Run({"convert", png, "-o", "back"}).exitCode, 0);
+    const host::Image back = ReadNv12Dump(folder_ / "back" / kMain, kWidth, kPitch, kHeight);
+    const PictureDifference difference =
+        Compare(back, Nv12FromBytes(Dump().bytes(), kWidth, kPitch, kHeight));
+    EXPECT_LE(difference.largest(), 3) << InWords(difference);
+    ASSERT_EQ(Run({"convert", "seen/IMG_20240131_235959_0_128x80_disparity.png", "--to", "y8",
+                   "--pitch", "128", "-o", "back"})
+                  .exitCode,
+              0);
+    EXPECT_TRUE(
+        Compare(ReadY8Dump(folder_ / "back/IMG_20240131_235959_0_128x80_disparity_128x80.Y8",
+                           kWidth, kPitch, kHeight),
+                ReadY8Dump(folder_ / kDisparity, kWidth, kPitch, kHeight))
+            .identical());
+}
+
+TEST_F(PictureCommandTest, PrintsCommandsThatOpenTheDumps) {
+    if (std::system("ffmpeg -version >/dev/null 2>&1") != 0) {
+        GTEST_SKIP() << "ffmpeg is missing: install the packages of scripts/packages.txt, [test]";
+    }
+    ASSERT_EQ(Run({"convert", kMain, kDisparity, "-o", "seen"}).exitCode, 0);
+    const ToolRun run = Run({"convert", kMain, kDisparity, "--commands"});
+    ASSERT_EQ(run.exitCode, 0) << run.errors;
+    std::istringstream lines(run.output);
+    Names pictures{"IMG_20240131_235959_0_128x80.png",
+                   "IMG_20240131_235959_0_128x80_disparity.png"};
+    std::size_t opened = 0;
+    for (std::string line; std::getline(lines, line);) {
+        if (!line.starts_with("ffmpeg ")) {
+            EXPECT_TRUE(line.starts_with("ffplay ")) << line;
+            continue;
+        }
+        const std::string command = "cd " + folder_.string() + " && " + line + " 2>ffmpeg.log";
+        ASSERT_EQ(std::system(command.c_str()), 0) << command;
+        ASSERT_LT(opened, pictures.size());
+        EXPECT_LE(Worst(ReadImageFile(folder_ / "IMG_20240131_235959_0_128x80.png"),
+                        ReadImageFile(folder_ / "seen" / pictures[opened])),
+                  2)
+            << line;
+        ++opened;
+    }
+    EXPECT_EQ(opened, pictures.size());
+}
+
+TEST_F(PictureCommandTest, DiffFindsWhatDiffersAndLeavesOutPadding) {
+    const ToolRun run = Run({"diff", kMain, kOutput, "--json", "--heat-map", "heat.png"});
+    ASSERT_EQ(run.exitCode, 1) << run.errors;
+    const auto report = nlohmann::json::parse(run.output);
+    EXPECT_EQ(report["identical"], false);
+    EXPECT_EQ(report["width"], kWidth);
+    EXPECT_EQ(report["first"]["x"], 7);
+    EXPECT_EQ(report["first"]["y"], 3);
+    EXPECT_EQ(report["first"]["plane"], "Y");
+    const auto& planes = report["planes"];
+    EXPECT_EQ(planes[0]["differing"], 2);
+    EXPECT_EQ(planes[0]["largest"], 16);
+    EXPECT_NEAR(planes[0]["psnr"].get<double>(),
+                10 * std::log10(255.0 * 255.0 * kWidth * kHeight / (256 + 1)), 1e-9);
+    EXPECT_TRUE(planes[1]["psnr"].is_null());
+    EXPECT_EQ(planes[2]["differing"], 1);
+    const RgbImage heat = ReadImageFile(folder_ / "heat.png");
+    const auto colour = [&](int x, int y) {
+        const std::uint8_t* at = &heat.bytes[static_cast<std::size_t>(y * heat.pitch() + x * 3)];
+        return Colour{at[0], at[1], at[2]};
+    };
+    EXPECT_EQ(colour(0, 0), colour(100, 70)) << "equal places have one colour";
+    EXPECT_NE(colour(7, 3), colour(0, 0));
+    EXPECT_NE(colour(31, 21), colour(0, 0)) << "chroma counts for each of its pixels";
+}
+
+struct DiffCase {
+    const char* name;
+    Names arguments;
+    int exitCode;
+    std::string said; // on either stream
+};
+
+void PrintTo(const DiffCase& test, std::ostream* out) {
+    *out << test.name;
+}
+
+class DiffTest : public PictureCommandTest, public testing::WithParamInterface<DiffCase> {};
+
+TEST_P(DiffTest, Answers) {
+    const host::Image dump = Dump();
+    WriteBytes(folder_ / "copy_128x80.nv12", dump.bytes());
+    host::Image narrow = RgbToNv12(Picture(), kWidth);
+    WriteBytes(folder_ / "narrow_120x80.nv12", narrow.bytes());
+    WriteBytes(folder_ / "short_128x80.nv12", std::vector<std::uint8_t>(1000));
+    WriteBytes(folder_ / "plain.nv12", dump.bytes());
+    WriteBytes(folder_ / "main.png",
+               EncodePng(Nv12ToRgb(Nv12FromBytes(dump.bytes(), kWidth, kPitch, kHeight))));
+    WriteBytes(folder_ / "small.png", EncodePng(RgbImage(20, 10)));
+    Names arguments{"diff"};
+    arguments.insert(arguments.end(), GetParam().arguments.begin(), GetParam().arguments.end());
+    const ToolRun run = Run(arguments);
+    EXPECT_EQ(run.exitCode, GetParam().exitCode) << run.output << run.errors;
+    EXPECT_NE((run.output + run.errors).find(GetParam().said), std::string::npos)
+        << run.output << run.errors;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, DiffTest,
+    testing::Values(
+        DiffCase{"Same", {kMain, kMain}, 0, "identical"},
+        DiffCase{"OneWidthKnown", {kMain, "copy_128x80.nv12"}, 0, "identical"},
+        DiffCase{"OtherPitch", {kMain, "narrow_120x80.nv12"}, 0, "identical"},
+        DiffCase{"WidthUnknown",
+                 {"copy_128x80.nv12", "narrow_120x80.nv12"},
+                 1,
+                 "sizes differ: 128x80 and 120x80; --width"},
+        DiffCase{"WidthGiven",
+                 {"copy_128x80.nv12", "narrow_120x80.nv12", "--width", "120"},
+                 0,
+                 "identical"},
+        DiffCase{"DumpWithPicture", {kMain, "main.png"}, 0, "identical"},
+        DiffCase{"Words", {kMain, kOutput}, 1, "first difference at 7,3: Y"},
+        DiffCase{"OtherSize", {"main.png", "small.png"}, 1, "120x80 and 20x10"},
+        DiffCase{"TooWide", {kMain, kOutput, "--width", "129"}, 2, "at most 128"},
+        DiffCase{"Missing", {kMain, "none_128x80.nv12"}, 2, "none_128x80.nv12: expected a file"},
+        DiffCase{"Short", {kMain, "short_128x80.nv12"}, 2, "expected 15360 bytes"},
+        DiffCase{"NoSize", {"plain.nv12", kMain}, 2, "a name that ends in pitch and height"},
+        DiffCase{"OneAlone", {kMain}, 2, "B is required"}),
+    [](const auto& test) { return std::string(test.param.name); });
+
+TEST_F(PictureCommandTest, ConvertRefusesWhatItCannotDo) {
+    WriteBytes(folder_ / "colour.png", EncodePng(Picture()));
+    const Names before = NamesIn(folder_);
+    const std::vector<std::pair<Names, std::string>> cases{
+        {{"convert", "none_4x4.nv12"}, "none_4x4.nv12: expected a file"},
+        {{"convert", kMain, "--to", "nv12"}, "expected a PNG or JPEG picture"},
+        {{"convert", kMain, "--to", "bmp"}, "--to"},
+        {{"convert", "colour.png", "--to", "y8"}, "expected a grey picture"},
+        {{"convert", "colour.png", "--pitch", "100"}, "--pitch: expected at least 120"},
+        {{"convert", "colour.png", "--commands"}, "expected a dump"},
+        {{"convert"}, "FILE"},
+    };
+    for (const auto& [arguments, said] : cases) {
+        const ToolRun run = Run(arguments);
+        EXPECT_EQ(run.exitCode, 2) << said;
+        EXPECT_NE(run.errors.find(said), std::string::npos) << run.errors;
+    }
+    EXPECT_EQ(NamesIn(folder_), before) << "nothing half-written";
+}
+
+} // namespace
