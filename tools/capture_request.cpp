@@ -91,3 +91,8 @@ int DebugView() {
     const int view = std::atoi(value);
     return view >= 1 && view <= 3 ? view : 0;
 }
+
+bool IsCopy(const host::Published& published, int debugView) {
+    return debugView == 0 &&
+           (published.result.depthEffectInfo != 0 || published.depthPictureSize <= 0);
+}

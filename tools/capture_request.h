@@ -15,3 +15,7 @@ void SetProperties(const RenderOptions& options);
 
 // The debug view that the properties select, 0 for none.
 int DebugView();
+
+// The picture is the main image though nobody asked for it: without a debug view the engine's
+// disparity goes with each picture that it had a part in.
+bool IsCopy(const host::Published& published, int debugView);

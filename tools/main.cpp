@@ -13,6 +13,7 @@
 #include "tools/commands/convert.h"
 #include "tools/commands/diff.h"
 #include "tools/commands/inspect.h"
+#include "tools/commands/replay.h"
 #include "tools/errors.h"
 #include "tools/interruption.h"
 #include "tools/render.h"
@@ -34,6 +35,7 @@ const Subcommand kSubcommands[] = {
          return [options] { return Render(*options); };
      }},
     {"inspect", "show dump sets and say what looks wrong", PrepareInspect},
+    {"replay", "run dumped requests again, as they were or changed", PrepareReplay},
     {"convert", "turn dumps into PNG pictures and back", PrepareConvert},
     {"diff", "compare two pictures or dumps", PrepareDiff},
 };

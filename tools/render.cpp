@@ -57,12 +57,6 @@ host::RequestResult RunNode(const Libraries& libraries, const host::UseCase& use
     return node->Process(request);
 }
 
-// Without a debug view the engine's disparity goes with each picture that it had a part in.
-bool IsCopy(const host::Published& published, int debugView) {
-    return debugView == 0 &&
-           (published.result.depthEffectInfo != 0 || published.depthPictureSize <= 0);
-}
-
 void WriteResults(OutputFolder& folder, const RunFacts& facts, const Outcome& outcome,
                   const DeviceFolder& device) {
     const Progress progress("writing the results");

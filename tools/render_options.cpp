@@ -175,16 +175,30 @@ void AddLookOptions(CLI::App& command, RenderOptions& options) {
 }
 
 void AddDeviceOptions(CLI::App& command, RenderOptions& options) {
+    command.add_flag("--dump", options.dump,
+                     "let the node dump images and parameters into the device\n"
+                     "root's data/vendor/camera, or without --device-root\n"
+                     "beside the output");
+    command
+        .add_option("--device-root", options.deviceRoot,
+                    "folder in place of the device's / (default: a temporary one)")
+        ->type_name("DIR");
+    command
+        .add_option("--calibration", options.calibration,
+                    "calibration file (default: the device root's, or where it\n"
+                    "has none, one for a rectified pair)")
+        ->type_name("FILE");
+}
+
+} // namespace
+
+void AddPropertyOptions(CLI::App& command, RenderOptions& options) {
     command
         .add_option_function<std::string>(
             "--debug-view",
             [&](Text text) { options.debugView = ParseBounded("--debug-view", text, 0, 3); },
             "1 main, 2 aux, 3 main with aux in its corner")
         ->type_name("0..3");
-    command.add_flag("--dump", options.dump,
-                     "let the node dump images and parameters into the device\n"
-                     "root's data/vendor/camera, or without --device-root\n"
-                     "beside the output");
     command
         .add_option_function<std::string>(
             "--log", [&](Text text) { options.logMask = ParseBounded("--log", text, 0, 255); },
@@ -202,27 +216,21 @@ void AddDeviceOptions(CLI::App& command, RenderOptions& options) {
         ->type_name("NAME=VALUE")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    command
-        .add_option("--device-root", options.deviceRoot,
-                    "folder in place of the device's / (default: a temporary one)")
-        ->type_name("DIR");
-    command
-        .add_option("--calibration", options.calibration,
-                    "calibration file (default: the device root's, or where it\n"
-                    "has none, one for a rectified pair)")
-        ->type_name("FILE");
+}
+
+void AddLibraryOptions(CLI::App& command, RenderOptions& options) {
     command.add_option("--node", options.node, "the node's library")->type_name("FILE");
     command.add_option("--engine", options.engine, "the engine's library")->type_name("FILE");
 }
-
-} // namespace
 
 void AddRenderOptions(CLI::App& command, RenderOptions& options) {
     AddImageOptions(command, options);
     AddFocusOptions(command, options);
     AddFaceOptions(command, options);
     AddLookOptions(command, options);
+    AddPropertyOptions(command, options);
     AddDeviceOptions(command, options);
+    AddLibraryOptions(command, options);
     command.footer(
         "Writes DIR/output.png, DIR/disparity.png (where the engine computed one) and\n"
         "DIR/tags.json. Places are pixels of the main picture, after --size.\n"

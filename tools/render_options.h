@@ -52,3 +52,7 @@ struct RenderOptions {
 };
 
 void AddRenderOptions(CLI::App& command, RenderOptions& options);
+
+// The parts that other commands share: debug view, log mask and properties; node and engine.
+void AddPropertyOptions(CLI::App& command, RenderOptions& options);
+void AddLibraryOptions(CLI::App& command, RenderOptions& options);

@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -30,15 +29,6 @@ struct Options {
     bool json = false;
 };
 
-// Sets of different folders can have the same name.
-std::string NewName(const std::string& stem, std::set<std::string>& taken) {
-    std::string name = stem;
-    for (int i = 2; !taken.insert(name).second; ++i) {
-        name = stem + "-" + std::to_string(i);
-    }
-    return name;
-}
-
 void WritePictures(const Inspection& inspection, const fs::path& output, const std::string& name) {
     const Progress progress("writing the pictures of " + name);
     OutputFolder folder(output);
@@ -57,17 +47,17 @@ void WritePictures(const Inspection& inspection, const fs::path& output, const s
 int InspectAll(const Options& options) {
     const std::vector<DumpSet> sets = FindDumpSets(options.places);
     nlohmann::ordered_json report = nlohmann::ordered_json::array();
-    std::set<std::string> taken;
+    const std::vector<std::string> names = DistinctNames(sets);
     std::size_t wrong = 0;
-    for (const DumpSet& set : sets) {
+    for (std::size_t i = 0; i < sets.size(); ++i) {
         Inspection inspection;
         {
-            const Progress progress("inspecting " + set.stem);
-            inspection = Inspect(set);
+            const Progress progress("inspecting " + names[i]);
+            inspection = Inspect(sets[i]);
         }
         wrong += inspection.findings.empty() ? 0 : 1;
         if (!options.output.empty()) {
-            WritePictures(inspection, options.output, NewName(set.stem, taken));
+            WritePictures(inspection, options.output, names[i]);
         }
         if (options.json) {
             report.push_back(ToJson(inspection));

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <system_error>
 #include <utility>
 
@@ -103,6 +104,19 @@ DumpSet FindDumpSet(const fs::path& place) {
                        std::to_string(sets.size()) + "; name a file of one, or use --all");
     }
     return std::move(sets.front());
+}
+
+std::vector<std::string> DistinctNames(const std::vector<DumpSet>& sets) {
+    std::vector<std::string> names;
+    std::set<std::string> taken;
+    for (const DumpSet& set : sets) {
+        std::string name = set.stem;
+        for (int i = 2; !taken.insert(name).second; ++i) {
+            name = set.stem + "-" + std::to_string(i);
+        }
+        names.push_back(name);
+    }
+    return names;
 }
 
 std::optional<DumpSet> SetOfFile(const fs::path& file) {

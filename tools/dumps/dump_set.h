@@ -39,6 +39,10 @@ std::vector<DumpSet> FindDumpSets(const std::vector<std::filesystem::path>& plac
 // The one set of this place; UseError where there are more.
 DumpSet FindDumpSet(const std::filesystem::path& place);
 
+// For each set a name for its results: the stem, with a number where sets of several folders share
+// it. The same sets give the same names.
+std::vector<std::string> DistinctNames(const std::vector<DumpSet>& sets);
+
 // The set that a single dump belongs to, of which the file need not be readable; nothing for a file
 // with another kind of name.
 std::optional<DumpSet> SetOfFile(const std::filesystem::path& file);

@@ -1,0 +1,193 @@
+#include "tools/commands/replay.h"
+
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include <CLI/App.hpp>
+#include <CLI/Option.hpp>
+
+#include "tools/errors.h"
+#include "tools/image_file.h"
+#include "tools/json_text.h"
+#include "tools/number_list.h"
+#include "tools/nv12.h"
+#include "tools/output_folder.h"
+#include "tools/progress.h"
+#include "tools/replay/replay.h"
+#include "tools/replay/replay_all.h"
+#include "tools/replay/replay_text.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Options {
+    fs::path place;
+    fs::path output;
+    bool all = false;
+    int jobs = 0;
+    bool json = false;
+    bool noFaces = false;
+    ReplayOptions replay;
+};
+
+void WriteFiles(const fs::path& output, const std::string& stem, const Replayed& replayed) {
+    const Progress progress("writing the results");
+    OutputFolder folder(output);
+    for (const auto& [name, bytes] : replayed.files) {
+        folder.Write(name, bytes);
+    }
+    folder.Write(stem + "_output.png", EncodePng(Nv12ToRgb(replayed.output)));
+    const std::string map = stem + "_difference.png";
+    if (replayed.outputDifference && !replayed.outputDifference->identical()) {
+        folder.Write(map,
+                     EncodePng(FalseColour(DifferenceMap(replayed.dumpedOutput, replayed.output))));
+    } else {
+        folder.Drop(map);
+    }
+    folder.Commit();
+}
+
+int ReplayOne(const Options& options) {
+    const DumpSet set = FindDumpSet(options.place);
+    const Replayed replayed = Replay(set, options.replay);
+    if (!options.output.empty() && replayed.result.published) {
+        WriteFiles(options.output, set.stem, replayed);
+    }
+    std::printf("%s", options.json ? JsonText(ToJson(set, replayed)).c_str()
+                                   : InWords(set, replayed).c_str());
+    return replayed.equal() ? kExitDone : kExitFailed;
+}
+
+int Run(Options& options) {
+    if (options.noFaces) {
+        options.replay.faces.emplace();
+    }
+    if (!options.all) {
+        return ReplayOne(options);
+    }
+    if (options.output.empty()) {
+        throw UseError("--all: expected --output with a folder for the results, found none");
+    }
+    const auto cores = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+    return ReplayAll(options.place, options.output, options.jobs > 0 ? options.jobs : cores,
+                     options.json, options.replay);
+}
+
+// "WxH" of any positive sides.
+std::function<void(const std::string&)> IntoSize(const char* option, std::optional<Size>& size) {
+    return [option, &size](const std::string& text) {
+        const auto n = ParseNumbers(option, text, 2, 'x', "WxH");
+        if (n[0] < 1 || n[1] < 1) {
+            throw CLI::ValidationError(option, "expected positive sides, found \"" + text + "\"");
+        }
+        size = Size{n[0], n[1]};
+    };
+}
+
+void AddChanges(CLI::App& command, Options& options) {
+    ReplayOptions& replay = options.replay;
+    command.add_option("--blur", replay.blur, "another blur level")
+        ->type_name("0..100")
+        ->check(CLI::Range(0, 100));
+    command
+        .add_option_function<std::string>(
+            "--focus",
+            [&](const std::string& text) {
+                const auto n = ParseNumbers("--focus", text, 2, ',', "X,Y");
+                replay.focus = Point{n[0], n[1]};
+            },
+            "another focus point of the main image")
+        ->type_name("X,Y");
+    command.add_option("--rotation", replay.degree, "another rotation of the images")
+        ->type_name("DEG")
+        ->check(CLI::IsMember({0, 90, 180, 270}));
+    command
+        .add_option_function<std::vector<std::string>>(
+            "--face",
+            [&](const std::vector<std::string>& texts) {
+                replay.faces.emplace();
+                for (const std::string& text : texts) {
+                    const auto n = ParseNumbers("--face", text, 4, ',', "L,T,W,H");
+                    replay.faces->push_back({n[0], n[1], n[0] + n[2] - 1, n[1] + n[3] - 1, 1});
+                }
+                if (replay.faces->size() > kMaxFaces) {
+                    throw CLI::ValidationError("--face",
+                                               "expected at most " + std::to_string(kMaxFaces) +
+                                                   " faces, found " + std::to_string(texts.size()));
+                }
+            },
+            "these faces in place of the dumped ones; may be repeated")
+        ->type_name("L,T,W,H")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    command.add_flag("--no-faces", options.noFaces, "leave the dumped faces out")
+        ->excludes("--face");
+    command
+        .add_option("--face-orientation", replay.orientation,
+                    "of all faces, the engine's code: 1 upright, 3, 4, 2\nturned by 90, 180, 270")
+        ->type_name("1..4")
+        ->check(CLI::Range(1, 4));
+    for (const auto& [name, size, help] :
+         {std::tuple("--main-crop", &replay.mainCrop, "another part of the main sensor"),
+          std::tuple("--aux-crop", &replay.auxCrop, "another part of the aux sensor"),
+          std::tuple("--main-sensor", &replay.mainSensor,
+                     "size of the main sensor (default: as calibrated)"),
+          std::tuple("--aux-sensor", &replay.auxSensor, "the same of the aux sensor")}) {
+        command.add_option_function<std::string>(name, IntoSize(name, *size), help)
+            ->type_name("WxH");
+    }
+    command.add_flag("--skip-bokeh", replay.skipBokeh, "ask for the disparity but no rendering");
+    command
+        .add_option("--main-width", replay.mainWidth,
+                    "pixels in a row of the main image (default: as the set\ntells)")
+        ->type_name("PIXELS");
+    command.add_option("--aux-width", replay.auxWidth, "the same of the aux image")
+        ->type_name("PIXELS");
+}
+
+} // namespace
+
+std::function<int()> PrepareReplay(CLI::App& command) {
+    const auto options = std::make_shared<Options>();
+    command
+        .add_option("SET", options->place,
+                    "a file of a dump set, or a folder with one; with --all a\nfolder with any "
+                    "number of sets")
+        ->required();
+    command
+        .add_option("-o,--output", options->output,
+                    "write the new dumps, the output as PNG and, where it\ndiffers, by how much")
+        ->type_name("DIR");
+    auto* all = command.add_flag("--all", options->all,
+                                 "every set below SET, several at once; sets whose result is\nin "
+                                 "the output folder already are not run again");
+    command.add_option("--jobs", options->jobs, "processes at once (default: one a core)")
+        ->type_name("N")
+        ->check(CLI::Range(1, 1024))
+        ->needs(all);
+    command.add_flag("--json", options->json, "say it as JSON");
+    AddChanges(command, *options);
+    command
+        .add_option("--calibration", options->replay.device.calibration,
+                    "the device's calibration file (default: one for a rectified\npair)")
+        ->type_name("FILE");
+    AddPropertyOptions(command, options->replay.device);
+    AddLibraryOptions(command, options->replay.device);
+    command.footer(
+        "Builds the request again that the node dumped, runs it and compares output and\n"
+        "disparity with the dumped ones. With the same engine and calibration they are the\n"
+        "same byte for byte.\n"
+        "\n"
+        "Examples:\n"
+        "  bokehnode replay camera/IMG_20240131_235959_0_4096x3000.nv12 \\\n"
+        "      --calibration dualcam_cali.bin\n"
+        "  bokehnode replay camera/IMG_20240131_235959 --blur 80 -o replayed\n"
+        "  bokehnode replay camera --all --jobs 4 -o replayed\n"
+        "\n"
+        "Exit codes: 0 output and disparity equal the dumped ones; 1 they differ, or the node\n"
+        "or the engine failed; 2 wrong use or unreadable input.");
+    return [options] { return Run(*options); };
+}
