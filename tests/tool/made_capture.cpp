@@ -201,9 +201,10 @@ std::vector<MadeCapture> CaptureMaker::MakeAll(std::uint32_t firstSeed, int coun
 std::optional<MadeCapture> CaptureMaker::Make(std::uint32_t seed, const fs::path& folder) {
     Plan plan(seed);
     plan.photo = photoLeft_.width > 0 && plan.Below(3) == 0;
-    MadeCapture capture{folder,         StemOf(seed), folder / (StemOf(seed) + ".calibration"),
-                        plan.width,     plan.height,  plan.auxWidth,
-                        plan.auxHeight, std::nullopt};
+    MadeCapture capture{
+        seed,        folder,      StemOf(seed),  folder / (StemOf(seed) + ".calibration"),
+        plan.width,  plan.height, plan.auxWidth, plan.auxHeight,
+        std::nullopt};
     if (!plan.photo) {
         capture.scene.emplace(seed);
     }

@@ -14,6 +14,7 @@
 
 // A dump set that the node wrote for a seeded request, with the calibration that it ran with.
 struct MadeCapture {
+    std::uint32_t seed = 0;
     std::filesystem::path folder;
     std::string stem;
     std::filesystem::path calibration;

@@ -1,6 +1,7 @@
 #include "tools/replay/crop_search.h"
 
 #include <cmath>
+#include <cstdlib>
 #include <vector>
 
 namespace {
@@ -64,10 +65,12 @@ std::vector<Size> Candidates(Size sensor, Size part) {
 
 } // namespace
 
-std::optional<ChiRect> FindAppliedCrop(Size sensor, Size image, Size part) {
+std::optional<AppliedCrop> FindAppliedCrop(Size sensor, Size image, Size part) {
     if (!HasArea(sensor) || !HasArea(image) || !HasArea(part)) {
         return std::nullopt;
     }
+    std::optional<AppliedCrop> nearest;
+    int distance = 0;
     for (const Size size : Candidates(sensor, part)) {
         if (!HasArea(size) || size.width > sensor.width || size.height > sensor.height) {
             continue;
@@ -76,9 +79,11 @@ std::optional<ChiRect> FindAppliedCrop(Size sensor, Size image, Size part) {
                            static_cast<std::uint32_t>(size.width),
                            static_cast<std::uint32_t>(size.height)};
         const Size found = PartOf(sensor, crop, image);
-        if (found.width == part.width && found.height == part.height) {
-            return crop;
+        const int off = std::abs(found.width - part.width) + std::abs(found.height - part.height);
+        if (!nearest || off < distance) {
+            nearest = {crop, found};
+            distance = off;
         }
     }
-    return std::nullopt;
+    return nearest;
 }

@@ -82,12 +82,15 @@ Sensors SensorsOf(const ReplayOptions& options, const DumpParameters& parameters
 
 void SetCrop(CameraMetadata& camera, Size sensor, Size image, Size part, const char* name,
              std::vector<std::string>& notes) {
-    if (const auto crop = FindAppliedCrop(sensor, image, part)) {
-        camera.ifeAppliedCrop = *crop;
-    } else {
+    const auto applied = FindAppliedCrop(sensor, image, part);
+    if (applied) {
+        camera.ifeAppliedCrop = applied->crop;
+    }
+    if (!applied || applied->part.width != part.width || applied->part.height != part.height) {
         notes.push_back(std::string("the ") + name + " crop, " + Text(part) +
                         ", is none that a sensor of " + Text(sensor) + " and an image of " +
-                        Text(image) + " can have; the whole sensor is taken");
+                        Text(image) + " can have; " +
+                        (applied ? Text(applied->part) : "the whole sensor") + " is taken");
     }
 }
 

@@ -1,0 +1,146 @@
+// replay, run as a user does.
+
+#include <fstream>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "tests/tool/made_capture.h"
+#include "tests/tool/tool_runner.h"
+#include "tools/dumps/dump_image.h"
+#include "tools/dumps/dump_set.h"
+
+namespace fs = std::filesystem;
+using Names = std::vector<std::string>;
+
+namespace {
+
+class ReplayTest : public testing::Test {
+protected:
+    std::vector<MadeCapture> Make(std::uint32_t seed, int count) {
+        CaptureMaker maker(NODE_LIBRARY, ENGINE_LIBRARY);
+        return maker.MakeAll(seed, count, folder_ / "camera");
+    }
+    ToolRun Replay(const MadeCapture& capture, const Names& more = {}) {
+        Names arguments{"replay", "camera/" + capture.stem, "--calibration", capture.calibration};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return RunTool(arguments, folder_);
+    }
+    DumpParameters Parameters(const std::string& folder, const MadeCapture& capture) {
+        return ReadParameters(FindDumpSet(folder_ / folder / capture.stem)).values;
+    }
+
+    const TestFolder temporary_;
+    const fs::path folder_ = temporary_.path();
+};
+
+// A sample of what scripts/replay-requests runs.
+TEST_F(ReplayTest, SeededRequestsComeOutTheSame) {
+    for (const MadeCapture& capture : Make(900, 20)) {
+        const ToolRun run = Replay(capture);
+        EXPECT_EQ(run.exitCode, 0) << run.output << run.errors;
+        EXPECT_NE(run.output.find("output: identical\n  disparity: identical"), std::string::npos)
+            << run.output;
+    }
+}
+
+TEST_F(ReplayTest, ChangesReachTheNodeAndShow) {
+    const MadeCapture capture = Make(951, 1).front();
+    const ToolRun run =
+        Replay(capture, {"--blur", "97", "--focus", "31,42", "--face", "20,30,40,50", "--rotation",
+                         "90", "--face-orientation", "3", "-o", "new", "--json"});
+    EXPECT_EQ(run.exitCode, 1) << run.errors;
+    const auto report = nlohmann::json::parse(run.output);
+    EXPECT_EQ(report["equal"], false);
+    EXPECT_EQ(report["output"]["identical"], false);
+    const DumpParameters taken = Parameters("new", capture);
+    EXPECT_EQ(taken.blur, 97);
+    EXPECT_EQ(taken.focusX, 31);
+    EXPECT_EQ(taken.focusY, 42);
+    EXPECT_EQ(taken.degree, 90);
+    EXPECT_EQ(taken.faces, (std::vector<DumpedFace>{{20, 30, 59, 79, 3}}));
+    // The new dumps have the old names, so that the two can be compared.
+    const std::string main =
+        FindDumpSet(folder_ / "camera" / capture.stem).file(DumpRole::kMain)->path.filename();
+    const ToolRun diff = RunTool({"diff", "camera/" + main, "new/" + main}, folder_);
+    EXPECT_EQ(diff.exitCode, 0) << diff.output;
+    EXPECT_TRUE(fs::exists(folder_ / "new" / (capture.stem + "_difference.png")));
+}
+
+// What no replay of a rectified pair's default calibration shows: places that only a face's middle
+// can have, faces without extent, edges of the image.
+TEST_F(ReplayTest, RebuildsParametersAtTheLimits) {
+    const MadeCapture capture = Make(960, 1).front();
+    const DumpSet set = FindDumpSet(folder_ / "camera" / capture.stem);
+    const fs::path file = set.file(DumpRole::kParameters)->path;
+    DumpParameters parameters = ReadParameters(set).values;
+    const int right = capture.width - 1;
+    parameters.focusX = 0;
+    parameters.focusY = 7;
+    parameters.faces = {{0, 5, 1, 9, 4}, {right, 3, right, 2, 4}, {4, 4, 3, 40, 4}};
+    const std::string text = FormatParameterText(parameters);
+    WriteBytes(file, {text.begin(), text.end()});
+    const ToolRun run = Replay(capture, {"-o", "new"});
+    EXPECT_EQ(run.output.find("another parameter"), std::string::npos) << run.output;
+    EXPECT_EQ(Parameters("new", capture), parameters);
+
+    parameters.faces.clear();
+    const std::string alone = FormatParameterText(parameters);
+    WriteBytes(file, {alone.begin(), alone.end()});
+    const ToolRun refused = Replay(capture);
+    EXPECT_EQ(refused.exitCode, 2);
+    EXPECT_NE(refused.errors.find("ptFocus"), std::string::npos) << refused.errors;
+}
+
+TEST_F(ReplayTest, AllWorksThroughAFolderOnce) {
+    const auto captures = Make(970, 3);
+    const auto path = [&](std::size_t i, DumpRole role) {
+        return FindDumpSet(folder_ / "camera" / captures[i].stem).file(role)->path;
+    };
+    auto output = ReadFileBytes(path(1, DumpRole::kOutput));
+    output[0] ^= 0x40;
+    WriteBytes(path(1, DumpRole::kOutput), output);
+    fs::remove(path(2, DumpRole::kAux));
+    // Only the first set's calibration fits it; the others are made for it as they stand.
+    const Names arguments{"replay", "camera", "--all", "-o", "results", "--jobs", "2"};
+
+    const ToolRun run = RunTool(arguments, folder_);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_NE(run.output.find("unreadable camera/" + captures[2].stem), std::string::npos)
+        << run.output;
+    EXPECT_NE(run.output.find("3 sets:"), std::string::npos) << run.output;
+    EXPECT_EQ(run.output.find("done before"), std::string::npos) << run.output;
+
+    // Again: nothing runs but what has changed since.
+    output[0] ^= 0x40;
+    WriteBytes(path(1, DumpRole::kOutput), output);
+    fs::last_write_time(path(1, DumpRole::kOutput), fs::file_time_type::clock::now());
+    const ToolRun again = RunTool(arguments, folder_);
+    const auto line = [&](std::size_t i) {
+        const auto at = again.output.find(captures[i].stem);
+        return again.output.substr(at, again.output.find('\n', at) - at);
+    };
+    EXPECT_NE(line(0).find("done before"), std::string::npos) << again.output;
+    EXPECT_EQ(line(1).find("done before"), std::string::npos) << again.output;
+    EXPECT_NE(line(2).find("done before"), std::string::npos) << again.output;
+    EXPECT_EQ(RunTool({"replay", "camera", "--all"}, folder_).exitCode, 2) << "no output folder";
+}
+
+TEST_F(ReplayTest, RefusesWhatCannotBeReplayed) {
+    const MadeCapture capture = Make(980, 1).front();
+    const DumpSet set = FindDumpSet(folder_ / "camera" / capture.stem);
+    const auto said = [&](const Names& more) {
+        const ToolRun run = Replay(capture, more);
+        EXPECT_EQ(run.exitCode, 2) << run.output;
+        return run.errors;
+    };
+    EXPECT_NE(said({"--blur", "101"}).find("--blur"), std::string::npos);
+    EXPECT_NE(said({"--aux-width", "99999"}).find("expected an even width"), std::string::npos);
+    EXPECT_NE(said({"--engine", "none.so"}).find("--engine"), std::string::npos);
+    fs::resize_file(set.file(DumpRole::kAux)->path, 100);
+    EXPECT_NE(said({}).find("found 100"), std::string::npos);
+    fs::resize_file(set.file(DumpRole::kParameters)->path, 30);
+    EXPECT_NE(said({}).find("line 3: expected \"ptFocus_x=\""), std::string::npos) << said({});
+}
+
+} // namespace
