@@ -10,6 +10,8 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 
+#include "tools/commands/calibrate.h"
+#include "tools/commands/completion.h"
 #include "tools/commands/convert.h"
 #include "tools/commands/diff.h"
 #include "tools/commands/inspect.h"
@@ -38,6 +40,8 @@ const Subcommand kSubcommands[] = {
     {"replay", "run dumped requests again, as they were or changed", PrepareReplay},
     {"convert", "turn dumps into PNG pictures and back", PrepareConvert},
     {"diff", "compare two pictures or dumps", PrepareDiff},
+    {"calibrate", "make or show the engine's calibration file", PrepareCalibrate},
+    {"completion", "print a shell's completion of this program", PrepareCompletion},
 };
 
 int Run(int argc, char** argv) {
