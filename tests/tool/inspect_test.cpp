@@ -6,8 +6,10 @@
 #include "tests/tool/corruption.h"
 #include "tests/tool/made_capture.h"
 #include "tests/tool/tool_runner.h"
+#include "tools/dumps/dump_image.h"
 #include "tools/image_file.h"
 #include "tools/inspect/inspection.h"
+#include "tools/nv12.h"
 
 namespace fs = std::filesystem;
 
@@ -63,6 +65,29 @@ TEST(Inspect, ShowsSetsOfAFolderAndSaysWhatIsWrong) {
     EXPECT_EQ(report[0]["findings"][0]["problem"], "fallback");
     EXPECT_EQ(report[0]["files"]["main"]["width"], captures[1].width);
     EXPECT_TRUE(report[0]["parameters"]["blur"].is_number());
+}
+
+// A wider main camera's middle is what the aux camera shows.
+TEST(Inspect, TakesCamerasOfDifferentFieldsOfView) {
+    const TestFolder folder;
+    CaptureMaker maker(NODE_LIBRARY, ENGINE_LIBRARY);
+    const MadeCapture capture = maker.MakeAll(620, 1, folder.path()).front();
+    const DumpSet set = FindDumpSet(folder.path() / capture.stem);
+    const DumpFile& aux = *set.file(DumpRole::kAux);
+    const RgbImage whole =
+        Nv12ToRgb(ReadNv12Dump(aux.path, capture.auxWidth, aux.name.first, aux.name.height));
+    const double share = 0.78;
+    const RgbImage middle = Paint(whole.width, whole.height, [&](int x, int y) {
+        const auto from = [&](int at, int side) {
+            return static_cast<int>((at - side / 2.0) * share + side / 2.0);
+        };
+        const std::uint8_t* colour = &whole.bytes[static_cast<std::size_t>(
+            from(y, whole.height) * whole.pitch() + from(x, whole.width) * 3)];
+        return Colour{colour[0], colour[1], colour[2]};
+    });
+    WriteBytes(aux.path, RgbToNv12(middle, aux.name.first).bytes());
+    const Inspection inspection = Inspect(set);
+    EXPECT_TRUE(inspection.findings.empty()) << inspection.findings.front().text;
 }
 
 TEST(Inspect, RefusesPlacesWithoutSets) {

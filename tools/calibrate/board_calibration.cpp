@@ -149,6 +149,7 @@ double ErrorOf(const Solution& solution, int view) {
 // Drops the worst view that fits badly; false where all fit.
 bool DropWorst(const Solution& solution, std::vector<Seen>& seen, std::vector<BoardView>& views) {
     std::vector<double> errors;
+    errors.reserve(seen.size());
     for (int i = 0; i < solution.errors.rows; ++i) {
         errors.push_back(ErrorOf(solution, i));
     }

@@ -14,6 +14,8 @@ namespace {
 
 // Share of places that go together: of one scene more, of two scenes fewer.
 constexpr double kOneScene = 0.6;
+// How far the images may stand aside of the line of the cameras, as a share of the picture's side.
+constexpr double kFarthestAside = 0.022;
 constexpr std::size_t kFewestPlaces = 6; // with fewer nothing is said
 
 // The image, where it is there and its rows are as its name says.
@@ -64,6 +66,28 @@ Fit FitOf(const cv::Mat& first, const cv::Mat& second) {
 
 bool OtherScene(const Fit& fit) {
     return fit.places >= kFewestPlaces && fit.together < kOneScene;
+}
+
+cv::Mat Middle(const cv::Mat& picture, double share) {
+    const cv::Size size(cvRound(picture.cols * share), cvRound(picture.rows * share));
+    return picture(
+        cv::Rect({(picture.cols - size.width) / 2, (picture.rows - size.height) / 2}, size));
+}
+
+// Of cameras with different fields of view the middle of one shows what the other does. Among many
+// tries chance finds something, so that here it must fit well.
+bool FitsOtherField(const cv::Mat& first, const cv::Mat& second) {
+    constexpr double kShares[] = {0.9, 0.85, 0.8, 0.75, 0.7, 0.65, 0.6};
+    constexpr double kFitsWell = 0.7;
+    constexpr std::size_t kEnoughPlaces = 12;
+    const auto good = [](const Fit& fit) {
+        return fit.places >= kEnoughPlaces && fit.together > kFitsWell &&
+               fit.aside < kFarthestAside;
+    };
+    return std::ranges::any_of(kShares, [&](double share) {
+        return good(FitOf(first, Middle(second, share))) ||
+               good(FitOf(Middle(first, share), second));
+    });
 }
 
 struct ChromaCost {
@@ -174,7 +198,6 @@ void CheckAuxRotation(Inspection& inspection) {
 }
 
 void CheckMoment(Inspection& inspection) {
-    constexpr double kFarthestAside = 0.022;
     const host::Image* main = Sound(inspection, DumpRole::kMain);
     const host::Image* aux = Sound(inspection, DumpRole::kAux);
     const host::Image* output = Sound(inspection, DumpRole::kOutput);
@@ -182,9 +205,15 @@ void CheckMoment(Inspection& inspection) {
         inspection.findings.push_back({Problem::kMoment, role, text});
     };
     if (main != nullptr && aux != nullptr && !inspection.Has(Problem::kAuxRotated)) {
-        const Fit fit = FitOf(SmallLuma(*main), SmallLuma(*aux));
+        const cv::Mat first = SmallLuma(*main);
+        const cv::Mat second = SmallLuma(*aux);
+        const Fit fit = FitOf(first, second);
         if (OtherScene(fit)) {
-            report(DumpRole::kAux, "main and aux image do not show the same scene");
+            if (FitsOtherField(first, second)) {
+                inspection.notes.emplace_back("main and aux image have different fields of view");
+            } else {
+                report(DumpRole::kAux, "main and aux image do not show the same scene");
+            }
         } else if (fit.places >= kFewestPlaces && fit.aside > kFarthestAside) {
             report(DumpRole::kAux,
                    "main and aux image are shifted by " + Percent(fit.aside) +

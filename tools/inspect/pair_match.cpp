@@ -64,9 +64,10 @@ std::array<cv::Mat, 2> SmallChroma(const host::Image& image) {
 std::vector<PlaceMatch> MatchPlaces(const cv::Mat& first, const cv::Mat& second) {
     cv::Mat other = second;
     if (second.size() != first.size()) {
-        cv::resize(second, other, first.size(), 0, 0, cv::INTER_AREA);
+        cv::resize(second, other, first.size(), 0, 0,
+                   second.cols > first.cols ? cv::INTER_AREA : cv::INTER_LINEAR);
     }
-    const int reachX = first.cols / 6;
+    const int reachX = first.cols / 4; // near things stand far aside
     const int reachY = first.rows / 7;
     std::vector<PlaceMatch> matches;
     for (int y = 2; y + kPlace <= first.rows - 2; y += kPlace) {
