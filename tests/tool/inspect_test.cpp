@@ -90,6 +90,20 @@ TEST(Inspect, TakesCamerasOfDifferentFieldsOfView) {
     EXPECT_TRUE(inspection.findings.empty()) << inspection.findings.front().text;
 }
 
+TEST(Inspect, SaysSoOfNamesThatNoPictureHas) {
+    const TestFolder folder;
+    for (const char* name : {"_0_999998x999999.nv12", "_1_33x20.nv12", "_res_64x1.nv12",
+                             "_0_999999x999999.Y8", "_0_999999x5_metadata.txt"}) {
+        WriteBytes(folder.path() / (std::string("IMG_20240131_235959") + name), {1, 2, 3});
+    }
+    const ToolRun run = RunTool({"inspect", ".", "-o", "seen"}, folder.path());
+    EXPECT_EQ(run.exitCode, 1) << run.errors;
+    for (const char* said : {"999998x999999", "33x20", "64x1", "disparity-small", "line 1"}) {
+        EXPECT_NE(run.output.find(said), std::string::npos) << said << "\n" << run.output;
+    }
+    EXPECT_EQ(RunTool({"replay", "."}, folder.path()).exitCode, 2);
+}
+
 TEST(Inspect, RefusesPlacesWithoutSets) {
     const TestFolder folder;
     fs::create_directories(folder.path() / "empty");

@@ -102,7 +102,6 @@ TEST_F(ReplayTest, AllWorksThroughAFolderOnce) {
     output[0] ^= 0x40;
     WriteBytes(path(1, DumpRole::kOutput), output);
     fs::remove(path(2, DumpRole::kAux));
-    // Only the first set's calibration fits it; the others are made for it as they stand.
     const Names arguments{"replay", "camera", "--all", "-o", "results", "--jobs", "2"};
 
     const ToolRun run = RunTool(arguments, folder_);

@@ -130,7 +130,11 @@ void CheckImageLayouts(Inspection& inspection) {
         }
         if (!inspection.image(role)) {
             inspection.findings.push_back(
-                {Problem::kNames, role, Named(*file) + ", expected an even pitch and two rows"});
+                {Problem::kNames, role,
+                 Named(*file) +
+                     ", expected an even pitch, two rows or more, and a size near that of the "
+                     "file's " +
+                     std::to_string(file->bytes) + " bytes"});
             continue;
         }
         CheckLayout(inspection, *file);

@@ -21,15 +21,24 @@ int WidthOfImage(const Inspection& inspection, DumpRole role) {
     return role == DumpRole::kOutput ? OutputWidth(inspection.set) : MainWidth(inspection.set);
 }
 
+// Whether there can be an image of this name: an even pitch for NV12, and not so large that the
+// file's bytes are next to nothing of it.
+bool CanBeRead(const DumpFile& file) {
+    constexpr std::size_t kAlwaysRead = std::size_t{1} << 26;
+    const bool nv12 = file.name.role != DumpRole::kDisparity;
+    const std::size_t expected = Nv12Bytes(file.name.first, file.name.height);
+    return (!nv12 || (file.name.first % 2 == 0 && file.name.height >= 2)) &&
+           (expected <= kAlwaysRead || expected / 4 <= file.bytes);
+}
+
 void ReadImages(Inspection& inspection) {
     for (const DumpRole role :
          {DumpRole::kMain, DumpRole::kAux, DumpRole::kOutput, DumpRole::kDisparity}) {
         const auto& file = inspection.set.file(role);
-        const bool nv12 = role != DumpRole::kDisparity;
-        if (!file || (nv12 && (file->name.first % 2 != 0 || file->name.height < 2))) {
+        if (!file || !CanBeRead(*file)) {
             continue;
         }
-        const auto make = nv12 ? Nv12FromBytes : Y8FromBytes;
+        const auto make = role != DumpRole::kDisparity ? Nv12FromBytes : Y8FromBytes;
         inspection.images[static_cast<std::size_t>(role)] =
             make(inspection.bytes[static_cast<std::size_t>(role)], WidthOfImage(inspection, role),
                  file->name.first, file->name.height);
