@@ -37,11 +37,16 @@ struct CaptureMaker::Plan {
     std::uint32_t degree = 0;
     bool photo = false;
 
+    // Of an already rectified pair of these sensors, mounted as the images stand.
+    std::array<std::uint8_t, refocus::kCalibrationBytes> Calibration() const;
+
     int Below(int limit) { return static_cast<int>(random() % static_cast<unsigned>(limit)); }
     int Between(int low, int high) { return low + Below(high - low + 1); }
 };
 
 namespace {
+
+constexpr char kDumpFolder[] = "data/vendor/camera";
 
 int Aligned(int width, int alignment) {
     return (width + alignment - 1) / alignment * alignment;
@@ -153,6 +158,15 @@ CaptureMaker::Plan::Plan(std::uint32_t seed) : random(seed * 7919u + 17u) {
     degree = kDegrees[static_cast<std::size_t>(Below(4))];
 }
 
+std::array<std::uint8_t, refocus::kCalibrationBytes> CaptureMaker::Plan::Calibration() const {
+    refocus::Calibration calibration = refocus::CalibrationOfRectifiedPair(
+        {static_cast<int>(sensorWidth), static_cast<int>(sensorHeight),
+         static_cast<int>(auxSensorWidth), static_cast<int>(auxSensorHeight), 1.0 * sensorWidth,
+         12.0, 0.0});
+    calibration.mountAngle = static_cast<std::int32_t>(degree);
+    return refocus::WriteCalibration(calibration);
+}
+
 CaptureMaker::CaptureMaker(const fs::path& node, const fs::path& engine, RgbImage photoLeft,
                            RgbImage photoRight)
     : library_(node, engine), photoLeft_(std::move(photoLeft)), photoRight_(std::move(photoRight)) {
@@ -228,17 +242,26 @@ std::optional<MadeCapture> CaptureMaker::Make(std::uint32_t seed, const fs::path
     request.inputs = {&main, &aux};
     request.output = &output;
     request.depth = &depth;
+    Write(capture.calibration, plan.Calibration());
 
-    refocus::Calibration calibration = refocus::CalibrationOfRectifiedPair(
-        {static_cast<int>(plan.sensorWidth), static_cast<int>(plan.sensorHeight),
-         static_cast<int>(plan.auxSensorWidth), static_cast<int>(plan.auxSensorHeight),
-         1.0 * plan.sensorWidth, 12.0, 0.0});
-    calibration.mountAngle = static_cast<std::int32_t>(plan.degree);
-    const auto calibrationBytes = refocus::WriteCalibration(calibration);
     const fs::path root = folder / (capture.stem + ".device");
-    Write(root / "mnt/vendor/persist/camera/dualcam_cali.bin", calibrationBytes);
-    Write(capture.calibration, calibrationBytes);
-    fs::create_directories(root / "data/vendor/camera");
+    const bool rendered = RunOnDevice(root, plan, useCase, request);
+    if (rendered) {
+        for (const auto& entry : fs::directory_iterator(root / kDumpFolder)) {
+            DumpName name = ParseDumpName(entry.path().filename().string()).value();
+            name.stem = capture.stem;
+            fs::rename(entry.path(), folder / DumpFileName(name));
+        }
+    }
+    fs::remove_all(root);
+    return rendered ? std::optional(capture) : std::nullopt;
+}
+
+// True where the engine made the output; the dumps lie in the device's folder.
+bool CaptureMaker::RunOnDevice(const fs::path& root, const Plan& plan, const host::UseCase& useCase,
+                               host::Request& request) {
+    Write(root / "mnt/vendor/persist/camera/dualcam_cali.bin", plan.Calibration());
+    fs::create_directories(root / kDumpFolder);
     host::SetDeviceRoot(root);
     property_set("persist.vendor.camera.tessola.cb.dumpimg", "1");
     host::RequestResult result;
@@ -247,15 +270,5 @@ std::optional<MadeCapture> CaptureMaker::Make(std::uint32_t seed, const fs::path
         result = node.Process(request);
     }
     host::SetDeviceRoot({});
-    if (!result.published || result.published->result.depthEffectInfo != 0) {
-        fs::remove_all(root);
-        return std::nullopt;
-    }
-    for (const auto& entry : fs::directory_iterator(root / "data/vendor/camera")) {
-        DumpName name = ParseDumpName(entry.path().filename().string()).value();
-        name.stem = capture.stem;
-        fs::rename(entry.path(), folder / DumpFileName(name));
-    }
-    fs::remove_all(root);
-    return capture;
+    return result.published && result.published->result.depthEffectInfo == 0;
 }

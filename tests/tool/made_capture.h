@@ -45,6 +45,8 @@ public:
 private:
     struct Plan;
 
+    bool RunOnDevice(const std::filesystem::path& root, const Plan& plan,
+                     const host::UseCase& useCase, host::Request& request);
     void PaintPair(const Plan& plan, MadeCapture& capture, host::Image& main, host::Image& aux);
 
     host::NodeLibrary library_;
