@@ -87,23 +87,8 @@ std::function<void(const std::string&)> IntoSize(const char* option, std::option
     };
 }
 
-void AddChanges(CLI::App& command, Options& options) {
+void AddFaceChanges(CLI::App& command, Options& options) {
     ReplayOptions& replay = options.replay;
-    command.add_option("--blur", replay.blur, "another blur level")
-        ->type_name("0..100")
-        ->check(CLI::Range(0, 100));
-    command
-        .add_option_function<std::string>(
-            "--focus",
-            [&](const std::string& text) {
-                const auto n = ParseNumbers("--focus", text, 2, ',', "X,Y");
-                replay.focus = Point{n[0], n[1]};
-            },
-            "another focus point of the main image")
-        ->type_name("X,Y");
-    command.add_option("--rotation", replay.degree, "another rotation of the images")
-        ->type_name("DEG")
-        ->check(CLI::IsMember({0, 90, 180, 270}));
     command
         .add_option_function<std::vector<std::string>>(
             "--face",
@@ -130,6 +115,26 @@ void AddChanges(CLI::App& command, Options& options) {
                     "of all faces, the engine's code: 1 upright, 3, 4, 2\nturned by 90, 180, 270")
         ->type_name("1..4")
         ->check(CLI::Range(1, 4));
+}
+
+void AddChanges(CLI::App& command, Options& options) {
+    ReplayOptions& replay = options.replay;
+    command.add_option("--blur", replay.blur, "another blur level")
+        ->type_name("0..100")
+        ->check(CLI::Range(0, 100));
+    command
+        .add_option_function<std::string>(
+            "--focus",
+            [&](const std::string& text) {
+                const auto n = ParseNumbers("--focus", text, 2, ',', "X,Y");
+                replay.focus = Point{n[0], n[1]};
+            },
+            "another focus point of the main image")
+        ->type_name("X,Y");
+    command.add_option("--rotation", replay.degree, "another rotation of the images")
+        ->type_name("DEG")
+        ->check(CLI::IsMember({0, 90, 180, 270}));
+    AddFaceChanges(command, options);
     for (const auto& [name, size, help] :
          {std::tuple("--main-crop", &replay.mainCrop, "another part of the main sensor"),
           std::tuple("--aux-crop", &replay.auxCrop, "another part of the aux sensor"),

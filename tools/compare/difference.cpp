@@ -20,7 +20,7 @@ struct PlanePair {
     std::ptrdiff_t pitchB;
     int columns;
     int rows;
-    int step;
+    std::ptrdiff_t step;
     int cell;
 };
 
@@ -52,11 +52,11 @@ struct RowSums {
 };
 
 // The step as a constant lets the compiler take many samples at a time.
-template <int kStep>
+template <std::ptrdiff_t kStep>
 RowSums SumRow(const std::uint8_t* a, const std::uint8_t* b, int columns) {
     RowSums sums;
     std::uint32_t squares = 0; // of 65536 samples at most, whose sum stays within 32 bits
-    for (int x = 0; x < columns; ++x) {
+    for (std::ptrdiff_t x = 0; x < columns; ++x) {
         const int difference = a[x * kStep] - b[x * kStep];
         sums.differing += difference != 0 ? 1u : 0u;
         squares += static_cast<std::uint32_t>(difference * difference);
@@ -140,7 +140,7 @@ NumberMap MapAll(const Picture& a, const Picture& b, int width, int height) {
             float* out = &map.values[static_cast<std::size_t>(y / reduction) *
                                      static_cast<std::size_t>(map.width)];
             for (int x = 0; x < width; ++x) {
-                const int at = std::min(x / plane.cell, plane.columns - 1) * plane.step;
+                const std::ptrdiff_t at = std::min(x / plane.cell, plane.columns - 1) * plane.step;
                 const auto value = static_cast<float>(std::abs(rowA[at] - rowB[at]));
                 out[x / reduction] = std::max(out[x / reduction], value);
             }
