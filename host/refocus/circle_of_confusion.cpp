@@ -8,8 +8,9 @@ namespace {
 
 constexpr double kMaxRadiusShare = 0.022; // of the image's width
 constexpr double kLeastDepthShare = 0.01; // of the image's width: the shallowest scene
-constexpr double kDepthOfField = 0.05;    // of the scene's depth, each side of the focus
-constexpr double kSharpRadius = 0.5;      // a disc within its own pixel
+// Of the image's diagonal: half the customary diameter that is still seen as a point.
+constexpr double kSharpRadiusShare = 0.5 / 1500;
+constexpr double kSharpRadius = 0.5; // pixels: a disc within its own pixel
 
 double SmoothStep(double from, double to, double value) {
     const double t = std::clamp((value - from) / (to - from), 0.0, 1.0);
@@ -18,22 +19,25 @@ double SmoothStep(double from, double to, double value) {
 
 } // namespace
 
-BlurTable MakeBlurTable(const DisparityScale& scale, int focusValue, int intensity, int imageWidth,
-                        int cell) {
+double RadiusPerDisparity(const DisparityScale& scale, int intensity, int imageWidth) {
     const double depth = std::max(255.0 * scale.step, kLeastDepthShare * imageWidth);
-    const double gain = kMaxRadiusShare * imageWidth * intensity / 100.0 / depth;
+    return kMaxRadiusShare * imageWidth * intensity / 100.0 / depth;
+}
+
+BlurTable MakeBlurTable(const DisparityScale& scale, FocusRange focus, int intensity,
+                        cv::Size imageSize, int cell) {
+    const double perValue = scale.step * RadiusPerDisparity(scale, intensity, imageSize.width);
+    const double sharp =
+        std::max(kSharpRadius, kSharpRadiusShare * std::hypot(imageSize.width, imageSize.height));
     BlurTable table;
     for (int value = 0; value < 256; ++value) {
-        const double distance = scale.step * (value - focusValue);
-        const double radius = gain * std::max(0.0, std::abs(distance) - kDepthOfField * depth);
-        if (radius <= kSharpRadius) {
-            continue;
-        }
+        const int distance = value - std::clamp(value, focus.low, focus.high);
+        const double radius = perValue * distance;
         const auto i = static_cast<std::size_t>(value);
-        const double blurred = SmoothStep(kSharpRadius, kSharpRadius + cell, radius);
-        table.radius[i] = static_cast<float>(distance > 0 ? radius : -radius);
-        (distance > 0 ? table.near : table.far)[i] = static_cast<float>(blurred);
-        table.maxRadius = std::max(table.maxRadius, static_cast<float>(radius));
+        (distance > 0 ? table.near : table.far)[i] =
+            static_cast<float>(SmoothStep(sharp, sharp + cell, std::abs(radius)));
+        table.radius[i] = static_cast<float>(radius);
+        table.maxRadius = std::max(table.maxRadius, std::abs(table.radius[i]));
     }
     return table;
 }

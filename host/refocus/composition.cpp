@@ -1,45 +1,102 @@
 #include "host/refocus/composition.h"
 
+#include <opencv2/imgproc.hpp>
+
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <vector>
+
+#include "host/refocus/colour.h"
 
 namespace refocus {
 namespace {
 
-constexpr double kStripes = 16; // of rows, for threads; each needs a sampler of its own
 constexpr float kLeastCover = 1.0f / 512.0f; // less changes no 8-bit value
 
-// Reads images of cells between their centres, a row of pixels at a time. `pixel`: main image
+// The layers as the picture's parts need them, one plane (CV_32FC1) after the other.
+enum Plane { kFarY, kFarU, kFarV, kNearY, kNearU, kNearV, kOverY, kOverU, kOverV, kCover, kPlanes };
+using Planes = std::array<cv::Mat, kPlanes>;
+
+// far and near: what a pixel beyond and before the focus shows, near layer and all. over: the near
+// layer alone, to lay over pixels in focus; its Y is light.
+Planes MakePlanes(const BlurredLayers& layers) {
+    Planes planes;
+    for (cv::Mat& plane : planes) {
+        plane.create(layers.far.size(), CV_32FC1);
+    }
+    cv::Mat reached; // by near objects, here or in a cell beside
+    cv::dilate(layers.nearCover, reached, cv::Mat());
+    cv::parallel_for_(cv::Range(0, layers.far.rows), [&](const cv::Range& range) {
+        for (int y = range.start; y < range.end; ++y) {
+            const auto store = [&](Plane first, int x, const cv::Vec3f& yuv) {
+                for (int i = 0; i < 3; ++i) {
+                    planes[static_cast<std::size_t>(first + i)].at<float>(y, x) = yuv[i];
+                }
+            };
+            for (int x = 0; x < layers.far.cols; ++x) {
+                const float cover = layers.nearCover.at<float>(y, x);
+                if (reached.at<float>(y, x) < kLeastCover) {
+                    const cv::Vec3f far = YuvOf(layers.far.at<cv::Vec3f>(y, x));
+                    store(kFarY, x, far);
+                    store(kNearY, x, far);
+                    store(kOverY, x, {});
+                    planes[kCover].at<float>(y, x) = 0.0f;
+                    continue;
+                }
+                const auto& near = layers.near.at<cv::Vec3f>(y, x);
+                const auto under = [&](const cv::Mat& layer) {
+                    const auto& light = layer.at<cv::Vec3f>(y, x);
+                    return YuvOf(light + (near - light) * cover);
+                };
+                const bool covered = cover >= kLeastCover;
+                planes[kCover].at<float>(y, x) = covered ? cover : 0.0f;
+                store(kFarY, x, under(layers.far));
+                store(kNearY, x, under(layers.behind));
+                cv::Vec3f over = YuvOf(near);
+                over[0] = LightOf(over[0], 128.0f, 128.0f)[0];
+                store(kOverY, x, over);
+            }
+        }
+    });
+    return planes;
+}
+
+// Reads planes of cells between their centres, a row of samples at a time. `pixel`: main image
 // pixels from one sample to the next, 1 for luma and 2 for chroma.
-template <int Channels>
-class CellSampler {
+class RowSampler {
 public:
-    using Sample = cv::Vec<float, Channels>;
-
-    CellSampler(const cv::Mat& cells, int cell, int pixel, int samples)
+    RowSampler(cv::Size cells, int cell, int pixel, int samples)
         : cells_(cells), scale_(static_cast<float>(pixel) / static_cast<float>(cell)),
-          row_(static_cast<std::size_t>(cells.cols) + 1), taps_(static_cast<std::size_t>(samples)) {
+          mixed_(static_cast<std::size_t>(cells.width) + 1) {
         for (int x = 0; x < samples; ++x) {
-            taps_[static_cast<std::size_t>(x)] = TapAt(x, cells.cols);
+            taps_.push_back(TapAt(x, cells.width));
         }
     }
 
-    void SelectRow(int y) {
-        const Tap tap = TapAt(y, cells_.rows);
-        const auto* upper = cells_.ptr<Sample>(tap.first);
-        const auto* lower = cells_.ptr<Sample>(std::min(tap.first + 1, cells_.rows - 1));
-        for (int x = 0; x < cells_.cols; ++x) {
-            row_[static_cast<std::size_t>(x)] = upper[x] + (lower[x] - upper[x]) * tap.share;
+    void Sample(const cv::Mat& plane, int y, std::vector<float>& row) {
+        const Tap tap = TapAt(y, cells_.height);
+        const float* upper = plane.ptr<float>(tap.first);
+        const float* lower = plane.ptr<float>(std::min(tap.first + 1, cells_.height - 1));
+        for (int x = 0; x < cells_.width; ++x) {
+            mixed_[static_cast<std::size_t>(x)] = upper[x] + (lower[x] - upper[x]) * tap.share;
         }
-        row_.back() = row_[row_.size() - 2];
+        mixed_.back() = mixed_[mixed_.size() - 2];
+        row.resize(taps_.size());
+        for (std::size_t x = 0; x < taps_.size();) {
+            const int first = taps_[x].first;
+            const float* at = mixed_.data() + first;
+            const float step = at[1] - at[0];
+            for (; x < taps_.size() && taps_[x].first == first; ++x) {
+                row[x] = at[0] + step * taps_[x].share;
+            }
+        }
     }
 
-    Sample At(int x) const {
-        const Tap tap = taps_[static_cast<std::size_t>(x)];
-        const Sample& left = row_[static_cast<std::size_t>(tap.first)];
-        const Sample& right = row_[static_cast<std::size_t>(tap.first) + 1];
-        return left + (right - left) * tap.share;
+    // True if a row of samples takes anything from the marked rows of cells.
+    bool Touches(const std::vector<std::uint8_t>& marked, int y) const {
+        const auto first = static_cast<std::size_t>(TapAt(y, cells_.height).first);
+        return marked[first] != 0 || marked[std::min(first + 1, marked.size() - 1)] != 0;
     }
 
 private:
@@ -55,103 +112,147 @@ private:
         return {first, at - static_cast<float>(first)};
     }
 
-    cv::Mat cells_;
+    cv::Size cells_;
     float scale_;
-    std::vector<Sample> row_;
+    std::vector<float> mixed_;
     std::vector<Tap> taps_;
 };
 
-struct Shares {
-    float far = 0.0f;
-    float near = 0.0f;
-};
-
-std::uint8_t Mix(std::uint8_t original, const Shares& shares, float far, float behind, float near,
-                 float cover) {
-    auto value = static_cast<float>(original);
-    value += shares.far * (far - value);
-    // A pixel barely before the focus still shows itself, one well before it what is behind it.
-    const float square = shares.near * shares.near;
-    value += square * square * (behind - value);
-    value += cover * (near - value);
+std::uint8_t Rounded(float value) {
     return static_cast<std::uint8_t>(std::clamp(value + 0.5f, 0.0f, 255.0f));
 }
 
-cv::Mat Merge(const BlurredLayers& layers, const std::vector<int>& fromTo, int channels) {
-    cv::Mat merged(layers.far.size(), CV_32FC(channels));
-    const std::vector<cv::Mat> sources{layers.far, layers.behind, layers.near, layers.nearCover};
-    std::vector<cv::Mat> targets{merged};
-    cv::mixChannels(sources, targets, fromTo);
-    return merged;
+float Mix(float from, float to, float share) {
+    return from + (to - from) * share;
 }
 
-void ComposeLuma(const Nv12View& input, const cv::Mat& map, const BlurTable& table,
-                 const cv::Mat& cells, int cell, cv::Mat& output) {
-    cv::parallel_for_(
-        cv::Range(0, output.rows),
-        [&](const cv::Range& range) {
-            CellSampler<4> sampler(cells, cell, 1, output.cols);
-            for (int y = range.start; y < range.end; ++y) {
-                sampler.SelectRow(y);
-                const std::uint8_t* in = input.luma.ptr<std::uint8_t>(y);
-                const std::uint8_t* values = map.ptr<std::uint8_t>(y);
-                std::uint8_t* out = output.ptr<std::uint8_t>(y);
-                for (int x = 0; x < output.cols; ++x) {
-                    const Shares shares{table.far[values[x]], table.near[values[x]]};
-                    const cv::Vec4f s = sampler.At(x);
-                    if (shares.far > 0.0f || shares.near > 0.0f || s[3] >= kLeastCover) {
-                        out[x] = Mix(in[x], shares, s[0], s[1], s[2], s[3]);
-                    }
-                }
-            }
-        },
-        kStripes);
-}
-
-Shares MeanShares(const cv::Mat& map, const BlurTable& table, int x, int y) {
-    Shares mean;
-    for (int dy = 0; dy < 2; ++dy) {
-        const std::uint8_t* values = map.ptr<std::uint8_t>(2 * y + dy, 2 * x);
-        for (int dx = 0; dx < 2; ++dx) {
-            mean.far += table.far[values[dx]] / 4.0f;
-            mean.near += table.near[values[dx]] / 4.0f;
+class Composer {
+public:
+    Composer(const Nv12View& input, const cv::Mat& map, const BlurTable& table,
+             const Planes& planes, int cell, Nv12View& output)
+        : input_(input), map_(map), table_(table), planes_(planes), output_(output),
+          luma_(planes[kCover].size(), cell, 1, input.luma.cols),
+          chroma_(planes[kCover].size(), cell, 2, input.chroma.cols),
+          blurred_(static_cast<std::size_t>(input.luma.cols)) {
+        for (std::size_t value = 0; value < farShare_.size(); ++value) {
+            farShare_[value] = static_cast<int>(std::lround(table.far[value] * kWhole));
+        }
+        for (int y = 0; y < planes[kCover].rows; ++y) {
+            covered_.push_back(cv::countNonZero(planes[kCover].row(y)) > 0);
         }
     }
-    return mean;
-}
 
-void ComposeChroma(const Nv12View& input, const cv::Mat& map, const BlurTable& table,
-                   const cv::Mat& cells, int cell, cv::Mat& output) {
-    cv::parallel_for_(
-        cv::Range(0, output.rows),
-        [&](const cv::Range& range) {
-            CellSampler<7> sampler(cells, cell, 2, output.cols);
-            for (int y = range.start; y < range.end; ++y) {
-                sampler.SelectRow(y);
-                const auto* in = input.chroma.ptr<cv::Vec2b>(y);
-                auto* out = output.ptr<cv::Vec2b>(y);
-                for (int x = 0; x < output.cols; ++x) {
-                    const Shares shares = MeanShares(map, table, x, y);
-                    const auto s = sampler.At(x);
-                    if (shares.far > 0.0f || shares.near > 0.0f || s[6] >= kLeastCover) {
-                        out[x] = {Mix(in[x][0], shares, s[0], s[2], s[4], s[6]),
-                                  Mix(in[x][1], shares, s[1], s[3], s[5], s[6])};
-                    }
-                }
+    void LumaRow(int y) {
+        const bool covered = luma_.Touches(covered_, y);
+        luma_.Sample(planes_[kFarY], y, rows_[kFarY]);
+        std::transform(rows_[kFarY].begin(), rows_[kFarY].end(), blurred_.begin(), Rounded);
+        const std::uint8_t* in = input_.luma.ptr<std::uint8_t>(y);
+        if (covered) { // the picture may be its own output
+            own_.assign(in, in + input_.luma.cols);
+        }
+        const std::uint8_t* values = map_.ptr<std::uint8_t>(y);
+        std::uint8_t* out = output_.luma.ptr<std::uint8_t>(y);
+        for (std::size_t x = 0; x < blurred_.size(); ++x) {
+            const int share = farShare_[values[x]];
+            out[x] = static_cast<std::uint8_t>(
+                (in[x] * (kWhole - share) + blurred_[x] * share + kWhole / 2) / kWhole);
+        }
+        if (covered) {
+            CoverLumaRow(y, own_.data(), values, out);
+        }
+    }
+
+    // Goes over what the near layer reaches, and what is itself near.
+    void CoverLumaRow(int y, const std::uint8_t* in, const std::uint8_t* values,
+                      std::uint8_t* out) {
+        luma_.Sample(planes_[kNearY], y, rows_[kNearY]);
+        luma_.Sample(planes_[kOverY], y, rows_[kOverY]);
+        luma_.Sample(planes_[kCover], y, rows_[kCover]);
+        const float* lights = LightOfCodes();
+        for (std::size_t x = 0; x < blurred_.size(); ++x) {
+            const float far = table_.far[values[x]];
+            const float near = table_.near[values[x]];
+            const float cover = rows_[kCover][x];
+            if (near > 0.0f || (cover > 0.0f && far < 1.0f)) {
+                const float sharp = far + near < 1.0f && cover > 0.0f
+                                        ? CodeOf(Mix(lights[in[x]], rows_[kOverY][x], cover))
+                                        : static_cast<float>(in[x]);
+                out[x] = Rounded(Mix(Mix(sharp, rows_[kFarY][x], far), rows_[kNearY][x], near));
             }
-        },
-        kStripes);
-}
+        }
+    }
+
+    void ChromaRow(int y) {
+        const bool covered = chroma_.Touches(covered_, y);
+        for (const Plane plane : {kFarU, kFarV, kNearU, kNearV, kOverU, kOverV, kCover}) {
+            if (covered || plane == kFarU || plane == kFarV) {
+                chroma_.Sample(planes_[plane], y, rows_[plane]);
+            }
+        }
+        const std::uint8_t* upper = map_.ptr<std::uint8_t>(2 * y);
+        const std::uint8_t* lower = map_.ptr<std::uint8_t>(2 * y + 1);
+        const auto* in = input_.chroma.ptr<cv::Vec2b>(y);
+        auto* out = output_.chroma.ptr<cv::Vec2b>(y);
+        const auto mean = [&](const std::array<float, 256>& shares, std::size_t x) {
+            return (shares[upper[2 * x]] + shares[upper[2 * x + 1]] + shares[lower[2 * x]] +
+                    shares[lower[2 * x + 1]]) /
+                   4.0f;
+        };
+        for (std::size_t x = 0; x < rows_[kFarU].size(); ++x) {
+            const float far = mean(table_.far, x);
+            const float near = covered ? mean(table_.near, x) : 0.0f;
+            const float cover = covered ? rows_[kCover][x] : 0.0f;
+            if (near == 0.0f && cover == 0.0f) {
+                if (far > 0.0f) {
+                    out[x] = {Rounded(Mix(in[x][0], rows_[kFarU][x], far)),
+                              Rounded(Mix(in[x][1], rows_[kFarV][x], far))};
+                }
+                continue;
+            }
+            const float behind = far + near > 0.0f ? near / (far + near) : 0.0f;
+            const auto mix = [&](std::uint8_t own, Plane farPlane, Plane nearPlane, Plane over) {
+                const float sharp = Mix(own, rows_[over][x], cover);
+                const float blurred = Mix(rows_[farPlane][x], rows_[nearPlane][x], behind);
+                return Rounded(Mix(sharp, blurred, std::min(1.0f, far + near)));
+            };
+            out[x] = {mix(in[x][0], kFarU, kNearU, kOverU), mix(in[x][1], kFarV, kNearV, kOverV)};
+        }
+    }
+
+private:
+    const Nv12View& input_;
+    const cv::Mat& map_;
+    const BlurTable& table_;
+    const Planes& planes_;
+    Nv12View& output_;
+    RowSampler luma_;
+    RowSampler chroma_;
+    static constexpr int kWhole = 256;
+    std::array<int, 256> farShare_{}; // of kWhole, by disparity value
+    std::vector<std::uint8_t> blurred_;
+    std::vector<std::uint8_t> own_;
+    std::vector<std::uint8_t> covered_; // rows of cells with any near layer
+    std::array<std::vector<float>, kPlanes> rows_;
+};
 
 } // namespace
 
 void Compose(const Nv12View& input, const cv::Mat& map, const BlurTable& table,
              const BlurredLayers& layers, int cell, Nv12View& output) {
-    // Channels of the layers one after another: far 0-2, behind 3-5, near 6-8, cover 9.
-    const cv::Mat luma = Merge(layers, {0, 0, 3, 1, 6, 2, 9, 3}, 4);
-    const cv::Mat chroma = Merge(layers, {1, 0, 2, 1, 4, 2, 5, 3, 7, 4, 8, 5, 9, 6}, 7);
-    ComposeLuma(input, map, table, luma, cell, output.luma);
-    ComposeChroma(input, map, table, chroma, cell, output.chroma);
+    const Planes planes = MakePlanes(layers);
+    constexpr double kStripes = 16; // of rows, for threads; each needs a composer of its own
+    cv::parallel_for_(
+        cv::Range(0, output.luma.rows),
+        [&](const cv::Range& range) {
+            Composer composer(input, map, table, planes, cell, output);
+            for (int y = range.start; y < range.end; ++y) {
+                composer.LumaRow(y);
+                if (y % 2 == 0 && y / 2 < output.chroma.rows) {
+                    composer.ChromaRow(y / 2);
+                }
+            }
+        },
+        kStripes);
 }
 
 } // namespace refocus

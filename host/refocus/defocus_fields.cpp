@@ -1,87 +1,180 @@
 #include "host/refocus/defocus_fields.h"
 
+#include <opencv2/imgproc.hpp>
+
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <vector>
 
 #include "host/refocus/colour.h"
 
 namespace refocus {
 namespace {
 
-struct Sum {
-    cv::Vec3f light{};
-    float weight = 0.0f;
-    float radius = 0.0f;
-    float order = 0.0f;
+constexpr int kClippedLuma = 245;
 
-    void Add(const cv::Vec3f& pixel, float share, float pixelRadius, int value) {
-        light += share * pixel;
+// Sums over the pixels of one field in one cell.
+struct Sum {
+    float weight = 0.0f;
+    float luma = 0.0f;
+    float u = 0.0f;
+    float v = 0.0f;
+    float light = 0.0f; // of luma alone
+    float radius = 0.0f;
+    float value = 0.0f;
+    float clipped = 0.0f;
+
+    void Add(std::uint8_t y, cv::Vec2b uv, float share, float discRadius, float disparity) {
         weight += share;
-        radius += share * pixelRadius;
-        order += share * static_cast<float>(value);
+        luma += share * static_cast<float>(y);
+        u += share * static_cast<float>(uv[0]);
+        v += share * static_cast<float>(uv[1]);
+        light += share * LightOfCodes()[y];
+        radius += share * discRadius;
+        value += share * disparity;
+        clipped += y >= kClippedLuma ? share : 0.0f;
     }
 };
 
+// What each disparity value contributes to.
+struct Roles {
+    std::array<float, 256> side{};  // weight in the far or near field
+    std::array<float, 256> sharp{}; // weight among what is in focus
+    std::array<std::uint8_t, 256> near{};
+};
+
+Roles MakeRoles(const BlurTable& table) {
+    Roles roles;
+    for (std::size_t value = 0; value < 256; ++value) {
+        roles.near[value] = table.radius[value] > 0.0f;
+        // What is barely nearer than the focus is near field by its share only: it covers others.
+        const bool far = table.far[value] > 0.0f;
+        roles.side[value] = far ? 1.0f : table.near[value];
+        roles.sharp[value] = far ? 0.0f : 1.0f - table.near[value];
+    }
+    return roles;
+}
+
 DefocusField EmptyField(cv::Size size) {
     return {cv::Mat::zeros(size, CV_32FC3), cv::Mat::zeros(size, CV_32FC1),
-            cv::Mat::zeros(size, CV_32FC1), cv::Mat::zeros(size, CV_8UC1)};
+            cv::Mat::zeros(size, CV_32FC1), cv::Mat::zeros(size, CV_8UC1),
+            cv::Mat::zeros(size, CV_8UC1)};
+}
+
+// The colour of the mean pixel, as bright as the pixels' mean light.
+cv::Vec3f MeanLight(const Sum& sum) {
+    const float scale = 1.0f / sum.weight;
+    const cv::Vec3f light = LightOf(sum.luma * scale, sum.u * scale, sum.v * scale);
+    const float mean = LightOf(sum.luma * scale, 128.0f, 128.0f)[0];
+    return light * (mean > 0.0f ? sum.light * scale / mean : 1.0f);
 }
 
 void Store(const Sum& sum, float pixels, int cell, cv::Point at, DefocusField& field) {
     if (sum.weight <= 0.0f) {
         return;
     }
-    field.light.at<cv::Vec3f>(at) = sum.light / sum.weight;
+    field.light.at<cv::Vec3f>(at) = MeanLight(sum);
     field.weight.at<float>(at) = sum.weight / pixels;
     field.radius.at<float>(at) = sum.radius / sum.weight / static_cast<float>(cell);
-    field.order.at<std::uint8_t>(at) = static_cast<std::uint8_t>(sum.order / sum.weight + 0.5f);
+    field.order.at<std::uint8_t>(at) = static_cast<std::uint8_t>(sum.value / sum.weight + 0.5f);
+    field.clipped.at<std::uint8_t>(at) =
+        static_cast<std::uint8_t>(255.0f * sum.clipped / sum.weight + 0.5f);
 }
 
-void SplitCell(const Nv12View& image, const cv::Mat& map, const BlurTable& table, int cell,
-               cv::Point at, DefocusFields& fields) {
-    Sum far, near, sharp;
-    const int bottom = std::min(image.luma.rows, (at.y + 1) * cell);
-    const int right = std::min(image.luma.cols, (at.x + 1) * cell);
-    for (int y = at.y * cell; y < bottom; ++y) {
-        const std::uint8_t* luma = image.luma.ptr<std::uint8_t>(y);
-        const std::uint8_t* values = map.ptr<std::uint8_t>(y);
-        const auto* chroma = image.chroma.ptr<cv::Vec2b>(std::min(y / 2, image.chroma.rows - 1));
-        for (int x = at.x * cell; x < right; ++x) {
-            const cv::Vec2b& uv = chroma[std::min(x / 2, image.chroma.cols - 1)];
-            const cv::Vec3f light = LightOf(luma[x], uv[0], uv[1]);
-            const std::size_t value = values[x];
-            const float radius = std::abs(table.radius[value]);
-            if (table.far[value] > 0.0f) {
-                far.Add(light, 1.0f, radius, values[x]);
-            } else {
-                // What is barely nearer than the focus is near field by its share only.
-                const float share = table.near[value];
-                near.Add(light, share, radius, values[x]);
-                sharp.Add(light, 1.0f - share, 0.0f, 0);
+class Splitter {
+public:
+    Splitter(const Nv12View& image, const cv::Mat& map, const cv::Mat& grown,
+             const BlurTable& table, int cell)
+        : image_(image), map_(map), grown_(grown), table_(table), cell_(cell),
+          roles_(MakeRoles(table)) {}
+
+    void SplitRow(int row, DefocusFields& fields) {
+        const int bottom = std::min(image_.luma.rows, (row + 1) * cell_);
+        sums_.assign(static_cast<std::size_t>(fields.sharpWeight.cols), {});
+        for (int y = row * cell_; y < bottom; ++y) {
+            AddPixels(y);
+        }
+        for (int x = 0; x < fields.sharpWeight.cols; ++x) {
+            const CellSums& sums = sums_[static_cast<std::size_t>(x)];
+            const int right = std::min(image_.luma.cols, (x + 1) * cell_);
+            const auto pixels = static_cast<float>((bottom - row * cell_) * (right - x * cell_));
+            Store(sums.side[0], pixels, cell_, {x, row}, fields.far);
+            Store(sums.side[1], pixels, cell_, {x, row}, fields.near);
+            if (sums.sharp.weight > 0.0f) {
+                fields.sharpLight.at<cv::Vec3f>(row, x) = MeanLight(sums.sharp);
+                fields.sharpWeight.at<float>(row, x) = sums.sharp.weight / pixels;
             }
         }
     }
-    const auto pixels = static_cast<float>((bottom - at.y * cell) * (right - at.x * cell));
-    Store(far, pixels, cell, at, fields.far);
-    Store(near, pixels, cell, at, fields.near);
-    if (sharp.weight > 0.0f) {
-        fields.sharpLight.at<cv::Vec3f>(at) = sharp.light / sharp.weight;
-        fields.sharpWeight.at<float>(at) = sharp.weight / pixels;
+
+private:
+    struct CellSums {
+        std::array<Sum, 2> side; // far, near
+        Sum sharp;
+    };
+
+    void AddPixels(int y) {
+        const std::uint8_t* luma = image_.luma.ptr<std::uint8_t>(y);
+        const std::uint8_t* values = map_.ptr<std::uint8_t>(y);
+        const std::uint8_t* grown = grown_.ptr<std::uint8_t>(y);
+        const auto* chroma = image_.chroma.ptr<cv::Vec2b>(std::min(y / 2, image_.chroma.rows - 1));
+        int x = 0;
+        for (CellSums& sums : sums_) {
+            const int end = std::min(image_.luma.cols, x + cell_);
+            for (; x < end; ++x) {
+                const std::size_t value = values[x];
+                if (roles_.near[value] == 0 && roles_.near[grown[x]] != 0) {
+                    continue;
+                }
+                const cv::Vec2b uv = chroma[std::min(x / 2, image_.chroma.cols - 1)];
+                if (const float weight = roles_.side[value]; weight > 0.0f) {
+                    const float radius = std::abs(table_.radius[value]);
+                    sums.side[roles_.near[value]].Add(luma[x], uv, weight, radius,
+                                                      static_cast<float>(value));
+                }
+                if (const float weight = roles_.sharp[value]; weight > 0.0f) {
+                    sums.sharp.Add(luma[x], uv, weight, 0.0f, 0.0f);
+                }
+            }
+        }
     }
-}
+
+    const Nv12View& image_;
+    const cv::Mat& map_;
+    const cv::Mat& grown_;
+    const BlurTable& table_;
+    int cell_;
+    Roles roles_;
+    std::vector<CellSums> sums_;
+};
 
 } // namespace
 
-DefocusFields SplitFields(const Nv12View& image, const cv::Mat& map, const BlurTable& table,
-                          int cell) {
+cv::Mat GrowNear(const cv::Mat& map, const BlurTable& table, int reach) {
+    const float least = 2.0f * static_cast<float>(reach); // a narrower blur hides no outline
+    const auto first = std::find_if(table.radius.begin(), table.radius.end(),
+                                    [least](float radius) { return radius > least; });
+    if (first == table.radius.end()) {
+        return map;
+    }
+    cv::Mat grown;
+    cv::threshold(map, grown, static_cast<double>(first - table.radius.begin()) - 0.5, 0,
+                  cv::THRESH_TOZERO);
+    cv::dilate(grown, grown, cv::Mat::ones(2 * reach + 1, 2 * reach + 1, CV_8U));
+    cv::max(grown, map, grown);
+    return grown;
+}
+
+DefocusFields SplitFields(const Nv12View& image, const cv::Mat& map, const cv::Mat& grown,
+                          const BlurTable& table, int cell) {
     const cv::Size size((image.luma.cols + cell - 1) / cell, (image.luma.rows + cell - 1) / cell);
     DefocusFields fields{EmptyField(size), EmptyField(size), cv::Mat::zeros(size, CV_32FC3),
                          cv::Mat::zeros(size, CV_32FC1)};
     cv::parallel_for_(cv::Range(0, size.height), [&](const cv::Range& range) {
-        for (int y = range.start; y < range.end; ++y) {
-            for (int x = 0; x < size.width; ++x) {
-                SplitCell(image, map, table, cell, {x, y}, fields);
-            }
+        Splitter splitter(image, map, grown, table, cell);
+        for (int row = range.start; row < range.end; ++row) {
+            splitter.SplitRow(row, fields);
         }
     });
     return fields;

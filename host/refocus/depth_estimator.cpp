@@ -2,6 +2,10 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include <algorithm>
+#include <cmath>
+
+#include "host/refocus/alignment.h"
 #include "host/refocus/depth_presence.h"
 #include "host/refocus/image.h"
 #include "host/refocus/joint_upsampling.h"
@@ -12,23 +16,30 @@
 namespace refocus {
 namespace {
 
-constexpr int kMatchingWidth = 800;
+constexpr int kMatchingWidth = 700;
 
-// The aux image at the reduced main image's size.
-cv::Mat ReduceTo(const cv::Mat& luma, cv::Size size) {
-    if (luma.size() == size) {
-        return luma;
+// The aux image at the reduced main image's size, without the part whose counterpart fills no block
+// of the main one. `used`: main image pixels that do.
+cv::Mat ReduceAlike(const cv::Mat& luma, cv::Size mainSize, cv::Size used, cv::Size reducedSize) {
+    const auto alike = [](int length, int part, int whole) {
+        return std::max(1,
+                        static_cast<int>(std::lround(static_cast<double>(length) * part / whole)));
+    };
+    const cv::Mat shown = luma(cv::Rect(0, 0, alike(luma.cols, used.width, mainSize.width),
+                                        alike(luma.rows, used.height, mainSize.height)));
+    if (shown.size() == reducedSize) {
+        return shown;
     }
-    const bool smaller = size.width <= luma.cols && size.height <= luma.rows;
+    const bool smaller = reducedSize.width <= shown.cols && reducedSize.height <= shown.rows;
     cv::Mat reduced;
-    cv::resize(luma, reduced, size, 0, 0, smaller ? cv::INTER_AREA : cv::INTER_LINEAR);
+    cv::resize(shown, reduced, reducedSize, 0, 0, smaller ? cv::INTER_AREA : cv::INTER_LINEAR);
     return reduced;
 }
 
 // Disparity everywhere, from what both views agree on.
 cv::Mat Complete(const Matches& matches, const cv::Mat& left) {
     cv::Mat disparity = matches.disparity.clone();
-    FillOcclusions(disparity, matches.consistent);
+    FillOcclusions(disparity, matches.consistent, matches.occluded);
     cv::medianBlur(disparity, disparity, 5);
     cv::Mat weight;
     constexpr double kFilled = 0.3; // say of what was filled in, beside what was matched
@@ -49,8 +60,10 @@ Error EstimateDepth(const cv::Mat& mainLuma, const cv::Mat& auxLuma, const Calib
         return Error::kCalibrationGeometry;
     }
     const cv::Mat left = rectification->Left(main);
-    const cv::Mat right = rectification->Right(ReduceTo(auxLuma, main.size()));
+    const cv::Mat seen = rectification->Right(
+        ReduceAlike(auxLuma, mainLuma.size(), main.size() * factor, main.size()));
     const SearchRange range = SearchRangeFor(left.cols, rectification->nearestDisparity());
+    const cv::Mat right = Align(seen, EstimateAlignment(left, seen, range));
     const Matches matches = MatchBothWays(left, right, range);
     if (!HasDepth(MeasureDepthPresence(left, matches))) {
         return Error::kNoDepth;

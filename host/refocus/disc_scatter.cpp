@@ -10,93 +10,134 @@ namespace {
 
 constexpr int kLayers = 32;
 constexpr int kValuesPerLayer = 256 / kLayers;
-constexpr float kRadiusSteps = 4.0f; // disc shapes per cell of radius
+constexpr float kRadiusSteps = 4.0f;     // disc shapes per cell of radius
+constexpr double kLargestSoftDisc = 6.0; // cells
 
-// A disc as one run of cells per row, half[0] being the middle row's cells to each side.
-struct Disc {
-    std::vector<int> half;
-    float share = 0.0f; // of the disc's light that each of its cells gets
+// Where the light along a row of a disc changes, and by how much.
+struct Step {
+    int column; // from the disc's middle
+    float change;
 };
 
-std::vector<Disc> MakeDiscs(int count) {
-    std::vector<Disc> discs(static_cast<std::size_t>(count));
-    for (int i = 0; i < count; ++i) {
-        Disc& disc = discs[static_cast<std::size_t>(i)];
-        const double radius = i / static_cast<double>(kRadiusSteps);
-        int area = 0;
-        for (int dy = 0; dy <= static_cast<int>(radius); ++dy) {
-            disc.half.push_back(static_cast<int>(std::sqrt(radius * radius - dy * dy)));
-            area += (2 * disc.half.back() + 1) * (dy == 0 ? 1 : 2);
+struct Disc {
+    std::vector<std::vector<Step>> rows; // from the middle one outwards, up and down alike
+    float total = 0.0f;                  // sum over its cells
+    int reach() const { return static_cast<int>(rows.size()) - 1; }
+};
+
+// Share of a cell at a distance from the middle that lies within the disc. Small discs are given
+// soft edges, on which the picture's smoothness depends; for large ones whole cells do.
+float Coverage(double radius, int dx, int dy) {
+    const double distance = std::hypot(dx, dy);
+    const double covered = radius + 0.5 - distance;
+    if (radius > kLargestSoftDisc) {
+        return distance <= radius ? 1.0f : 0.0f;
+    }
+    return static_cast<float>(std::clamp(covered, 0.0, 1.0));
+}
+
+Disc MakeDisc(double radius) {
+    Disc disc;
+    const int reach = static_cast<int>(std::ceil(radius + 0.5)) - 1;
+    for (int dy = 0; dy <= reach; ++dy) {
+        std::vector<Step> steps;
+        float before = 0.0f;
+        for (int dx = -reach; dx <= reach + 1; ++dx) {
+            const float share = dx <= reach ? Coverage(radius, dx, dy) : 0.0f;
+            if (share != before) {
+                steps.push_back({dx, share - before});
+            }
+            disc.total += share * (dy == 0 ? 1.0f : 2.0f);
+            before = share;
         }
-        disc.share = 1.0f / static_cast<float>(area);
+        if (!steps.empty()) {
+            disc.rows.push_back(steps);
+        }
+    }
+    return disc;
+}
+
+std::vector<Disc> MakeDiscs(int count) {
+    std::vector<Disc> discs;
+    for (int i = 0; i < count; ++i) {
+        discs.push_back(MakeDisc(i / static_cast<double>(kRadiusSteps)));
     }
     return discs;
 }
 
-struct Source {
-    int x;
-    const Disc* disc;
-    cv::Vec4f light; // RGB times weight, and weight, per cell of the disc
-};
-
 // One layer's cells of one row.
 struct Run {
-    std::vector<Source> sources;
+    std::vector<std::int16_t>
+        columns;   // of cells whose discs reach the picture, border's copies too
     int reach = 0; // rows
 };
 
 // All cells with any weight, by row and layer.
 class Sources {
 public:
-    explicit Sources(const DefocusField& field) : rows_(field.weight.rows) {
+    explicit Sources(const DefocusField& field)
+        : rows_(field.weight.rows), light_(field.weight.size(), CV_32FC4),
+          shape_(field.weight.size(), CV_16UC1) {
         double largest = 0.0;
         cv::minMaxLoc(field.radius, nullptr, &largest);
-        reach_ = static_cast<int>(std::ceil(largest)) + 1;
-        discs_ = MakeDiscs(static_cast<int>(largest * kRadiusSteps) + 2);
+        discs_ = MakeDiscs(static_cast<int>(largest * static_cast<double>(kRadiusSteps)) + 2);
+        reach_ = discs_.back().reach();
         runs_.resize(static_cast<std::size_t>(rows_) * kLayers);
-        for (int y = 0; y < rows_; ++y) {
-            AddRow(field, y);
-        }
+        cv::parallel_for_(cv::Range(0, rows_), [&](const cv::Range& range) {
+            for (int y = range.start; y < range.end; ++y) {
+                TakeRow(field, y);
+                SortRow(field, y);
+            }
+        });
     }
 
     int reach() const { return reach_; }
 
-    // Rows beyond the border are the border's.
-    const Run& At(int row, int layer) const {
-        return runs_[Index(std::clamp(row, 0, rows_ - 1), layer)];
-    }
+    // Rows and columns beyond the border are the border's.
+    int RowOf(int row) const { return std::clamp(row, 0, rows_ - 1); }
+    const Run& At(int row, int layer) const { return runs_[Index(RowOf(row), layer)]; }
+    // RGB times weight, and weight, per whole cell of the disc.
+    const cv::Vec4f* Light(int row) const { return light_.ptr<cv::Vec4f>(RowOf(row)); }
+    const std::uint16_t* Shape(int row) const { return shape_.ptr<std::uint16_t>(RowOf(row)); }
+    const Disc& disc(std::uint16_t shape) const { return discs_[shape]; }
 
 private:
     static std::size_t Index(int row, int layer) {
         return static_cast<std::size_t>(row) * kLayers + static_cast<std::size_t>(layer);
     }
 
-    void AddRow(const DefocusField& field, int y) {
-        const int width = field.weight.cols;
+    void TakeRow(const DefocusField& field, int y) {
         const auto* light = field.light.ptr<cv::Vec3f>(y);
         const auto* weight = field.weight.ptr<float>(y);
         const auto* radius = field.radius.ptr<float>(y);
+        for (int x = 0; x < field.weight.cols; ++x) {
+            const auto shape = static_cast<std::uint16_t>(radius[x] * kRadiusSteps + 0.5f);
+            const float share = weight[x] / discs_[shape].total;
+            shape_.at<std::uint16_t>(y, x) = shape;
+            light_.at<cv::Vec4f>(y, x) = {light[x][0] * share, light[x][1] * share,
+                                          light[x][2] * share, share};
+        }
+    }
+
+    void SortRow(const DefocusField& field, int y) {
+        const int width = field.weight.cols;
+        const auto* weight = field.weight.ptr<float>(y);
         const auto* order = field.order.ptr<std::uint8_t>(y);
         for (int x = -reach_; x < width + reach_; ++x) {
             const int i = std::clamp(x, 0, width - 1);
-            if (weight[i] <= 0.0f) {
-                continue;
+            const int reach = discs_[shape_.at<std::uint16_t>(y, i)].reach();
+            if (weight[i] > 0.0f && x + reach >= 0 && x - reach < width) {
+                Run& run = runs_[Index(y, order[i] / kValuesPerLayer)];
+                run.columns.push_back(static_cast<std::int16_t>(x));
+                run.reach = std::max(run.reach, reach);
             }
-            const auto shape = static_cast<std::size_t>(radius[i] * kRadiusSteps + 0.5f);
-            const Disc& disc = discs_[shape];
-            if (x + disc.half[0] < 0 || x - disc.half[0] >= width) {
-                continue;
-            }
-            const float share = weight[i] * disc.share;
-            Run& run = runs_[Index(y, order[i] / kValuesPerLayer)];
-            run.sources.push_back(
-                {x, &disc, {light[i][0] * share, light[i][1] * share, light[i][2] * share, share}});
-            run.reach = std::max(run.reach, static_cast<int>(disc.half.size()) - 1);
         }
     }
 
     int rows_;
     int reach_ = 0;
+    cv::Mat light_;
+    cv::Mat shape_;
     std::vector<Disc> discs_;
     std::vector<Run> runs_;
 };
@@ -109,18 +150,21 @@ bool AddSteps(const Sources& sources, int row, int layer, std::vector<cv::Vec4f>
     for (int dy = -sources.reach(); dy <= sources.reach(); ++dy) {
         const Run& run = sources.At(row + dy, layer);
         const auto distance = static_cast<std::size_t>(std::abs(dy));
-        if (run.sources.empty() || std::abs(dy) > run.reach) {
+        if (run.columns.empty() || std::abs(dy) > run.reach) {
             continue;
         }
-        for (const Source& source : run.sources) {
-            if (distance >= source.disc->half.size()) {
+        const cv::Vec4f* light = sources.Light(row + dy);
+        const std::uint16_t* shape = sources.Shape(row + dy);
+        for (const int x : run.columns) {
+            const int cell = std::clamp(x, 0, width - 1);
+            const Disc& disc = sources.disc(shape[cell]);
+            if (distance >= disc.rows.size()) {
                 continue;
             }
-            const int half = source.disc->half[distance];
-            const int from = std::clamp(source.x - half, 0, width);
-            const int to = std::clamp(source.x + half + 1, 0, width);
-            steps[static_cast<std::size_t>(from)] += source.light;
-            steps[static_cast<std::size_t>(to)] -= source.light;
+            for (const Step& step : disc.rows[distance]) {
+                const int column = std::clamp(x + step.column, 0, width);
+                steps[static_cast<std::size_t>(column)] += light[cell] * step.change;
+            }
             any = true;
         }
     }

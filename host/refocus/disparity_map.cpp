@@ -39,7 +39,7 @@ cv::Mat ToValues(const cv::Mat& disparity, int factor, const DisparityScale& sca
     return values;
 }
 
-cv::Rect FocusWindow(const TSL_DCR_FOCUSPARAM& focus, cv::Size size) {
+FocusWindow FocusWindowOf(const TSL_DCR_FOCUSPARAM& focus, cv::Size size) {
     const cv::Point point(std::clamp(focus.ptFocus.x, 0, size.width - 1),
                           std::clamp(focus.ptFocus.y, 0, size.height - 1));
     for (int i = 0; i < focus.i32FaceNum; ++i) {
@@ -48,28 +48,33 @@ cv::Rect FocusWindow(const TSL_DCR_FOCUSPARAM& focus, cv::Size size) {
                             point.y <= face.bottom;
         const cv::Rect middle = inside ? FaceMiddle(face, size) : cv::Rect();
         if (!middle.empty()) {
-            return middle;
+            return {middle, true};
         }
     }
     const int reach = std::max(2, size.width / 200);
-    return cv::Rect(point.x - reach, point.y - reach, 2 * reach + 1, 2 * reach + 1) &
-           cv::Rect({}, size);
+    const cv::Rect square(point.x - reach, point.y - reach, 2 * reach + 1, 2 * reach + 1);
+    return {square & cv::Rect({}, size), false};
 }
 
-int MedianValue(const cv::Mat& map, cv::Rect window) {
+FocusRange FocusRangeOf(const cv::Mat& map, const TSL_DCR_FOCUSPARAM& focus) {
+    const FocusWindow window = FocusWindowOf(focus, map.size());
     std::array<int, 256> histogram{};
-    for (int y = window.y; y < window.br().y; ++y) {
+    for (int y = window.pixels.y; y < window.pixels.br().y; ++y) {
         const std::uint8_t* row = map.ptr<std::uint8_t>(y);
-        for (int x = window.x; x < window.br().x; ++x) {
+        for (int x = window.pixels.x; x < window.pixels.br().x; ++x) {
             ++histogram[row[x]];
         }
     }
-    const int half = window.area() / 2;
-    int value = 0;
-    for (int below = histogram[0]; below <= half && value < 255;) {
-        below += histogram[static_cast<std::size_t>(++value)];
-    }
-    return value;
+    const auto percentile = [&](int percent) {
+        const std::int64_t wanted = std::int64_t{window.pixels.area()} * percent / 100;
+        int value = 0;
+        for (std::int64_t below = histogram[0]; below <= wanted && value < 255;) {
+            below += histogram[static_cast<std::size_t>(++value)];
+        }
+        return value;
+    };
+    return window.isFace ? FocusRange{percentile(10), percentile(90)}
+                         : FocusRange{percentile(50), percentile(50)};
 }
 
 } // namespace refocus

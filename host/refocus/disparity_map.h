@@ -22,12 +22,25 @@ DisparityScale ScaleFor(const cv::Mat& disparity, int factor);
 // disparity as values on the scale, CV_32FC1, 0 to 255, clipped, not rounded.
 cv::Mat ToValues(const cv::Mat& disparity, int factor, const DisparityScale& scale);
 
-// The pixels that tell what is in focus: the middle of the face in which the focus point lies, else
-// a small square around the point. A point outside the image counts as the nearest one inside. Not
-// empty. `size` is the main image's, at least 16x16.
-cv::Rect FocusWindow(const TSL_DCR_FOCUSPARAM& focus, cv::Size size);
+// The pixels that tell what is in focus.
+struct FocusWindow {
+    cv::Rect pixels; // never empty
+    bool isFace = false;
+};
 
-// Median of a CV_8UC1 map in a window that lies within it.
-int MedianValue(const cv::Mat& map, cv::Rect window);
+// The middle of the face in which the focus point lies, else a small square around the point. A
+// point outside the image counts as the nearest one inside. `size` is the main image's, at least
+// 16x16.
+FocusWindow FocusWindowOf(const TSL_DCR_FOCUSPARAM& focus, cv::Size size);
+
+// Values low to high of a disparity map are in focus.
+struct FocusRange {
+    int low = 0;
+    int high = 0;
+};
+
+// What is in focus in `map` (CV_8UC1): the window's median, so that neither noise nor a few pixels
+// of something else matter; in a face all its depth but for the outermost values.
+FocusRange FocusRangeOf(const cv::Mat& map, const TSL_DCR_FOCUSPARAM& focus);
 
 } // namespace refocus

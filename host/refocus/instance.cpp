@@ -143,8 +143,8 @@ Error Instance::Process(const PLIM_OFFSCREEN* main, const void* disparity, std::
     const cv::Mat bytes(depth_->bytes.size(), CV_8UC1, const_cast<void*>(disparity));
     const cv::Mat map = bytes.colRange(0, depth_->size.width);
     CopyImage(*main, *output);
-    RenderBokeh(input, map, depth_->scale, MedianValue(map, FocusWindow(*focus, depth_->size)),
-                blur->i32BlurIntensity, target);
+    RenderBokeh(input, map, depth_->scale, FocusRangeOf(map, *focus), blur->i32BlurIntensity,
+                target);
     return Error::kNone;
 }
 

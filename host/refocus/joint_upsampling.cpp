@@ -24,6 +24,8 @@ struct Tap {
     int first;
     int second;
     float share;
+
+    bool SamePair(const Tap& other) const { return first == other.first && second == other.second; }
 };
 
 std::vector<Tap> MakeTaps(int fullCount, int reducedCount, int factor) {
@@ -38,6 +40,58 @@ std::vector<Tap> MakeTaps(int fullCount, int reducedCount, int factor) {
     return taps;
 }
 
+// The four reduced pixels around a full-size one.
+struct Corners {
+    std::array<float, 4> values;
+    std::array<int, 4> lights;
+
+    bool Flat() const {
+        const auto [low, high] = std::minmax_element(values.begin(), values.end());
+        return *high - *low < 2.0f; // no edge that the guide could move
+    }
+};
+
+float Joint(const Corners& corners, float right, float down, int own) {
+    static const Similarity similarity = MakeSimilarity();
+    const std::array<float, 4> shares{(1 - down) * (1 - right), (1 - down) * right,
+                                      down * (1 - right), down * right};
+    float sum = 0.0f;
+    float total = 0.0f;
+    for (std::size_t i = 0; i < 4; ++i) {
+        const float weight =
+            shares[i] * similarity[static_cast<std::size_t>(std::abs(own - corners.lights[i]))];
+        sum += weight * corners.values[i];
+        total += weight;
+    }
+    return sum / total;
+}
+
+// One row of `guide`; upper and lower are the reduced rows around it.
+void UpsampleRow(const cv::Mat& reduced, const cv::Mat& reducedGuide, const Tap& row,
+                 const std::vector<Tap>& columns, const std::uint8_t* light, std::uint8_t* out) {
+    const float* upper = reduced.ptr<float>(row.first);
+    const float* lower = reduced.ptr<float>(row.second);
+    const std::uint8_t* upperLight = reducedGuide.ptr<std::uint8_t>(row.first);
+    const std::uint8_t* lowerLight = reducedGuide.ptr<std::uint8_t>(row.second);
+    for (std::size_t x = 0; x < columns.size();) {
+        const Tap& pair = columns[x];
+        const Corners corners{
+            {upper[pair.first], upper[pair.second], lower[pair.first], lower[pair.second]},
+            {upperLight[pair.first], upperLight[pair.second], lowerLight[pair.first],
+             lowerLight[pair.second]}};
+        const auto& v = corners.values;
+        const float left = v[0] + (v[2] - v[0]) * row.share + 0.5f;
+        const float right = v[1] + (v[3] - v[1]) * row.share + 0.5f;
+        const bool flat = corners.Flat();
+        for (; x < columns.size() && columns[x].SamePair(pair); ++x) {
+            const float share = columns[x].share;
+            const float value = flat ? left + (right - left) * share
+                                     : Joint(corners, share, row.share, light[x]) + 0.5f;
+            out[x] = static_cast<std::uint8_t>(value);
+        }
+    }
+}
+
 } // namespace
 
 void JointUpsample(const cv::Mat& reduced, const cv::Mat& reducedGuide, const cv::Mat& guide,
@@ -46,32 +100,12 @@ void JointUpsample(const cv::Mat& reduced, const cv::Mat& reducedGuide, const cv
         reduced.convertTo(target, CV_8U);
         return;
     }
-    static const Similarity similarity = MakeSimilarity();
     const std::vector<Tap> columns = MakeTaps(guide.cols, reduced.cols, factor);
     const std::vector<Tap> rows = MakeTaps(guide.rows, reduced.rows, factor);
     cv::parallel_for_(cv::Range(0, guide.rows), [&](const cv::Range& range) {
         for (int y = range.start; y < range.end; ++y) {
-            const Tap row = rows[static_cast<std::size_t>(y)];
-            const float* upper = reduced.ptr<float>(row.first);
-            const float* lower = reduced.ptr<float>(row.second);
-            const std::uint8_t* upperGuide = reducedGuide.ptr<std::uint8_t>(row.first);
-            const std::uint8_t* lowerGuide = reducedGuide.ptr<std::uint8_t>(row.second);
-            const std::uint8_t* light = guide.ptr<std::uint8_t>(y);
-            std::uint8_t* out = target.ptr<std::uint8_t>(y);
-            for (int x = 0; x < guide.cols; ++x) {
-                const Tap col = columns[static_cast<std::size_t>(x)];
-                const int own = light[x];
-                const auto like = [own](int other) {
-                    return similarity[static_cast<std::size_t>(std::abs(own - other))];
-                };
-                const float w00 = (1 - row.share) * (1 - col.share) * like(upperGuide[col.first]);
-                const float w01 = (1 - row.share) * col.share * like(upperGuide[col.second]);
-                const float w10 = row.share * (1 - col.share) * like(lowerGuide[col.first]);
-                const float w11 = row.share * col.share * like(lowerGuide[col.second]);
-                const float sum = w00 * upper[col.first] + w01 * upper[col.second] +
-                                  w10 * lower[col.first] + w11 * lower[col.second];
-                out[x] = static_cast<std::uint8_t>(sum / (w00 + w01 + w10 + w11) + 0.5f);
-            }
+            UpsampleRow(reduced, reducedGuide, rows[static_cast<std::size_t>(y)], columns,
+                        guide.ptr<std::uint8_t>(y), target.ptr<std::uint8_t>(y));
         }
     });
 }

@@ -1,95 +1,111 @@
 #include "host/refocus/occlusion_filling.h"
 
 #include <algorithm>
-#include <cstdlib>
+#include <array>
+#include <cmath>
 #include <limits>
 #include <vector>
 
 namespace refocus {
 namespace {
 
-std::size_t Index(int row, int column, int width) {
-    return static_cast<std::size_t>(row) * static_cast<std::size_t>(width) +
-           static_cast<std::size_t>(column);
+constexpr float kNothing = std::numeric_limits<float>::infinity();
+constexpr int kDirections = 8;
+constexpr int kNarrow = 6;                // pixels: too few for another thing to show between
+using Seen = cv::Vec<float, kDirections>; // nearest consistent disparity in each direction
+
+// Sweeps the map from one corner to the other; `first` is the first of the four directions that
+// lead back to pixels already met: along the row, and three into the row before.
+void Sweep(const cv::Mat& disparity, const cv::Mat& consistent, bool forwards, int first,
+           cv::Mat& seen) {
+    const int step = forwards ? -1 : 1;
+    const int width = disparity.cols;
+    const std::vector<Seen> outside(static_cast<std::size_t>(width), Seen::all(kNothing));
+    for (int row = 0; row < disparity.rows; ++row) {
+        const int y = forwards ? row : disparity.rows - 1 - row;
+        Seen* own = seen.ptr<Seen>(y);
+        const Seen* before = row > 0 ? seen.ptr<Seen>(y + step) : outside.data();
+        const float* values = disparity.ptr<float>(y);
+        const std::uint8_t* known = consistent.ptr<std::uint8_t>(y);
+        for (int column = 0; column < width; ++column) {
+            const int x = forwards ? column : width - 1 - column;
+            const auto from = [&](const Seen* line, int at, int direction) {
+                return at >= 0 && at < width ? line[at][direction] : kNothing;
+            };
+            for (int i = 0; i < 4; ++i) {
+                const int at = i < 3 ? x + step * (1 - i) : x + step;
+                own[x][first + i] =
+                    known[x] != 0 ? values[x] : from(i < 3 ? before : own, at, first + i);
+            }
+        }
+    }
 }
 
-// A known disparity and how many pixels away it lies.
-struct Neighbour {
-    float disparity = 0.0f;
-    int distance = std::numeric_limits<int>::max();
+// Pixels of a row without a disparity, and what bounds them.
+struct Gap {
+    float left;
+    float right;
+    int width;
+
+    // What an object hides from the aux camera is as wide as its step in disparity. Where both ends
+    // are alike and far apart, both are of objects in front, and the row tells nothing of what lies
+    // behind. At the picture's border there is but one end.
+    bool RowTells() const {
+        const bool one = left < kNothing || right < kNothing;
+        const bool both = left < kNothing && right < kNothing;
+        return one && (!both || width <= kNarrow ||
+                       std::abs(right - left) * 2.0f >= static_cast<float>(width));
+    }
 };
 
-Neighbour Nearer(const Neighbour& a, const Neighbour& b) {
-    if (a.distance != b.distance) {
-        return a.distance < b.distance ? a : b;
-    }
-    return a.disparity <= b.disparity ? a : b;
-}
-
-// Fills the row's inner gaps. Pixels of gaps at its ends stay, with `known` 0 and their neighbour
-// in the row, if any, in `nearest`.
-void FillRow(float* disparity, std::uint8_t* known, Neighbour* nearest, int width) {
-    int last = -1; // column of the last valid pixel
-    for (int x = 0; x <= width; ++x) {
-        if (x < width && known[x] == 0) {
+float Chosen(const Seen& seen, bool occluded) {
+    std::array<float, kDirections + 1> sorted{};
+    int count = 0;
+    for (int i = 0; i < kDirections; ++i) {
+        if (seen[i] == kNothing) {
             continue;
         }
-        if (last >= 0 && x < width) {
-            std::fill(disparity + last + 1, disparity + x, std::min(disparity[last], disparity[x]));
-            std::fill(known + last + 1, known + x, std::uint8_t{255});
-        } else if (last >= 0 || x < width) {
-            const int end = last >= 0 ? last : x;
-            for (int gap = last + 1; gap < x; ++gap) {
-                nearest[gap] = {disparity[end], std::abs(gap - end)};
-            }
+        int at = count++;
+        for (; at > 0 && sorted[static_cast<std::size_t>(at - 1)] > seen[i]; --at) {
+            sorted[static_cast<std::size_t>(at)] = sorted[static_cast<std::size_t>(at - 1)];
         }
-        last = x;
+        sorted[static_cast<std::size_t>(at)] = seen[i];
     }
-}
-
-// Offers each unknown pixel what its column knows before it, downwards or upwards.
-void LookAlongColumns(const cv::Mat& disparity, const cv::Mat& known, bool downwards,
-                      std::vector<Neighbour>& nearest) {
-    const int width = disparity.cols;
-    std::vector<Neighbour> seen(static_cast<std::size_t>(width));
-    for (int i = 0; i < disparity.rows; ++i) {
-        const int y = downwards ? i : disparity.rows - 1 - i;
-        for (int x = 0; x < width; ++x) {
-            Neighbour& column = seen[static_cast<std::size_t>(x)];
-            if (known.at<std::uint8_t>(y, x) != 0) {
-                column = {disparity.at<float>(y, x), 0};
-            } else if (column.distance != Neighbour().distance) {
-                ++column.distance;
-                Neighbour& own = nearest[Index(y, x, width)];
-                own = Nearer(own, column);
-            }
-        }
-    }
+    const int chosen = occluded ? std::min(1, count - 1) : (count - 1) / 2;
+    return count == 0 ? kNothing : sorted[static_cast<std::size_t>(chosen)];
 }
 
 } // namespace
 
-void FillOcclusions(cv::Mat& disparity, const cv::Mat& consistent) {
+void FillOcclusions(cv::Mat& disparity, const cv::Mat& consistent, const cv::Mat& occluded) {
     if (cv::countNonZero(consistent) == 0) {
         disparity.setTo(0.0f);
         return;
     }
-    cv::Mat known = consistent.clone();
-    std::vector<Neighbour> nearest(disparity.total());
-    const int width = disparity.cols;
+    cv::Mat seen(disparity.size(), CV_MAKETYPE(CV_32F, kDirections));
+    Sweep(disparity, consistent, true, 0, seen);
+    Sweep(disparity, consistent, false, 4, seen);
+    float last = 0.0f; // for the few from which no direction leads to anything
     for (int y = 0; y < disparity.rows; ++y) {
-        FillRow(disparity.ptr<float>(y), known.ptr<std::uint8_t>(y),
-                nearest.data() + static_cast<std::ptrdiff_t>(y) * width, width);
-    }
-    LookAlongColumns(disparity, known, true, nearest);
-    LookAlongColumns(disparity, known, false, nearest);
-    for (int y = 0; y < disparity.rows; ++y) {
-        for (int x = 0; x < width; ++x) {
-            if (known.at<std::uint8_t>(y, x) == 0) {
-                // A row and a column without any valid pixel cross here only where next to nothing
-                // was matched.
-                disparity.at<float>(y, x) = nearest[Index(y, x, width)].disparity;
+        float* row = disparity.ptr<float>(y);
+        const std::uint8_t* known = consistent.ptr<std::uint8_t>(y);
+        for (int x = 0; x < disparity.cols; ++x) {
+            if (known[x] != 0) {
+                last = row[x];
+                continue;
             }
+            const int end = static_cast<int>(
+                std::find_if(known + x, known + disparity.cols, [](auto k) { return k != 0; }) -
+                known);
+            const Gap gap{x > 0 ? row[x - 1] : kNothing, end < disparity.cols ? row[end] : kNothing,
+                          end - x};
+            for (; x < end; ++x) {
+                const bool hidden = occluded.at<std::uint8_t>(y, x) != 0;
+                const float chosen = gap.RowTells() ? std::min(gap.left, gap.right)
+                                                    : Chosen(seen.at<Seen>(y, x), hidden);
+                row[x] = last = chosen < kNothing ? chosen : last;
+            }
+            --x;
         }
     }
 }

@@ -4,11 +4,11 @@
 
 namespace refocus {
 
-// Gives every pixel that `consistent` (CV_8UC1, 0: no) rules out a disparity. Between two valid
-// pixels of its row it is the smaller of theirs: what only one camera sees is hidden by something
-// nearer and belongs to the background. A gap that reaches the image's border has one such
-// neighbour at most; there the nearest pixel along the row or the column decides. `disparity` is
-// CV_32FC1; where nothing at all is valid, everything becomes 0.
-void FillOcclusions(cv::Mat& disparity, const cv::Mat& consistent);
+// Fills a disparity map (CV_32FC1) where it is not `consistent` (CV_8UC1, 0 or 255) from the
+// nearest consistent pixels in eight directions (Hirschmueller, "Stereo Processing by Semiglobal
+// Matching and Mutual Information", 2008, 2.6): what is `occluded` (CV_8UC1) from the aux camera
+// lies behind, and takes the second lowest of them, for the lowest may be a mismatch; what is not
+// takes the median. 0 everywhere where nothing is consistent.
+void FillOcclusions(cv::Mat& disparity, const cv::Mat& consistent, const cv::Mat& occluded);
 
 } // namespace refocus

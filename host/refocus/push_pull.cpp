@@ -7,55 +7,83 @@
 namespace refocus {
 namespace {
 
-// Known values over unknown ones: values * weight + behind * (1 - weight).
-cv::Mat Over(const cv::Mat& values, const cv::Mat& weight, const cv::Mat& behind) {
-    cv::Mat result(values.size(), CV_32FC3);
-    for (int y = 0; y < values.rows; ++y) {
-        const auto* front = values.ptr<cv::Vec3f>(y);
-        const auto* back = behind.ptr<cv::Vec3f>(y);
-        const auto* share = weight.ptr<float>(y);
-        auto* out = result.ptr<cv::Vec3f>(y);
-        for (int x = 0; x < values.cols; ++x) {
-            out[x] = back[x] + share[x] * (front[x] - back[x]);
+template <typename RowOperation>
+void ForRows(int rows, RowOperation operation) {
+    cv::parallel_for_(cv::Range(0, rows), [&](const cv::Range& range) {
+        for (int y = range.start; y < range.end; ++y) {
+            operation(y);
         }
+    });
+}
+
+// Values times weight, and weight.
+cv::Mat Weighted(const cv::Mat& values, const cv::Mat& weight) {
+    cv::Mat weighted(values.size(), CV_32FC4);
+    ForRows(values.rows, [&](int y) {
+        const auto* value = values.ptr<cv::Vec3f>(y);
+        const float* share = weight.ptr<float>(y);
+        auto* out = weighted.ptr<cv::Vec4f>(y);
+        for (int x = 0; x < values.cols; ++x) {
+            out[x] = {value[x][0] * share[x], value[x][1] * share[x], value[x][2] * share[x],
+                      share[x]};
+        }
+    });
+    return weighted;
+}
+
+// Half size: sums of 2x2 blocks, known as soon as a quarter of the block is.
+cv::Mat Push(const cv::Mat& weighted) {
+    cv::Mat half((weighted.rows + 1) / 2, (weighted.cols + 1) / 2, CV_32FC4);
+    ForRows(half.rows, [&](int y) {
+        const auto* upper = weighted.ptr<cv::Vec4f>(2 * y);
+        const auto* lower = weighted.ptr<cv::Vec4f>(std::min(2 * y + 1, weighted.rows - 1));
+        const bool both = 2 * y + 1 < weighted.rows;
+        auto* out = half.ptr<cv::Vec4f>(y);
+        for (int x = 0; x < half.cols; ++x) {
+            cv::Vec4f sum = upper[2 * x];
+            if (both) {
+                sum += lower[2 * x];
+            }
+            if (2 * x + 1 < weighted.cols) {
+                sum += upper[2 * x + 1];
+                if (both) {
+                    sum += lower[2 * x + 1];
+                }
+            }
+            out[x] = sum[3] > 1.0f ? sum * (1.0f / sum[3]) : sum;
+        }
+    });
+    return half;
+}
+
+// What is known, over what the coarser levels say. Of the size of `weighted`, CV_32FC4; the fourth
+// channel means nothing.
+cv::Mat Pull(cv::Mat weighted) {
+    if (weighted.total() == 1) {
+        const float weight = weighted.at<cv::Vec4f>(0)[3];
+        return weight > 0.0f ? cv::Mat(weighted * (1.0 / static_cast<double>(weight))) : weighted;
     }
-    return result;
+    const cv::Mat half = Pull(Push(weighted));
+    cv::Mat coarse;
+    cv::resize(half, coarse, {half.cols * 2, half.rows * 2}, 0, 0, cv::INTER_LINEAR);
+    ForRows(weighted.rows, [&](int y) {
+        const auto* behind = coarse.ptr<cv::Vec4f>(y);
+        auto* out = weighted.ptr<cv::Vec4f>(y);
+        for (int x = 0; x < weighted.cols; ++x) {
+            if (out[x][3] < 1.0f) {
+                out[x] += behind[x] * (1.0f - out[x][3]);
+            }
+        }
+    });
+    return weighted;
 }
 
 } // namespace
 
 cv::Mat PushPull(const cv::Mat& values, const cv::Mat& weight) {
-    if (values.total() == 1) {
-        return values;
-    }
-    // Half size: weighted means, known as soon as a quarter of the block is.
-    const cv::Size half((values.cols + 1) / 2, (values.rows + 1) / 2);
-    const cv::Size even(half.width * 2, half.height * 2);
-    cv::Mat sums(even, CV_32FC4, cv::Scalar::all(0));
-    for (int y = 0; y < values.rows; ++y) {
-        const auto* value = values.ptr<cv::Vec3f>(y);
-        const auto* share = weight.ptr<float>(y);
-        auto* sum = sums.ptr<cv::Vec4f>(y);
-        for (int x = 0; x < values.cols; ++x) {
-            const cv::Vec3f weighted = value[x] * share[x];
-            sum[x] = {weighted[0], weighted[1], weighted[2], share[x]};
-        }
-    }
-    cv::resize(sums, sums, half, 0, 0, cv::INTER_AREA);
-    cv::Mat coarse(half, CV_32FC3);
-    cv::Mat coarseWeight(half, CV_32FC1);
-    for (int y = 0; y < half.height; ++y) {
-        const auto* sum = sums.ptr<cv::Vec4f>(y);
-        for (int x = 0; x < half.width; ++x) {
-            const float share = sum[x][3];
-            coarse.at<cv::Vec3f>(y, x) =
-                share > 0.0f ? cv::Vec3f(sum[x][0], sum[x][1], sum[x][2]) / share : cv::Vec3f();
-            coarseWeight.at<float>(y, x) = std::min(1.0f, share * 4.0f);
-        }
-    }
-    cv::Mat behind;
-    cv::resize(PushPull(coarse, coarseWeight), behind, even, 0, 0, cv::INTER_LINEAR);
-    return Over(values, weight, behind(cv::Rect({}, values.size())));
+    cv::Mat filled;
+    cv::cvtColor(Pull(Weighted(values, weight)), filled, cv::COLOR_BGRA2BGR);
+    return filled;
 }
 
 } // namespace refocus

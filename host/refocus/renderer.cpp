@@ -1,16 +1,16 @@
 #include "host/refocus/renderer.h"
 
 #include "host/refocus/circle_of_confusion.h"
-#include "host/refocus/colour.h"
 #include "host/refocus/composition.h"
 #include "host/refocus/defocus_fields.h"
 #include "host/refocus/disc_scatter.h"
+#include "host/refocus/highlights.h"
 #include "host/refocus/push_pull.h"
 
 namespace refocus {
 namespace {
 
-constexpr int kRenderingWidth = 1000;
+constexpr int kRenderingWidth = 800;
 
 // Everything but the near field: blurred far field and what is in focus, by their shares of a cell.
 cv::Mat BehindNear(const DefocusFields& fields, const cv::Mat& far) {
@@ -31,22 +31,33 @@ cv::Mat BehindNear(const DefocusFields& fields, const cv::Mat& far) {
     return PushPull(light, weight);
 }
 
+BlurredField Blur(DefocusField& field) {
+    RestoreHighlights(field);
+    return ScatterDiscs(field);
+}
+
 } // namespace
 
 void RenderBokeh(const Nv12View& input, const cv::Mat& map, const DisparityScale& scale,
-                 int focusValue, int intensity, Nv12View& output) {
+                 FocusRange focus, int intensity, Nv12View& output) {
     if (intensity == 0) {
         return;
     }
     const int cell = ReductionFactor(input.luma.cols, kRenderingWidth);
-    const BlurTable table = MakeBlurTable(scale, focusValue, intensity, input.luma.cols, cell);
-    const DefocusFields fields = SplitFields(input, map, table, cell);
-    const BlurredField far = ScatterDiscs(fields.far);
-    const BlurredField near = ScatterDiscs(fields.near);
-    const cv::Mat farLight = PushPull(far.light, far.cover);
-    const BlurredLayers layers{ToYuv(farLight), ToYuv(BehindNear(fields, farLight)),
-                               ToYuv(PushPull(near.light, near.cover)), near.cover};
-    Compose(input, map, table, layers, cell, output);
+    const BlurTable table = MakeBlurTable(scale, focus, intensity, input.luma.size(), cell);
+    const cv::Mat grown = GrowNear(map, table, cell);
+    DefocusFields fields = SplitFields(input, map, grown, table, cell);
+    const BlurredField near = Blur(fields.near);
+    fields.near = {};
+    const BlurredField far = Blur(fields.far);
+    fields.far.light.release();
+    BlurredLayers layers;
+    layers.far = PushPull(far.light, far.cover);
+    layers.behind = BehindNear(fields, layers.far);
+    layers.near = PushPull(near.light, near.cover);
+    layers.nearCover = near.cover;
+    fields = {};
+    Compose(input, grown, table, layers, cell, output);
 }
 
 } // namespace refocus

@@ -56,6 +56,27 @@ void DropSpeckles(Matches& matches) {
     matches.consistent.setTo(0, fixed == kRemoved);
 }
 
+// A left pixel is shown in the right image if some pixel there points back to it.
+void MarkOccluded(const cv::Mat& fromRight, const SearchRange& range, Matches& matches) {
+    for (int y = 0; y < fromRight.rows; ++y) {
+        const float* theirs = fromRight.ptr<float>(y);
+        const std::uint8_t* consistent = matches.consistent.ptr<std::uint8_t>(y);
+        std::uint8_t* occluded = matches.occluded.ptr<std::uint8_t>(y);
+        for (int x = 0; x < fromRight.cols; ++x) {
+            if (consistent[x] != 0) {
+                continue;
+            }
+            const int first = std::max(0, x - range.minimum - range.count + 1);
+            const int last = std::min(fromRight.cols - 1, x - range.minimum);
+            bool shown = false;
+            for (int i = first; i <= last && !shown; ++i) {
+                shown = std::abs(theirs[i] - static_cast<float>(x - i)) <= kAgreement;
+            }
+            occluded[x] = shown ? 0 : 255;
+        }
+    }
+}
+
 } // namespace
 
 SearchRange SearchRangeFor(int width, double nearestDisparity) {
@@ -66,7 +87,8 @@ SearchRange SearchRangeFor(int width, double nearestDisparity) {
 }
 
 Matches MatchBothWays(const cv::Mat& left, const cv::Mat& right, const SearchRange& range) {
-    Matches matches{Match(left, right, range), cv::Mat::zeros(left.size(), CV_8UC1)};
+    Matches matches{Match(left, right, range), cv::Mat::zeros(left.size(), CV_8UC1),
+                    cv::Mat::zeros(left.size(), CV_8UC1)};
     // Mirrored, the right image is a left one.
     const cv::Mat fromRight = Mirror(Match(Mirror(right), Mirror(left), range));
     for (int y = 0; y < left.rows; ++y) {
@@ -85,6 +107,7 @@ Matches MatchBothWays(const cv::Mat& left, const cv::Mat& right, const SearchRan
         }
     }
     DropSpeckles(matches);
+    MarkOccluded(fromRight, range, matches);
     return matches;
 }
 

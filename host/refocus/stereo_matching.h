@@ -20,6 +20,7 @@ SearchRange SearchRangeFor(int width, double nearestDisparity);
 struct Matches {
     cv::Mat disparity;  // CV_32FC1, pixels; meaningless where not consistent
     cv::Mat consistent; // CV_8UC1, 255 where left and right match agree
+    cv::Mat occluded;   // CV_8UC1, 255 where they don't and the right image shows nothing of it
 };
 
 // left and right: CV_8UC1 of one size. The same bytes whatever the number of threads.

@@ -245,7 +245,7 @@ TEST(FocusWindow, IsTheFacesMiddleOnlyAroundThePoint) {
     const auto window = [&focus](int x, int y, int count) {
         focus.ptFocus = {x, y};
         focus.i32FaceNum = count;
-        return FocusWindow(focus, {640, 480});
+        return FocusWindowOf(focus, {640, 480}).pixels;
     };
     EXPECT_EQ(window(199, 179, 2), cv::Rect(125, 120, 50, 40));
     EXPECT_EQ(window(150, 140, 0), cv::Rect(147, 137, 7, 7)) << "faces of an earlier picture";
@@ -254,16 +254,25 @@ TEST(FocusWindow, IsTheFacesMiddleOnlyAroundThePoint) {
     EXPECT_EQ(window(-50, 1 << 30, 2), cv::Rect(0, 476, 4, 4));
 }
 
-TEST(OcclusionFilling, TakesTheBackgroundSideAndFillsEverything) {
-    cv::Mat_<float> disparity = (cv::Mat_<float>(3, 6) << 5, -1, -1, 20, 20, 20, //
-                                 20, 20, -1, -1, 5, 5,                           //
-                                 -1, -1, -1, -1, -1, -1);
-    const cv::Mat valid = disparity >= 0;
-    FillOcclusions(disparity, valid);
-    const cv::Mat_<float> expected = (cv::Mat_<float>(3, 6) << 5, 5, 5, 20, 20, 20, //
-                                      20, 20, 5, 5, 5, 5,                           //
-                                      20, 20, 5, 5, 5, 5);
+// Background 5, objects in front 20; rows are shadows of objects and, in the last case, a gap whose
+// both ends are objects while the background shows above.
+TEST(OcclusionFilling, TakesTheBackgroundSide) {
+    constexpr float kGap = -1.0f;
+    cv::Mat_<float> disparity(9, 16, 5.0f);
+    disparity(cv::Rect(8, 0, 8, 2)) = 20.0f;
+    disparity(cv::Rect(0, 2, 8, 2)) = 20.0f;
+    disparity(cv::Rect(0, 6, 16, 3)) = 20.0f;
+    cv::Mat_<float> expected = disparity.clone();
+    disparity(cv::Rect(2, 0, 6, 2)) = kGap; // to the left of an object
+    disparity(cv::Rect(8, 2, 6, 2)) = kGap; // and to the right
+    disparity(cv::Rect(0, 4, 3, 1)) = kGap; // at the border
+    disparity(cv::Rect(4, 6, 8, 3)) = kGap;
+    expected(cv::Rect(4, 6, 8, 3)) = 5.0f;
+    const cv::Mat known = disparity >= 0;
+    FillOcclusions(disparity, known, ~known);
     EXPECT_EQ(cv::countNonZero(disparity != expected), 0) << disparity;
+    FillOcclusions(disparity, cv::Mat::zeros(known.size(), CV_8UC1), known);
+    EXPECT_EQ(cv::countNonZero(disparity), 0) << "nothing known";
 }
 
 // A far point of light beside a nearer object: its disc must not reach over the object, and light

@@ -1,0 +1,78 @@
+#include "host/refocus/highlights.h"
+
+#include <opencv2/imgproc.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+#include <vector>
+
+namespace refocus {
+namespace {
+
+constexpr float kLift = 7.0f;    // times white
+constexpr int kWindowShare = 24; // of the width: the neighbourhood that tells lamp from surface
+constexpr int kRim = 4;          // cells from a lamp's middle to beyond its rim
+constexpr float kDark = 0.10f;   // mean light around a lamp: full lift up to here
+constexpr float kBright = 0.25f; // and none from here on
+
+float Brightest(const cv::Vec3f& light) {
+    return std::max({light[0], light[1], light[2]});
+}
+
+// Hue of what surrounds a cell, brightest part 1; the more colourful neighbours count more. A rim
+// is partly clipped itself, and paler than the lamp: the hue is deepened.
+cv::Vec3f RimHue(const DefocusField& field, const cv::Vec3f& surroundings, cv::Point at) {
+    cv::Vec3f sum = field.light.at<cv::Vec3f>(at) * 0.02f;
+    const cv::Rect around = cv::Rect(at.x - kRim, at.y - kRim, 2 * kRim + 1, 2 * kRim + 1) &
+                            cv::Rect({}, field.light.size());
+    for (int y = around.y; y < around.br().y; ++y) {
+        for (int x = around.x; x < around.br().x; ++x) {
+            if (field.clipped.at<std::uint8_t>(y, x) < 255 && field.weight.at<float>(y, x) > 0.0f) {
+                const cv::Vec3f light = field.light.at<cv::Vec3f>(y, x) - surroundings;
+                const float colour =
+                    Brightest(light) - std::max(0.0f, std::min({light[0], light[1], light[2]}));
+                for (int i = 0; i < 3; ++i) {
+                    sum[i] += std::max(0.0f, light[i]) * colour * field.weight.at<float>(y, x);
+                }
+            }
+        }
+    }
+    const float brightest = Brightest(sum);
+    if (brightest <= 0.0f) {
+        return cv::Vec3f::all(1.0f);
+    }
+    const cv::Vec3f hue = sum / brightest;
+    return hue.mul({std::sqrt(hue[0]), std::sqrt(hue[1]), std::sqrt(hue[2])});
+}
+
+} // namespace
+
+void RestoreHighlights(DefocusField& field) {
+    if (cv::countNonZero(field.clipped) == 0) {
+        return;
+    }
+    const int window = std::max(5, field.clipped.cols / kWindowShare) | 1;
+    cv::Mat around;
+    cv::boxFilter(field.light, around, CV_32F, {window, window}, {-1, -1}, true,
+                  cv::BORDER_REPLICATE);
+    std::vector<std::pair<cv::Point, cv::Vec3f>> lifts; // found before any is applied
+    for (int y = 0; y < field.light.rows; ++y) {
+        for (int x = 0; x < field.light.cols; ++x) {
+            const float clipped = static_cast<float>(field.clipped.at<std::uint8_t>(y, x)) / 255.0f;
+            const cv::Vec3f& light = around.at<cv::Vec3f>(y, x);
+            const float mean = (light[0] + light[1] + light[2]) / 3.0f;
+            const float gate = std::clamp((kBright - mean) / (kBright - kDark), 0.0f, 1.0f);
+            if (clipped > 0.0f && gate > 0.0f) {
+                lifts.emplace_back(cv::Point(x, y), (RimHue(field, light, {x, y}) * (1.0f + kLift) -
+                                                     field.light.at<cv::Vec3f>(y, x)) *
+                                                        (clipped * gate));
+            }
+        }
+    }
+    for (const auto& [at, lift] : lifts) {
+        field.light.at<cv::Vec3f>(at) += lift;
+    }
+}
+
+} // namespace refocus
