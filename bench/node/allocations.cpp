@@ -1,4 +1,4 @@
-#include "bench/allocations.h"
+#include "bench/node/allocations.h"
 
 #include <atomic>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-#include "bench/platform.h"
+#include "bench/node/platform.h"
 
 #include <fcntl.h>
 

@@ -1,4 +1,4 @@
-#include "bench/comparison.h"
+#include "bench/node/comparison.h"
 
 #include <benchmark/benchmark.h>
 
@@ -7,8 +7,8 @@
 #include <numeric>
 #include <random>
 
-#include "bench/allocations.h"
-#include "bench/table.h"
+#include "bench/node/allocations.h"
+#include "bench/node/table.h"
 
 namespace bench {
 namespace {

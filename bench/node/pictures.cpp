@@ -1,4 +1,4 @@
-#include "bench/pictures.h"
+#include "bench/node/pictures.h"
 
 #include <cstdlib>
 #include <cstring>

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "bench/pictures.h"
+#include "bench/node/pictures.h"
 #include "node/capture_bokeh.h"
 #include "platform/chi_metadata.h"
 #include "platform/chi_node.h"

@@ -3,10 +3,10 @@
 #include <cstring>
 #include <memory>
 
-#include "bench/benchmarks.h"
-#include "bench/comparison.h"
-#include "bench/pictures.h"
-#include "bench/scene.h"
+#include "bench/node/benchmarks.h"
+#include "bench/node/comparison.h"
+#include "bench/node/pictures.h"
+#include "bench/node/scene.h"
 #include "bokehbase/image.h"
 
 namespace bench {

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "bench/pictures.h"
+#include "bench/node/pictures.h"
 
 namespace bench {
 

@@ -7,10 +7,10 @@
 #include <memory>
 #include <stdexcept>
 
-#include "bench/benchmarks.h"
-#include "bench/comparison.h"
-#include "bench/platform.h"
-#include "bench/scene.h"
+#include "bench/node/benchmarks.h"
+#include "bench/node/comparison.h"
+#include "bench/node/platform.h"
+#include "bench/node/scene.h"
 
 namespace bench {
 namespace {

@@ -1,10 +1,10 @@
-#include "bench/scene.h"
+#include "bench/node/scene.h"
 
 #include <stdexcept>
 #include <string>
 #include <utility>
 
-#include "bench/platform.h"
+#include "bench/node/platform.h"
 
 extern "C" void ChiNodeEntry(ChiNodeCallbacks* callbacks) noexcept;
 

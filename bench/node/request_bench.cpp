@@ -4,10 +4,10 @@
 #include <cstring>
 #include <memory>
 
-#include "bench/benchmarks.h"
-#include "bench/comparison.h"
-#include "bench/platform.h"
-#include "bench/scene.h"
+#include "bench/node/benchmarks.h"
+#include "bench/node/comparison.h"
+#include "bench/node/platform.h"
+#include "bench/node/scene.h"
 #include "bokehbase/log.h"
 #include "engine/calibration_file.h"
 

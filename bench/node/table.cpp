@@ -1,4 +1,4 @@
-#include "bench/table.h"
+#include "bench/node/table.h"
 
 #include <algorithm>
 #include <array>

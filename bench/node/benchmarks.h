@@ -1,6 +1,6 @@
 #pragma once
 
-#include "bench/comparison.h"
+#include "bench/node/comparison.h"
 
 namespace bench {
 

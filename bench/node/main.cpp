@@ -5,9 +5,9 @@
 #include <string_view>
 #include <vector>
 
-#include "bench/benchmarks.h"
-#include "bench/platform.h"
-#include "bench/table.h"
+#include "bench/node/benchmarks.h"
+#include "bench/node/platform.h"
+#include "bench/node/table.h"
 
 // Usage: node_bench [--check] [--benchmark_filter=...]
 //   Prints a table of what was measured beside its peers and targets.

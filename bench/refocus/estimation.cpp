@@ -1,0 +1,96 @@
+#include "bench/refocus/estimation.h"
+
+#include <stdexcept>
+#include <string>
+
+#include "bench/refocus/photograph.h"
+#include "host/refocus/calibration.h"
+#include "host/refocus/depth_estimator.h"
+#include "host/refocus/error.h"
+
+namespace quality {
+namespace {
+
+void Check(std::int64_t result, const char* call) {
+    if (result != 0) {
+        const refocus::ErrorText text = refocus::Describe(result);
+        throw std::runtime_error(std::string(call) + ": " + text.name + ": " + text.sentence);
+    }
+}
+
+refocus::Calibration CalibrationFor(cv::Size size) {
+    // Disparities in pixels need neither focal length nor baseline; these are a phone's.
+    return refocus::CalibrationOfRectifiedPair(
+        {size.width, size.height, size.width, size.height, 0.8 * size.width, 12.0, 0.0});
+}
+
+cv::Mat Estimated(StereoPair& pair) {
+    const cv::Size size(pair.main.width(), pair.main.height());
+    Engine engine(size);
+    engine.Estimate(pair, FocusAt({size.width / 2, size.height / 2}));
+    cv::Mat data(size.height, pair.main.pitch(), CV_8UC1);
+    engine.Fetch(data);
+
+    refocus::DepthMap depth;
+    Check(
+        refocus::Result(refocus::EstimateDepth(LumaOf(pair.main), LumaOf(pair.aux),
+                                               CalibrationFor(size), {}, pair.main.pitch(), depth)),
+        "EstimateDepth");
+    if (cv::norm(data, depth.bytes, cv::NORM_INF) != 0.0) {
+        throw std::runtime_error("the engine's functions and its steps differ in disparity");
+    }
+    cv::Mat disparity;
+    depth.bytes.colRange(0, size.width)
+        .convertTo(disparity, CV_32F, depth.scale.step, depth.scale.offset);
+    return disparity;
+}
+
+} // namespace
+
+Engine::Engine(cv::Size size) {
+    auto bytes = refocus::WriteCalibration(CalibrationFor(size));
+    TSL_DCR_CALDATA data{bytes.data(), static_cast<std::int32_t>(bytes.size()), 0};
+    Check(TSL_DCIR_Init(&handle_, kEngineModeCapture), "Init");
+    Check(TSL_DCIR_SetCaliData(handle_, &data), "SetCaliData");
+}
+
+Engine::~Engine() {
+    TSL_DCIR_Uninit(&handle_);
+}
+
+void Engine::Estimate(StereoPair& pair, TSL_DCR_FOCUSPARAM focus) {
+    PLIM_OFFSCREEN main = DescriptorOf(pair.main);
+    PLIM_OFFSCREEN aux = DescriptorOf(pair.aux);
+    Check(TSL_DCIR_CalcDisparityData(handle_, &main, &aux, &focus), "CalcDisparityData");
+}
+
+void Engine::Fetch(cv::Mat& data) {
+    auto size = static_cast<std::int32_t>(data.total());
+    Check(TSL_DCIR_GetDisparityData(handle_, data.data, &size), "GetDisparityData");
+}
+
+void Engine::Render(StereoPair& pair, const cv::Mat& data, TSL_DCR_FOCUSPARAM focus, int blurLevel,
+                    host::Image& output) {
+    PLIM_OFFSCREEN main = DescriptorOf(pair.main);
+    PLIM_OFFSCREEN target = DescriptorOf(output);
+    TSL_DCR_BLURPARAM blur{blurLevel};
+    Check(TSL_DCIR_Process(handle_, &main, data.data, static_cast<std::int32_t>(data.total()),
+                           &blur, &focus, &target),
+          "Process");
+}
+
+TSL_DCR_FOCUSPARAM FocusAt(cv::Point point) {
+    TSL_DCR_FOCUSPARAM focus{};
+    focus.ptFocus = {point.x, point.y};
+    return focus;
+}
+
+cv::Mat EstimatedDisparity(StereoPair& pair, const std::string& name) {
+    try {
+        return Estimated(pair);
+    } catch (const std::runtime_error& error) {
+        throw std::runtime_error(name + ": " + error.what());
+    }
+}
+
+} // namespace quality

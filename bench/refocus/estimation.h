@@ -1,0 +1,44 @@
+#pragma once
+
+#include <string>
+
+#include <opencv2/core.hpp>
+
+#include "engine/refocus_engine.h"
+#include "host/pipeline/image.h"
+
+namespace quality {
+
+// A photo of two identical, rectified cameras.
+struct StereoPair {
+    host::Image main;
+    host::Image aux; // of the camera to the right of the main one
+};
+
+// One instance of the engine, calibrated for identical, rectified cameras. Throws
+// std::runtime_error with the engine's words where a call fails.
+class Engine {
+public:
+    explicit Engine(cv::Size size);
+    ~Engine();
+    Engine(const Engine&) = delete;
+    Engine& operator=(const Engine&) = delete;
+
+    // The disparity data of the pair, as many bytes as the main image's luma plane.
+    void Estimate(StereoPair& pair, TSL_DCR_FOCUSPARAM focus);
+    void Fetch(cv::Mat& data);
+    void Render(StereoPair& pair, const cv::Mat& data, TSL_DCR_FOCUSPARAM focus, int blurLevel,
+                host::Image& output);
+
+private:
+    void* handle_ = nullptr;
+};
+
+TSL_DCR_FOCUSPARAM FocusAt(cv::Point point);
+
+// What the engine makes of the pair, in main image pixels (CV_32FC1). The engine's functions give
+// bytes alone, their meaning comes from its steps. Throws std::runtime_error that begins with
+// `name` where a call fails or both differ in a byte.
+cv::Mat EstimatedDisparity(StereoPair& pair, const std::string& name);
+
+} // namespace quality

@@ -1,0 +1,184 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include <zlib.h>
+
+#include "bench/refocus/number_array.h"
+#include "bench/refocus/rendering.h"
+#include "bench/refocus/thin_lens.h"
+#include "tools/errors.h"
+
+namespace quality {
+namespace {
+
+// A small lamp at one disparity before a dark wall at another.
+constexpr float kLampDisparity = 0.05f;
+constexpr float kWallDisparity = 0.01f;
+const cv::Size kSize(200, 150);
+const cv::Point2f kLamp(0.502f, 0.402f); // the middle of pixel (100, 80)
+
+Scene LampBeforeWall() {
+    Scene scene;
+    scene.surfaces.emplace_back(Plane{kWallDisparity}, cv::Rect2f(-0.2f, -0.2f, 1.4f, 1.2f), 400);
+    scene.surfaces.back().Fill(
+        [](float x, float) { return cv::Vec4f(x < 0.3f ? 0.0f : 0.1f, 0.0f, 0.0f, 1.0f); });
+    scene.surfaces.emplace_back(Plane{kLampDisparity}, cv::Rect2f(0.4f, 0.3f, 0.2f, 0.2f), 2000);
+    scene.surfaces.back().Fill([](float x, float y) {
+        const bool lit = std::hypot(x - kLamp.x, y - kLamp.y) < 0.01f; // two pixels
+        return lit ? cv::Vec4f(0.0f, 30.0f, 0.0f, 1.0f) : cv::Vec4f();
+    });
+    return scene;
+}
+
+int Value(const RgbImage& picture, int x, int y, int channel) {
+    return picture.bytes.at(3UL * static_cast<unsigned>(y * picture.width + x) +
+                            static_cast<unsigned>(channel));
+}
+int Red(const RgbImage& picture, int x, int y) {
+    return Value(picture, x, y, 0);
+}
+int Green(const RgbImage& picture, int x, int y) {
+    return Value(picture, x, y, 1);
+}
+
+TEST(ThinLens, SpreadsALampEvenlyOverItsDisc) {
+    constexpr float kGain = 2.0f; // radius: 2 * (0.05 - 0.01) widths, 16 pixels
+    const RgbImage picture = Trace(LampBeforeWall(), kSize, {kGain, kWallDisparity, 2000});
+    // Light is kept: 30 times the lamp's area over the disc's, 30 * 2^2 / 16^2 = 0.47, in sRGB 181.
+    double sum = 0.0;
+    int count = 0;
+    for (int y = 50; y < 110; ++y) {
+        for (int x = 70; x < 130; ++x) {
+            const double from = std::hypot(x - 100, y - 80);
+            if (from < 13.0) {
+                EXPECT_NEAR(Green(picture, x, y), 181, 40) << x << ", " << y;
+                sum += Green(picture, x, y);
+                ++count;
+            } else if (from > 19.0) {
+                EXPECT_EQ(Green(picture, x, y), 0) << x << ", " << y;
+            }
+        }
+    }
+    EXPECT_NEAR(sum / count, 181.0, 3.0);
+    // The wall is in focus: its edge stays an edge.
+    EXPECT_EQ(Red(picture, 59, 20), 0);
+    EXPECT_EQ(Red(picture, 60, 20), Red(picture, 150, 20));
+}
+
+TEST(ThinLens, AuxCameraSeesEveryDisparityMoved) {
+    const RgbImage aux = TraceAux(LampBeforeWall(), kSize, 64);
+    EXPECT_EQ(Green(aux, 90, 80), 255); // the lamp, 0.05 widths to the left
+    EXPECT_EQ(Green(aux, 100, 80), 0);
+    EXPECT_EQ(Red(aux, 57, 20), 0); // the wall's edge, 0.01 widths to the left
+    EXPECT_GT(Red(aux, 58, 20), 0);
+    const cv::Mat disparity = ExactDisparity(LampBeforeWall(), kSize);
+    EXPECT_FLOAT_EQ(disparity.at<float>(80, 100), 10.0f);
+    EXPECT_FLOAT_EQ(disparity.at<float>(80, 120), 2.0f);
+}
+
+// On small pictures too, the engine comes closer to the lens than the blend does, from the same
+// disparity.
+TEST(Rendering, BeatsTheGaussianBlendOnTheSameScenes) {
+    const cv::Size size(240, 180);
+    for (const int number : {0, 2}) {
+        const ScenePhoto photo = Photograph(MakeScene(number, size.width), size);
+        EXPECT_GT(Psnr(RenderedBy(photo, photo.disparity), photo.traced),
+                  Psnr(GaussianBlend(photo, photo.disparity), photo.traced) + 3.0)
+            << photo.name;
+    }
+}
+
+TEST(Rendering, ScenesAreTheSameHoweverManyThreadsMakeThem) {
+    const int threads = cv::getNumThreads();
+    const cv::Size size(64, 48);
+    for (int number = 0; number < kSceneCount; ++number) {
+        cv::setNumThreads(2);
+        const ScenePhoto photo = Photograph(MakeScene(number, size.width), size);
+        cv::setNumThreads(1);
+        const ScenePhoto again = Photograph(MakeScene(number, size.width), size);
+        EXPECT_EQ(photo.pair.main.bytes(), again.pair.main.bytes()) << photo.name;
+        EXPECT_EQ(photo.pair.aux.bytes(), again.pair.aux.bytes()) << photo.name;
+        EXPECT_EQ(photo.traced.bytes(), again.traced.bytes()) << photo.name;
+    }
+    cv::setNumThreads(threads);
+}
+
+void Append(std::string& bytes, std::uint64_t value, int count) {
+    for (int i = 0; i < count; ++i) {
+        bytes += static_cast<char>(value >> (8 * i));
+    }
+}
+
+// A zip file of one array.
+std::string Archive(const std::string& array, bool packed) {
+    std::string data = array;
+    if (packed) {
+        uLongf size = compressBound(array.size());
+        data.resize(size);
+        compress(reinterpret_cast<Bytef*>(data.data()), &size,
+                 reinterpret_cast<const Bytef*>(array.data()), array.size());
+        data = data.substr(2, size - 6); // without zlib's header and checksum
+    }
+    std::string bytes("PK\3\4");
+    bytes.append(22, '\0'); // sizes are in the directory alone
+    Append(bytes, 1, 2);    // name
+    Append(bytes, 0, 2);
+    bytes += "a" + data;
+    const std::size_t directory = bytes.size();
+    bytes += "PK\1\2";
+    Append(bytes, 0, 6);
+    Append(bytes, packed ? Z_DEFLATED : 0, 2);
+    Append(bytes, 0, 8);
+    Append(bytes, data.size(), 4);
+    Append(bytes, array.size(), 4);
+    bytes.append(18, '\0'); // the array's place, 0, at the end
+    bytes += "a";
+    bytes += "PK\5\6";
+    bytes.append(12, '\0');
+    Append(bytes, directory, 4);
+    Append(bytes, 0, 2);
+    return bytes;
+}
+
+std::string Array(const std::string& header, std::initializer_list<float> values) {
+    std::string bytes("\x93NUMPY\1\0", 8);
+    Append(bytes, header.size(), 2);
+    bytes += header;
+    bytes.append(reinterpret_cast<const char*>(values.begin()), values.size() * sizeof(float));
+    return bytes;
+}
+
+cv::Mat Read(const std::string& bytes) {
+    const auto path = std::filesystem::path(testing::TempDir()) / "quality_test_array.npz";
+    std::ofstream(path, std::ios::binary) << bytes;
+    return ReadNumberArray(path);
+}
+
+TEST(NumberArray, ReadsWholeArchivesAndRefusesOthers) {
+    const std::string header = "{'descr': '<f4', 'fortran_order': False, 'shape': (2, 3), }";
+    const std::string array = Array(header, {1, 2, 3, 4, 5.5f, INFINITY});
+    for (const bool packed : {false, true}) {
+        const std::string whole = Archive(array, packed);
+        const cv::Mat values = Read(whole);
+        ASSERT_EQ(values.size(), cv::Size(3, 2));
+        EXPECT_EQ(values.at<float>(0, 2), 3.0f);
+        EXPECT_EQ(values.at<float>(1, 1), 5.5f);
+        EXPECT_TRUE(std::isinf(values.at<float>(1, 2)));
+        for (std::size_t size = 0; size < whole.size(); ++size) {
+            EXPECT_THROW(Read(whole.substr(0, size)), UseError) << size << " of " << whole.size();
+        }
+    }
+    for (const char* other : {"{'descr': '<f8', 'fortran_order': False, 'shape': (2, 3), }",
+                              "{'descr': '<f4', 'fortran_order': True, 'shape': (2, 3), }",
+                              "{'descr': '<f4', 'fortran_order': False, 'shape': (6,), }",
+                              "{'descr': '<f4', 'fortran_order': False, 'shape': (2, 4), }"}) {
+        EXPECT_THROW(Read(Archive(Array(other, {1, 2, 3, 4, 5, 6}), false)), UseError) << other;
+    }
+}
+
+} // namespace
+} // namespace quality
