@@ -1,5 +1,6 @@
 // What names and lengths of the files tell, and how the rows in them run.
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 
@@ -43,7 +44,15 @@ std::optional<int> WrongPitch(const DumpFile& file, const Bytes& bytes) {
     return period->pitch;
 }
 
-std::optional<int> WrongHeight(const DumpFile& file, const Bytes& bytes) {
+// Whether another file's name says this height; the aux image's says nothing of the others.
+bool IsNamedHeight(const DumpSet& set, const DumpFile& file, int height) {
+    return file.name.role != DumpRole::kAux &&
+           std::ranges::any_of(set.files, [&](const std::optional<DumpFile>& other) {
+               return other && other->name.role != DumpRole::kAux && other->name.height == height;
+           });
+}
+
+std::optional<int> WrongHeight(const DumpSet& set, const DumpFile& file, const Bytes& bytes) {
     const auto start = FindChromaStart(bytes, file.name.first, file.name.height);
     if (!start || std::abs(start->row - file.name.height) < kLeastHeightChange) {
         return std::nullopt;
@@ -53,15 +62,17 @@ std::optional<int> WrongHeight(const DumpFile& file, const Bytes& bytes) {
     const bool clear = start->edge > 2 * start->namedEdge &&
                        ((start->gain > kChromaGain && start->edge > kChromaEdge) ||
                         (start->gain > kLeastGain && start->edge > kSharpEdge));
-    return inside && clear ? std::optional(start->row) : std::nullopt;
+    const bool agreed =
+        start->gain > 0 && start->edge > start->namedEdge && IsNamedHeight(set, file, start->row);
+    return inside && (clear || agreed) ? std::optional(start->row) : std::nullopt;
 }
 
-// Where the content does not tell the height: the height that the other names agree on, if the
-// file's length is just that of it.
-std::optional<int> HeightByNames(const DumpSet& set, const DumpFile& file) {
+// Where the content does not tell the height: the height that the other names say, if the file's
+// length is just that of it.
+std::optional<int> HeightByLength(const DumpSet& set, const DumpFile& file) {
     for (const auto& other : set.files) {
-        if (other && other->name.height != file.name.height && file.name.role != DumpRole::kAux &&
-            other->name.role != DumpRole::kAux &&
+        if (other && other->name.height != file.name.height &&
+            IsNamedHeight(set, file, other->name.height) &&
             file.bytes == Nv12Bytes(file.name.first, other->name.height)) {
             return other->name.height;
         }
@@ -80,9 +91,9 @@ void CheckLayout(Inspection& inspection, const DumpFile& file) {
         report(Problem::kPitch, "but its rows repeat every " + std::to_string(*pitch) + " bytes");
         return;
     }
-    auto height = WrongHeight(file, bytes);
+    auto height = WrongHeight(inspection.set, file, bytes);
     if (!height && bytes.size() != expected) {
-        height = HeightByNames(inspection.set, file);
+        height = HeightByLength(inspection.set, file);
     }
     if (height) {
         report(Problem::kHeight,
