@@ -53,8 +53,9 @@ void AddCommand(const CLI::App& command, Words& words) {
     for (const CLI::Option* option : command.get_options()) {
         std::string pattern;
         for (const std::string& spelling : NamesOf(*option)) {
-            all += (all.empty() ? "" : " ") + spelling;
-            pattern += (pattern.empty() ? "\"" : " | \"") + name + " " + spelling + "\"";
+            all.append(all.empty() ? "" : " ").append(spelling);
+            pattern.append(pattern.empty() ? "\"" : " | \"").append(name);
+            pattern.append(" ").append(spelling).append("\"");
         }
         if (pattern.empty()) {
             place =
