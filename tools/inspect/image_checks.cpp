@@ -18,15 +18,17 @@ constexpr double kOneScene = 0.6;
 constexpr double kFarthestAside = 0.022;
 constexpr std::size_t kFewestPlaces = 6; // with fewer nothing is said
 
-// The image, where it is there and its rows are as its name says.
+// The image, where it is there, large enough to show something and its rows are as its name says.
 const host::Image* Sound(const Inspection& inspection, DumpRole role) {
     for (const Problem problem : {Problem::kPitch, Problem::kHeight, Problem::kTruncated}) {
         if (inspection.Has(problem, role)) {
             return nullptr;
         }
     }
+    constexpr int kLeastSide = 16;
     const auto& image = inspection.image(role);
-    return image ? &*image : nullptr;
+    const bool shows = image && std::min(image->width(), image->height()) >= kLeastSide;
+    return shows ? &*image : nullptr;
 }
 
 bool SameSize(const host::Image& a, const host::Image& b) {
