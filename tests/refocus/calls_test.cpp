@@ -65,6 +65,12 @@ TEST(RefocusCalls, EveryWrongCallHasItsCode) {
         {"format", Error::kImageFormat, withMain([](auto& i) { i.u32Format = 0x802; })},
         {"15 wide", Error::kImageSize, withMain([](auto& i) { i.i32Width = 15; })},
         {"15 high", Error::kImageSize, withMain([](auto& i) { i.i32Height = 15; })},
+        {"2x2", Error::kImageSize, withMain([](auto& i) { i.i32Width = i.i32Height = 2; })},
+        {"4000x2", Error::kImageSize, withMain([](auto& i) {
+             i.i32Width = 4000;
+             i.i32Height = 2;
+             i.i32Pitch[0] = i.i32Pitch[1] = 1 << 20;
+         })},
         {"negative", Error::kImageSize, withMain([](auto& i) { i.i32Height = -240; })},
         {"huge", Error::kImageSize, withMain([](auto& i) { i.i32Width = 1 << 20; })},
         {"no luma", Error::kImagePlane, withMain([](auto& i) { i.pu8Plane[0] = nullptr; })},
@@ -115,12 +121,58 @@ TEST(RefocusCalls, EveryWrongCallHasItsCode) {
     }
 }
 
-// Depth or no depth, the smallest and slimmest images are handled within their bounds.
-TEST(RefocusCalls, SmallImagesStayWithinBounds) {
-    for (const auto& [width, height] : {std::pair{16, 16}, {17, 19}, {16, 900}, {900, 16}}) {
+TEST(RefocusCalls, EveryPointerMayBeNull) {
+    Pair pair = stereo_scene::Render({});
+    Engine engine;
+    ASSERT_EQ(engine.Calc(pair.main, pair.aux), 0);
+    PLIM_OFFSCREEN image = pair.main.Descriptor();
+    TSL_DCR_CAMERAIMAGEINFO info{};
+    TSL_DCR_BLURPARAM blur{50};
+    TSL_DCR_CALDATA noBytes{nullptr, 2048, 0};
+    void* nobody = nullptr;
+    std::int32_t n = 320 * 240;
+    std::vector<std::uint8_t> data(static_cast<std::size_t>(n));
+    void* h = engine.handle;
+    auto* focus = &engine.focus;
+    const std::vector<std::int64_t> results{
+        TSL_DCIR_Uninit(nullptr),
+        TSL_DCIR_Uninit(&nobody),
+        TSL_DCIR_SetCameraImageInfo(h, nullptr),
+        TSL_DCIR_SetCameraImageInfo(nullptr, &info),
+        TSL_DCIR_SetCaliData(h, nullptr),
+        TSL_DCIR_SetCaliData(h, &noBytes),
+        TSL_DCIR_SetCaliData(nullptr, &engine.calibration),
+        TSL_DCIR_GetImageSizeInCalibration(h, nullptr, &n, &n, &n),
+        TSL_DCIR_GetImageSizeInCalibration(h, &n, &n, &n, nullptr),
+        TSL_DCIR_GetDisparityDataSize(h, nullptr),
+        TSL_DCIR_GetDisparityData(h, nullptr, &n),
+        TSL_DCIR_GetDisparityData(h, data.data(), nullptr),
+        TSL_DCIR_Process(h, nullptr, data.data(), n, &blur, focus, &image),
+        TSL_DCIR_Process(h, &image, nullptr, n, &blur, focus, &image),
+        TSL_DCIR_Process(h, &image, data.data(), n, nullptr, focus, &image),
+        TSL_DCIR_Process(h, &image, data.data(), n, &blur, nullptr, &image),
+        TSL_DCIR_Process(h, &image, data.data(), n, &blur, focus, nullptr),
+        TSL_DCIR_CalcDisparityData(h, &image, &image, nullptr),
+        TSL_DCIR_CalcDisparityData(h, nullptr, &image, focus),
+        TSL_DCIR_CalcDisparityData(h, &image, nullptr, focus),
+    };
+    for (std::size_t i = 0; i < results.size(); ++i) {
+        EXPECT_EQ(results[i], Result(Error::kNullArgument)) << "call " << i;
+    }
+}
+
+// Depth or no depth, the smallest, slimmest and most widely spaced images are handled within their
+// bounds.
+TEST(RefocusCalls, ExtremeImagesStayWithinBounds) {
+    constexpr int kMebi = 1 << 20;
+    for (const auto& [width, height, padding] : {std::array{16, 16, 3},
+                                                 {17, 19, 3},
+                                                 {16, 900, 3},
+                                                 {900, 16, 3},
+                                                 {4000, 17, kMebi - 4000}}) {
         const stereo_scene::TwoPlanes scene{width, height, 0, 3};
-        Pair pair = stereo_scene::Render(scene);
-        GuardedImage output(width, height, width + 3, width + 5);
+        Pair pair = stereo_scene::Render(scene, padding == 3 ? 0 : padding);
+        GuardedImage output(width, height, width + padding, width + padding);
         Engine engine(scene);
         engine.focus.ptFocus = {-5, 1 << 30};
         const std::int64_t result = engine.Calc(pair.main, pair.aux);

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include <cmath>
 #include <functional>
@@ -13,6 +14,7 @@
 #include "host/refocus/depth_estimator.h"
 #include "host/refocus/disc_scatter.h"
 #include "host/refocus/error.h"
+#include "host/refocus/highlights.h"
 #include "host/refocus/occlusion_filling.h"
 #include "host/refocus/push_pull.h"
 #include "tests/refocus/stereo_scene.h"
@@ -134,6 +136,17 @@ const std::vector<GeometryCase>& GeometryCases() {
              TurnAll(v, cv::ROTATE_90_COUNTERCLOCKWISE);
              g.turn = 270;
          }},
+        // What calibration leaves: rows two pixels off, a longer lens, a turned and darker camera.
+        {"Misaligned",
+         {.width = 480, .height = 360},
+         [](Views& v, Calibration&, ImageGeometry&) {
+             const cv::Point2f middle((static_cast<float>(v.aux.cols) - 1) / 2,
+                                      (static_cast<float>(v.aux.rows) - 1) / 2);
+             cv::Mat_<double> map = cv::getRotationMatrix2D(middle, 0.2, 1.02);
+             map(1, 2) += 2.0;
+             cv::warpAffine(v.aux * 0.7, v.aux, map, v.aux.size(), cv::INTER_CUBIC,
+                            cv::BORDER_REPLICATE);
+         }},
         // The images show the middle quarter of sensors twice as large, off-centre lens and all.
         {"Cropped",
          {},
@@ -252,6 +265,17 @@ TEST(FocusWindow, IsTheFacesMiddleOnlyAroundThePoint) {
     EXPECT_EQ(window(200, 179, 2), cv::Rect(197, 176, 7, 7));
     EXPECT_EQ(window(620, 20, 2), cv::Rect(617, 17, 7, 7));
     EXPECT_EQ(window(-50, 1 << 30, 2), cv::Rect(0, 476, 4, 4));
+
+    // All of a face's depth is in focus but for stray values; elsewhere the median is.
+    cv::Mat map(480, 640, CV_8UC1, cv::Scalar(90));
+    map(cv::Rect(125, 120, 25, 40)).setTo(110);
+    map(cv::Rect(140, 130, 4, 4)).setTo(255);
+    focus.ptFocus = {150, 140};
+    for (const auto& [count, low, high] : {std::array{2, 90, 110}, {0, 90, 90}}) {
+        focus.i32FaceNum = count;
+        EXPECT_EQ(FocusRangeOf(map, focus).low, low);
+        EXPECT_EQ(FocusRangeOf(map, focus).high, high);
+    }
 }
 
 // Background 5, objects in front 20; rows are shadows of objects and, in the last case, a gap whose
@@ -292,6 +316,39 @@ TEST(DiscScatter, FarDiscsStayBehindNearerOnes) {
         EXPECT_NEAR(blurred.light.at<cv::Vec3f>(at)[0], 0.1, 1e-3) << at;
         EXPECT_NEAR(blurred.cover.at<float>(at), 1.0, 0.01) << "a thin border at " << at;
     }
+}
+
+// A lamp in the dark is brighter than white and keeps its rim's hue; a white wall is no lamp.
+TEST(Highlights, LampsAreLiftedAndSurfacesAreNot) {
+    for (const int side : {3, 40}) {
+        DefocusField field{cv::Mat(240, 240, CV_32FC3, cv::Scalar::all(0.01)),
+                           cv::Mat(240, 240, CV_32FC1, 1.0), cv::Mat(240, 240, CV_32FC1, 5.0),
+                           cv::Mat(240, 240, CV_8UC1, 10.0), cv::Mat::zeros(240, 240, CV_8UC1)};
+        const cv::Rect rim(120 - side / 2 - 1, 120 - side / 2 - 1, side + 2, side + 2);
+        const cv::Rect lamp(120 - side / 2, 120 - side / 2, side, side);
+        field.light(rim).setTo(cv::Scalar(0.8, 0.2, 0.1));
+        field.light(lamp).setTo(cv::Scalar::all(1.0));
+        field.clipped(lamp).setTo(255);
+        RestoreHighlights(field);
+        const auto light = field.light.at<cv::Vec3f>(120, 120);
+        if (side == 3) {
+            EXPECT_GT(light[0], 3.0f);
+            EXPECT_LT(light[2], 0.5f * light[0]);
+        } else {
+            EXPECT_EQ(light, cv::Vec3f::all(1.0f));
+        }
+    }
+}
+
+// A bar at value 200 before a plane in focus: its mixed outline goes with it, nothing else does.
+TEST(GrowNear, TakesTheOutlineOfWhatIsBlurredAway) {
+    cv::Mat map(20, 40, CV_8UC1, cv::Scalar(50));
+    map.colRange(15, 20).setTo(200);
+    map.colRange(30, 32).setTo(53); // barely nearer than the focus
+    const BlurTable table = MakeBlurTable({0.0, 0.3}, {50, 50}, 100, {1000, 750}, 1);
+    cv::Mat expected = map.clone();
+    expected.colRange(14, 21).setTo(200);
+    EXPECT_EQ(cv::countNonZero(GrowNear(map, table, 1) != expected), 0);
 }
 
 TEST(PushPull, KeepsTheKnownAndReachesTheFarthestGap) {
