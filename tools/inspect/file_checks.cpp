@@ -57,8 +57,10 @@ std::optional<int> WrongHeight(const DumpSet& set, const DumpFile& file, const B
     if (!start || std::abs(start->row - file.name.height) < kLeastHeightChange) {
         return std::nullopt;
     }
-    // A file that ends within its luma has no chroma to start anywhere.
-    const bool inside = start->row >= 8 && start->row + start->row / 8 < start->rows;
+    // A file that ends within its luma has no chroma to start anywhere; a few rows of it are enough
+    // only behind a sharp edge.
+    const int behind = start->edge > kSharpEdge ? 8 : start->row / 8;
+    const bool inside = start->row >= 8 && start->row + behind < start->rows;
     const bool clear = start->edge > 2 * start->namedEdge &&
                        ((start->gain > kChromaGain && start->edge > kChromaEdge) ||
                         (start->gain > kLeastGain && start->edge > kSharpEdge));
