@@ -62,6 +62,10 @@ Planes MakePlanes(const BlurredLayers& layers) {
     return planes;
 }
 
+float Mix(float from, float to, float share) {
+    return from + (to - from) * share;
+}
+
 // Reads planes of cells between their centres, a row of samples at a time. `pixel`: main image
 // pixels from one sample to the next, 1 for luma and 2 for chroma.
 class RowSampler {
@@ -93,6 +97,29 @@ public:
         }
     }
 
+    // One sample of a row, for few of them.
+    float SampleAt(const cv::Mat& plane, int x, int y) const {
+        const Tap row = TapAt(y, cells_.height);
+        const Tap column = taps_[static_cast<std::size_t>(x)];
+        const int right = std::min(column.first + 1, cells_.width - 1);
+        const float* upper = plane.ptr<float>(row.first);
+        const float* lower = plane.ptr<float>(std::min(row.first + 1, cells_.height - 1));
+        const float left = Mix(upper[column.first], lower[column.first], row.share);
+        return Mix(left, Mix(upper[right], lower[right], row.share), column.share);
+    }
+
+    // The cell whose middle lies before a sample, and whether it and its neighbours to the right
+    // and below are all marked (CV_8UC1).
+    bool AllMarked(const cv::Mat& marked, int x, int y) const {
+        const int row = TapAt(y, cells_.height).first;
+        const int column = taps_[static_cast<std::size_t>(x)].first;
+        const auto at = [&](int dy, int dx) {
+            return marked.at<std::uint8_t>(std::min(row + dy, cells_.height - 1),
+                                           std::min(column + dx, cells_.width - 1)) != 0;
+        };
+        return at(0, 0) && at(0, 1) && at(1, 0) && at(1, 1);
+    }
+
     // True if a row of samples takes anything from the marked rows of cells.
     bool Touches(const std::vector<std::uint8_t>& marked, int y) const {
         const auto first = static_cast<std::size_t>(TapAt(y, cells_.height).first);
@@ -122,15 +149,11 @@ std::uint8_t Rounded(float value) {
     return static_cast<std::uint8_t>(std::clamp(value + 0.5f, 0.0f, 255.0f));
 }
 
-float Mix(float from, float to, float share) {
-    return from + (to - from) * share;
-}
-
 class Composer {
 public:
     Composer(const Nv12View& input, const cv::Mat& map, const BlurTable& table,
-             const Planes& planes, int cell, Nv12View& output)
-        : input_(input), map_(map), table_(table), planes_(planes), output_(output),
+             const Planes& planes, const Matte& matte, int cell, Nv12View& output)
+        : input_(input), map_(map), table_(table), planes_(planes), matte_(matte), output_(output),
           luma_(planes[kCover].size(), cell, 1, input.luma.cols),
           chroma_(planes[kCover].size(), cell, 2, input.chroma.cols),
           blurred_(static_cast<std::size_t>(input.luma.cols)) {
@@ -139,15 +162,17 @@ public:
         }
         for (int y = 0; y < planes[kCover].rows; ++y) {
             covered_.push_back(cv::countNonZero(planes[kCover].row(y)) > 0);
+            outlined_.push_back(cv::countNonZero(matte.onOutline.row(y)) > 0);
         }
     }
 
     void LumaRow(int y) {
         const bool covered = luma_.Touches(covered_, y);
+        const bool outlined = luma_.Touches(outlined_, y);
         luma_.Sample(planes_[kFarY], y, rows_[kFarY]);
         std::transform(rows_[kFarY].begin(), rows_[kFarY].end(), blurred_.begin(), Rounded);
         const std::uint8_t* in = input_.luma.ptr<std::uint8_t>(y);
-        if (covered) { // the picture may be its own output
+        if (covered || outlined) { // the picture may be its own output
             own_.assign(in, in + input_.luma.cols);
         }
         const std::uint8_t* values = map_.ptr<std::uint8_t>(y);
@@ -157,8 +182,26 @@ public:
             out[x] = static_cast<std::uint8_t>(
                 (in[x] * (kWhole - share) + blurred_[x] * share + kWhole / 2) / kWhole);
         }
+        if (outlined) {
+            OutlineLumaRow(y, own_.data(), values, out);
+        }
         if (covered) {
             CoverLumaRow(y, own_.data(), values, out);
+        }
+    }
+
+    // Goes over the outlines of what is in focus.
+    void OutlineLumaRow(int y, const std::uint8_t* in, const std::uint8_t* values,
+                        std::uint8_t* out) {
+        for (int x = 0; x < input_.luma.cols; ++x) {
+            if (table_.near[values[x]] > 0.0f || !luma_.AllMarked(matte_.onOutline, x, y)) {
+                continue;
+            }
+            const float sharpLuma = luma_.SampleAt(matte_.sharpLuma, x, y);
+            const float share =
+                MatteShare(in[x], table_.far[values[x]], luma_.SampleAt(matte_.far, x, y),
+                           sharpLuma, luma_.SampleAt(matte_.farLuma, x, y));
+            out[x] = Rounded(Mix(in[x], rows_[kFarY][static_cast<std::size_t>(x)], share));
         }
     }
 
@@ -224,6 +267,7 @@ private:
     const cv::Mat& map_;
     const BlurTable& table_;
     const Planes& planes_;
+    const Matte& matte_;
     Nv12View& output_;
     RowSampler luma_;
     RowSampler chroma_;
@@ -231,20 +275,21 @@ private:
     std::array<int, 256> farShare_{}; // of kWhole, by disparity value
     std::vector<std::uint8_t> blurred_;
     std::vector<std::uint8_t> own_;
-    std::vector<std::uint8_t> covered_; // rows of cells with any near layer
+    std::vector<std::uint8_t> outlined_; // rows of cells with any outline
+    std::vector<std::uint8_t> covered_;  // rows of cells with any near layer
     std::array<std::vector<float>, kPlanes> rows_;
 };
 
 } // namespace
 
 void Compose(const Nv12View& input, const cv::Mat& map, const BlurTable& table,
-             const BlurredLayers& layers, int cell, Nv12View& output) {
+             const BlurredLayers& layers, const Matte& matte, int cell, Nv12View& output) {
     const Planes planes = MakePlanes(layers);
     constexpr double kStripes = 16; // of rows, for threads; each needs a composer of its own
     cv::parallel_for_(
         cv::Range(0, output.luma.rows),
         [&](const cv::Range& range) {
-            Composer composer(input, map, table, planes, cell, output);
+            Composer composer(input, map, table, planes, matte, cell, output);
             for (int y = range.start; y < range.end; ++y) {
                 composer.LumaRow(y);
                 if (y % 2 == 0 && y / 2 < output.chroma.rows) {

@@ -4,6 +4,7 @@
 
 #include "host/refocus/circle_of_confusion.h"
 #include "host/refocus/image.h"
+#include "host/refocus/matte.h"
 
 namespace refocus {
 
@@ -16,10 +17,10 @@ struct BlurredLayers {
 };
 
 // Writes each pixel of `output`: the pixel of `input`, or the far layer, or what lies behind near
-// objects, by the blur table; over it the near layer by its cover. Pixels in focus that no near
-// object's blur reaches are not written: the caller has copied the image. Both views have the same
-// size; they may be the same.
+// objects, by the blur table and on outlines by the matte; over it the near layer by its cover.
+// Pixels in focus that no near object's blur reaches are not written: the caller has copied the
+// image. Both views have the same size; they may be the same.
 void Compose(const Nv12View& input, const cv::Mat& map, const BlurTable& table,
-             const BlurredLayers& layers, int cell, Nv12View& output);
+             const BlurredLayers& layers, const Matte& matte, int cell, Nv12View& output);
 
 } // namespace refocus

@@ -5,6 +5,7 @@
 #include "host/refocus/defocus_fields.h"
 #include "host/refocus/disc_scatter.h"
 #include "host/refocus/highlights.h"
+#include "host/refocus/matte.h"
 #include "host/refocus/push_pull.h"
 
 namespace refocus {
@@ -50,6 +51,7 @@ void RenderBokeh(const Nv12View& input, const cv::Mat& map, const DisparityScale
     const BlurredField near = Blur(fields.near);
     fields.near = {};
     const BlurredField far = Blur(fields.far);
+    const Matte matte = MakeMatte(fields);
     fields.far.light.release();
     BlurredLayers layers;
     layers.far = PushPull(far.light, far.cover);
@@ -57,7 +59,7 @@ void RenderBokeh(const Nv12View& input, const cv::Mat& map, const DisparityScale
     layers.near = PushPull(near.light, near.cover);
     layers.nearCover = near.cover;
     fields = {};
-    Compose(input, grown, table, layers, cell, output);
+    Compose(input, grown, table, layers, matte, cell, output);
 }
 
 } // namespace refocus
