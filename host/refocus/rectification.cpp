@@ -80,13 +80,14 @@ cv::Mat Mirror(const cv::Mat& image) {
 }
 
 cv::Mat Turn(const cv::Mat& image, int clockwise) {
-    cv::Mat result = image;
-    if (clockwise != 0) {
-        cv::rotate(image, result,
-                   clockwise == 90    ? cv::ROTATE_90_CLOCKWISE
-                   : clockwise == 180 ? cv::ROTATE_180
-                                      : cv::ROTATE_90_COUNTERCLOCKWISE);
+    if (clockwise == 0) {
+        return image;
     }
+    cv::Mat result; // never the image itself, which may be the caller's
+    cv::rotate(image, result,
+               clockwise == 90    ? cv::ROTATE_90_CLOCKWISE
+               : clockwise == 180 ? cv::ROTATE_180
+                                  : cv::ROTATE_90_COUNTERCLOCKWISE);
     return result;
 }
 

@@ -114,6 +114,21 @@ TEST(Refocus, PitchesChangeNothingAndNothingBeyondRowsIsWritten) {
     }
 }
 
+TEST(Refocus, InputsAreOnlyReadHoweverTheyAreTurned) {
+    // Square and too small to be reduced: every step could work in place.
+    TwoPlanes scene{.width = 192, .height = 192};
+    Pair pair = Render(scene);
+    const std::vector<std::uint8_t> main = pair.main.Pixels();
+    const std::vector<std::uint8_t> aux = pair.aux.Pixels();
+    for (const int degree : {0, 90, 180, 270}) {
+        Engine engine(scene);
+        TSL_DCR_CAMERAIMAGEINFO info{.i32ImageDegree = degree};
+        ASSERT_EQ(TSL_DCIR_SetCameraImageInfo(engine.handle, &info), 0);
+        engine.Calc(pair.main, pair.aux);
+        EXPECT_TRUE(pair.main.Pixels() == main && pair.aux.Pixels() == aux) << degree;
+    }
+}
+
 TEST(Refocus, DisparityDataIsAnImageOfTheMainPitch) {
     const TwoPlanes scene;
     Pair pair = stereo_scene::Render(scene, 64);
