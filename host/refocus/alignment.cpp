@@ -164,9 +164,9 @@ std::vector<const Match*> Consensus(const std::vector<Match>& matches, cv::Size 
     std::mt19937 random(1); // its sequence is the standard's, alike everywhere
     constexpr int kSamples = 200;
     for (int i = 0; i < kSamples; ++i) {
-        std::vector<const Match*> sample;
-        for (int j = 0; j < 3; ++j) {
-            sample.push_back(&matches[random() % matches.size()]);
+        std::vector<const Match*> sample(3);
+        for (const Match*& match : sample) {
+            match = &matches[random() % matches.size()];
         }
         auto agreeing = Agreeing(matches, LeastSquares(sample, size), size);
         if (agreeing.size() > best.size()) {
@@ -197,6 +197,7 @@ Alignment EstimateAlignment(const cv::Mat& left, const cv::Mat& right, const Sea
     agreeing = Agreeing(matches, model, left.size());
     model = LeastSquares(agreeing, left.size());
     std::vector<double> gains;
+    gains.reserve(agreeing.size());
     for (const Match* match : agreeing) {
         gains.push_back(match->gain);
     }

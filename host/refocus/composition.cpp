@@ -30,8 +30,9 @@ Planes MakePlanes(const BlurredLayers& layers) {
     cv::parallel_for_(cv::Range(0, layers.far.rows), [&](const cv::Range& range) {
         for (int y = range.start; y < range.end; ++y) {
             const auto store = [&](Plane first, int x, const cv::Vec3f& yuv) {
+                cv::Mat* plane = planes.data() + first;
                 for (int i = 0; i < 3; ++i) {
-                    planes[static_cast<std::size_t>(first + i)].at<float>(y, x) = yuv[i];
+                    plane[i].at<float>(y, x) = yuv[i];
                 }
             };
             for (int x = 0; x < layers.far.cols; ++x) {
