@@ -51,6 +51,16 @@ cv::Size SwapIf(bool swap, cv::Size size) {
     return swap ? cv::Size(size.height, size.width) : size;
 }
 
+// Gives a rectified camera another focal length, about the middle of its image.
+void Magnify(double factor, cv::Size size, cv::Matx34d& projection) {
+    const cv::Vec2d middle((size.width - 1) / 2.0, (size.height - 1) / 2.0);
+    for (int i = 0; i < 2; ++i) {
+        projection(i, i) *= factor;
+        projection(i, 2) = middle[i] + (projection(i, 2) - middle[i]) * factor;
+        projection(i, 3) *= factor;
+    }
+}
+
 // Where each pixel of the main image lies on the rectified one.
 void InverseMaps(const ReducedCamera& main, const cv::Matx33d& r1, const cv::Matx34d& p1,
                  cv::Size size, cv::Mat& mapX, cv::Mat& mapY) {
@@ -143,6 +153,10 @@ std::optional<Rectification> Rectification::Make(const Calibration& calibration,
         cv::Matx44d q;
         cv::stereoRectify(main.matrix, main.distortion, aux.matrix, aux.distortion, upright,
                           rotation, translation, r1, r2, p1, p2, q, cv::CALIB_ZERO_DISPARITY, -1);
+        // Rectified for the wider lens, the narrower image would lose detail; and disparities are
+        // to be the main image's pixels.
+        Magnify(main.matrix(0, 0) / p1(0, 0), upright, p1);
+        Magnify(main.matrix(0, 0) / p2(0, 0), upright, p2);
         focal = p1(0, 0);
         if (!(focal > 1.0) || !std::isfinite(focal) || !cv::checkRange(p2)) {
             return std::nullopt;

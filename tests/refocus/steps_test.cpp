@@ -93,6 +93,16 @@ const std::vector<GeometryCase>& GeometryCases() {
              v.aux = half;
              c = CalibrationOfRectifiedPair({640, 480, 320, 240, 400.0, 60.0, 0.0});
          }},
+        // The aux camera's lens is half again as wide, on a sensor of the same size.
+        {"WideAux",
+         {.width = 480, .height = 360},
+         [](Views& v, Calibration& c, ImageGeometry&) {
+             cv::Mat smaller;
+             cv::resize(v.aux, smaller, {320, 240}, 0, 0, cv::INTER_AREA);
+             cv::copyMakeBorder(smaller, v.aux, 60, 60, 80, 80, cv::BORDER_REFLECT);
+             c.aux.fx /= 1.5;
+             c.aux.fy /= 1.5;
+         }},
         {"AuxOnTheLeft",
          {},
          [](Views& v, Calibration& c, ImageGeometry&) {
