@@ -25,8 +25,8 @@ cv::Mat ReduceAlike(const cv::Mat& luma, cv::Size mainSize, cv::Size used, cv::S
         return std::max(1,
                         static_cast<int>(std::lround(static_cast<double>(length) * part / whole)));
     };
-    const cv::Mat shown = luma(cv::Rect(0, 0, alike(luma.cols, used.width, mainSize.width),
-                                        alike(luma.rows, used.height, mainSize.height)));
+    cv::Mat shown = luma(cv::Rect(0, 0, alike(luma.cols, used.width, mainSize.width),
+                                  alike(luma.rows, used.height, mainSize.height)));
     if (shown.size() == reducedSize) {
         return shown;
     }

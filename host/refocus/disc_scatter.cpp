@@ -59,6 +59,7 @@ Disc MakeDisc(double radius) {
 
 std::vector<Disc> MakeDiscs(int count) {
     std::vector<Disc> discs;
+    discs.reserve(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i) {
         discs.push_back(MakeDisc(i / static_cast<double>(kRadiusSteps)));
     }

@@ -40,14 +40,15 @@ cv::Mat Push(const cv::Mat& weighted) {
         const bool both = 2 * y + 1 < weighted.rows;
         auto* out = half.ptr<cv::Vec4f>(y);
         for (int x = 0; x < half.cols; ++x) {
-            cv::Vec4f sum = upper[2 * x];
+            const std::ptrdiff_t left = std::ptrdiff_t{2} * x;
+            cv::Vec4f sum = upper[left];
             if (both) {
-                sum += lower[2 * x];
+                sum += lower[left];
             }
-            if (2 * x + 1 < weighted.cols) {
-                sum += upper[2 * x + 1];
+            if (left + 1 < weighted.cols) {
+                sum += upper[left + 1];
                 if (both) {
-                    sum += lower[2 * x + 1];
+                    sum += lower[left + 1];
                 }
             }
             out[x] = sum[3] > 1.0f ? sum * (1.0f / sum[3]) : sum;
