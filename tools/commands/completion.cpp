@@ -115,7 +115,7 @@ std::function<int()> PrepareCompletion(CLI::App& command) {
                    "  source <(bokehnode completion bash)\n"
                    "  bokehnode completion bash > ~/.local/share/bash-completion/completions/"
                    "bokehnode");
-    return [&command] {
+    return [&command, shell] { // the option writes into it while the words are read
         std::printf("%s", BashScript(*command.get_parent()).c_str());
         return kExitDone;
     };
