@@ -15,10 +15,10 @@
 #include "tools/commands/convert.h"
 #include "tools/commands/diff.h"
 #include "tools/commands/inspect.h"
+#include "tools/commands/render.h"
 #include "tools/commands/replay.h"
 #include "tools/errors.h"
 #include "tools/interruption.h"
-#include "tools/render.h"
 
 namespace {
 

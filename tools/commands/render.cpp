@@ -1,4 +1,4 @@
-#include "tools/render.h"
+#include "tools/commands/render.h"
 
 #include <cstdio>
 #include <optional>
