@@ -97,6 +97,9 @@ void DeviceFolder::Prepare(Size main, Size aux) {
         calibrationSource_ = "rectified pair";
     }
     MakeFolder(root_ / kDumpFolder);
+    for (const auto& entry : fs::directory_iterator(root_ / kDumpFolder)) {
+        before_.emplace(entry.path(), entry.last_write_time());
+    }
     if (!calibration_.empty()) {
         const fs::path file = root_ / kCalibrationFile;
         MakeFolder(file.parent_path());
@@ -107,7 +110,10 @@ void DeviceFolder::Prepare(Size main, Size aux) {
 std::vector<fs::path> DeviceFolder::Dumps() const {
     std::vector<fs::path> files;
     for (const auto& entry : fs::directory_iterator(root_ / kDumpFolder)) {
-        files.push_back(entry.path());
+        const auto old = before_.find(entry.path());
+        if (old == before_.end() || old->second != entry.last_write_time()) {
+            files.push_back(entry.path());
+        }
     }
     std::ranges::sort(files);
     return files;

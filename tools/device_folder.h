@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -29,12 +30,13 @@ public:
     // Where the calibration came from, in words.
     const std::string& calibration() const { return calibrationSource_; }
 
-    // The files that the node has dumped.
+    // The files that the node has dumped since Prepare.
     std::vector<std::filesystem::path> Dumps() const;
 
 private:
     std::filesystem::path root_;
     std::optional<TemporaryFolder> temporary_;
+    std::map<std::filesystem::path, std::filesystem::file_time_type> before_; // dumps at Prepare
     Bytes calibration_;
     std::string calibrationSource_;
     std::uint32_t rotation_ = 0;

@@ -14,7 +14,6 @@ constexpr std::uint8_t kPaper = 255; // white, in each channel
 constexpr Colour kInk{0, 0, 0};
 constexpr Colour kNoNumber{128, 128, 128};
 
-// Steps of the scale, evenly apart from the lowest number to the highest.
 constexpr std::array<Colour, 7> kSteps{{{40, 30, 120},
                                         {30, 100, 220},
                                         {20, 190, 210},
@@ -145,6 +144,10 @@ int WidestMark(Range range, int dot) {
 }
 
 } // namespace
+
+std::vector<Colour> FalseColourSteps() {
+    return {kSteps.begin(), kSteps.end()};
+}
 
 RgbImage FalseColour(const NumberMap& map) {
     const Range range = RangeOf(map);

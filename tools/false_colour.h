@@ -13,6 +13,9 @@ struct NumberMap {
     std::string unit; // drawn over the scale; lower-case letters, digits
 };
 
+// The colours of the scale, evenly apart from the lowest number to the highest.
+std::vector<Colour> FalseColourSteps();
+
 // The map in colours from blue (low) over green and yellow to red (high), grey where there is no
 // number, with the scale beside it: a bar of all colours, marked with round numbers.
 RgbImage FalseColour(const NumberMap& map);

@@ -85,6 +85,21 @@ RgbImage DecodeJpeg(const std::string& name, const Bytes& bytes) {
     return image;
 }
 
+Bytes EncodeRows(png_uint_32 format, int width, int height, const std::uint8_t* rows, int pitch) {
+    PngState png;
+    png.width = static_cast<png_uint_32>(width);
+    png.height = static_cast<png_uint_32>(height);
+    png.format = format;
+    png.flags = PNG_IMAGE_FLAG_FAST; // pictures of the camera's size in a second, not in ten
+    png_alloc_size_t size = PNG_IMAGE_PNG_SIZE_MAX(png);
+    Bytes bytes(size);
+    if (png_image_write_to_memory(&png, bytes.data(), &size, 0, rows, pitch, nullptr) == 0) {
+        throw std::runtime_error(std::string("cannot encode a PNG picture: ") + png.message);
+    }
+    bytes.resize(size);
+    return bytes;
+}
+
 } // namespace
 
 RgbImage ReadImageFile(const std::filesystem::path& path) {
@@ -100,16 +115,22 @@ RgbImage ReadImageFile(const std::filesystem::path& path) {
 }
 
 Bytes EncodePng(const RgbImage& image) {
-    PngState png;
-    png.width = static_cast<png_uint_32>(image.width);
-    png.height = static_cast<png_uint_32>(image.height);
-    png.format = PNG_FORMAT_RGB;
-    png.flags = PNG_IMAGE_FLAG_FAST; // pictures of the camera's size in a second, not in ten
-    png_alloc_size_t size = PNG_IMAGE_PNG_SIZE_MAX(png);
+    return EncodeRows(PNG_FORMAT_RGB, image.width, image.height, image.bytes.data(), image.pitch());
+}
+
+Bytes EncodePng(const host::Image& grey) {
+    return EncodeRows(PNG_FORMAT_GRAY, grey.width(), grey.height(), grey.plane(0), grey.pitch());
+}
+
+Bytes EncodeJpeg(const RgbImage& image, int quality) {
+    const std::unique_ptr<void, CloseTurboJpeg> jpeg(tjInitCompress());
+    unsigned long size = tjBufSize(image.width, image.height, TJSAMP_444);
     Bytes bytes(size);
-    if (png_image_write_to_memory(&png, bytes.data(), &size, 0, image.bytes.data(), 0, nullptr) ==
-        0) {
-        throw std::runtime_error(std::string("cannot encode a PNG picture: ") + png.message);
+    std::uint8_t* place = bytes.data();
+    if (tjCompress2(jpeg.get(), image.bytes.data(), image.width, image.pitch(), image.height,
+                    TJPF_RGB, &place, &size, TJSAMP_444, quality, TJFLAG_NOREALLOC) != 0) {
+        throw std::runtime_error(std::string("cannot encode a JPEG picture: ") +
+                                 tjGetErrorStr2(jpeg.get()));
     }
     bytes.resize(size);
     return bytes;

@@ -71,9 +71,7 @@ std::string EngineFailure(std::string_view message, bool ownEngine) {
 LogLines::LogLines(bool ownEngine) : ownEngine_(ownEngine) {
     host::SetLogSink([this](const host::LogRecord& record) {
         Print(record);
-        if (record.priority >= ANDROID_LOG_ERROR) {
-            errors_.push_back(WithoutNewlines(record.text));
-        }
+        records_.push_back(record);
     });
 }
 
@@ -83,7 +81,11 @@ LogLines::~LogLines() {
 
 std::vector<std::string> LogLines::Reasons() const {
     std::vector<std::string> reasons;
-    for (const std::string& error : errors_) {
+    for (const host::LogRecord& record : records_) {
+        if (record.priority < ANDROID_LOG_ERROR) {
+            continue;
+        }
+        const std::string error = WithoutNewlines(record.text);
         // The node reports the calibration it read at error priority, so that it always shows.
         if (error.find("cali data success") != std::string::npos) {
             continue;

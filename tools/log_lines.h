@@ -6,7 +6,7 @@
 #include "host/log/log_control.h"
 
 // Prints the log's messages on standard error, in the layout of `adb logcat -v brief`, and keeps
-// those of error priority. One at a time.
+// them. One at a time.
 class LogLines {
 public:
     // `ownEngine`: the engine's results are those of host/refocus and can be put into words.
@@ -19,7 +19,10 @@ public:
     // engine function, the message itself for anything else. Each once.
     std::vector<std::string> Reasons() const;
 
+    // The messages so far. To be called while nobody logs.
+    const std::vector<host::LogRecord>& records() const { return records_; }
+
 private:
     bool ownEngine_;
-    std::vector<std::string> errors_;
+    std::vector<host::LogRecord> records_;
 };

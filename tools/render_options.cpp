@@ -9,6 +9,7 @@
 #include "platform/properties.h"
 #include "tools/image_file.h"
 #include "tools/number_list.h"
+#include "tools/report/report_file.h"
 
 namespace {
 
@@ -78,6 +79,7 @@ void AddImageOptions(CLI::App& command, RenderOptions& options) {
     command.add_option("-o,--output", options.output, "folder for the results, made if missing")
         ->required()
         ->type_name("DIR");
+    AddReportOption(command, options.report);
     command
         .add_option_function<std::string>(
             "--size", [&](Text text) { options.size = ParseSize(text); },
@@ -233,13 +235,15 @@ void AddRenderOptions(CLI::App& command, RenderOptions& options) {
     AddLibraryOptions(command, options);
     command.footer(
         "Writes DIR/output.png, DIR/disparity.png (where the engine computed one) and\n"
-        "DIR/tags.json. Places are pixels of the main picture, after --size.\n"
+        "DIR/tags.json. Places are pixels of the main picture, after --size. A report shows\n"
+        "what the node dumps too: with --device-root it implies --dump.\n"
         "\n"
         "Examples:\n"
         "  bokehnode render left.png right.png -o out --focus 370,180\n"
         "  bokehnode render left.jpg right.jpg -o out --face 410,220,90,110 --blur 60\n"
         "  bokehnode render left.png right.png -o out --size 4000x3000 --pitch 4096\n"
         "  bokehnode render left.png right.png -o out --debug-view 3 --log 6 --dump\n"
+        "  bokehnode render left.png right.png -o out --log 6 --report out/report.html\n"
         "\n"
         "Exit codes: 0 rendered; 1 the node or the engine failed or fell back to a copy of\n"
         "the main picture; 2 wrong use or unreadable input.");

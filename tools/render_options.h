@@ -28,6 +28,7 @@ struct RenderOptions {
     std::filesystem::path main;
     std::filesystem::path aux;
     std::filesystem::path output;
+    std::filesystem::path report; // empty: none
     std::optional<Size> size;
     int pitch = 0; // 0: as wide as each image
 

@@ -6,19 +6,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-Json PublishedTags(const host::Published& published) {
-    return {{"SupportedFeature", published.supportedFeature},
-            {"CurrentMode", published.currentMode},
-            {"ProcessedFrameNumber", published.processedFrameNumber},
-            {"FrameDimension", published.frameDimension},
-            {"depthpicturesize", published.depthPictureSize},
-            {"OutputMetadataBokeh",
-             {{"masterCameraId", published.result.masterCameraId},
-              {"activeMap", published.result.activeMap},
-              {"depthEffectInfo", published.result.depthEffectInfo}}},
-            {"PtFocus", published.focusPoint}};
-}
-
 Json ImageFacts(const std::filesystem::path& file, const host::Image& image) {
     return {{"file", file.string()},
             {"width", image.width()},
@@ -39,7 +26,22 @@ Json OrNull(const std::optional<Value>& value) {
     return value ? Json(*value) : Json(nullptr);
 }
 
-Json Parameters(const RunFacts& facts) {
+} // namespace
+
+Json TagsJson(const host::Published& published) {
+    return {{"SupportedFeature", published.supportedFeature},
+            {"CurrentMode", published.currentMode},
+            {"ProcessedFrameNumber", published.processedFrameNumber},
+            {"FrameDimension", published.frameDimension},
+            {"depthpicturesize", published.depthPictureSize},
+            {"OutputMetadataBokeh",
+             {{"masterCameraId", published.result.masterCameraId},
+              {"activeMap", published.result.activeMap},
+              {"depthEffectInfo", published.result.depthEffectInfo}}},
+            {"PtFocus", published.focusPoint}};
+}
+
+Json ParametersJson(const RunFacts& facts) {
     const RenderOptions& options = facts.options;
     const CameraMetadata& camera = facts.request.metadata.cameraMetadata[0];
     const ChiWeightedRegion& region = camera.focusRect;
@@ -64,8 +66,6 @@ Json Parameters(const RunFacts& facts) {
             {"engine", facts.engine}};
 }
 
-} // namespace
-
 std::string ReportText(const RunFacts& facts, const Outcome& outcome) {
     const auto& published = outcome.result.published;
     Json report;
@@ -73,7 +73,7 @@ std::string ReportText(const RunFacts& facts, const Outcome& outcome) {
     report["copiedMainImage"] = outcome.copied;
     report["reasons"] = outcome.reasons;
     report["complaints"] = outcome.result.complaints;
-    report["published"] = published ? PublishedTags(*published) : Json(nullptr);
-    report["parameters"] = Parameters(facts);
+    report["published"] = published ? TagsJson(*published) : Json(nullptr);
+    report["parameters"] = ParametersJson(facts);
     return JsonText(report);
 }

@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "host/pipeline/pipeline.h"
 #include "tools/render_options.h"
 
@@ -22,6 +24,11 @@ struct RunFacts {
     std::string node;
     std::string engine;
 };
+
+// The published tags by their names.
+nlohmann::ordered_json TagsJson(const host::Published& published);
+
+nlohmann::ordered_json ParametersJson(const RunFacts& facts);
 
 // The run as JSON text: published tags, result code, complaints, parameters.
 std::string ReportText(const RunFacts& facts, const Outcome& outcome);

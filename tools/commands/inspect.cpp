@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,8 @@
 #include "tools/nv12.h"
 #include "tools/output_folder.h"
 #include "tools/progress.h"
+#include "tools/report/inspection_report.h"
+#include "tools/report/report_file.h"
 
 namespace fs = std::filesystem;
 
@@ -27,6 +30,7 @@ struct Options {
     std::vector<fs::path> places;
     fs::path output;
     bool json = false;
+    fs::path report;
 };
 
 void WritePictures(const Inspection& inspection, const fs::path& output, const std::string& name) {
@@ -44,8 +48,33 @@ void WritePictures(const Inspection& inspection, const fs::path& output, const s
     folder.Commit();
 }
 
+std::optional<ReportFile> OpenReport(const fs::path& file, std::size_t sets) {
+    if (file.empty()) {
+        return std::nullopt;
+    }
+    if (sets != 1) {
+        throw UseError("--report: expected one dump set, found " + std::to_string(sets) +
+                       "; name a file of one");
+    }
+    return std::optional<ReportFile>(std::in_place, file);
+}
+
+void WriteReport(ReportFile& file, const Options& options, const Inspection& inspection,
+                 const std::string& name) {
+    Report report = ReportOf(inspection);
+    if (!options.output.empty()) {
+        for (const ReportPicture& picture : report.pictures) {
+            report.links.push_back(
+                {picture.name, options.output / (name + "_" + picture.name + ".png")});
+        }
+    }
+    file.Write(report);
+    file.Commit();
+}
+
 int InspectAll(const Options& options) {
     const std::vector<DumpSet> sets = FindDumpSets(options.places);
+    std::optional<ReportFile> page = OpenReport(options.report, sets.size());
     nlohmann::ordered_json report = nlohmann::ordered_json::array();
     const std::vector<std::string> names = DistinctNames(sets);
     std::size_t wrong = 0;
@@ -58,6 +87,9 @@ int InspectAll(const Options& options) {
         wrong += inspection.findings.empty() ? 0 : 1;
         if (!options.output.empty()) {
             WritePictures(inspection, options.output, names[i]);
+        }
+        if (page) {
+            WriteReport(*page, options, inspection, names[i]);
         }
         if (options.json) {
             report.push_back(ToJson(inspection));
@@ -86,14 +118,17 @@ std::function<int()> PrepareInspect(CLI::App& command) {
                     "write main, aux, output and disparity of each set as PNG")
         ->type_name("DIR");
     command.add_flag("--json", options->json, "say it as JSON");
+    AddReportOption(command, options->report);
     command.footer(
         "Looks for missing files, wrong lengths, pitch or height that the content denies,\n"
         "swapped U and V, a turned aux image, main and aux in each other's place, images of\n"
         "different moments, an output that is only a copy, parameters that cannot be.\n"
+        "--report takes one set.\n"
         "\n"
         "Examples:\n"
         "  adb pull /data/vendor/camera && bokehnode inspect camera -o seen\n"
         "  bokehnode inspect camera/IMG_20240131_235959_0_4096x3000.nv12 --json\n"
+        "  bokehnode inspect camera/IMG_20240131_235959 --report seen.html\n"
         "\n"
         "Exit codes: 0 nothing wrong found; 1 something looks wrong; 2 wrong use or\n"
         "unreadable input.");

@@ -8,13 +8,17 @@
 #include "tools/capture_request.h"
 #include "tools/device_folder.h"
 #include "tools/disparity_picture.h"
+#include "tools/dumps/dump_set.h"
 #include "tools/errors.h"
 #include "tools/image_file.h"
+#include "tools/inspect/inspection.h"
 #include "tools/libraries.h"
 #include "tools/log_lines.h"
 #include "tools/nv12.h"
 #include "tools/output_folder.h"
 #include "tools/progress.h"
+#include "tools/report/outcome_report.h"
+#include "tools/report/report_file.h"
 #include "tools/run_report.h"
 
 namespace fs = std::filesystem;
@@ -57,6 +61,7 @@ host::RequestResult RunNode(const Libraries& libraries, const host::UseCase& use
     return node->Process(request);
 }
 
+// Nothing is in its place before the caller commits.
 void WriteResults(OutputFolder& folder, const RunFacts& facts, const Outcome& outcome,
                   const DeviceFolder& device) {
     const Progress progress("writing the results");
@@ -75,15 +80,33 @@ void WriteResults(OutputFolder& folder, const RunFacts& facts, const Outcome& ou
         }
     }
     folder.Write("tags.json", ReportText(facts, outcome));
-    if (device.temporary()) {
+    if (device.temporary() && facts.options.dump) {
         for (const fs::path& dump : device.Dumps()) {
             folder.Write(dump.filename().string(), ReadFileBytes(dump));
         }
     }
-    folder.Commit();
+}
+
+void WriteReport(ReportFile& file, const RunFacts& facts, const Outcome& outcome,
+                 const DeviceFolder& device, const LogLines& log) {
+    std::optional<Inspection> dumps;
+    {
+        const Progress progress("inspecting the dumps");
+        for (const fs::path& dump : device.Dumps()) {
+            if (const auto set = SetOfFile(dump)) { // one request makes one set
+                dumps = Inspect(*set);
+                break;
+            }
+        }
+    }
+    file.Write(ReportOf(facts, outcome, dumps, log.records()));
 }
 
 int Judge(const Outcome& outcome) {
+    if (!outcome.result.published) {
+        std::fprintf(stderr, "bokehnode: the node published nothing, its result is %u\n",
+                     outcome.result.code);
+    }
     for (const std::string& complaint : outcome.result.complaints) {
         std::fprintf(stderr, "bokehnode: the node broke the interface's rules: %s\n",
                      complaint.c_str());
@@ -94,7 +117,8 @@ int Judge(const Outcome& outcome) {
             std::fprintf(stderr, "bokehnode: because: %s\n", reason.c_str());
         }
     }
-    const bool good = !outcome.copied && outcome.result.complaints.empty();
+    const bool good =
+        outcome.result.published && !outcome.copied && outcome.result.complaints.empty();
     return good ? kExitDone : kExitFailed;
 }
 
@@ -114,23 +138,24 @@ int Render(const RenderOptions& options) {
     request.inputs = {&main, &aux};
     request.output = &output;
     request.depth = &depth;
-    SetProperties(options);
+    RenderOptions run = options;
+    run.dump = options.dump || !options.report.empty();
+    SetProperties(run);
 
     DeviceFolder device(options);
     OutputFolder folder(options.output);
+    std::optional<ReportFile> report;
+    if (!options.report.empty()) {
+        report.emplace(options.report);
+    }
     device.Prepare(SizeOf(main), SizeOf(aux));
     const LogLines log(options.engine.empty());
     Outcome outcome;
     outcome.result = RunNode(libraries, useCase, request);
-    if (!outcome.result.published) {
-        std::fprintf(stderr, "bokehnode: the node published nothing, its result is %u\n",
-                     outcome.result.code);
-        Judge(outcome);
-        return kExitFailed;
-    }
     const int debugView = DebugView();
-    outcome.copied = IsCopy(*outcome.result.published, debugView);
-    if (outcome.copied) {
+    const bool published = outcome.result.published.has_value();
+    outcome.copied = published && IsCopy(*outcome.result.published, debugView);
+    if (!published || outcome.copied) {
         outcome.reasons = log.Reasons();
     }
     const RunFacts facts{options,
@@ -139,6 +164,17 @@ int Render(const RenderOptions& options) {
                          device.calibration(),
                          libraries.node.string(),
                          libraries.engine.string()};
-    WriteResults(folder, facts, outcome, device);
+    if (published) {
+        WriteResults(folder, facts, outcome, device);
+    }
+    if (report) {
+        WriteReport(*report, facts, outcome, device, log);
+    }
+    if (published) {
+        folder.Commit();
+    }
+    if (report) {
+        report->Commit();
+    }
     return Judge(outcome);
 }

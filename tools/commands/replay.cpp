@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -10,6 +11,7 @@
 
 #include "tools/errors.h"
 #include "tools/image_file.h"
+#include "tools/inspect/inspection.h"
 #include "tools/json_text.h"
 #include "tools/number_list.h"
 #include "tools/nv12.h"
@@ -18,6 +20,8 @@
 #include "tools/replay/replay.h"
 #include "tools/replay/replay_all.h"
 #include "tools/replay/replay_text.h"
+#include "tools/report/outcome_report.h"
+#include "tools/report/report_file.h"
 
 namespace fs = std::filesystem;
 
@@ -30,6 +34,7 @@ struct Options {
     int jobs = 0;
     bool json = false;
     bool noFaces = false;
+    fs::path report;
     ReplayOptions replay;
 };
 
@@ -50,9 +55,31 @@ void WriteFiles(const fs::path& output, const std::string& stem, const Replayed&
     folder.Commit();
 }
 
+// The set as it was before the replay is inspected for it too.
+void WriteReport(ReportFile& file, const Options& options, const DumpSet& set,
+                 const Replayed& replayed) {
+    std::optional<Progress> progress("inspecting " + set.stem);
+    const Inspection inspection = Inspect(set);
+    progress.reset();
+    Report report = ReportOf(inspection, replayed);
+    if (!options.output.empty() && replayed.result.published) {
+        report.links.insert(report.links.begin(),
+                            {"output", options.output / (set.stem + "_output.png")});
+    }
+    file.Write(report);
+    file.Commit();
+}
+
 int ReplayOne(const Options& options) {
     const DumpSet set = FindDumpSet(options.place);
+    std::optional<ReportFile> report;
+    if (!options.report.empty()) {
+        report.emplace(options.report);
+    }
     const Replayed replayed = Replay(set, options.replay);
+    if (report) {
+        WriteReport(*report, options, set, replayed);
+    }
     if (!options.output.empty() && replayed.result.published) {
         WriteFiles(options.output, set.stem, replayed);
     }
@@ -174,6 +201,7 @@ std::function<int()> PrepareReplay(CLI::App& command) {
         ->check(CLI::Range(1, 1024))
         ->needs(all);
     command.add_flag("--json", options->json, "say it as JSON");
+    AddReportOption(command, options->report)->excludes(all);
     AddChanges(command, *options);
     command
         .add_option("--calibration", options->replay.device.calibration,
@@ -190,6 +218,7 @@ std::function<int()> PrepareReplay(CLI::App& command) {
         "  bokehnode replay camera/IMG_20240131_235959_0_4096x3000.nv12 \\\n"
         "      --calibration dualcam_cali.bin\n"
         "  bokehnode replay camera/IMG_20240131_235959 --blur 80 -o replayed\n"
+        "  bokehnode replay camera/IMG_20240131_235959 --log 6 --report replayed.html\n"
         "  bokehnode replay camera --all --jobs 4 -o replayed\n"
         "\n"
         "Exit codes: 0 output and disparity equal the dumped ones; 1 they differ, or the node\n"

@@ -295,6 +295,8 @@ DumpParameters Changed(const DumpParameters& dumped, const ReplayOptions& option
 Replayed Replay(const DumpSet& set, const ReplayOptions& options) {
     Replayed replayed = ReadSet(set, options);
     const Sensors sensors = SensorsOf(options, replayed.asked, replayed);
+    replayed.mainSensor = sensors.main;
+    replayed.auxSensor = sensors.aux;
     const host::UseCase useCase = UseCaseOf(replayed.asked, sensors, replayed.output);
     host::Request request = RequestOf(options, useCase, sensors, replayed);
     host::Image depth = DepthImage(replayed.main);
@@ -312,6 +314,7 @@ Replayed Replay(const DumpSet& set, const ReplayOptions& options) {
     replayed.calibration = device.calibration();
     const LogLines log(run.engine.empty());
     RunNode(libraries, useCase, request, replayed);
+    replayed.log = log.records();
     TakeDumps(device, set.stem, replayed);
     if (!replayed.result.published) {
         replayed.reasons = log.Reasons();

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/log/log_control.h"
 #include "host/pipeline/pipeline.h"
 #include "tools/compare/difference.h"
 #include "tools/dumps/dump_set.h"
@@ -20,7 +21,10 @@ struct Replayed {
     bool copied = false;              // the output is the main image, though nobody asked for it
     std::vector<std::string> reasons; // of a copy
     std::vector<std::string> notes;
+    std::vector<host::LogRecord> log;
     std::string calibration; // where it came from
+    Size mainSensor;
+    Size auxSensor;
     host::Image main;
     host::Image aux;
     host::Image output;

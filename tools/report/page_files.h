@@ -1,0 +1,8 @@
+#pragma once
+
+#include <string_view>
+
+// The files beside this one, as they were when the tool was built.
+extern const std::string_view kPageHtml;
+extern const std::string_view kPageCss;
+extern const std::string_view kPageJs;
