@@ -12,6 +12,10 @@ using Kind = ReportFinding::Kind;
 
 namespace {
 
+Size SizeOf(const host::Image& image) {
+    return {image.width(), image.height()};
+}
+
 void AddOutcome(Report& report, const host::RequestResult& result, bool copied,
                 const std::vector<std::string>& reasons) {
     for (const std::string& complaint : result.complaints) {
@@ -85,6 +89,10 @@ Report ReportOf(const RunFacts& facts, const Outcome& outcome,
     }
     if (!HasWrong(report)) {
         report.findings.push_back({Kind::kGood, "", "rendered, nothing wrong found"});
+    }
+    if (report.overlays.mainCrop) { // the sensors are as large as the pictures
+        report.overlays.mainCrop->sensor = SizeOf(*facts.request.inputs[0]);
+        report.overlays.auxCrop->sensor = SizeOf(*facts.request.inputs[1]);
     }
     report.overlays.afRegion = facts.request.metadata.cameraMetadata[0].focusRect;
     report.links = {{"main", options.main}, {"aux", options.aux}};

@@ -10,6 +10,7 @@ const MARK_PIXELS = 11;
 const SLIDER_STEP = 2; // percent
 const BLINK_MILLISECONDS = 700;
 const GAINS = [1, 4, 16];
+const PRIORITIES = ["V", "D", "I", "W", "E", "F"];
 const NO_DIFFERENCE = [38, 40, 44];
 
 function make(name, text, className) {
@@ -162,7 +163,8 @@ const drawers = {
     shape(group, "path", {
       d: arm(-1.6, 0, -0.4, 0) + arm(0.4, 0, 1.6, 0) + arm(0, -1.6, 0, -0.4) + arm(0, 0.4, 0, 1.6),
     });
-    label(group, cx + 1.3 * reach, cy - reach, `focus ${x},${y}`, unit, size);
+    const above = Math.min(cy - 1.6 * reach, data.overlays.afRegion?.[1] ?? size[1]);
+    label(group, cx - 1.6 * reach, above - 6 * unit, `focus ${x},${y}`, unit, size);
   },
 
   afRegion(group, unit, size) {
@@ -244,11 +246,16 @@ function showOverlayButtons() {
   byId("overlays").replaceChildren(...names.map((name) => {
     const button = makeButton(overlayNames[name], "", () => {
       if (!overlaysShown.delete(name)) overlaysShown.add(name);
-      showOverlayButtons();
+      refreshOverlays();
     });
     button.setAttribute("aria-pressed", overlaysShown.has(name));
+    button.prepend(make("span", undefined, `swatch ${name}`));
     return button;
   }));
+}
+
+function refreshOverlays() {
+  showOverlayButtons();
   drawOverlays();
 }
 
@@ -256,7 +263,7 @@ function toggleAllOverlays() {
   const names = overlaysOf(view);
   const anyShown = names.some((name) => overlaysShown.has(name));
   for (const name of names) anyShown ? overlaysShown.delete(name) : overlaysShown.add(name);
-  showOverlayButtons();
+  refreshOverlays();
 }
 
 // --- Views ---
@@ -395,7 +402,7 @@ const views = makeViews();
 function fitStage() {
   const stage = byId("stage");
   const room = byId("viewer").clientWidth;
-  const highest = Math.max(window.innerHeight * 0.78, 240);
+  const highest = Math.max(window.innerHeight * 0.66, 240);
   const width = Math.min(room, (highest * view.size[0]) / view.size[1]);
   stage.style.width = `${width}px`;
   stage.style.height = `${(width * view.size[1]) / view.size[0]}px`;
@@ -403,6 +410,13 @@ function fitStage() {
 }
 
 function showHelp() {
+  if (matchMedia("(pointer: coarse)").matches) {
+    const touches = { Slider: "Drag across the picture to move the slider.",
+      Blink: "Tap the picture to swap.", Difference: "Touch a place to read its number.",
+      Disparity: "Touch a place to read its number." };
+    byId("help").textContent = touches[view.name] ?? "";
+    return;
+  }
   const keys = [`1–${views.length} view`, "o overlays"];
   if (view.name === "Slider") keys.unshift("← → move the slider (shift: further)");
   if (pair) keys.push("space blinks");
@@ -531,18 +545,26 @@ function showFindings() {
   }));
 }
 
-// "main.width" and so on, down to what a line can show.
+const isObject = (value) => value !== null && typeof value === "object";
+
+// A value as one line: "4000, 3000", "left 10, top 20".
+function lineOf(value) {
+  if (!isObject(value)) return value === null ? "none" : String(value);
+  const words = Array.isArray(value)
+    ? value.map(lineOf) : Object.entries(value).map(([key, item]) => `${key} ${lineOf(item)}`);
+  return words.join(", ") || "none";
+}
+
+// Names and values: objects in rows of their own, "main.width" and so on, and so the items of a
+// list of lists or objects.
 function rowsOf(values, above = "") {
   return Object.entries(values).flatMap(([key, value]) => {
     const name = above + key;
-    if (Array.isArray(value) && value.some((item) => typeof item === "object")) {
-      return value.length ? rowsOf(value, `${name} `) : [[name, "none"]];
+    if (Array.isArray(value) && value.some(isObject)) {
+      return value.map((item, i) => [`${name} ${i}`, lineOf(item)]);
     }
-    if (value !== null && typeof value === "object" && !Array.isArray(value)) {
-      return Object.keys(value).length ? rowsOf(value, `${name}.`) : [[name, "none"]];
-    }
-    if (Array.isArray(value)) return [[name, value.length ? value.join(", ") : "none"]];
-    return [[name, value === null ? "none" : String(value)]];
+    const nested = isObject(value) && !Array.isArray(value) && Object.keys(value).length > 0;
+    return nested ? rowsOf(value, `${name}.`) : [[name, lineOf(value)]];
   });
 }
 
@@ -581,11 +603,25 @@ function showLog() {
   if (!data.log.length) return;
   const log = make("div");
   log.id = "log";
+  log.tabIndex = 0; // it scrolls, so the keys must reach it
   for (const { priority, tag, seconds, text } of data.log) {
     log.append(make("div",
       `${seconds.toFixed(3).padStart(7)} ${priority}/${tag}: ${text.trimEnd()}`, priority));
   }
-  addSection("Log", "wide").append(log);
+  const section = addSection("Log", "wide");
+  const priorities = PRIORITIES.filter((letter) => data.log.some((line) => line.priority === letter));
+  if (priorities.length > 1) {
+    const least = make("select");
+    least.setAttribute("aria-label", "Lowest priority shown");
+    for (const letter of priorities) least.append(new Option(`from ${letter}`, letter));
+    least.addEventListener("change", () => {
+      for (const line of log.children) {
+        line.hidden = PRIORITIES.indexOf(line.className) < PRIORITIES.indexOf(least.value);
+      }
+    });
+    section.firstChild.append(least);
+  }
+  section.append(log);
 }
 
 showFindings();
