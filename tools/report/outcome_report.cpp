@@ -115,8 +115,12 @@ Report ReportOf(const Inspection& inspection, const Replayed& replayed) {
     report.log = replayed.log;
     AddOutcome(report, replayed.result, replayed.copied, replayed.reasons);
     AddFindings(report, inspection);
+    std::string changes;
     for (const std::string& change : DifferencesOf(replayed.dumped, replayed.asked)) {
-        report.findings.push_back({Kind::kNote, "changed", change});
+        changes += (changes.empty() ? "" : ", ") + change;
+    }
+    if (!changes.empty()) {
+        report.findings.push_back({Kind::kNote, "changed", changes});
     }
     for (const std::string& note : replayed.notes) {
         report.findings.push_back({Kind::kNote, "", note});

@@ -199,7 +199,8 @@ const drawers = {
   // known, that part alone.
   crop(group, unit, size, crop) {
     const sensor = crop.sensor ?? crop.part;
-    const scale = Math.min((96 * unit) / sensor[0], (72 * unit) / sensor[1], size[0] / 3 / sensor[0]);
+    const longest = Math.min(96 * unit, size[0] / 7);
+    const scale = longest / Math.max(...sensor);
     const [width, height] = sensor.map((side) => side * scale);
     const [left, top] = [size[0] - width - 10 * unit, size[1] - height - 10 * unit];
     const [partWidth, partHeight] = crop.part.map((side) => side * scale);
@@ -208,7 +209,10 @@ const drawers = {
       x: left + (width - partWidth) / 2, y: top + (height - partHeight) / 2,
       width: partWidth, height: partHeight,
     }, "filled");
-    const text = `crop ${sizeText(crop.part)}` + (crop.sensor ? ` of ${sizeText(sensor)}` : "");
+    const whole = sizeText(crop.part) === sizeText(sensor);
+    const text = !crop.sensor ? `crop ${sizeText(crop.part)}`
+      : whole ? `whole sensor ${sizeText(sensor)}`
+      : `crop ${sizeText(crop.part)} of ${sizeText(sensor)}`;
     label(group, size[0], top - 6 * unit, text, unit, size);
   },
 };
@@ -436,6 +440,7 @@ function showView(next) {
   byId("scale").hidden = true;
   byId("divide").hidden = view.name !== "Slider";
   byId("pairLabel").hidden = data.comparisons.length < 2 || !["Slider", "Blink", "Difference"].includes(view.name);
+  byId("readout").hidden = !view.map;
   byId("readout").textContent = "";
   view.show();
   showHelp();

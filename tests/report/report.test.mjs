@@ -1,0 +1,311 @@
+// Reports of the built tool in a real browser. Environment: BOKEHNODE, the tool; CHROMIUM, the
+// browser. Screenshots land in the working folder's screenshots/.
+
+import assert from "node:assert/strict";
+import { readdirSync, rmSync, statSync } from "node:fs";
+import path from "node:path";
+import { after, before, test } from "node:test";
+import { pathToFileURL } from "node:url";
+
+import { chromium } from "playwright-core";
+
+import { BLUE, HEIGHT, HOSTILE, Material, RED, SQUARE, WIDTH } from "./material.mjs";
+
+const DESKTOP = { viewport: { width: 1280, height: 900 } };
+const PHONE = { viewport: { width: 390, height: 844 }, hasTouch: true, isMobile: true };
+
+// The coloured pair: the output of debug view 2 is the aux image, and a region gives the focus.
+const REGION = [40, 60, 119, 99];
+const FACES = [[200, 20, 50, 80], [20, 140, 60, 60]];
+const COLOURED = ["--debug-view", "2", "--af-region", REGION.join(), "--face-rotation", "90",
+  ...FACES.flatMap((face) => ["--face", face.join()])];
+
+let browser;
+let probe; // decodes screenshots
+let material;
+const pages = {};
+
+before(async () => {
+  const folder = path.resolve("material");
+  rmSync(folder, { recursive: true, force: true });
+  material = new Material(process.env.BOKEHNODE, folder);
+  pages.coloured = material.report("coloured", 0, "render", "red.png", "blue.png", "-o", "coloured",
+    ...COLOURED);
+  pages.scene = material.report("scene", 0, "render", "left.png", "right.png", "-o", "scene",
+    "--focus", "160,121", "--log", "6", "--dump");
+  browser = await chromium.launch({ executablePath: process.env.CHROMIUM, args: ["--no-sandbox"] });
+  probe = await browser.newPage();
+});
+
+after(async () => browser?.close());
+
+// Opens a page, and fails the test for any message, error or request of its own.
+async function open(t, file, options = DESKTOP) {
+  const context = await browser.newContext(options);
+  const page = await context.newPage();
+  const trouble = [];
+  page.on("console", (message) => trouble.push(message.text()));
+  page.on("pageerror", (error) => trouble.push(error.message));
+  page.on("dialog", (dialog) => trouble.push(dialog.message()));
+  const address = pathToFileURL(file).href;
+  page.on("request", (request) => {
+    const url = request.url();
+    if (url !== address && !url.startsWith("data:")) trouble.push(`asks for ${url}`);
+  });
+  await page.goto(address);
+  t.after(async () => {
+    await page.screenshot({ path: `screenshots/${t.name.replaceAll(/\W+/g, "-")}.png` });
+    await context.close();
+    assert.deepEqual(trouble, []);
+  });
+  return page;
+}
+
+// The colours on the screen, by picture pixels of the stage.
+async function shown(page) {
+  const box = await page.locator("#stage").boundingBox();
+  const shot = await page.screenshot();
+  const scale = shot.readUInt32BE(16) / page.viewportSize().width;
+  const pixels = await probe.evaluate(async (base64) => {
+    const image = new Image();
+    image.src = `data:image/png;base64,${base64}`;
+    await image.decode();
+    const canvas = new OffscreenCanvas(image.width, image.height);
+    const context = canvas.getContext("2d");
+    context.drawImage(image, 0, 0);
+    const { data, width } = context.getImageData(0, 0, image.width, image.height);
+    return { bytes: btoa(data.reduce((text, byte) => text + String.fromCharCode(byte), "")), width };
+  }, shot.toString("base64"));
+  const bytes = Buffer.from(pixels.bytes, "base64");
+  return (x, y) => {
+    const left = Math.floor((box.x + ((x + 0.5) * box.width) / WIDTH) * scale);
+    const top = Math.floor((box.y + ((y + 0.5) * box.height) / HEIGHT) * scale);
+    return [...bytes.subarray(4 * (top * pixels.width + left)).subarray(0, 3)];
+  };
+}
+
+function assertColour(found, expected, what) {
+  const distance = Math.max(...found.map((value, i) => Math.abs(value - expected[i])));
+  assert.ok(distance <= 14, `${what}: ${found}, expected ${expected}`);
+}
+
+// Where an element stands, in picture pixels: left, top, right, bottom.
+async function edges(page, selector) {
+  return page.evaluate(([query, width, height]) => {
+    const stage = document.getElementById("stage").getBoundingClientRect();
+    const box = document.querySelector(query).getBoundingClientRect();
+    const [x, y] = [width / stage.width, height / stage.height];
+    return [(box.left - stage.left) * x, (box.top - stage.top) * y, (box.right - stage.left) * x,
+      (box.bottom - stage.top) * y];
+  }, [selector, WIDTH, HEIGHT]);
+}
+
+function assertNear(found, expected, what) {
+  found.forEach((value, i) => assert.ok(Math.abs(value - expected[i]) < 1,
+    `${what}: ${found}, expected ${expected}`));
+}
+
+// Red left of the divide, blue right of it.
+async function assertDivide(page, percent) {
+  const colourAt = await shown(page);
+  const place = (percent / 100) * WIDTH;
+  assertColour(colourAt(place - 6, 235), RED, `left of ${percent} %`);
+  assertColour(colourAt(place + 6, 235), BLUE, `right of ${percent} %`);
+  assert.equal(await page.getByRole("slider").getAttribute("aria-valuenow"), String(percent));
+}
+
+test("pointer and keys move the slider", async (t) => {
+  const page = await open(t, pages.coloured);
+  await page.keyboard.press("o"); // nothing drawn over it
+  await assertDivide(page, 50);
+  const box = await page.locator("#stage").boundingBox();
+  await page.mouse.move(box.x + box.width / 2, box.y + 40);
+  await page.mouse.down();
+  await page.mouse.move(box.x + box.width * 0.25, box.y + 60);
+  await page.mouse.up();
+  await page.mouse.move(box.x + box.width * 0.9, box.y + 60);
+  await assertDivide(page, 25);
+  for (const [key, percent] of [["ArrowRight", 27], ["ArrowLeft", 25], ["Shift+ArrowRight", 35]]) {
+    await page.keyboard.press(key);
+    await assertDivide(page, percent);
+  }
+});
+
+test("touch moves the slider", async (t) => {
+  const page = await open(t, pages.coloured, PHONE);
+  await page.getByRole("button", { name: "AF region" }).tap();
+  const box = await page.locator("#stage").boundingBox();
+  await page.touchscreen.tap(box.x + box.width * 0.75, box.y + box.height * 0.9);
+  await assertDivide(page, 75);
+  const session = await page.context().newCDPSession(page);
+  const touch = (type, share) => session.send("Input.dispatchTouchEvent", {
+    type, touchPoints: share ? [{ x: box.x + box.width * share, y: box.y + box.height / 2 }] : [],
+  });
+  await touch("touchStart", 0.75);
+  for (const share of [0.7, 0.6, 0.5, 0.4]) await touch("touchMove", share);
+  await touch("touchEnd");
+  await assertDivide(page, 40);
+});
+
+test("space and a click swap the pictures", async (t) => {
+  const page = await open(t, pages.coloured);
+  const colours = async () => (await shown(page))(300, 235);
+  await page.keyboard.press("Space");
+  assertColour(await colours(), RED, "first");
+  await page.keyboard.press("Space");
+  assertColour(await colours(), BLUE, "after space");
+  await page.locator("#stage").click();
+  assertColour(await colours(), RED, "after a click");
+  await page.getByRole("button", { name: "By itself" }).click();
+  await page.waitForFunction(() => !document.getElementById("after").hidden);
+  await page.keyboard.press("1");
+  assert.equal(await page.locator("#before").isVisible(), true);
+});
+
+test("overlays stand where they should", async (t) => {
+  const page = await open(t, pages.coloured);
+  const [left, top, right, bottom] = REGION;
+  assertNear(await edges(page, ".afRegion rect"), [left, top, right + 1, bottom + 1], "AF region");
+  const focus = await edges(page, ".focus circle");
+  assertNear([(focus[0] + focus[2]) / 2, (focus[1] + focus[3]) / 2],
+    [(left + right) / 2, (top + bottom) / 2], "focus");
+  for (const [i, [x, y, width, height]] of FACES.entries()) {
+    const face = `.faces g:nth-child(${i + 1})`;
+    assertNear(await edges(page, `${face} rect`), [x, y, x + width, y + height], `face ${i}`);
+    // Turned by 90 degrees, its forehead is on the right.
+    const arrow = await edges(page, `${face} path`);
+    assertNear([arrow[0], (arrow[1] + arrow[3]) / 2], [x + width, y + height / 2], `arrow ${i}`);
+    assert.match(await page.locator(`${face} text`).textContent(), /turned 90°/);
+  }
+  assertColour((await shown(page))(FACES[0][0], 60), [0x6f, 0xd3, 0xff], "a face's edge");
+
+  await page.getByRole("button", { name: "Faces" }).click();
+  assert.equal(await page.locator(".faces rect").count(), 0);
+  await page.keyboard.press("o");
+  assert.equal(await page.locator("#overlay g").count(), 0);
+  await page.keyboard.press("o");
+  await page.keyboard.press("4"); // the aux picture knows of its crop alone
+  assert.deepEqual(await page.locator("#overlay > g").evaluateAll(
+    (groups) => groups.map((group) => group.getAttribute("class"))), ["crop"]);
+  assertColour((await shown(page))(20, 20), BLUE, "aux");
+});
+
+test("a crop stands in its sensor", async (t) => {
+  const set = readdirSync(path.join(material.folder, "scene")).find((name) => name.endsWith(".Y8"));
+  const page = await open(t, material.report("cropped", 1, "replay", `scene/${set}`,
+    "--main-crop", "320x240", "--main-sensor", "640x480"));
+  const [sensor, part] = [await edges(page, ".crop rect.dashed"), await edges(page, ".crop .filled")];
+  const sides = ([left, top, right, bottom]) => [right - left, bottom - top];
+  assertNear(sides(part), sides(sensor).map((side) => side / 2), "half as wide and high");
+  assertNear([part[0] + part[2], part[1] + part[3]], [sensor[0] + sensor[2], sensor[1] + sensor[3]],
+    "in the middle");
+});
+
+test("differences have a scale and colours by it", async (t) => {
+  const page = await open(t, pages.scene);
+  await page.keyboard.press("3");
+  await page.keyboard.press("o");
+  const title = page.locator("#scaleTitle");
+  const largest = Number(/largest difference (\d+) of 255/.exec(await title.textContent())[1]);
+  assert.ok(largest > 60 && largest < 255, `largest ${largest}`);
+  const far = async () => (await shown(page))(280, 120).join();
+  const amplified = await far();
+  await page.getByRole("button", { name: "×16" }).click();
+  assert.match(await title.textContent(), /×16/);
+  assert.notEqual(await far(), amplified);
+  assertColour((await shown(page))(160, 120), [38, 40, 44], "in focus nothing differs");
+  assert.ok((await page.locator("#scaleMarks span").allTextContents()).includes("10"));
+});
+
+test("disparity marks the focus plane", async (t) => {
+  const page = await open(t, pages.scene);
+  await page.keyboard.press("5");
+  await page.keyboard.press("o");
+  const focus = Number(/focus (\d+)/.exec(await page.locator("#focusMark").textContent())[1]);
+  const box = await page.locator("#stage").boundingBox();
+  await page.mouse.move(box.x + (160.5 * box.width) / WIDTH, box.y + (121.5 * box.height) / HEIGHT);
+  await page.locator("#readout", { hasText: `160,121: disparity ${focus}` }).waitFor();
+  // The mark stands over its number's place of the bar.
+  const { low, high } = await page.evaluate(() => data.disparity);
+  const [bar, mark] = [await edges(page, "#scaleBar"), await edges(page, "#focusMark")];
+  assertNear([(mark[0] + mark[2]) / 2],
+    [bar[0] + ((focus - low) / (high - low)) * (bar[2] - bar[0])], "mark");
+
+  const [near, far] = [[160, 120], [290, 200]];
+  const before = await shown(page);
+  await page.keyboard.press("p");
+  await page.locator("#focusBand").waitFor();
+  const marked = await shown(page);
+  assert.deepEqual(marked(...near), before(...near), "the plane keeps its colour");
+  const grey = marked(...far);
+  assert.ok(new Set(grey).size === 1 && new Set(before(...far)).size > 1, `the rest is grey: ${grey}`);
+  // Only what is as near as the focus keeps its colour.
+  const coloured = (x) => new Set(marked(x, 120)).size > 1;
+  assert.ok(coloured(SQUARE.left + 12) && coloured(SQUARE.right - 12) && !coloured(SQUARE.right + 30));
+});
+
+test("what looks wrong comes first", async (t) => {
+  const folder = path.join(material.folder, "spoiled");
+  material.run(0, "render", "left.png", "right.png", "-o", "spoiled", "--dump");
+  rmSync(path.join(folder, readdirSync(folder).find((name) => name.includes("_1_"))));
+  const page = await open(t, material.report("spoiled", 1, "inspect", "spoiled"));
+  const first = page.locator("#findings li").first();
+  assert.match(await first.textContent(), /^WRONG missing: .*aux/);
+  const [finding, viewer] = [await first.boundingBox(), await page.locator("#viewer").boundingBox()];
+  assert.ok(finding.y + finding.height <= viewer.y);
+  // Neither a log nor an aux picture is known here.
+  assert.deepEqual(await page.locator("h2").allTextContents(), ["Parameters", "Files", "Originals"]);
+  assert.deepEqual(await page.locator("#views button").allTextContents(),
+    ["1Slider", "2Blink", "3Difference", "4Disparity"]);
+});
+
+test("texts from outside stay texts", async (t) => {
+  const markup = "</script><img src=x onerror=document.title='taken'>";
+  const page = await open(t, material.report("hostile", 0, "render", HOSTILE, "blue.png", "-o",
+    "hostile", "--debug-view", "1", "--set", `persist.${markup}=${markup}`));
+  assert.equal(await page.locator("#title").textContent(), HOSTILE);
+  assert.equal(await page.getByRole("cell", { name: markup, exact: true }).count(), 1);
+  assert.equal(await page.locator("img").count(), 2);
+  assert.notEqual(await page.title(), "taken");
+  const link = await page.getByRole("link", { name: HOSTILE }).getAttribute("href");
+  assert.equal(decodeURIComponent(link), HOSTILE);
+});
+
+test("log lines have the colour of their priority", async (t) => {
+  const page = await open(t, pages.scene);
+  const colourOf = (letter) => page.locator(`#log .${letter}`).first()
+    .evaluate((line) => getComputedStyle(line).color);
+  assert.notEqual(await colourOf("E"), await colourOf("D"));
+  await page.getByLabel("Lowest priority shown").selectOption("E");
+  assert.equal(await page.locator("#log .D:visible").count(), 0);
+  assert.match(await page.locator("#log .E:visible").first().textContent(), /cali data success/);
+});
+
+for (const [scheme, dark] of [["light", false], ["dark", true]]) {
+  test(`a phone in ${scheme} mode`, async (t) => {
+    const page = await open(t, pages.scene, { ...PHONE, colorScheme: scheme });
+    const paper = await page.evaluate(() => getComputedStyle(document.body).backgroundColor);
+    assert.equal(/\d+/.exec(paper)[0] < 128, dark, paper);
+    for (const button of await page.locator("#views button").all()) {
+      await button.tap();
+      const [wide, room] = await page.evaluate(
+        () => [document.documentElement.scrollWidth, window.innerWidth]);
+      assert.ok(wide <= room, `${await button.textContent()}: ${wide} of ${room}`);
+      for (const control of await page.locator("button:visible, select:visible").all()) {
+        assert.ok((await control.boundingBox()).height >= 40, await control.textContent());
+      }
+    }
+  });
+}
+
+test("twelve megapixels", async (t) => {
+  const file = material.report("large", 0, "render", "left.png", "right.png", "-o", "large",
+    "--size", "4000x3000", "--focus", "2000,1500");
+  const page = await open(t, file);
+  await page.evaluate(() => Promise.all([...document.images].map((image) => image.decode())));
+  const loaded = await page.evaluate(() => performance.now());
+  assert.ok(await page.evaluate(() => Math.max(...[...document.images].map(
+    ({ naturalWidth }) => naturalWidth))) <= 1600);
+  t.diagnostic(`${(statSync(file).size / 1e6).toFixed(1)} MB, pictures shown after ` +
+    `${Math.round(loaded)} ms`);
+});
