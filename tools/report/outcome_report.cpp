@@ -1,5 +1,6 @@
 #include "tools/report/outcome_report.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "tools/inspect/inspection_text.h"
@@ -7,7 +8,6 @@
 #include "tools/report/inspection_report.h"
 #include "tools/report/report_pictures.h"
 
-namespace fs = std::filesystem;
 using Kind = ReportFinding::Kind;
 
 namespace {
@@ -40,27 +40,20 @@ bool HasWrong(const Report& report) {
                                [](const auto& finding) { return finding.kind == Kind::kWrong; });
 }
 
-void AddRunImages(Report& report, const host::Image& main, const host::Image& aux,
-                  const host::Image& output) {
+// `output`: null where there is none.
+void AddImages(Report& report, const host::Image& main, const host::Image& aux,
+               const host::Image* output) {
     AddPicture(report, "main", main);
     AddPicture(report, "aux", aux);
-    AddPicture(report, "output", output);
-    AddComparison(report, "main", main, "output", output);
+    if (output != nullptr) {
+        AddPicture(report, "output", *output);
+        AddComparison(report, "main", main, "output", *output);
+    }
 }
 
 void AddTags(Report& report, const host::Published& published) {
     report.overlays.focus = {published.focusPoint[0], published.focusPoint[1]};
     report.sections.push_back({"Published tags", TagsJson(published)});
-}
-
-void AddPublished(Report& report, const RunFacts& facts, const host::Published& published) {
-    const host::Image& main = *facts.request.inputs[0];
-    const host::Image& depth = *facts.request.depth;
-    AddTags(report, published);
-    AddRunImages(report, main, *facts.request.inputs[1], *facts.request.output);
-    if (std::cmp_equal(published.depthPictureSize, depth.planeSize(0))) {
-        SetDisparity(report, depth, main.width());
-    }
 }
 
 void AddDifference(Report& report, const char* what,
@@ -96,11 +89,15 @@ Report ReportOf(const RunFacts& facts, const Outcome& outcome,
     }
     report.overlays.afRegion = facts.request.metadata.cameraMetadata[0].focusRect;
     report.links = {{"main", options.main}, {"aux", options.aux}};
-    if (outcome.result.published) {
-        AddPublished(report, facts, *outcome.result.published);
+    const auto& published = outcome.result.published;
+    const host::Request& request = facts.request;
+    AddImages(report, *request.inputs[0], *request.inputs[1], published ? request.output : nullptr);
+    if (published) {
+        AddTags(report, *published);
         report.links.push_back({"output", options.output / "output.png"});
         report.links.push_back({"tags", options.output / "tags.json"});
-        if (report.disparity) {
+        if (std::cmp_equal(published->depthPictureSize, request.depth->planeSize(0))) {
+            SetDisparity(report, *request.depth, request.depth->width());
             report.links.push_back({"disparity", options.output / "disparity.png"});
         }
     }
@@ -130,17 +127,17 @@ Report ReportOf(const Inspection& inspection, const Replayed& replayed) {
     AddParameters(report, replayed.taken.value_or(replayed.asked));
     report.overlays.mainCrop->sensor = replayed.mainSensor;
     report.overlays.auxCrop->sensor = replayed.auxSensor;
-    if (replayed.result.published) {
-        AddTags(report, *replayed.result.published);
-        AddRunImages(report, replayed.main, replayed.aux, replayed.output);
-        if (replayed.outputDifference && !replayed.outputDifference->identical()) {
-            AddPicture(report, "dumped output", replayed.dumpedOutput);
-            AddComparison(report, "dumped output", replayed.dumpedOutput, "output",
-                          replayed.output);
-        }
-        if (replayed.disparity.height() > 0) {
-            SetDisparity(report, replayed.disparity, replayed.main.width());
-        }
+    const auto& published = replayed.result.published;
+    AddImages(report, replayed.main, replayed.aux, published ? &replayed.output : nullptr);
+    if (published) {
+        AddTags(report, *published);
+    }
+    if (replayed.outputDifference && !replayed.outputDifference->identical()) {
+        AddPicture(report, "dumped output", replayed.dumpedOutput);
+        AddComparison(report, "dumped output", replayed.dumpedOutput, "output", replayed.output);
+    }
+    if (replayed.disparity.height() > 0) {
+        SetDisparity(report, replayed.disparity, replayed.main.width());
     }
     report.sections.push_back({"Run", {{"calibration", replayed.calibration}}});
     AddDumpLinks(report, inspection.set);

@@ -11,7 +11,8 @@ namespace fs = std::filesystem;
 
 CLI::Option* AddReportOption(CLI::App& command, fs::path& file) {
     return command
-        .add_option("--report", file, "write a page for a browser that shows all of it, ending\nin .html")
+        .add_option("--report", file,
+                    "write a page for a browser that shows all of it, ending\nin .html")
         ->type_name("FILE")
         ->check([](const std::string& text) {
             // Nobody's picture is to be lost to a forgotten word on the command line.

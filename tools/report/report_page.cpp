@@ -111,19 +111,19 @@ std::string LinkTo(const fs::path& file, const fs::path& folder) {
 }
 
 Json DataOf(const Report& report, const fs::path& folder) {
-    Json data{{"command", report.command},
-              {"title", report.title},
-              {"findings", Json::array()},
-              {"pictures", Json::object()},
-              {"comparisons", Json::array()},
-              {"disparity", OrNull(report.disparity)},
-              {"focusDisparity",
-               report.focusDisparity ? Json(*report.focusDisparity) : Json(nullptr)},
-              {"overlays", ToJson(report.overlays)},
-              {"sections", Json::array()},
-              {"log", LogJson(report.log)},
-              {"links", Json::array()},
-              {"colours", FalseColourSteps()}};
+    Json data{
+        {"command", report.command},
+        {"title", report.title},
+        {"findings", Json::array()},
+        {"pictures", Json::object()},
+        {"comparisons", Json::array()},
+        {"disparity", OrNull(report.disparity)},
+        {"focusDisparity", report.focusDisparity ? Json(*report.focusDisparity) : Json(nullptr)},
+        {"overlays", ToJson(report.overlays)},
+        {"sections", Json::array()},
+        {"log", LogJson(report.log)},
+        {"links", Json::array()},
+        {"colours", FalseColourSteps()}};
     for (const ReportFinding& finding : report.findings) {
         data["findings"].push_back(ToJson(finding));
     }
@@ -176,6 +176,5 @@ std::string Filled(std::string_view page,
 
 std::string PageOf(const Report& report, const fs::path& folder) {
     const std::string data = ScriptText(DataOf(report, folder));
-    return Filled(kPageHtml,
-                  {{"{page.css}", kPageCss}, {"{data}", data}, {"{page.js}", kPageJs}});
+    return Filled(kPageHtml, {{"{page.css}", kPageCss}, {"{data}", data}, {"{page.js}", kPageJs}});
 }

@@ -76,10 +76,9 @@ host::Image GreyOf(const NumberMap& map) {
 void AddPicture(Report& report, const std::string& name, const host::Image& image) {
     const Size full{image.width(), image.height()};
     const Size size = Reduced(full);
-    const RgbImage picture =
-        Nv12ToRgb(size.width == full.width && size.height == full.height
-                      ? image
-                      : ScaleNv12(image, size.width, size.height, 0));
+    const RgbImage picture = Nv12ToRgb(size.width == full.width && size.height == full.height
+                                           ? image
+                                           : ScaleNv12(image, size.width, size.height, 0));
     report.pictures.push_back(
         {name, full, "data:image/jpeg;base64," + Base64(EncodeJpeg(picture, kJpegQuality))});
 }
@@ -107,8 +106,7 @@ void SetDisparity(Report& report, const host::Image& disparity, int width) {
         low = std::min(low, int{lowest});
         high = std::max(high, int{highest});
     }
-    report.disparity = {
-        {width, disparity.height()}, PngUri(Sampled(disparity, width)), low, high};
+    report.disparity = {{width, disparity.height()}, PngUri(Sampled(disparity, width)), low, high};
     const auto& focus = report.overlays.focus;
     if (focus && focus->x >= 0 && focus->x < width && focus->y >= 0 &&
         focus->y < disparity.height()) {

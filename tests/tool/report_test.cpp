@@ -1,0 +1,162 @@
+// --report, without a browser: what is in the page, and where it stands.
+
+#include <fstream>
+#include <sstream>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "tests/tool/made_capture.h"
+#include "tests/tool/tool_runner.h"
+#include "tools/dumps/dump_set.h"
+#include "tools/image_file.h"
+
+namespace fs = std::filesystem;
+using Names = std::vector<std::string>;
+
+namespace {
+
+std::string ReadText(const fs::path& path) {
+    std::ostringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    return text.str();
+}
+
+// What the page's script gets; checks that nothing else is needed to show it.
+nlohmann::json DataOf(const fs::path& page) {
+    const std::string text = ReadText(page);
+    for (const char* foreign : {"http:", "https:", "src=\"", "@import", "url("}) {
+        EXPECT_EQ(text.find(foreign), std::string::npos) << foreign << " in " << page;
+    }
+    const std::string start = "<script type=\"application/json\" id=\"data\">";
+    const auto from = text.find(start) + start.size();
+    const auto data = nlohmann::json::parse(text.substr(from, text.find("</script>", from) - from),
+                                            nullptr, false);
+    EXPECT_FALSE(data.is_discarded()) << page;
+    return data;
+}
+
+class ReportTest : public testing::Test {
+protected:
+    void SetUp() override {
+        CaptureMaker maker(NODE_LIBRARY, ENGINE_LIBRARY);
+        captures_ = maker.MakeAll(700, 2, folder_ / "camera");
+        set_ = "camera/" + captures_[0].stem;
+        for (const char* name : {"main.png", "aux.png"}) {
+            WriteBytes(folder_ / name, EncodePng(Paint(64, 48, Texture)));
+        }
+    }
+
+    const TestFolder temporary_;
+    const fs::path folder_ = temporary_.path();
+    std::vector<MadeCapture> captures_;
+    std::string set_;
+};
+
+TEST_F(ReportTest, HoldsWhatTheCommandKnows) {
+    const std::string calibration = captures_[0].calibration;
+    struct {
+        Names arguments;
+        Names pictures;
+        Names sections;
+        bool log;
+    } const kRuns[] = {
+        {{"inspect", set_}, {"aux", "main", "output"}, {"Parameters", "Files"}, false},
+        {{"replay", set_, "--calibration", calibration},
+         {"aux", "main", "output"},
+         {"Parameters", "Published tags", "Run"},
+         true},
+        {{"replay", set_, "--calibration", calibration, "--focus", "31,42"},
+         {"aux", "dumped output", "main", "output"},
+         {"Parameters", "Published tags", "Run"},
+         true},
+        {{"render", "main.png", "aux.png", "-o", "out", "--debug-view", "1"},
+         {"aux", "main", "output"},
+         {"Parameters", "Published tags", "Request"},
+         true},
+    };
+    for (const auto& run : kRuns) {
+        SCOPED_TRACE(testing::PrintToString(run.arguments));
+        Names arguments = run.arguments;
+        arguments.insert(arguments.end(), {"--report", "pages/page.html"});
+        const ToolRun done = RunTool(arguments, folder_);
+        ASSERT_NE(done.exitCode, 2) << done.errors;
+        EXPECT_EQ(NamesIn(folder_ / "pages"), Names{"page.html"});
+
+        const auto data = DataOf(folder_ / "pages/page.html");
+        Names pictures;
+        for (const auto& [name, picture] : data["pictures"].items()) {
+            pictures.push_back(name);
+        }
+        EXPECT_EQ(pictures, run.pictures);
+        Names sections;
+        for (const auto& section : data["sections"]) {
+            sections.push_back(section["title"]);
+        }
+        EXPECT_EQ(sections, run.sections);
+        EXPECT_EQ(!data["log"].empty(), run.log);
+        for (const auto& link : data["links"]) {
+            const std::string target = link["target"];
+            EXPECT_TRUE(fs::exists(folder_ / "pages" / target)) << target;
+        }
+    }
+    EXPECT_EQ(NamesIn(folder_ / "out"), (Names{"output.png", "tags.json"}))
+        << "dumped for the page alone";
+}
+
+TEST_F(ReportTest, TellsWhereTheNodeFocused) {
+    ASSERT_EQ(RunTool({"inspect", set_, "--report", "page.html"}, folder_).exitCode, 0);
+    const auto data = DataOf(folder_ / "page.html");
+    const DumpSet set = FindDumpSet(folder_ / set_);
+    const auto& [width, height] = std::pair(captures_[0].width, captures_[0].height);
+    EXPECT_EQ(data["disparity"]["size"], (std::vector{width, height}));
+    const int x = data["overlays"]["focus"][0];
+    const int y = data["overlays"]["focus"][1];
+    const auto& file = *set.file(DumpRole::kDisparity);
+    const std::string bytes = ReadText(file.path);
+    const auto at = static_cast<std::size_t>(y * file.name.first + x);
+    EXPECT_EQ(data["focusDisparity"], static_cast<unsigned char>(bytes[at]));
+}
+
+TEST_F(ReportTest, PutsAFallbackAndItsReasonFirst) {
+    WriteBytes(folder_ / "flat.png", EncodePng(Paint(64, 48, [](int, int) {
+                   return Colour{90, 140, 60};
+               })));
+    const ToolRun run = RunTool(
+        {"render", "flat.png", "flat.png", "-o", "out", "--report", "out/page.html"}, folder_);
+    EXPECT_EQ(run.exitCode, 1) << run.errors;
+    const auto data = DataOf(folder_ / "out/page.html");
+    EXPECT_EQ(data["findings"][0]["kind"], "wrong");
+    EXPECT_EQ(data["findings"][0]["name"], "copy");
+    EXPECT_NE(data["findings"][1]["text"].get<std::string>().find("TSL_DCIR_"), std::string::npos);
+}
+
+TEST_F(ReportTest, RefusesWhatItCannotWriteAndLosesNothing) {
+    WriteBytes(folder_ / "kept.png", {'k', 'e', 'p', 't'});
+    fs::create_directory(folder_ / "folder.html");
+    struct {
+        Names arguments;
+        Names said;
+    } const kRuns[] = {
+        {{"inspect", set_, "--report", "kept.png"}, {"--report", ".html", "kept.png"}},
+        {{"inspect", set_, "--report", "kept.png/page.html"}, {"kept.png", "folder"}},
+        {{"inspect", set_, "--report", "folder.html"}, {"folder.html", "expected a file"}},
+        {{"inspect", "camera", "--report", "page.html"}, {"--report", "one dump set", "found 2"}},
+        {{"replay", "camera", "--all", "-o", "out", "--report", "page.html"}, {"--report"}},
+        {{"replay", set_, "-o", "out", "--report", "folder.html"}, {"expected a file"}},
+        {{"render", "main.png", "aux.png", "-o", "out", "--report", "folder.html"},
+         {"folder.html", "expected a file"}},
+    };
+    const Names before = NamesIn(folder_);
+    for (const auto& run : kRuns) {
+        const ToolRun done = RunTool(run.arguments, folder_);
+        EXPECT_EQ(done.exitCode, 2) << testing::PrintToString(run.arguments);
+        for (const std::string& text : run.said) {
+            EXPECT_NE(done.errors.find(text), std::string::npos) << text << " in:\n" << done.errors;
+        }
+    }
+    EXPECT_EQ(NamesIn(folder_), before);
+    EXPECT_EQ(ReadText(folder_ / "kept.png"), "kept");
+}
+
+} // namespace
