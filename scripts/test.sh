@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Builds everything and runs all tests: optimised, under the address and undefined-behaviour
 # sanitizers, under the thread sanitizer and as 64-bit ARM code, with the static checks of the node.
-# With --all also under clang, with the static checks of everything, the branch coverage of the node
-# and the check of the device build file.
+# With --all also under clang, with the static checks of everything, the branch coverage of the node,
+# the check of the device build file and reports in a browser.
 # Needs Debian 12 and root or sudo, for what is not installed yet.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/.."

@@ -356,10 +356,9 @@ async function showDisparity() {
   const focus = data.focusDisparity;
   const inPlane = (value) => focus === null || Math.abs(value - focus) <= focusReach;
   const colourOf = (value) => {
-    const colour = colourAt((value - low) / range);
-    if (!planeShown || inPlane(value)) return colour;
-    const grey = Math.round((0.3 * colour[0] + 0.6 * colour[1] + 0.1 * colour[2]) * 0.35);
-    return [grey, grey, grey];
+    const share = (value - low) / range;
+    return !planeShown || inPlane(value) ? colourAt(share)
+      : new Array(3).fill(Math.round(40 + 80 * share)); // far dark, near lighter
   };
   showScale("disparity, larger is nearer", low, high, (value) => colourAt((value - low) / range),
     focus === null ? null : { value: focus, reach: focusReach, shown: planeShown });

@@ -48,16 +48,21 @@ std::string PngUri(const host::Image& grey) {
     return "data:image/png;base64," + Base64(EncodePng(grey));
 }
 
+// Of `full` pixels reduced to `reduced`, the one in the middle of those that place `i` stands for.
+int SourceOf(int i, int full, int reduced) {
+    return static_cast<int>((std::int64_t{2} * i + 1) * full / (std::int64_t{2} * reduced));
+}
+
 // Each place keeps a number that really stands there.
 host::Image Sampled(const host::Image& grey, int width) {
     const Size size = Reduced({width, grey.height()});
     host::Image sampled(host::Image::Format::Y8, size.width, size.height, size.width);
     for (int y = 0; y < size.height; ++y) {
-        const std::int64_t row = (2 * std::int64_t{y} + 1) * grey.height() / (2 * size.height);
+        const std::ptrdiff_t row = SourceOf(y, grey.height(), size.height);
         const std::uint8_t* from = grey.plane(0) + row * grey.pitch();
         std::uint8_t* to = sampled.plane(0) + static_cast<std::ptrdiff_t>(y) * size.width;
         for (int x = 0; x < size.width; ++x) {
-            to[x] = from[(2 * std::int64_t{x} + 1) * width / (2 * size.width)];
+            to[x] = from[SourceOf(x, width, size.width)];
         }
     }
     return sampled;
