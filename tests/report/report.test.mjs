@@ -15,7 +15,7 @@ const DESKTOP = { viewport: { width: 1280, height: 900 } };
 const PHONE = { viewport: { width: 390, height: 844 }, hasTouch: true, isMobile: true };
 
 // The coloured pair: the output of debug view 2 is the aux image, and a region gives the focus.
-const REGION = [40, 60, 119, 99];
+const REGION = [40, 60, 119, 109];
 const FACES = [[200, 20, 50, 80], [20, 140, 60, 60]];
 const COLOURED = ["--debug-view", "2", "--af-region", REGION.join(), "--face-rotation", "90",
   ...FACES.flatMap((face) => ["--face", face.join()])];
@@ -32,12 +32,18 @@ before(async () => {
   pages.coloured = material.report("coloured", 0, "render", "red.png", "blue.png", "-o", "coloured",
     ...COLOURED);
   pages.scene = material.report("scene", 0, "render", "left.png", "right.png", "-o", "scene",
-    "--focus", "160,121", "--log", "6", "--dump");
+    "--focus", "160,121", "--log", "6", "--dump", "--set", `persist.x=${"long".repeat(22)}`);
   browser = await chromium.launch({ executablePath: process.env.CHROMIUM, args: ["--no-sandbox"] });
   probe = await browser.newPage();
 });
 
 after(async () => browser?.close());
+
+// The page of a replay of the scene's dumps that differs from them.
+function replay(name, ...changes) {
+  const set = readdirSync(path.join(material.folder, "scene")).find((file) => file.endsWith(".Y8"));
+  return material.report(name, 1, "replay", `scene/${set}`, ...changes);
+}
 
 // Opens a page, and fails the test for any message, error or request of its own.
 async function open(t, file, options = DESKTOP) {
@@ -157,6 +163,8 @@ test("space and a click swap the pictures", async (t) => {
   assertColour(await colours(), BLUE, "after space");
   await page.locator("#stage").click();
   assertColour(await colours(), RED, "after a click");
+  await page.getByRole("button", { name: "Swap" }).click();
+  assertColour(await colours(), BLUE, "after the button");
   await page.getByRole("button", { name: "By itself" }).click();
   await page.waitForFunction(() => !document.getElementById("after").hidden);
   await page.keyboard.press("1");
@@ -191,10 +199,17 @@ test("overlays stand where they should", async (t) => {
   assertColour((await shown(page))(20, 20), BLUE, "aux");
 });
 
+test("a replay is compared with what was dumped", async (t) => {
+  const page = await open(t, replay("changed", "--blur", "40"));
+  assert.match(await page.locator("#findings li").first().textContent(), /i32BlurIntensity: 100 -> 40/);
+  await page.getByLabel("Compare").selectOption("dumped output | output");
+  assert.equal(await page.locator("#beforeName").textContent(), "dumped output");
+  await page.keyboard.press("3");
+  assert.match(await page.locator("#scaleTitle").textContent(), /^dumped output against output/);
+});
+
 test("a crop stands in its sensor", async (t) => {
-  const set = readdirSync(path.join(material.folder, "scene")).find((name) => name.endsWith(".Y8"));
-  const page = await open(t, material.report("cropped", 1, "replay", `scene/${set}`,
-    "--main-crop", "320x240", "--main-sensor", "640x480"));
+  const page = await open(t, replay("cropped", "--main-crop", "320x240", "--main-sensor", "640x480"));
   const [sensor, part] = [await edges(page, ".crop rect.dashed"), await edges(page, ".crop .filled")];
   const sides = ([left, top, right, bottom]) => [right - left, bottom - top];
   assertNear(sides(part), sides(sensor).map((side) => side / 2), "half as wide and high");
