@@ -13,8 +13,8 @@ constexpr int kReportSide = 1600;
 // Adds an NV12 image.
 void AddPicture(Report& report, const std::string& name, const host::Image& image);
 
-// Adds both orders' difference of two NV12 images that were added under these names; nothing where
-// they differ in size.
+// Adds the comparison of two NV12 images that were added under these names; nothing where they
+// differ in size.
 void AddComparison(Report& report, const std::string& before, const host::Image& a,
                    const std::string& after, const host::Image& b);
 
