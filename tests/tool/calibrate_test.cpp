@@ -18,8 +18,8 @@ using Names = std::vector<std::string>;
 
 namespace {
 
-constexpr int kWidth = 640;
-constexpr int kHeight = 480;
+constexpr int kPhotoWidth = 640;
+constexpr int kPhotoHeight = 480;
 constexpr double kFocal = 700;
 constexpr double kBaseline = 40;
 constexpr double kSquare = 25;
@@ -54,8 +54,8 @@ RgbImage Photo(const Pose& pose, double offset) {
         return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
     };
     const auto light = [&](double px, double py) {
-        const double ray[3] = {(px - (kWidth - 1) / 2.0) / kFocal,
-                               (py - (kHeight - 1) / 2.0) / kFocal, 1};
+        const double ray[3] = {(px - (kPhotoWidth - 1) / 2.0) / kFocal,
+                               (py - (kPhotoHeight - 1) / 2.0) / kFocal, 1};
         const double reach = dot(origin, normal) / dot(ray, normal);
         const double hit[3] = {ray[0] * reach - origin[0], ray[1] * reach - origin[1],
                                ray[2] * reach - origin[2]};
@@ -68,7 +68,7 @@ RgbImage Photo(const Pose& pose, double offset) {
         const bool dark = inside && (static_cast<int>(u) + static_cast<int>(v)) % 2 == 0;
         return dark ? 20.0 : 235.0;
     };
-    return Paint(kWidth, kHeight, [&](int x, int y) {
+    return Paint(kPhotoWidth, kPhotoHeight, [&](int x, int y) {
         double sum = 0;
         for (int i = 0; i < 16; ++i) {
             sum += light(x + (i % 4 - 1.5) / 4, y + (i / 4 - 1.5) / 4);
@@ -104,7 +104,7 @@ TEST_F(CalibrateTest, BoardsGiveTheCamerasAndBadViewsAreLeftOut) {
         arguments.push_back("m" + number);
         aux.push_back("a" + number);
     }
-    WriteBytes(folder_ / "none.png", EncodePng(RgbImage(kWidth, kHeight)));
+    WriteBytes(folder_ / "none.png", EncodePng(RgbImage(kPhotoWidth, kPhotoHeight)));
     arguments.push_back("m0.png");
     aux.push_back("none.png");
     arguments.insert(arguments.end(), aux.begin(), aux.end());
@@ -123,7 +123,7 @@ TEST_F(CalibrateTest, BoardsGiveTheCamerasAndBadViewsAreLeftOut) {
     refocus::Calibration calibration;
     ASSERT_EQ(refocus::ParseCalibration(ReadFileBytes(folder_ / "cali.bin"), calibration),
               refocus::Error::kNone);
-    EXPECT_EQ(calibration.main.width, kWidth * 100);
+    EXPECT_EQ(calibration.main.width, kPhotoWidth * 100);
     EXPECT_NEAR(calibration.main.fx, kFocal, 0.01 * kFocal);
     EXPECT_NEAR(calibration.aux.fy, kFocal, 0.01 * kFocal);
     EXPECT_NEAR(calibration.translation[0], -kBaseline, 0.5);

@@ -20,8 +20,8 @@ using Names = std::vector<std::string>;
 
 namespace {
 
-constexpr int kWidth = 120;
-constexpr int kHeight = 80;
+constexpr int kPictureWidth = 120;
+constexpr int kPictureHeight = 80;
 constexpr int kPitch = 128;
 constexpr char kMain[] = "IMG_20240131_235959_0_128x80.nv12";
 constexpr char kOutput[] = "IMG_20240131_235959_res_128x80.nv12";
@@ -29,7 +29,7 @@ constexpr char kDisparity[] = "IMG_20240131_235959_0_128x80.Y8";
 
 // Broad colours, the same over each chroma sample.
 RgbImage Picture() {
-    return Paint(kWidth, kHeight, [](int x, int y) {
+    return Paint(kPictureWidth, kPictureHeight, [](int x, int y) {
         const auto level = static_cast<std::uint8_t>(40 + x / 8 * 8);
         return Colour{level, static_cast<std::uint8_t>(30 + y / 8 * 16), 120};
     });
@@ -37,8 +37,8 @@ RgbImage Picture() {
 
 host::Image Dump() {
     host::Image image = RgbToNv12(Picture(), kPitch);
-    for (int y = 0; y < kHeight; ++y) {
-        for (int x = kWidth; x < kPitch; ++x) { // which no command may look at
+    for (int y = 0; y < kPictureHeight; ++y) {
+        for (int x = kPictureWidth; x < kPitch; ++x) { // which no command may look at
             image.plane(0)[y * kPitch + x] = static_cast<std::uint8_t>(x * y);
         }
     }
@@ -54,10 +54,10 @@ protected:
         changed.plane(0)[3 * kPitch + 7] ^= 0x10;
         changed.plane(0)[9 * kPitch + 5] ^= 0x01;
         changed.plane(1)[10 * kPitch + 31] ^= 0x04; // V
-        changed.plane(0)[kWidth] ^= 0xff;           // padding
+        changed.plane(0)[kPictureWidth] ^= 0xff;    // padding
         WriteBytes(folder_ / kOutput, changed.bytes());
         std::vector<std::uint8_t> disparity;
-        for (int i = 0; i < kPitch * kHeight; ++i) {
+        for (int i = 0; i < kPitch * kPictureHeight; ++i) {
             disparity.push_back(static_cast<std::uint8_t>(i / 40));
         }
         WriteBytes(folder_ / kDisparity, disparity);
@@ -84,9 +84,10 @@ TEST_F(PictureCommandTest, ConvertsDumpsAndBack) {
 
     // The pitch stands in the name; what was disparity comes back byte for byte.
     ASSERT_EQ(Run({"convert", png, "-o", "back"}).exitCode, 0);
-    const host::Image back = ReadNv12Dump(folder_ / "back" / kMain, kWidth, kPitch, kHeight);
+    const host::Image back =
+        ReadNv12Dump(folder_ / "back" / kMain, kPictureWidth, kPitch, kPictureHeight);
     const PictureDifference difference =
-        Compare(back, Nv12FromBytes(Dump().bytes(), kWidth, kPitch, kHeight));
+        Compare(back, Nv12FromBytes(Dump().bytes(), kPictureWidth, kPitch, kPictureHeight));
     EXPECT_LE(difference.largest(), 3) << InWords(difference);
     ASSERT_EQ(Run({"convert", "seen/IMG_20240131_235959_0_128x80_disparity.png", "--to", "y8",
                    "--pitch", "128", "-o", "back"})
@@ -94,8 +95,8 @@ TEST_F(PictureCommandTest, ConvertsDumpsAndBack) {
               0);
     EXPECT_TRUE(
         Compare(ReadY8Dump(folder_ / "back/IMG_20240131_235959_0_128x80_disparity_128x80.Y8",
-                           kWidth, kPitch, kHeight),
-                ReadY8Dump(folder_ / kDisparity, kWidth, kPitch, kHeight))
+                           kPictureWidth, kPitch, kPictureHeight),
+                ReadY8Dump(folder_ / kDisparity, kPictureWidth, kPitch, kPictureHeight))
             .identical());
 }
 
@@ -132,7 +133,7 @@ TEST_F(PictureCommandTest, DiffFindsWhatDiffersAndLeavesOutPadding) {
     ASSERT_EQ(run.exitCode, 1) << run.errors;
     const auto report = nlohmann::json::parse(run.output);
     EXPECT_EQ(report["identical"], false);
-    EXPECT_EQ(report["width"], kWidth);
+    EXPECT_EQ(report["width"], kPictureWidth);
     EXPECT_EQ(report["first"]["x"], 7);
     EXPECT_EQ(report["first"]["y"], 3);
     EXPECT_EQ(report["first"]["plane"], "Y");
@@ -140,7 +141,7 @@ TEST_F(PictureCommandTest, DiffFindsWhatDiffersAndLeavesOutPadding) {
     EXPECT_EQ(planes[0]["differing"], 2);
     EXPECT_EQ(planes[0]["largest"], 16);
     EXPECT_NEAR(planes[0]["psnr"].get<double>(),
-                10 * std::log10(255.0 * 255.0 * kWidth * kHeight / (256 + 1)), 1e-9);
+                10 * std::log10(255.0 * 255.0 * kPictureWidth * kPictureHeight / (256 + 1)), 1e-9);
     EXPECT_TRUE(planes[1]["psnr"].is_null());
     EXPECT_EQ(planes[2]["differing"], 1);
     const RgbImage heat = ReadImageFile(folder_ / "heat.png");
@@ -169,12 +170,12 @@ class DiffTest : public PictureCommandTest, public testing::WithParamInterface<D
 TEST_P(DiffTest, Answers) {
     const host::Image dump = Dump();
     WriteBytes(folder_ / "copy_128x80.nv12", dump.bytes());
-    host::Image narrow = RgbToNv12(Picture(), kWidth);
+    host::Image narrow = RgbToNv12(Picture(), kPictureWidth);
     WriteBytes(folder_ / "narrow_120x80.nv12", narrow.bytes());
     WriteBytes(folder_ / "short_128x80.nv12", std::vector<std::uint8_t>(1000));
     WriteBytes(folder_ / "plain.nv12", dump.bytes());
-    WriteBytes(folder_ / "main.png",
-               EncodePng(Nv12ToRgb(Nv12FromBytes(dump.bytes(), kWidth, kPitch, kHeight))));
+    WriteBytes(folder_ / "main.png", EncodePng(Nv12ToRgb(Nv12FromBytes(dump.bytes(), kPictureWidth,
+                                                                       kPitch, kPictureHeight))));
     WriteBytes(folder_ / "small.png", EncodePng(RgbImage(20, 10)));
     Names arguments{"diff"};
     arguments.insert(arguments.end(), GetParam().arguments.begin(), GetParam().arguments.end());

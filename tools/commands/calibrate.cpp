@@ -24,7 +24,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct Options {
+struct CalibrateOptions {
     std::vector<fs::path> main;
     std::vector<fs::path> aux;
     Board board;
@@ -69,8 +69,8 @@ void PrintViews(const BoardCalibration& boards) {
     std::printf("all together %.3f pixels off\n", boards.error);
 }
 
-void Report(const Options& options, const refocus::Calibration& calibration,
-            const BoardCalibration* boards) {
+void ShowResult(const CalibrateOptions& options, const refocus::Calibration& calibration,
+                const BoardCalibration* boards) {
     if (options.json) {
         nlohmann::ordered_json report = ToJson(calibration);
         if (boards != nullptr) {
@@ -86,7 +86,7 @@ void Report(const Options& options, const refocus::Calibration& calibration,
     std::printf("%s", InWords(calibration).c_str());
 }
 
-int Show(const Options& options) {
+int Show(const CalibrateOptions& options) {
     refocus::Calibration calibration;
     const refocus::Error error =
         refocus::ParseCalibration(ReadFileBytes(options.show), calibration);
@@ -94,22 +94,22 @@ int Show(const Options& options) {
         throw UseError(options.show.string() + ": expected a calibration file: " +
                        refocus::Describe(refocus::Result(error)).sentence);
     }
-    Report(options, calibration, nullptr);
+    ShowResult(options, calibration, nullptr);
     return kExitDone;
 }
 
-int Finish(const Options& options, refocus::Calibration calibration,
+int Finish(const CalibrateOptions& options, refocus::Calibration calibration,
            const BoardCalibration* boards) {
     calibration.mountAngle = options.mountAngle;
     calibration.nearestDistance = options.nearest;
     OutputFolder folder(fs::absolute(options.output).parent_path());
     folder.Write(options.output.filename().string(), refocus::WriteCalibration(calibration));
     folder.Commit();
-    Report(options, calibration, boards);
+    ShowResult(options, calibration, boards);
     return kExitDone;
 }
 
-int CalibrateBoards(const Options& options) {
+int CalibrateBoards(const CalibrateOptions& options) {
     if (options.main.size() != options.aux.size()) {
         throw UseError("--main and --aux: expected as many photos of each camera, found " +
                        std::to_string(options.main.size()) + " and " +
@@ -130,7 +130,7 @@ int CalibrateBoards(const Options& options) {
     return Finish(options, boards.calibration, &boards);
 }
 
-int Calibrate(const Options& options) {
+int Calibrate(const CalibrateOptions& options) {
     const bool boards = !options.main.empty() || !options.aux.empty();
     const bool files = !options.intrinsics.empty() || !options.extrinsics.empty();
     if ((boards ? 1 : 0) + (files ? 1 : 0) + (options.show.empty() ? 0 : 1) != 1) {
@@ -167,7 +167,7 @@ Size ParseSides(const char* option, const std::string& text, int least) {
     return {n[0], n[1]};
 }
 
-void AddSources(CLI::App& command, Options& options) {
+void AddSources(CLI::App& command, CalibrateOptions& options) {
     command.add_option("--main", options.main, "photos of a chessboard by the main camera")
         ->type_name("FILE...");
     command
@@ -214,7 +214,7 @@ void AddSources(CLI::App& command, Options& options) {
 } // namespace
 
 std::function<int()> PrepareCalibrate(CLI::App& command) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<CalibrateOptions>();
     AddSources(command, *options);
     command.add_option("--show", options->show, "put a calibration file into words")
         ->type_name("FILE");

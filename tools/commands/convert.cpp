@@ -25,7 +25,7 @@ using Kind = PictureFile::Kind;
 
 namespace {
 
-struct Options {
+struct ConvertOptions {
     std::vector<fs::path> files;
     fs::path output;
     std::string to;
@@ -77,7 +77,7 @@ void PrintCommands(const fs::path& path, const PictureFile& picture) {
                 Quoted(path.string()).c_str(), filter.c_str(), Quoted(png.string()).c_str());
 }
 
-Kind TargetOf(const Options& options, Kind source) {
+Kind TargetOf(const ConvertOptions& options, Kind source) {
     if (options.to.empty()) {
         return source == Kind::kRgb ? Kind::kNv12 : Kind::kRgb;
     }
@@ -107,7 +107,7 @@ host::Image GreyImage(const fs::path& path, const RgbImage& picture, int pitch) 
 }
 
 // The pitch asked for, else the one in the picture's own name where a dump was its origin.
-int PitchFor(const Options& options, const std::optional<SizedName>& name,
+int PitchFor(const ConvertOptions& options, const std::optional<SizedName>& name,
              const RgbImage& picture) {
     if (options.pitch != 0) {
         if (options.pitch < picture.width) {
@@ -121,8 +121,8 @@ int PitchFor(const Options& options, const std::optional<SizedName>& name,
     return named ? name->first : picture.width / 2 * 2;
 }
 
-Written WriteDump(const Options& options, const fs::path& path, const RgbImage& picture, Kind kind,
-                  OutputFolder& folder) {
+Written WriteDump(const ConvertOptions& options, const fs::path& path, const RgbImage& picture,
+                  Kind kind, OutputFolder& folder) {
     const auto name = ParseSizedName(path.filename().string());
     const int pitch = PitchFor(options, name, picture);
     const host::Image image =
@@ -133,7 +133,7 @@ Written WriteDump(const Options& options, const fs::path& path, const RgbImage& 
     return {path, folder.path() / target.Text(), image.width(), image.height()};
 }
 
-Written ConvertOne(const Options& options, const fs::path& path) {
+Written ConvertOne(const ConvertOptions& options, const fs::path& path) {
     const Progress progress("converting " + path.filename().string());
     const PictureFile picture =
         ReadPictureFile(path, options.width > 0 ? std::optional(options.width) : std::nullopt);
@@ -159,7 +159,7 @@ Written ConvertOne(const Options& options, const fs::path& path) {
     return written;
 }
 
-int PrintAllCommands(const Options& options) {
+int PrintAllCommands(const ConvertOptions& options) {
     for (const fs::path& path : options.files) {
         if (KindOf(path) == Kind::kRgb) {
             throw UseError(path.string() + ": expected a dump, found another kind of file");
@@ -170,7 +170,7 @@ int PrintAllCommands(const Options& options) {
     return kExitDone;
 }
 
-int Convert(const Options& options) {
+int Convert(const ConvertOptions& options) {
     if (options.commands) {
         return PrintAllCommands(options);
     }
@@ -194,7 +194,7 @@ int Convert(const Options& options) {
 } // namespace
 
 std::function<int()> PrepareConvert(CLI::App& command) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<ConvertOptions>();
     command.add_option("FILE", options->files, "dumps (.nv12, .Y8), or PNG or JPEG pictures")
         ->required();
     command

@@ -25,7 +25,7 @@ using Kind = PictureFile::Kind;
 
 namespace {
 
-struct Options {
+struct DiffOptions {
     fs::path a;
     fs::path b;
     int width = 0;
@@ -53,7 +53,7 @@ struct Pictures {
     PictureFile b;
 };
 
-Pictures Read(const Options& options) {
+Pictures Read(const DiffOptions& options) {
     const Progress progress("reading the pictures");
     const auto width = options.width > 0 ? std::optional(options.width) : std::nullopt;
     auto other = std::async(std::launch::async, [&] { return ReadPictureFile(options.b, width); });
@@ -81,7 +81,8 @@ void WriteHeatMap(const fs::path& path, const Pictures& pictures) {
     folder.Commit();
 }
 
-void Print(const Options& options, const Pictures& pictures, const PictureDifference& difference) {
+void Print(const DiffOptions& options, const Pictures& pictures,
+           const PictureDifference& difference) {
     if (!options.json) {
         std::printf("%s", InWords(difference).c_str());
         return;
@@ -94,7 +95,7 @@ void Print(const Options& options, const Pictures& pictures, const PictureDiffer
     std::printf("%s", JsonText(report).c_str());
 }
 
-int Diff(const Options& options) {
+int Diff(const DiffOptions& options) {
     const Pictures pictures = Read(options);
     const PictureFile& a = pictures.a;
     const PictureFile& b = pictures.b;
@@ -127,7 +128,7 @@ int Diff(const Options& options) {
 } // namespace
 
 std::function<int()> PrepareDiff(CLI::App& command) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<DiffOptions>();
     command.add_option("A", options->a, "a dump (.nv12, .Y8), or a PNG or JPEG picture")
         ->required();
     command.add_option("B", options->b, "another one of the same size")->required();

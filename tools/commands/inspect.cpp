@@ -26,7 +26,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct Options {
+struct InspectOptions {
     std::vector<fs::path> places;
     fs::path output;
     bool json = false;
@@ -59,7 +59,7 @@ std::optional<ReportFile> OpenReport(const fs::path& file, std::size_t sets) {
     return std::optional<ReportFile>(std::in_place, file);
 }
 
-void WriteReport(ReportFile& file, const Options& options, const Inspection& inspection,
+void WriteReport(ReportFile& file, const InspectOptions& options, const Inspection& inspection,
                  const std::string& name) {
     Report report = ReportOf(inspection);
     if (!options.output.empty()) {
@@ -72,7 +72,7 @@ void WriteReport(ReportFile& file, const Options& options, const Inspection& ins
     file.Commit();
 }
 
-int InspectAll(const Options& options) {
+int InspectAll(const InspectOptions& options) {
     const std::vector<DumpSet> sets = FindDumpSets(options.places);
     std::optional<ReportFile> page = OpenReport(options.report, sets.size());
     nlohmann::ordered_json report = nlohmann::ordered_json::array();
@@ -108,7 +108,7 @@ int InspectAll(const Options& options) {
 } // namespace
 
 std::function<int()> PrepareInspect(CLI::App& command) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<InspectOptions>();
     command
         .add_option("PATH", options->places,
                     "folders with dump sets in or below them, or files of sets")

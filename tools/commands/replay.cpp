@@ -27,7 +27,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct Options {
+struct ReplayCommandOptions {
     fs::path place;
     fs::path output;
     bool all = false;
@@ -56,7 +56,7 @@ void WriteFiles(const fs::path& output, const std::string& stem, const Replayed&
 }
 
 // The set as it was before the replay is inspected for it too.
-void WriteReport(ReportFile& file, const Options& options, const DumpSet& set,
+void WriteReport(ReportFile& file, const ReplayCommandOptions& options, const DumpSet& set,
                  const Replayed& replayed) {
     std::optional<Progress> progress("inspecting " + set.stem);
     const Inspection inspection = Inspect(set);
@@ -70,7 +70,7 @@ void WriteReport(ReportFile& file, const Options& options, const DumpSet& set,
     file.Commit();
 }
 
-int ReplayOne(const Options& options) {
+int ReplayOne(const ReplayCommandOptions& options) {
     const DumpSet set = FindDumpSet(options.place);
     std::optional<ReportFile> report;
     if (!options.report.empty()) {
@@ -88,7 +88,7 @@ int ReplayOne(const Options& options) {
     return replayed.equal() ? kExitDone : kExitFailed;
 }
 
-int Run(Options& options) {
+int Run(ReplayCommandOptions& options) {
     if (options.noFaces) {
         options.replay.faces.emplace();
     }
@@ -114,7 +114,7 @@ std::function<void(const std::string&)> IntoSize(const char* option, std::option
     };
 }
 
-void AddFaceChanges(CLI::App& command, Options& options) {
+void AddFaceChanges(CLI::App& command, ReplayCommandOptions& options) {
     ReplayOptions& replay = options.replay;
     command
         .add_option_function<std::vector<std::string>>(
@@ -144,7 +144,7 @@ void AddFaceChanges(CLI::App& command, Options& options) {
         ->check(CLI::Range(1, 4));
 }
 
-void AddChanges(CLI::App& command, Options& options) {
+void AddChanges(CLI::App& command, ReplayCommandOptions& options) {
     ReplayOptions& replay = options.replay;
     command.add_option("--blur", replay.blur, "another blur level")
         ->type_name("0..100")
@@ -183,7 +183,7 @@ void AddChanges(CLI::App& command, Options& options) {
 } // namespace
 
 std::function<int()> PrepareReplay(CLI::App& command) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<ReplayCommandOptions>();
     command
         .add_option("SET", options->place,
                     "a file of a dump set, or a folder with one; with --all a\nfolder with any "

@@ -9,7 +9,7 @@
 
 namespace {
 
-void Report(Inspection& inspection, const std::string& text) {
+void ReportProblem(Inspection& inspection, const std::string& text) {
     inspection.findings.push_back({Problem::kParameters, DumpRole::kParameters, text});
 }
 
@@ -27,14 +27,14 @@ void CheckCrop(Inspection& inspection, const char* camera, int width, int height
                PictureSize image) {
     const std::string found = std::string(camera) + "_CropNoScale " + Pair(width, height, 'x');
     if (width <= 0 || height <= 0) {
-        Report(inspection, found + ": expected a part of the sensor");
+        ReportProblem(inspection, found + ": expected a part of the sensor");
         return;
     }
     const double ratio = (1.0 * width / height) / (1.0 * image.width / image.height);
     const double tolerance = 0.004 + 3.0 / std::min({width, height, image.width, image.height});
     if (std::abs(std::log(ratio)) > tolerance) {
-        Report(inspection, found + ": expected the aspect of the image, " +
-                               Pair(image.width, image.height, 'x'));
+        ReportProblem(inspection, found + ": expected the aspect of the image, " +
+                                      Pair(image.width, image.height, 'x'));
     }
 }
 
@@ -44,19 +44,20 @@ void CheckFace(Inspection& inspection, std::size_t index, const DumpedFace& face
                               Pair(face.left, face.top, ',') + " to " +
                               Pair(face.right, face.bottom, ',');
     if (face.left < 0 || face.top < 0 || face.right < face.left - 1 || face.bottom < face.top - 1) {
-        Report(inspection, found + ": expected left, top, right, bottom");
+        ReportProblem(inspection, found + ": expected left, top, right, bottom");
     } else if ((face.left + face.right) / 2 >= image.width ||
                (face.top + face.bottom) / 2 >= image.height) {
-        Report(inspection,
-               found + ": expected it in the image, " + Pair(image.width, image.height, 'x'));
+        ReportProblem(inspection, found + ": expected it in the image, " +
+                                      Pair(image.width, image.height, 'x'));
     }
     if (face.orient < 1 || face.orient > 4) {
-        Report(inspection, "face " + std::to_string(index) + " orient: expected 1 to 4, found " +
-                               std::to_string(face.orient));
+        ReportProblem(inspection, "face " + std::to_string(index) +
+                                      " orient: expected 1 to 4, found " +
+                                      std::to_string(face.orient));
     } else if (face.orient != inspection.parameters->faces.front().orient) {
-        Report(inspection, "face " + std::to_string(index) +
-                               " orient: expected that of the first face, found " +
-                               std::to_string(face.orient));
+        ReportProblem(inspection, "face " + std::to_string(index) +
+                                      " orient: expected that of the first face, found " +
+                                      std::to_string(face.orient));
     }
 }
 
@@ -88,21 +89,21 @@ void CheckParameters(Inspection& inspection) {
     }
     const DumpParameters& values = *inspection.parameters;
     if (values.blur < 0 || values.blur > 100) {
-        Report(inspection,
-               "i32BlurIntensity: expected 0 to 100, found " + std::to_string(values.blur));
+        ReportProblem(inspection,
+                      "i32BlurIntensity: expected 0 to 100, found " + std::to_string(values.blur));
     }
     if (values.degree < 0 || values.degree > 270 || values.degree % 90 != 0) {
-        Report(inspection, "i32ImageDegree: expected 0, 90, 180 or 270, found " +
-                               std::to_string(values.degree));
+        ReportProblem(inspection, "i32ImageDegree: expected 0, 90, 180 or 270, found " +
+                                      std::to_string(values.degree));
     }
     // The parameters' own name tells the main image's size.
     const DumpName& name = inspection.set.file(DumpRole::kParameters)->name;
     const PictureSize image{name.first, name.height};
     if (values.focusX < 0 || values.focusY < 0 || values.focusX >= image.width ||
         values.focusY >= image.height) {
-        Report(inspection, "ptFocus: expected a point of the image, " +
-                               Pair(image.width, image.height, 'x') + ", found " +
-                               Pair(values.focusX, values.focusY, ','));
+        ReportProblem(inspection, "ptFocus: expected a point of the image, " +
+                                      Pair(image.width, image.height, 'x') + ", found " +
+                                      Pair(values.focusX, values.focusY, ','));
     }
     CheckCrop(inspection, "i32Main", values.mainCropWidth, values.mainCropHeight, image);
     CheckAuxCrop(inspection);
