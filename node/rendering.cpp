@@ -138,6 +138,13 @@ void ChiNodeCaptureBokeh::CopyImageToOutput(const PLIM_OFFSCREEN& source) {
     const std::int32_t height = std::min(source.i32Height, output.i32Height);
     for (int plane = 0; plane < 2; ++plane) {
         const std::int32_t rows = plane == 0 ? height : height / 2;
+        // Rows without padding follow one another: one long copy costs less than many short ones.
+        const auto pitch = static_cast<std::size_t>(output.i32Pitch[plane]);
+        if (source.i32Pitch[plane] == output.i32Pitch[plane] && pitch == width) {
+            std::memcpy(RowOf(output, plane, 0), RowOf(source, plane, 0),
+                        width * static_cast<std::size_t>(rows));
+            continue;
+        }
         for (std::int32_t row = 0; row < rows; ++row) {
             const std::int32_t next = std::min(row + 1, rows - 1);
             ExpectRow(RowOf(source, plane, next));

@@ -292,6 +292,24 @@ TEST_F(NodeTest, SizesNeedNotAgree) {
     outputs_ = {flat.list.data()};
     CreateAndProcess();
     EXPECT_EQ(flat.Pixels(64, 1), main_.Pixels(64, 1));
+    Destroy();
+
+    Image likeOutput(64, 48, 72, 8, 0);
+    inputs_[0] = likeOutput.list.data();
+    outputs_ = {output_.list.data()};
+    output_.bytes.assign(output_.bytes.size(), 0x11);
+    CreateAndProcess();
+    EXPECT_EQ(output_.Pixels(), likeOutput.Pixels());
+    EXPECT_EQ(output_.Padding(), std::string(output_.Padding().size(), 0x11));
+    Destroy();
+
+    // Without padding, of odd height, and the source with more rows than there is room for.
+    Image packed(64, 48, 64, 4, 0);
+    Image shorter(64, 31, 64, 5, 7);
+    inputs_[0] = packed.list.data();
+    outputs_ = {shorter.list.data()};
+    CreateAndProcess();
+    EXPECT_EQ(shorter.Pixels(), packed.Pixels(64, 31));
 }
 
 TEST_F(NodeTest, StoppedRequestTouchesNothing) {

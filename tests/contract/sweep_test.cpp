@@ -293,14 +293,24 @@ protected:
             EXPECT_EQ(platform().published.size(), published);
             return;
         }
+        EXPECT_EQ(platform().published.size(), published + 1);
         EXPECT_TRUE(OutputIsMain() || OutputIsRendered());
         EXPECT_EQ(output_.Padding(), std::string(output_.Padding().size(), 0x11));
-        if (platform().published.size() > published && DepthEffect() == 1) {
+        if (DepthEffect() == 1) {
             EXPECT_TRUE(OutputIsMain());
         }
     }
 
-    // Create, negotiate, three requests of growing disparity, destroy.
+    static bool AnyHasFailed() {
+        const auto& calls = platform().calls;
+        return std::ranges::any_of(calls.failing, [&](const auto& call) {
+            const auto count = calls.counts.find(call.first);
+            return count != calls.counts.end() && count->second >= call.second;
+        });
+    }
+
+    // Create, negotiate, three requests of growing disparity and one in which nothing fails,
+    // destroy.
     void Live(const Site& site) {
         createInfo_.Set<void*>(16, nullptr);
         if (const std::uint32_t result = Create(); result != 0) {
@@ -308,6 +318,7 @@ protected:
             EXPECT_EQ(createInfo_.Get<void*>(16), nullptr);
             return;
         }
+        const bool whole = !AnyHasFailed();
         Record record(64);
         record.Set<std::uint32_t>(0, 64);
         record.Set(8, createInfo_.Get<void*>(16));
@@ -322,6 +333,12 @@ protected:
             platform().engine.size = 1000 + 500 * request;
             ExpectSound((site.traits & kRefusesRequests) != 0);
         }
+        const auto calls = platform().calls;
+        platform().calls.failing.clear();
+        platform().engine.size += 500;
+        ExpectSound(false);
+        EXPECT_TRUE(OutputIsRendered() || !whole) << "the next request is affected";
+        platform().calls = calls; // as if it had not been
         Destroy();
     }
 
@@ -415,7 +432,27 @@ TEST_F(Sweep, EngineCallsFailInPairs) {
             ++cells;
         }
     }
-    std::printf("%d cells: pairs of failing engine calls\n", cells);
+    std::printf("%d cells: pairs of failing engine calls in requests\n", cells);
+}
+
+TEST_F(Sweep, EngineCallsFailInPairsFromCreationOn) {
+    int cells = 0;
+    for (const auto& [first, one] : EngineSites()) {
+        for (const auto& [second, other] : EngineSites()) {
+            for (const int nth : {1, 2}) {
+                SCOPED_TRACE(first + " and call " + std::to_string(nth) + " of " + second);
+                // Without calibration from either file the engine is lost.
+                Site both{"", one.texts, one.traits | other.traits | kMayBeQuiet | kLosesEngine};
+                both.texts.insert(both.texts.end(), other.texts.begin(), other.texts.end());
+                Arm({{first, 1}, {second, nth}});
+                Live(both);
+                ExpectDocumentedTexts(both);
+                ExpectNothingLeft();
+                ++cells;
+            }
+        }
+    }
+    std::printf("%d cells: pairs of failing engine calls from creation on\n", cells);
 }
 
 TEST_F(Sweep, SoakOfOneNode) {
