@@ -18,6 +18,8 @@ set(ANDROID_PLATFORM android-29 CACHE STRING "")
 set(ANDROID_STL c++_static CACHE STRING "")
 
 set(BUILD_HOST OFF CACHE BOOL "")
+# A compiler newer than ours may warn of more.
+set(WARNINGS_AS_ERRORS OFF CACHE BOOL "")
 set(CMAKE_BUILD_TYPE Release CACHE STRING "")
 string(JOIN " " link_flags
     -L${PLATFORM_LIBRARIES} -Wl,--no-undefined -Wl,--no-as-needed

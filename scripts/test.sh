@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Builds everything and runs all tests: optimised, under the address and undefined-behaviour
 # sanitizers, under the thread sanitizer and as 64-bit ARM code, with the static checks of the node.
-# With --all also under clang, with the static checks of everything, the branch coverage of the node,
-# the check of the device build file and reports in a browser.
+# With --all also under clang, with the static checks of everything but the tests, the branch
+# coverage of the node, the check of the device build file, reports in a browser and a minute of
+# fuzzing.
 # Needs Debian 12 and root or sudo, for what is not installed yet.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/.."
@@ -36,6 +37,7 @@ if [ "${1-}" = --all ]; then
     ctest --preset release -L all
     run_preset coverage
     scripts/check-coverage
+    scripts/fuzz.sh 1
 else
     scripts/check-tidy node bokehbase engine debug
 fi
