@@ -210,16 +210,19 @@ Alignment EstimateAlignment(const cv::Mat& left, const cv::Mat& right, const Sea
 cv::Mat Align(const cv::Mat& right, const Alignment& alignment) {
     const double cx = (right.cols - 1) / 2.0;
     const double cy = (right.rows - 1) / 2.0;
-    const double moved = std::abs(alignment.offset) + std::abs(alignment.scale - 1.0) * cy +
-                         std::abs(alignment.roll) * cx;
+    const double distance = std::abs(alignment.offset) + std::abs(alignment.scale - 1.0) * cy +
+                            std::abs(alignment.roll) * cx;
     cv::Mat result = right;
-    if (moved > kNoticed) {
+    // Each step makes an image of its own: `right` may be the caller's.
+    if (distance > kNoticed) {
         const double s = alignment.scale;
         const double r = alignment.roll;
         // A similarity, like the cameras' own error, though only its rows were measured.
         const cv::Matx23d map(s, -r, cx - s * cx + r * cy, //
                               r, s, cy - r * cx - s * cy + alignment.offset);
-        cv::warpAffine(right, result, map, right.size(), cv::INTER_CUBIC, cv::BORDER_REPLICATE);
+        cv::Mat moved;
+        cv::warpAffine(right, moved, map, right.size(), cv::INTER_CUBIC, cv::BORDER_REPLICATE);
+        result = moved;
     }
     if (std::abs(alignment.gain - 1.0) > kNoticedGain) {
         cv::Mat brightened;

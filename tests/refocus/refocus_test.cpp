@@ -114,18 +114,26 @@ TEST(Refocus, PitchesChangeNothingAndNothingBeyondRowsIsWritten) {
     }
 }
 
-TEST(Refocus, InputsAreOnlyReadHoweverTheyAreTurned) {
+TEST(Refocus, InputsAreOnlyReadHoweverTheyAreTurnedAndAligned) {
     // Square and too small to be reduced: every step could work in place.
     TwoPlanes scene{.width = 192, .height = 192};
     Pair pair = Render(scene);
-    const std::vector<std::uint8_t> main = pair.main.Pixels();
-    const std::vector<std::uint8_t> aux = pair.aux.Pixels();
-    for (const int degree : {0, 90, 180, 270}) {
-        Engine engine(scene);
-        TSL_DCR_CAMERAIMAGEINFO info{.i32ImageDegree = degree};
-        ASSERT_EQ(TSL_DCIR_SetCameraImageInfo(engine.handle, &info), 0);
-        engine.Calc(pair.main, pair.aux);
-        EXPECT_TRUE(pair.main.Pixels() == main && pair.aux.Pixels() == aux) << degree;
+    for (const int down : {0, 2}) {
+        GuardedImage aux = pair.aux;
+        for (int y = down; y < aux.height(); ++y) {
+            for (int x = 0; x < aux.width(); ++x) {
+                aux.luma(x, y) = pair.aux.luma(x, y - down);
+            }
+        }
+        const std::vector<std::uint8_t> before[] = {pair.main.Pixels(), aux.Pixels()};
+        for (const int degree : {0, 90, 180, 270}) {
+            SCOPED_TRACE(testing::Message() << down << " rows down, turned by " << degree);
+            Engine engine(scene);
+            TSL_DCR_CAMERAIMAGEINFO info{.i32ImageDegree = degree};
+            ASSERT_EQ(TSL_DCIR_SetCameraImageInfo(engine.handle, &info), 0);
+            engine.Calc(pair.main, aux);
+            EXPECT_TRUE(pair.main.Pixels() == before[0] && aux.Pixels() == before[1]);
+        }
     }
 }
 
