@@ -1,5 +1,8 @@
 // inspect, on dump sets that the node wrote and on spoiled ones.
 
+#include <fstream>
+#include <string>
+
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -65,6 +68,22 @@ TEST(Inspect, ShowsSetsOfAFolderAndSaysWhatIsWrong) {
     EXPECT_EQ(report[0]["findings"][0]["problem"], "fallback");
     EXPECT_EQ(report[0]["files"]["main"]["width"], captures[1].width);
     EXPECT_TRUE(report[0]["parameters"]["blur"].is_number());
+}
+
+// What a camera writes that took nothing: neither rows nor a moment can be told from it.
+TEST(Inspect, SaysThatAPictureIsOneValueAllOver) {
+    const TestFolder folder;
+    CaptureMaker maker(NODE_LIBRARY, ENGINE_LIBRARY);
+    const MadeCapture capture = maker.MakeAll(610, 1, folder.path() / "camera").front();
+    const DumpSet set = FindDumpSet(capture.folder / capture.stem);
+    for (const DumpRole role : {DumpRole::kOutput, DumpRole::kAux, DumpRole::kMain}) {
+        const DumpFile& file = *set.file(role);
+        std::ofstream(file.path, std::ios::binary) << std::string(file.bytes, '\0');
+        const ToolRun run = RunTool({"inspect", "camera"}, folder.path());
+        const std::string note = std::string(RoleWord(role)) + " is 0 all over";
+        EXPECT_NE(run.output.find(note), std::string::npos) << run.output;
+        EXPECT_EQ(run.output.find("rows repeat"), std::string::npos) << run.output;
+    }
 }
 
 // A wider main camera's middle is what the aux camera shows.

@@ -15,7 +15,8 @@ void CheckNames(Inspection& inspection);
 // Of the parameter text.
 void CheckParameters(Inspection& inspection);
 
-// Of the images against one another.
+// Of what the images show, by themselves and against one another.
+void CheckWritten(Inspection& inspection);
 void CheckFallback(Inspection& inspection);
 void CheckSwapped(Inspection& inspection);
 void CheckAuxRotation(Inspection& inspection);

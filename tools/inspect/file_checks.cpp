@@ -14,6 +14,7 @@ constexpr DumpRole kImages[] = {DumpRole::kMain, DumpRole::kAux, DumpRole::kOutp
 
 // How much better another pitch must fit than the named one.
 constexpr double kPitchFit = 0.82;
+constexpr double kLeastUnlike = 0.5; // mean step to the next row: with less there is nothing to fit
 constexpr int kLeastPitchChange = 8; // slanted structure fits best a few bytes beside its pitch
 
 // How much better chroma must start at another row than at the named one: with an edge that stands
@@ -38,6 +39,7 @@ std::optional<int> WrongPitch(const DumpFile& file, const Bytes& bytes) {
         std::min(bytes.size(), Nv12Bytes(file.name.first, file.name.height)) / 2;
     const auto period = FindRowPeriod(std::span(bytes).first(luma), file.name.first);
     if (!period || std::abs(period->pitch - file.name.first) < kLeastPitchChange ||
+        period->namedLikeness < kLeastUnlike ||
         period->likeness > kPitchFit * period->namedLikeness) {
         return std::nullopt;
     }

@@ -116,9 +116,58 @@ bool Crossed(const ChromaCost& cost) {
     return cost.straight > 2 && cost.crossed < 0.6 * cost.straight;
 }
 
-// Blur grows with the level and the picture; below about a pixel it changes nothing.
-bool IsFaint(int blur, const host::Image& image) {
-    return blur * std::max(image.width(), image.height()) < 6000;
+// The disparities that a face shows in its middle half, but for the farthest and nearest tenth.
+std::pair<int, int> DepthOf(const DumpedFace& face, const host::Image& disparity) {
+    const int width = face.right - face.left + 1;
+    const int height = face.bottom - face.top + 1;
+    std::vector<int> values;
+    for (int y = face.top + height / 4; y <= face.bottom - height / 4; ++y) {
+        const std::uint8_t* row =
+            disparity.plane(0) + static_cast<std::ptrdiff_t>(y) * disparity.pitch();
+        values.insert(values.end(), row + face.left + width / 4, row + face.right - width / 4 + 1);
+    }
+    std::ranges::sort(values);
+    return {values[values.size() / 10], values[values.size() * 9 / 10]};
+}
+
+// How much of the disparity's 255 steps may lie out of focus: all, but for those of a face in which
+// the focus lies.
+int StepsOutOfFocus(const Inspection& inspection, const host::Image& main) {
+    constexpr int kAll = 255;
+    const host::Image* disparity = Sound(inspection, DumpRole::kDisparity);
+    if (disparity == nullptr || inspection.Has(Problem::kDisparity) ||
+        disparity->width() < main.width() || disparity->height() != main.height()) {
+        return kAll;
+    }
+    const DumpParameters& parameters = *inspection.parameters;
+    for (const DumpedFace& face : parameters.faces) {
+        const bool inImage = face.left >= 0 && face.top >= 0 && face.right < main.width() &&
+                             face.bottom < main.height();
+        if (inImage && face.left <= parameters.focusX && parameters.focusX <= face.right &&
+            face.top <= parameters.focusY && parameters.focusY <= face.bottom) {
+            const auto [low, high] = DepthOf(face, *disparity);
+            return std::max(low, kAll - high);
+        }
+    }
+    return kAll;
+}
+
+// Blur grows with the level, the picture and the distance from the focus; below about a pixel it
+// changes nothing.
+bool IsFaint(const Inspection& inspection, const host::Image& main) {
+    const std::int64_t side = std::max(main.width(), main.height());
+    return inspection.parameters->blur * side * StepsOutOfFocus(inspection, main) < 6000 * 255;
+}
+
+bool IsOneValue(const host::Image& image) {
+    for (int y = 0; y < image.height(); ++y) {
+        const std::uint8_t* row = image.plane(0) + static_cast<std::ptrdiff_t>(y) * image.pitch();
+        if (std::any_of(row, row + image.width(),
+                        [&](std::uint8_t value) { return value != *image.plane(0); })) {
+            return false;
+        }
+    }
+    return true;
 }
 
 std::string Percent(double share) {
@@ -153,6 +202,18 @@ void CheckSwapped(Inspection& inspection) {
     }
 }
 
+void CheckWritten(Inspection& inspection) {
+    for (const DumpRole role :
+         {DumpRole::kMain, DumpRole::kAux, DumpRole::kOutput, DumpRole::kDisparity}) {
+        const host::Image* image = Sound(inspection, role);
+        if (image != nullptr && IsOneValue(*image)) {
+            inspection.notes.push_back(std::string(RoleWord(role)) + " is " +
+                                       std::to_string(*image->plane(0)) +
+                                       " all over: was it ever written?");
+        }
+    }
+}
+
 void CheckFallback(Inspection& inspection) {
     const host::Image* main = Sound(inspection, DumpRole::kMain);
     const host::Image* output = Sound(inspection, DumpRole::kOutput);
@@ -160,10 +221,10 @@ void CheckFallback(Inspection& inspection) {
         !Compare(*main, *output).identical()) {
         return;
     }
-    if (inspection.parameters && IsFaint(inspection.parameters->blur, *main)) {
+    if (inspection.parameters && IsFaint(inspection, *main)) {
         inspection.notes.push_back("the output is the main image, which blur " +
                                    std::to_string(inspection.parameters->blur) +
-                                   " can leave as it is at this size");
+                                   " can leave as it is at this size and focus");
         return;
     }
     inspection.findings.push_back(

@@ -9,8 +9,9 @@ namespace {
 
 // In this order: later ones look at what earlier ones found.
 constexpr InspectionCheck kChecks[] = {
-    CheckPresence, CheckImageLayouts, CheckDisparitySize, CheckNames,  CheckParameters,
-    CheckSwapped,  CheckFallback,     CheckAuxRotation,   CheckMoment, CheckChroma,
+    CheckPresence,    CheckImageLayouts, CheckDisparitySize, CheckNames,
+    CheckParameters,  CheckWritten,      CheckSwapped,       CheckFallback,
+    CheckAuxRotation, CheckMoment,       CheckChroma,
 };
 
 int WidthOfImage(const Inspection& inspection, DumpRole role) {
