@@ -97,6 +97,28 @@ TEST_F(ReplayTest, RebuildsParametersAtTheLimits) {
     EXPECT_NE(refused.errors.find("ptFocus"), std::string::npos) << refused.errors;
 }
 
+TEST_F(ReplayTest, EqualNeedsTheWholeDisparity) {
+    const MadeCapture capture = Make(965, 1).front();
+    const fs::path file =
+        FindDumpSet(folder_ / "camera" / capture.stem).file(DumpRole::kDisparity)->path;
+    const Bytes whole = ReadFileBytes(file);
+    Bytes longer = whole;
+    longer.resize(whole.size() + 1000, 7); // what an earlier, larger capture left
+    Bytes changed = longer;
+    changed[whole.size() - 1] ^= 1;
+    const std::pair<Bytes, int> cases[] = {
+        {whole, 0}, {longer, 0}, {changed, 1}, {{whole.begin(), whole.end() - 1}, 1}, {{7}, 1}};
+    for (const auto& [bytes, exitCode] : cases) {
+        WriteBytes(file, bytes);
+        const ToolRun run = Replay(capture);
+        EXPECT_EQ(run.exitCode, exitCode) << bytes.size() << " bytes: " << run.output << run.errors;
+    }
+    fs::remove(file);
+    const ToolRun run = Replay(capture);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_NE(run.output.find("the set has no disparity"), std::string::npos) << run.output;
+}
+
 TEST_F(ReplayTest, AllWorksThroughAFolderOnce) {
     const auto captures = Make(970, 3);
     const auto path = [&](std::size_t i, DumpRole role) {

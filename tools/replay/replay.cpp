@@ -215,9 +215,10 @@ void CompareOutput(const DumpSet& set, Replayed& replayed) {
 
 void CompareDisparity(const DumpSet& set, const host::Image& depth, Replayed& replayed) {
     const auto& file = set.file(DumpRole::kDisparity);
-    const std::int32_t size = replayed.result.published->depthPictureSize;
-    if (!file || size <= 0) {
-        if (file || size > 0) {
+    const bool made = replayed.result.published->depthPictureSize > 0;
+    replayed.disparityDue = file || made;
+    if (!file || !made) {
+        if (replayed.disparityDue) {
             replayed.notes.emplace_back(file ? "the replay has no disparity to compare"
                                              : "the set has no disparity to compare with");
         }
@@ -225,11 +226,19 @@ void CompareDisparity(const DumpSet& set, const host::Image& depth, Replayed& re
     }
     const int pitch = depth.pitch();
     const int height = depth.height();
+    const auto expected = Y8Bytes(pitch, height);
+    const auto bytes = [](std::uintmax_t count) { return std::to_string(count) + " bytes"; };
     replayed.disparity = Y8FromBytes(depth.bytes(), pitch, pitch, height);
-    if (file->name.first != pitch || file->name.height != height ||
-        file->bytes < Y8Bytes(pitch, height)) {
-        replayed.notes.emplace_back("the set's disparity has another size");
+    if (file->name.first != pitch || file->name.height != height || file->bytes < expected) {
+        replayed.notes.push_back("the set's disparity has another size: expected " +
+                                 Text({pitch, height}) + ", " + bytes(expected) + ", found " +
+                                 Text({file->name.first, file->name.height}) + ", " +
+                                 bytes(file->bytes));
         return;
+    }
+    if (file->bytes > expected) { // a device's buffer keeps the size of the largest capture
+        replayed.notes.push_back("the set's disparity has " + bytes(file->bytes) +
+                                 ", compared are the first " + std::to_string(expected));
     }
     replayed.dumpedDisparity = ReadY8Dump(file->path, pitch, pitch, height);
     replayed.disparityDifference = Compare(replayed.dumpedDisparity, replayed.disparity);
@@ -265,7 +274,8 @@ Replayed ReadSet(const DumpSet& set, const ReplayOptions& options) {
 } // namespace
 
 bool Replayed::equal() const {
-    const bool disparitySame = !disparityDifference || disparityDifference->identical();
+    const bool disparitySame =
+        disparityDifference ? disparityDifference->identical() : !disparityDue;
     return !failed() && outputDifference && outputDifference->identical() && disparitySame;
 }
 

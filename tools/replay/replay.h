@@ -34,6 +34,7 @@ struct Replayed {
     // Against the dumped ones; nothing where there is no pair to compare.
     std::optional<PictureDifference> outputDifference;
     std::optional<PictureDifference> disparityDifference;
+    bool disparityDue = false; // the set or the replay has one, so that both must
     std::vector<std::pair<std::string, Bytes>> files; // the node's new dumps, named as the old ones
 
     bool failed() const { return !result.published || copied || !result.complaints.empty(); }

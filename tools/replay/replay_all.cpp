@@ -157,8 +157,12 @@ std::string Reason(const Json& result) {
         words += std::string(words.empty() ? "" : "; ") + what + " differs in " +
                  std::to_string(count) + " samples, by " + std::to_string(largest) + " at most";
     }
-    return words.empty() && !report["notes"].empty() ? report["notes"].front().get<std::string>()
-                                                     : words;
+    if (words.empty()) {
+        for (const Json& note : report["notes"]) {
+            words += (words.empty() ? "" : "; ") + note.get<std::string>();
+        }
+    }
+    return words;
 }
 
 class Tally {
