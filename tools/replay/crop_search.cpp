@@ -1,5 +1,6 @@
 #include "tools/replay/crop_search.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <vector>
@@ -16,6 +17,12 @@ bool HasArea(Size size) {
 
 int Cut(int extent, double fraction) {
     return extent - 2 * static_cast<int>(std::trunc(fraction * extent));
+}
+
+// A side that an aspect gives, which may be far larger than any sensor's.
+int Side(double length) {
+    constexpr double kLongest = 1 << 30;
+    return static_cast<int>(std::min(length, kLongest));
 }
 
 // What the node makes of a rectangle that it trims to an aspect; its places do not matter here.
@@ -56,8 +63,8 @@ std::vector<Size> Candidates(Size sensor, Size part) {
         const int height = part.height + i;
         for (int j = -kReach; j <= kReach; ++j) {
             sizes.push_back({width, part.height + j});
-            sizes.push_back({width, static_cast<int>(width / AspectOf(sensor)) + j});
-            sizes.push_back({static_cast<int>(height * AspectOf(sensor)) + j, height});
+            sizes.push_back({width, Side(width / AspectOf(sensor)) + j});
+            sizes.push_back({Side(height * AspectOf(sensor)) + j, height});
         }
     }
     return sizes;

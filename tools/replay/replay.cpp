@@ -106,6 +106,59 @@ std::optional<std::uint32_t> FaceAround(const DumpParameters& parameters) {
     return std::nullopt;
 }
 
+// The node takes a place in the first column or row as none, unless it is a face's middle.
+bool NeedsFace(const DumpParameters& parameters) {
+    return parameters.focusX <= 0 || parameters.focusY <= 0;
+}
+
+void RequireFocus(const DumpParameters& parameters) {
+    if (NeedsFace(parameters) && !FaceAround(parameters)) {
+        throw UseError("ptFocus: expected a point right of and below 0,0, or the middle of a face, "
+                       "found " +
+                       std::to_string(parameters.focusX) + "," + std::to_string(parameters.focusY));
+    }
+}
+
+void RequireInside(Point point, Size image) {
+    if (point.x < 0 || point.y < 0 || point.x >= image.width || point.y >= image.height) {
+        throw UseError("--focus: expected a point of the main picture, " + Text(image) +
+                       ", found " + std::to_string(point.x) + "," + std::to_string(point.y));
+    }
+}
+
+// A damaged text can hold any number; the arithmetic has room for these.
+void RequireRoom(const DumpParameters& parameters, const fs::path& path) {
+    const auto check = [&path](const char* name, std::int32_t value) {
+        if (value < -kMostPixels || value > kMostPixels) {
+            throw UseError(path.string() + ": " + name + ": expected " +
+                           std::to_string(-kMostPixels) + " to " + std::to_string(kMostPixels) +
+                           ", found " + std::to_string(value));
+        }
+    };
+    check("ptFocus_x", parameters.focusX);
+    check("ptFocus_y", parameters.focusY);
+    check("i32MainWidth_CropNoScale", parameters.mainCropWidth);
+    check("i32MainHeight_CropNoScale", parameters.mainCropHeight);
+    check("i32AuxWidth_CropNoScale", parameters.auxCropWidth);
+    check("i32AuxHeight_CropNoScale", parameters.auxCropHeight);
+    for (const DumpedFace& face : parameters.faces) {
+        check("left", face.left);
+        check("top", face.top);
+        check("right", face.right);
+        check("bottom", face.bottom);
+    }
+}
+
+DumpParameters ReadDumped(const DumpSet& set) {
+    ParameterText text = ReadParameters(set);
+    const fs::path& path = Required(set, DumpRole::kParameters).path;
+    if (!text.problems.empty()) {
+        throw UseError(path.string() + ": " + text.problems.front());
+    }
+    RequireRoom(text.values, path);
+    return std::move(text.values);
+}
+
 void SetFocus(host::Request& request, const DumpParameters& parameters) {
     CameraMetadata& camera = request.metadata.cameraMetadata[0];
     constexpr std::int32_t kAfModeAuto = 1;
@@ -113,18 +166,11 @@ void SetFocus(host::Request& request, const DumpParameters& parameters) {
     const int x = parameters.focusX * kFine;
     const int y = parameters.focusY * kFine;
     camera.focusRect = {x, y, x + kFine - 1, y + kFine - 1};
-    if (parameters.focusX > 0 && parameters.focusY > 0) {
-        return;
+    RequireFocus(parameters);
+    if (NeedsFace(parameters)) {
+        camera.afMode = kAfModeContinuousPicture;
+        request.selectedFace = *FaceAround(parameters);
     }
-    // The node takes a place in the first column or row as none, unless it is a face's middle.
-    const auto face = FaceAround(parameters);
-    if (!face) {
-        throw UseError("ptFocus: expected a point right of and below 0,0, or the middle of a face, "
-                       "found " +
-                       std::to_string(parameters.focusX) + "," + std::to_string(parameters.focusY));
-    }
-    camera.afMode = kAfModeContinuousPicture;
-    request.selectedFace = *face;
 }
 
 void SetFaces(host::Request& request, const DumpParameters& parameters) {
@@ -246,23 +292,26 @@ void CompareDisparity(const DumpSet& set, const host::Image& depth, Replayed& re
 
 void RunNode(const Libraries& libraries, const host::UseCase& useCase, host::Request& request,
              Replayed& replayed) {
-    const host::NodeLibrary library(libraries.node, libraries.engine);
+    std::optional<host::NodeLibrary> library;
+    try {
+        library.emplace(libraries.node, libraries.engine);
+    } catch (const host::PipelineError& error) {
+        throw UseError(error.what());
+    }
     const Progress progress("processing the request");
-    host::Node node(library, useCase);
+    host::Node node(*library, useCase);
     replayed.result = node.Process(request);
 }
 
 Replayed ReadSet(const DumpSet& set, const ReplayOptions& options) {
     Replayed replayed;
-    ParameterText text = ReadParameters(set);
-    if (!text.problems.empty()) {
-        throw UseError(Required(set, DumpRole::kParameters).path.string() + ": " +
-                       text.problems.front());
-    }
-    replayed.dumped = std::move(text.values);
+    replayed.dumped = ReadDumped(set);
     replayed.asked = Changed(replayed.dumped, options);
     replayed.main = ReadInput(set, DumpRole::kMain, options.mainWidth);
     replayed.aux = ReadInput(set, DumpRole::kAux, options.auxWidth);
+    if (options.focus) {
+        RequireInside(*options.focus, SizeOf(replayed.main));
+    }
     const auto& output = set.file(DumpRole::kOutput);
     const int pitch = output && output->name.first >= replayed.main.width() ? output->name.first
                                                                             : replayed.main.pitch();
@@ -300,6 +349,14 @@ DumpParameters Changed(const DumpParameters& dumped, const ReplayOptions& option
         face.orient = options.orientation.value_or(face.orient);
     }
     return asked;
+}
+
+void CheckFocus(const DumpSet& set, const ReplayOptions& options) {
+    if (options.focus) {
+        const int width = options.mainWidth.value_or(MainWidth(set));
+        RequireInside(*options.focus, {width, Required(set, DumpRole::kMain).name.height});
+        RequireFocus(Changed(ReadDumped(set), options));
+    }
 }
 
 Replayed Replay(const DumpSet& set, const ReplayOptions& options) {

@@ -46,3 +46,6 @@ struct Replayed {
 // node's libraries and properties are the process's. Throws UseError where the set cannot be
 // replayed.
 Replayed Replay(const DumpSet& set, const ReplayOptions& options);
+
+// Throws UseError where the changes name a focus point that no replay of this set can have.
+void CheckFocus(const DumpSet& set, const ReplayOptions& options);

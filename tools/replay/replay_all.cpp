@@ -5,6 +5,7 @@
 #include <cstring>
 #include <exception>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "tools/device_folder.h"
 #include "tools/dumps/dump_set.h"
 #include "tools/errors.h"
 #include "tools/inspect/inspection_text.h"
@@ -24,6 +26,7 @@
 #include "tools/json_text.h"
 #include "tools/libraries.h"
 #include "tools/output_folder.h"
+#include "tools/progress.h"
 #include "tools/replay/replay.h"
 #include "tools/replay/replay_text.h"
 
@@ -72,6 +75,30 @@ Json KeyOf(const DumpSet& set, const ReplayOptions& options, const Libraries& li
              {size(options.mainCrop), size(options.auxCrop), size(options.mainSensor),
               size(options.auxSensor)}},
             {"properties", options.device.properties}};
+}
+
+// What the file system or a process's end made of a set may be another thing next time.
+bool Lasts(const Json& result) {
+    const Json& status = result["status"];
+    return status == "equal" || status == "differs";
+}
+
+// What is wrong for every set alike is said before any starts. A folder's pictures may have several
+// sizes; a focus point that one of them can have is right.
+void CheckOptions(const std::vector<DumpSet>& sets, const ReplayOptions& options) {
+    const DeviceFolder calibration(options.device);
+    std::optional<UseError> wrong;
+    for (const DumpSet& set : sets) {
+        try {
+            CheckFocus(set, options);
+            return;
+        } catch (const UseError& error) {
+            wrong.emplace(error);
+        }
+    }
+    if (wrong && options.focus) {
+        throw UseError(*wrong);
+    }
 }
 
 // Nothing where there is none, or one of other files or options.
@@ -172,6 +199,7 @@ public:
     void Add(const Job& job, const Json& result, bool before) {
         const std::string status = result["status"];
         ++counts_[status];
+        ++done_;
         if (json_) {
             Json entry = result;
             entry.erase("key");
@@ -184,6 +212,8 @@ public:
                     before ? " (done before)" : "");
         std::fflush(stdout);
     }
+
+    std::size_t done() const { return done_; }
 
     int Finish(std::size_t sets) {
         if (json_) {
@@ -206,16 +236,23 @@ public:
 
 private:
     bool json_;
+    std::size_t done_ = 0;
     std::map<std::string, std::size_t> counts_;
     Json results_ = Json::array();
 };
 
-void FinishOne(std::map<pid_t, const Job*>& running, const fs::path& output, Tally& tally) {
+void FinishOne(std::map<pid_t, const Job*>& running, const fs::path& output, Tally& tally,
+               std::size_t sets) {
     int status = 0;
     pid_t ended = 0;
-    do {
-        ended = ::waitpid(-1, &status, 0);
-    } while (ended < 0 && errno == EINTR);
+    {
+        // Its thread is gone before the next process starts.
+        const Progress progress(std::to_string(tally.done()) + " of " + std::to_string(sets) +
+                                " sets");
+        do {
+            ended = ::waitpid(-1, &status, 0);
+        } while (ended < 0 && errno == EINTR);
+    }
     const auto found = running.find(ended);
     if (found == running.end()) {
         return;
@@ -242,6 +279,7 @@ int ReplayAll(const fs::path& place, const fs::path& output, int jobs, bool json
     const Libraries libraries = FindLibraries(options.device.node, options.device.engine);
     const std::vector<DumpSet> sets = FindDumpSets({place});
     const std::vector<std::string> names = DistinctNames(sets);
+    CheckOptions(sets, options);
     std::vector<Job> list;
     for (std::size_t i = 0; i < sets.size(); ++i) {
         list.push_back({sets[i], names[i], KeyOf(sets[i], options, libraries)});
@@ -250,17 +288,17 @@ int ReplayAll(const fs::path& place, const fs::path& output, int jobs, bool json
     Tally tally(json);
     std::map<pid_t, const Job*> running;
     for (const Job& job : list) {
-        if (const auto result = ResultOf(job, output)) {
+        if (const auto result = ResultOf(job, output); result && Lasts(*result)) {
             tally.Add(job, *result, true);
             continue;
         }
         while (running.size() >= static_cast<std::size_t>(jobs)) {
-            FinishOne(running, output, tally);
+            FinishOne(running, output, tally, sets.size());
         }
         running[StartJob(job, output, options)] = &job;
     }
     while (!running.empty()) {
-        FinishOne(running, output, tally);
+        FinishOne(running, output, tally, sets.size());
     }
     return tally.Finish(sets.size());
 }

@@ -8,6 +8,9 @@
 #include "tools/dumps/parameter_text.h"
 #include "tools/render_options.h"
 
+// Coordinates and sides are at most this far from 0.
+inline constexpr std::int32_t kMostPixels = 1 << 20;
+
 // What a replay changes against the dumped request, and what it runs on.
 struct ReplayOptions {
     std::optional<std::int32_t> blur;
