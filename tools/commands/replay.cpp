@@ -38,9 +38,17 @@ struct ReplayCommandOptions {
     ReplayOptions replay;
 };
 
-void WriteFiles(const fs::path& output, const std::string& stem, const Replayed& replayed) {
+// The results have the set's names, and would replace it.
+void RefuseSetsFolder(const fs::path& output, const DumpSet& set) {
+    std::error_code missing;
+    if (fs::equivalent(output, set.folder.empty() ? "." : set.folder, missing)) {
+        throw UseError("--output: expected another folder than the set's own, found " +
+                       output.string());
+    }
+}
+
+void WriteFiles(OutputFolder& folder, const std::string& stem, const Replayed& replayed) {
     const Progress progress("writing the results");
-    OutputFolder folder(output);
     for (const auto& [name, bytes] : replayed.files) {
         folder.Write(name, bytes);
     }
@@ -76,12 +84,20 @@ int ReplayOne(const ReplayCommandOptions& options) {
     if (!options.report.empty()) {
         report.emplace(options.report);
     }
+    std::optional<OutputFolder> output;
+    if (!options.output.empty()) {
+        RefuseSetsFolder(options.output, set);
+        output.emplace(options.output);
+    }
     const Replayed replayed = Replay(set, options.replay);
+    if (options.replay.orientation && replayed.asked.faces.empty()) {
+        std::fprintf(stderr, "bokehnode: --face-orientation: there are no faces to turn\n");
+    }
     if (report) {
         WriteReport(*report, options, set, replayed);
     }
-    if (!options.output.empty() && replayed.result.published) {
-        WriteFiles(options.output, set.stem, replayed);
+    if (output && replayed.result.published) {
+        WriteFiles(*output, set.stem, replayed);
     }
     std::printf("%s", options.json ? JsonText(ToJson(set, replayed)).c_str()
                                    : InWords(set, replayed).c_str());
@@ -96,17 +112,31 @@ int Run(ReplayCommandOptions& options) {
         return ReplayOne(options);
     }
     if (options.output.empty()) {
-        throw UseError("--all: expected --output with a folder for the results, found none");
+        options.output = "replayed";
     }
     const auto cores = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
     return ReplayAll(options.place, options.output, options.jobs > 0 ? options.jobs : cores,
                      options.json, options.replay);
 }
 
+// Numbers that the request's arithmetic has room for.
+std::vector<int> ParsePixels(const char* option, const std::string& text, std::size_t count,
+                             char separator, const char* form) {
+    auto numbers = ParseNumbers(option, text, count, separator, form);
+    for (const int number : numbers) {
+        if (number < -kMostPixels || number > kMostPixels) {
+            throw CLI::ValidationError(
+                option, "expected numbers from " + std::to_string(-kMostPixels) + " to " +
+                            std::to_string(kMostPixels) + ", found \"" + text + "\"");
+        }
+    }
+    return numbers;
+}
+
 // "WxH" of any positive sides.
 std::function<void(const std::string&)> IntoSize(const char* option, std::optional<Size>& size) {
     return [option, &size](const std::string& text) {
-        const auto n = ParseNumbers(option, text, 2, 'x', "WxH");
+        const auto n = ParsePixels(option, text, 2, 'x', "WxH");
         if (n[0] < 1 || n[1] < 1) {
             throw CLI::ValidationError(option, "expected positive sides, found \"" + text + "\"");
         }
@@ -122,7 +152,11 @@ void AddFaceChanges(CLI::App& command, ReplayCommandOptions& options) {
             [&](const std::vector<std::string>& texts) {
                 replay.faces.emplace();
                 for (const std::string& text : texts) {
-                    const auto n = ParseNumbers("--face", text, 4, ',', "L,T,W,H");
+                    const auto n = ParsePixels("--face", text, 4, ',', "L,T,W,H");
+                    if (n[2] < 1 || n[3] < 1) {
+                        throw CLI::ValidationError(
+                            "--face", "expected positive width and height, found \"" + text + "\"");
+                    }
                     replay.faces->push_back({n[0], n[1], n[0] + n[2] - 1, n[1] + n[3] - 1, 1});
                 }
                 if (replay.faces->size() > kMaxFaces) {
@@ -153,7 +187,7 @@ void AddChanges(CLI::App& command, ReplayCommandOptions& options) {
         .add_option_function<std::string>(
             "--focus",
             [&](const std::string& text) {
-                const auto n = ParseNumbers("--focus", text, 2, ',', "X,Y");
+                const auto n = ParsePixels("--focus", text, 2, ',', "X,Y");
                 replay.focus = Point{n[0], n[1]};
             },
             "another focus point of the main image")
@@ -190,8 +224,11 @@ std::function<int()> PrepareReplay(CLI::App& command) {
                     "number of sets")
         ->required();
     command
-        .add_option("-o,--output", options->output,
-                    "write the new dumps, the output as PNG and, where it\ndiffers, by how much")
+        .add_option(
+            "-o,--output", options->output,
+            "write the new dumps, the output as PNG and, where it\ndiffers, by how much; not "
+            "the set's own folder. With --all each\nset's result as JSON and its log "
+            "(default there: replayed)")
         ->type_name("DIR");
     auto* all = command.add_flag("--all", options->all,
                                  "every set below SET, several at once; sets whose result is\nin "
