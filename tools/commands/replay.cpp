@@ -227,12 +227,12 @@ std::function<int()> PrepareReplay(CLI::App& command) {
         .add_option(
             "-o,--output", options->output,
             "write the new dumps, the output as PNG and, where it\ndiffers, by how much; not "
-            "the set's own folder. With --all each\nset's result as JSON and its log "
-            "(default there: replayed)")
+            "into the set's own folder. With\n--all each set's result as JSON and its log "
+            "(default with\n--all: replayed)")
         ->type_name("DIR");
     auto* all = command.add_flag("--all", options->all,
-                                 "every set below SET, several at once; sets whose result is\nin "
-                                 "the output folder already are not run again");
+                                 "every set below SET, several at once; sets that came out\nequal "
+                                 "or differing before, by the output folder, are not\nrun again");
     command.add_option("--jobs", options->jobs, "processes at once (default: one a core)")
         ->type_name("N")
         ->check(CLI::Range(1, 1024))
