@@ -211,6 +211,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(PictureCommandTest, ConvertRefusesWhatItCannotDo) {
     WriteBytes(folder_ / "colour.png", EncodePng(Picture()));
+    WriteBytes(folder_ / "IMG_20240131_235959_0_128x80.png", EncodePng(Picture()));
     const Names before = NamesIn(folder_);
     const std::vector<std::pair<Names, std::string>> cases{
         {{"convert", "none_4x4.nv12"}, "none_4x4.nv12: expected a file"},
@@ -219,7 +220,10 @@ TEST_F(PictureCommandTest, ConvertRefusesWhatItCannotDo) {
         {{"convert", "colour.png", "--to", "y8"}, "expected a grey picture"},
         {{"convert", "colour.png", "--pitch", "100"}, "--pitch: expected at least 120"},
         {{"convert", "colour.png", "--commands"}, "expected a dump"},
+        {{"convert", "colour.png", "--pitch", "129"}, "--pitch: expected an even number"},
+        {{"convert", "IMG_20240131_235959_0_128x80.png"}, "--force replaces it"},
         {{"convert"}, "FILE"},
+        {{"diff", kMain, kOutput, "--heat-map", (folder_ / kOutput).string()}, "file of its own"},
     };
     for (const auto& [arguments, said] : cases) {
         const ToolRun run = Run(arguments);
@@ -227,6 +231,14 @@ TEST_F(PictureCommandTest, ConvertRefusesWhatItCannotDo) {
         EXPECT_NE(run.errors.find(said), std::string::npos) << run.errors;
     }
     EXPECT_EQ(NamesIn(folder_), before) << "nothing half-written";
+    EXPECT_EQ(ReadFileBytes(folder_ / kMain), Dump().bytes());
+}
+
+TEST_F(PictureCommandTest, ConvertRoundsOddSidesForNv12Alone) {
+    WriteBytes(folder_ / "grey.png", EncodePng(Paint(41, 31, Texture)));
+    ASSERT_EQ(Run({"convert", "grey.png", "--to", "y8", "-o", "out"}).exitCode, 0);
+    ASSERT_EQ(Run({"convert", "grey.png", "-o", "out"}).exitCode, 0);
+    EXPECT_EQ(NamesIn(folder_ / "out"), (Names{"grey_40x30.nv12", "grey_41x31.Y8"}));
 }
 
 } // namespace

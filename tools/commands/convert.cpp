@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,7 @@ struct ConvertOptions {
     int pitch = 0;
     bool falseColour = false;
     bool commands = false;
+    bool force = false;
     bool json = false;
 };
 
@@ -71,7 +73,7 @@ void PrintCommands(const fs::path& path, const PictureFile& picture) {
     }
     fs::path png = path.filename();
     png.replace_extension(".png");
-    std::printf("ffplay -autoexit %s -vf %s %s\n", input.c_str(), filter.c_str(),
+    std::printf("ffplay %s -vf %s %s\n", input.c_str(), filter.c_str(),
                 Quoted(path.string()).c_str());
     std::printf("ffmpeg -y %s -i %s -vf %s -frames:v 1 %s\n", input.c_str(),
                 Quoted(path.string()).c_str(), filter.c_str(), Quoted(png.string()).c_str());
@@ -108,32 +110,58 @@ host::Image GreyImage(const fs::path& path, const RgbImage& picture, int pitch) 
 
 // The pitch asked for, else the one in the picture's own name where a dump was its origin.
 int PitchFor(const ConvertOptions& options, const std::optional<SizedName>& name,
-             const RgbImage& picture) {
+             const RgbImage& picture, Kind kind) {
+    // Chroma comes in pairs: an odd last column or row of the picture has none.
+    const int step = kind == Kind::kNv12 ? 2 : 1;
+    const int width = picture.width / step * step;
+    const int height = picture.height / step * step;
     if (options.pitch != 0) {
-        if (options.pitch < picture.width) {
-            throw UseError("--pitch: expected at least " + std::to_string(picture.width) +
+        if (options.pitch < width) {
+            throw UseError("--pitch: expected at least " + std::to_string(width) +
                            ", the picture's width, found " + std::to_string(options.pitch));
+        }
+        if (options.pitch % step != 0) {
+            throw UseError("--pitch: expected an even number for NV12, found " +
+                           std::to_string(options.pitch));
         }
         return options.pitch;
     }
     const bool named =
-        name && name->first >= picture.width && name->second == picture.height / 2 * 2;
-    return named ? name->first : picture.width / 2 * 2;
+        name && name->first >= width && name->first % step == 0 && name->second == height;
+    return named ? name->first : width;
+}
+
+using Results = std::set<fs::path>;
+
+// Pictures can be made again from their dumps, dumps cannot: a device wrote them, and a picture has
+// lost some of their bits.
+void CheckResult(const ConvertOptions& options, const fs::path& result, bool dump,
+                 const Results& earlier) {
+    if (earlier.contains(result)) {
+        throw UseError(result.string() +
+                       ": expected one result of this name, found a second one in the same run");
+    }
+    if (dump && !options.force && fs::exists(fs::symlink_status(result))) {
+        throw UseError(result.string() +
+                       ": expected no dump of this name, found one; --output names another "
+                       "folder, --force replaces it");
+    }
 }
 
 Written WriteDump(const ConvertOptions& options, const fs::path& path, const RgbImage& picture,
-                  Kind kind, OutputFolder& folder) {
+                  Kind kind, OutputFolder& folder, const Results& earlier) {
     const auto name = ParseSizedName(path.filename().string());
-    const int pitch = PitchFor(options, name, picture);
+    const int pitch = PitchFor(options, name, picture, kind);
     const host::Image image =
         kind == Kind::kNv12 ? RgbToNv12(picture, pitch) : GreyImage(path, picture, pitch);
     const SizedName target{name ? name->base : path.stem().string(), image.pitch(), image.height(),
                            kind == Kind::kNv12 ? ".nv12" : ".Y8"};
+    CheckResult(options, folder.path() / target.Text(), true, earlier);
     folder.Write(target.Text(), image.bytes());
     return {path, folder.path() / target.Text(), image.width(), image.height()};
 }
 
-Written ConvertOne(const ConvertOptions& options, const fs::path& path) {
+Written ConvertOne(const ConvertOptions& options, const fs::path& path, const Results& earlier) {
     const Progress progress("converting " + path.filename().string());
     const PictureFile picture =
         ReadPictureFile(path, options.width > 0 ? std::optional(options.width) : std::nullopt);
@@ -150,10 +178,11 @@ Written ConvertOne(const ConvertOptions& options, const fs::path& path) {
         const bool coloured = options.falseColour && picture.kind == Kind::kY8;
         const std::string name =
             path.stem().string() + (picture.kind == Kind::kY8 ? "_disparity.png" : ".png");
+        CheckResult(options, folder.path() / name, false, earlier);
         folder.Write(name, EncodePng(coloured ? Coloured(picture.image) : ToRgb(picture)));
         written = {path, folder.path() / name, picture.width(), picture.height()};
     } else {
-        written = WriteDump(options, path, picture.rgb, target, folder);
+        written = WriteDump(options, path, picture.rgb, target, folder, earlier);
     }
     folder.Commit();
     return written;
@@ -175,8 +204,10 @@ int Convert(const ConvertOptions& options) {
         return PrintAllCommands(options);
     }
     nlohmann::ordered_json report = nlohmann::ordered_json::array();
+    Results results;
     for (const fs::path& path : options.files) {
-        const Written written = ConvertOne(options, path);
+        const Written written = ConvertOne(options, path, results);
+        results.insert(written.to);
         report.push_back({{"from", written.from.string()},
                           {"to", written.to.string()},
                           {"width", written.width},
@@ -219,6 +250,7 @@ std::function<int()> PrepareConvert(CLI::App& command) {
     command.add_flag("--false-colour", options->falseColour, "disparity in colours, with a scale");
     command.add_flag("--commands", options->commands,
                      "convert nothing; print the ffplay and ffmpeg lines that open\neach dump");
+    command.add_flag("--force", options->force, "replace dumps that exist");
     command.add_flag("--json", options->json, "say what was written as JSON");
     command.footer("A dump's name says its pitch and height: NAME_4096x3000.nv12. Y8 becomes\n"
                    "NAME_disparity.png.\n"

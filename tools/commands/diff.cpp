@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <system_error>
 
 #include <CLI/App.hpp>
 #include <CLI/Option.hpp>
@@ -71,6 +72,17 @@ Pictures Read(const DiffOptions& options) {
     return pictures;
 }
 
+// The map would replace what it is the map of.
+void CheckHeatMap(const DiffOptions& options) {
+    std::error_code none; // where there is no such file yet
+    for (const fs::path& input : {options.a, options.b}) {
+        if (!options.heatMap.empty() && fs::equivalent(options.heatMap, input, none)) {
+            throw UseError("--heat-map: expected a file of its own, found " + input.string() +
+                           ", which is compared");
+        }
+    }
+}
+
 void WriteHeatMap(const fs::path& path, const Pictures& pictures) {
     const Progress progress("drawing the differences");
     const NumberMap map = pictures.a.kind == Kind::kRgb
@@ -96,6 +108,7 @@ void Print(const DiffOptions& options, const Pictures& pictures,
 }
 
 int Diff(const DiffOptions& options) {
+    CheckHeatMap(options);
     const Pictures pictures = Read(options);
     const PictureFile& a = pictures.a;
     const PictureFile& b = pictures.b;
