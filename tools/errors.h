@@ -1,6 +1,8 @@
 #pragma once
 
+#include <filesystem>
 #include <stdexcept>
+#include <string>
 
 // What a run of the tool ends with.
 enum ExitCode : int {
@@ -14,3 +16,17 @@ class UseError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
+
+// Runs the action. Returns the caller's mistake that stopped it, a path that the system refuses
+// included, or an empty text; other errors pass through.
+template <typename Action>
+std::string MistakeIn(const Action& action) {
+    try {
+        action();
+        return {};
+    } catch (const UseError& error) {
+        return error.what();
+    } catch (const std::filesystem::filesystem_error& error) {
+        return error.path1().string() + ": " + error.code().message();
+    }
+}

@@ -11,6 +11,9 @@
 Bytes ReadFileBytes(const std::filesystem::path& path) {
     std::error_code error;
     const auto status = std::filesystem::status(path, error);
+    if (status.type() == std::filesystem::file_type::none) {
+        throw UseError(path.string() + ": cannot be read: " + error.message());
+    }
     if (!std::filesystem::exists(status)) {
         throw UseError(path.string() + ": expected a file, found none");
     }

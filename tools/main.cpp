@@ -1,6 +1,9 @@
 // bokehnode: runs the capture bokeh node on a workstation.
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -47,7 +50,11 @@ const Subcommand kSubcommands[] = {
 int Run(int argc, char** argv) {
     CLI::App app("Runs the capture bokeh node on pictures, as a device's camera pipeline does.",
                  "bokehnode");
-    app.require_subcommand(1);
+    std::string names;
+    for (const Subcommand& subcommand : kSubcommands) {
+        names += (names.empty() ? "" : ", ") + std::string(subcommand.name);
+    }
+    app.require_subcommand(0, 1); // a missing one is told below, with the names
     app.failure_message([](const CLI::App*, const CLI::Error& error) {
         return std::string("bokehnode: ") + error.what() + "\n" +
                "Run with --help for what can be asked.\n";
@@ -60,10 +67,31 @@ int Run(int argc, char** argv) {
     }
     try {
         app.parse(argc, argv);
+    } catch (const CLI::ExtrasError& error) {
+        if (app.get_subcommands().empty()) {
+            throw UseError("expected a command (" + names + "), found \"" +
+                           app.remaining().front() + "\"");
+        }
+        app.exit(error);
+        return kExitWrongUse;
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? kExitDone : kExitWrongUse;
     }
+    if (!chosen) {
+        throw UseError("expected a command (" + names + "), found none");
+    }
     return chosen();
+}
+
+// Output that went nowhere, as on a full disk, is no success.
+int WithOutputWritten(int code) {
+    const bool written = std::ferror(stdout) == 0;
+    if (std::fflush(stdout) == 0 && written) {
+        return code;
+    }
+    std::fprintf(stderr, "bokehnode: standard output: cannot be written: %s\n",
+                 std::strerror(errno));
+    return std::max<int>(code, kExitFailed);
 }
 
 } // namespace
@@ -71,10 +99,13 @@ int Run(int argc, char** argv) {
 int main(int argc, char** argv) {
     WatchForInterruption();
     try {
-        return Run(argc, argv);
-    } catch (const UseError& error) {
-        std::fprintf(stderr, "bokehnode: %s\n", error.what());
-        return kExitWrongUse;
+        int code = kExitDone;
+        const std::string mistake = MistakeIn([&] { code = Run(argc, argv); });
+        if (!mistake.empty()) {
+            std::fprintf(stderr, "bokehnode: %s\n", mistake.c_str());
+            code = kExitWrongUse;
+        }
+        return WithOutputWritten(code);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "bokehnode: %s\n", error.what());
         return kExitFailed;

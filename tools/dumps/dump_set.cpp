@@ -39,12 +39,14 @@ void Add(Sets& sets, const fs::path& path) {
 void AddFolder(Sets& sets, const fs::path& folder) {
     std::error_code error;
     fs::recursive_directory_iterator entries(folder, error);
+    fs::path reading = folder; // what an error is about
     while (!error && entries != fs::recursive_directory_iterator()) {
-        Add(sets, entries->path());
+        reading = entries->path();
+        Add(sets, reading);
         entries.increment(error);
     }
     if (error) {
-        throw UseError(folder.string() + ": cannot be read: " + error.message());
+        throw UseError(reading.string() + ": cannot be read: " + error.message());
     }
 }
 
@@ -85,16 +87,29 @@ Sets SetsOf(const fs::path& place) {
 
 } // namespace
 
-std::vector<DumpSet> FindDumpSets(const std::vector<fs::path>& places) {
+std::vector<DumpSet> FindDumpSets(const std::vector<fs::path>& places,
+                                  std::vector<RefusedPlace>& refused) {
     Sets all;
     for (const fs::path& place : places) {
-        all.merge(SetsOf(place));
+        const std::string mistake = MistakeIn([&] { all.merge(SetsOf(place)); });
+        if (!mistake.empty()) {
+            refused.push_back({place, mistake});
+        }
     }
     std::vector<DumpSet> list;
     for (auto& [key, set] : all) {
         list.push_back(std::move(set));
     }
     return list;
+}
+
+std::vector<DumpSet> FindDumpSets(const std::vector<fs::path>& places) {
+    std::vector<RefusedPlace> refused;
+    std::vector<DumpSet> sets = FindDumpSets(places, refused);
+    if (!refused.empty()) {
+        throw UseError(refused.front().mistake);
+    }
+    return sets;
 }
 
 DumpSet FindDumpSet(const fs::path& place) {

@@ -36,6 +36,15 @@ struct DumpSet {
 // not exist, holds no set or cannot be read.
 std::vector<DumpSet> FindDumpSets(const std::vector<std::filesystem::path>& places);
 
+struct RefusedPlace {
+    std::filesystem::path place;
+    std::string mistake;
+};
+
+// The same, where a place that would throw is listed instead and the others are read.
+std::vector<DumpSet> FindDumpSets(const std::vector<std::filesystem::path>& places,
+                                  std::vector<RefusedPlace>& refused);
+
 // The one set of this place; UseError where there are more.
 DumpSet FindDumpSet(const std::filesystem::path& place);
 
