@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -59,7 +60,12 @@ std::string Quoted(const std::string& text) {
 }
 
 // The lines that open a dump in other programs, in the colours and without the padding.
-void PrintCommands(const fs::path& path, const PictureFile& picture) {
+struct Commands {
+    std::string ffplay;
+    std::string ffmpeg;
+};
+
+Commands CommandsFor(const fs::path& path, const PictureFile& picture) {
     const std::string size =
         std::to_string(picture.image.pitch()) + "x" + std::to_string(picture.image.height());
     const bool nv12 = picture.kind == Kind::kNv12;
@@ -73,10 +79,14 @@ void PrintCommands(const fs::path& path, const PictureFile& picture) {
     }
     fs::path png = path.filename();
     png.replace_extension(".png");
-    std::printf("ffplay %s -vf %s %s\n", input.c_str(), filter.c_str(),
-                Quoted(path.string()).c_str());
-    std::printf("ffmpeg -y %s -i %s -vf %s -frames:v 1 %s\n", input.c_str(),
-                Quoted(path.string()).c_str(), filter.c_str(), Quoted(png.string()).c_str());
+    const std::string file = Quoted(path.string());
+    return {"ffplay " + input + " -vf " + filter + " " + file,
+            "ffmpeg -y " + input + " -i " + file + " -vf " + filter + " -frames:v 1 " +
+                Quoted(png.string())};
+}
+
+std::optional<int> WidthAsked(const ConvertOptions& options) {
+    return options.width > 0 ? std::optional(options.width) : std::nullopt;
 }
 
 Kind TargetOf(const ConvertOptions& options, Kind source) {
@@ -163,8 +173,7 @@ Written WriteDump(const ConvertOptions& options, const fs::path& path, const Rgb
 
 Written ConvertOne(const ConvertOptions& options, const fs::path& path, const Results& earlier) {
     const Progress progress("converting " + path.filename().string());
-    const PictureFile picture =
-        ReadPictureFile(path, options.width > 0 ? std::optional(options.width) : std::nullopt);
+    const PictureFile picture = ReadPictureFile(path, WidthAsked(options));
     const Kind target = TargetOf(options, picture.kind);
     if (target == picture.kind || (target != Kind::kRgb && picture.kind != Kind::kRgb)) {
         throw UseError(path.string() + ": expected " +
@@ -188,38 +197,50 @@ Written ConvertOne(const ConvertOptions& options, const fs::path& path, const Re
     return written;
 }
 
-int PrintAllCommands(const ConvertOptions& options) {
-    for (const fs::path& path : options.files) {
-        if (KindOf(path) == Kind::kRgb) {
-            throw UseError(path.string() + ": expected a dump, found another kind of file");
-        }
-        PrintCommands(path, ReadPictureFile(path, options.width > 0 ? std::optional(options.width)
-                                                                    : std::nullopt));
+nlohmann::ordered_json ShowCommands(const ConvertOptions& options, const fs::path& path) {
+    if (KindOf(path) == Kind::kRgb) {
+        throw UseError(path.string() + ": expected a dump, found another kind of file");
     }
-    return kExitDone;
+    const Commands commands = CommandsFor(path, ReadPictureFile(path, WidthAsked(options)));
+    if (!options.json) {
+        std::printf("%s\n%s\n", commands.ffplay.c_str(), commands.ffmpeg.c_str());
+    }
+    return {{"from", path.string()}, {"ffplay", commands.ffplay}, {"ffmpeg", commands.ffmpeg}};
 }
 
-int Convert(const ConvertOptions& options) {
-    if (options.commands) {
-        return PrintAllCommands(options);
+nlohmann::ordered_json ShowConverted(const ConvertOptions& options, const fs::path& path,
+                                     Results& results) {
+    const Written written = ConvertOne(options, path, results);
+    results.insert(written.to);
+    if (!options.json) {
+        std::printf("%s (%dx%d)\n", written.to.c_str(), written.width, written.height);
     }
+    return {{"from", written.from.string()},
+            {"to", written.to.string()},
+            {"width", written.width},
+            {"height", written.height}};
+}
+
+// A file that cannot be converted is reported in its place and does not keep the others from it.
+int Convert(const ConvertOptions& options) {
     nlohmann::ordered_json report = nlohmann::ordered_json::array();
     Results results;
+    int code = kExitDone;
     for (const fs::path& path : options.files) {
-        const Written written = ConvertOne(options, path, results);
-        results.insert(written.to);
-        report.push_back({{"from", written.from.string()},
-                          {"to", written.to.string()},
-                          {"width", written.width},
-                          {"height", written.height}});
-        if (!options.json) {
-            std::printf("%s (%dx%d)\n", written.to.c_str(), written.width, written.height);
+        const std::string mistake = MistakeIn([&] {
+            report.push_back(options.commands ? ShowCommands(options, path)
+                                              : ShowConverted(options, path, results));
+        });
+        if (!mistake.empty()) {
+            std::fprintf(stderr, "bokehnode: %s\n", mistake.c_str());
+            report.push_back({{"from", path.string()}, {"error", mistake}});
+            code = kExitWrongUse;
         }
     }
     if (options.json) {
         std::printf("%s", JsonText(report).c_str());
     }
-    return kExitDone;
+    return code;
 }
 
 } // namespace

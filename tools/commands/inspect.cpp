@@ -72,35 +72,55 @@ void WriteReport(ReportFile& file, const InspectOptions& options, const Inspecti
     file.Commit();
 }
 
+Inspection InspectOne(const InspectOptions& options, const DumpSet& set, const std::string& name,
+                      std::optional<ReportFile>& page) {
+    std::optional<Progress> progress("inspecting " + name);
+    Inspection inspection = Inspect(set);
+    progress.reset();
+    if (!options.output.empty()) {
+        WritePictures(inspection, options.output, name);
+    }
+    if (page) {
+        WriteReport(*page, options, inspection, name);
+    }
+    return inspection;
+}
+
+// What cannot be read is reported in its place and does not keep the others from it.
 int InspectAll(const InspectOptions& options) {
-    const std::vector<DumpSet> sets = FindDumpSets(options.places);
-    std::optional<ReportFile> page = OpenReport(options.report, sets.size());
+    std::vector<RefusedPlace> refused;
+    const std::vector<DumpSet> sets = FindDumpSets(options.places, refused);
+    std::optional<ReportFile> page =
+        OpenReport(sets.empty() ? fs::path() : options.report, sets.size());
     nlohmann::ordered_json report = nlohmann::ordered_json::array();
     const std::vector<std::string> names = DistinctNames(sets);
     std::size_t wrong = 0;
     for (std::size_t i = 0; i < sets.size(); ++i) {
         Inspection inspection;
-        {
-            const Progress progress("inspecting " + names[i]);
-            inspection = Inspect(sets[i]);
+        const std::string mistake =
+            MistakeIn([&] { inspection = InspectOne(options, sets[i], names[i], page); });
+        if (!mistake.empty()) {
+            refused.push_back({sets[i].name(), mistake});
+            continue;
         }
         wrong += inspection.findings.empty() ? 0 : 1;
-        if (!options.output.empty()) {
-            WritePictures(inspection, options.output, names[i]);
-        }
-        if (page) {
-            WriteReport(*page, options, inspection, names[i]);
-        }
         if (options.json) {
             report.push_back(ToJson(inspection));
         } else {
             std::printf("%s", InWords(inspection).c_str());
         }
     }
+    for (const RefusedPlace& place : refused) {
+        std::fprintf(stderr, "bokehnode: %s\n", place.mistake.c_str());
+        report.push_back({{"set", place.place.string()}, {"error", place.mistake}});
+    }
     if (options.json) {
         std::printf("%s", JsonText(report).c_str());
     } else if (sets.size() > 1) {
         std::printf("%zu of %zu sets look wrong\n", wrong, sets.size());
+    }
+    if (!refused.empty()) {
+        return kExitWrongUse;
     }
     return wrong == 0 ? kExitDone : kExitFailed;
 }
