@@ -42,7 +42,12 @@ refocus::CameraCalibration CameraOf(const LensMatrices& lens, Size size, const c
 
 cv::Mat ReadMatrix(cv::FileStorage& storage, const fs::path& path, const char* name, int elements) {
     cv::Mat matrix;
-    storage[name] >> matrix;
+    try {
+        storage[name] >> matrix;
+    } catch (const cv::Exception&) { // a node of another type
+        throw UseError(path.string() + ": expected a matrix " + name +
+                       ", found something else under this name");
+    }
     const auto count = static_cast<int>(matrix.total());
     if (matrix.channels() != 1 || (elements > 0 ? count != elements : count < 4)) {
         throw UseError(path.string() + ": expected a matrix " + name + " of " +

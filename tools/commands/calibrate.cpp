@@ -1,5 +1,7 @@
 #include "tools/commands/calibrate.h"
 
+#include <charconv>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -138,6 +140,10 @@ int Calibrate(const CalibrateOptions& options) {
                        "--show, found none or several of them");
     }
     if (!options.show.empty()) {
+        if (!options.output.empty()) {
+            throw UseError("--output: expected none with --show, which writes nothing, found " +
+                           options.output.string());
+        }
         return Show(options);
     }
     if (options.output.empty()) {
@@ -157,14 +163,23 @@ int Calibrate(const CalibrateOptions& options) {
                   nullptr);
 }
 
-Size ParseSides(const char* option, const std::string& text, int least) {
-    const auto n = ParseNumbers(option, text, 2, 'x', "WxH");
+Size ParseSides(const char* option, const std::string& text, const char* form, int least) {
+    const auto n = ParseNumbers(option, text, 2, 'x', form);
     if (n[0] < least || n[1] < least || n[0] > kLongestSide || n[1] > kLongestSide) {
         throw CLI::ValidationError(option, "expected sides of " + std::to_string(least) + " to " +
                                                std::to_string(kLongestSide) + ", found \"" + text +
                                                "\"");
     }
     return {n[0], n[1]};
+}
+
+// Nothing for text that is no finite number.
+std::optional<double> Number(const std::string& text) {
+    double number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [next, error] = std::from_chars(text.data(), end, number);
+    const bool whole = error == std::errc() && next == end && std::isfinite(number);
+    return whole ? std::optional(number) : std::nullopt;
 }
 
 void AddSources(CLI::App& command, CalibrateOptions& options) {
@@ -178,7 +193,7 @@ void AddSources(CLI::App& command, CalibrateOptions& options) {
         .add_option_function<std::string>(
             "--board",
             [&](const std::string& text) {
-                const Size size = ParseSides("--board", text, 3);
+                const Size size = ParseSides("--board", text, "CxR", 3);
                 options.board.columns = size.width;
                 options.board.rows = size.height;
                 options.boardGiven = true;
@@ -190,7 +205,11 @@ void AddSources(CLI::App& command, CalibrateOptions& options) {
                     "side of a square in mm; with OpenCV's files, mm to the unit\nof T (default "
                     "there: 1)")
         ->type_name("MM")
-        ->check(CLI::PositiveNumber);
+        ->check([](const std::string& text) {
+            return Number(text).value_or(0) > 0
+                       ? std::string()
+                       : "expected a positive number, found \"" + text + "\"";
+        });
     auto* intrinsics =
         command.add_option("--intrinsics", options.intrinsics, "OpenCV's YAML with M1, D1, M2, D2");
     auto* extrinsics =
@@ -204,7 +223,7 @@ void AddSources(CLI::App& command, CalibrateOptions& options) {
             .add_option_function<std::string>(
                 name,
                 [name = name, size = size](const std::string& text) {
-                    *size = ParseSides(name, text, 16);
+                    *size = ParseSides(name, text, "WxH", 16);
                 },
                 help)
             ->type_name("WxH");
@@ -229,7 +248,11 @@ std::function<int()> PrepareCalibrate(CLI::App& command) {
         .add_option("--nearest", options->nearest,
                     "nearest distance of a subject, which bounds the search\n(default: unknown)")
         ->type_name("MM")
-        ->check(CLI::NonNegativeNumber);
+        ->check([](const std::string& text) {
+            return Number(text).value_or(-1) >= 0
+                       ? std::string()
+                       : "expected 0 or a positive number, found \"" + text + "\"";
+        });
     command.add_flag("--json", options->json, "say it as JSON");
     command.footer(
         "Examples:\n"
