@@ -80,6 +80,7 @@ void AddImageOptions(CLI::App& command, RenderOptions& options) {
         ->required()
         ->type_name("DIR");
     AddReportOption(command, options.report);
+    command.add_flag("--json", options.json, "print what tags.json says");
     command
         .add_option_function<std::string>(
             "--size", [&](Text text) { options.size = ParseSize(text); },

@@ -29,6 +29,7 @@ struct RenderOptions {
     std::filesystem::path aux;
     std::filesystem::path output;
     std::filesystem::path report; // empty: none
+    bool json = false;
     std::optional<Size> size;
     int pitch = 0; // 0: as wide as each image
 

@@ -176,5 +176,8 @@ int Render(const RenderOptions& options) {
     if (report) {
         report->Commit();
     }
+    if (options.json) {
+        std::printf("%s", ReportText(facts, outcome).c_str());
+    }
     return Judge(outcome);
 }
