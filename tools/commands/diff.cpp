@@ -1,5 +1,6 @@
 #include "tools/commands/diff.h"
 
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <future>
@@ -93,6 +94,19 @@ void WriteHeatMap(const fs::path& path, const Pictures& pictures) {
     folder.Commit();
 }
 
+// What is behind the rows that a dump's name counts is not compared.
+void NoteSurplus(const fs::path& path, const PictureFile& picture) {
+    std::error_code none; // a pipe has no size
+    const auto size = fs::file_size(path, none);
+    const auto rows = picture.image.bytes().size();
+    if (KindOf(path) != Kind::kRgb && !none && size > rows) {
+        std::fprintf(stderr,
+                     "bokehnode: note: %s: %ju bytes more than its name says, which are not "
+                     "compared\n",
+                     path.c_str(), static_cast<std::uintmax_t>(size - rows));
+    }
+}
+
 void Print(const DiffOptions& options, const Pictures& pictures,
            const PictureDifference& difference) {
     if (!options.json) {
@@ -126,6 +140,8 @@ int Diff(const DiffOptions& options) {
         }
         return kExitFailed;
     }
+    NoteSurplus(options.a, a);
+    NoteSurplus(options.b, b);
     PictureDifference difference;
     {
         const Progress progress("comparing");
