@@ -208,6 +208,10 @@ TEST_F(CalibrateTest, RefusesWhatGivesNoCalibration) {
     Write("intrinsics.yml", kIntrinsics);
     Write("extrinsics.yml", kExtrinsics);
     Write("words.yml", "words");
+    Write("number.yml", "%YAML:1.0\n---\nR: 5\n");
+    std::string type = kExtrinsics;
+    type.replace(type.find("cols: 3"), 7, "cols: x");
+    Write("type.yml", type);
     WriteBytes(folder_ / "flat.png", EncodePng(RgbImage(64, 48)));
     WriteBytes(folder_ / "small.png", EncodePng(RgbImage(32, 48)));
     Write("short.bin", "short");
@@ -225,6 +229,10 @@ TEST_F(CalibrateTest, RefusesWhatGivesNoCalibration) {
         {with(files, {"words.yml", "--size", "4000x3000", "-o", "c.bin"}), "words.yml: expected"},
         {with(files, {"intrinsics.yml", "--size", "4000x3000", "-o", "c.bin"}),
          "expected a matrix R of 9 numbers, found none"},
+        {with(files, {"number.yml", "--size", "4000x3000", "-o", "c.bin"}),
+         "number.yml: expected a matrix R"},
+        {with(files, {"type.yml", "--size", "4000x3000", "-o", "c.bin"}),
+         "type.yml: expected a matrix R"},
         {with(files, {"extrinsics.yml", "--size", "400x300", "-o", "c.bin"}), "side by side"},
         {with(board, {"--main", "flat.png", "--aux", "flat.png"}),
          "expected at least 3 good views, found 0\n  flat.png: no whole board"},
@@ -232,6 +240,11 @@ TEST_F(CalibrateTest, RefusesWhatGivesNoCalibration) {
          "small.png: expected 64x48"},
         {with(board, {"--main", "flat.png", "--aux", "flat.png", "flat.png"}), "found 1 and 2"},
         {{"calibrate", "--main", "flat.png", "--aux", "flat.png", "-o", "c.bin"}, "--board"},
+        {{"calibrate", "--square", "-3"}, "--square: expected a positive number, found \"-3\""},
+        {{"calibrate", "--board", "9x"}, "expected CxR"},
+        {{"calibrate", "--show", "short.bin", "-o", "c.bin"}, "--output: expected none"},
+        {{"calibrat"}, "replay, convert, diff, calibrate, completion), found \"calibrat\""},
+        {{}, "found none"},
     };
     for (const auto& [arguments, said] : cases) {
         const ToolRun run = Run(arguments);

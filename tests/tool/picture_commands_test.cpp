@@ -234,6 +234,39 @@ TEST_F(PictureCommandTest, ConvertRefusesWhatItCannotDo) {
     EXPECT_EQ(ReadFileBytes(folder_ / kMain), Dump().bytes());
 }
 
+// One bad file or set is an entry of its own; the others get theirs.
+TEST_F(PictureCommandTest, GoesOnBehindWhatCannotBeRead) {
+    fs::create_symlink("loop_4x4.nv12", folder_ / "loop_4x4.nv12");
+    const std::string tooLong = std::string(300, 'x') + "_4x4.nv12";
+    const std::vector<std::pair<Names, std::string>> cases{
+        {{"convert", "loop_4x4.nv12", tooLong, kMain, "--json", "-o", "out"}, "to"},
+        {{"convert", "loop_4x4.nv12", tooLong, kMain, "--json", "--commands"}, "ffplay"},
+        {{"inspect", "loop_4x4.nv12", tooLong, kMain, "--json"}, "findings"},
+    };
+    for (const auto& [arguments, key] : cases) {
+        const ToolRun run = Run(arguments);
+        EXPECT_EQ(run.exitCode, 2) << key;
+        const auto report = nlohmann::json::parse(run.output);
+        ASSERT_EQ(report.size(), 3u) << report;
+        int good = 0;
+        for (const auto& entry : report) {
+            good += entry.contains(key) ? 1 : 0;
+            EXPECT_NE(entry.contains(key), entry.contains("error")) << entry;
+        }
+        EXPECT_EQ(good, 1) << report;
+        EXPECT_NE(run.errors.find("loop_4x4.nv12: "), std::string::npos) << run.errors;
+        EXPECT_NE(run.errors.find("File name too long"), std::string::npos) << run.errors;
+    }
+}
+
+TEST_F(PictureCommandTest, OutputThatCannotBeWrittenIsAFailure) {
+    const std::string command =
+        std::string(BOKEHNODE) + " completion bash >/dev/full 2>" + (folder_ / "said").string();
+    EXPECT_NE(std::system(command.c_str()), 0);
+    const auto said = ReadFileBytes(folder_ / "said");
+    EXPECT_NE(std::string(said.begin(), said.end()).find("cannot be written"), std::string::npos);
+}
+
 TEST_F(PictureCommandTest, ConvertRoundsOddSidesForNv12Alone) {
     WriteBytes(folder_ / "grey.png", EncodePng(Paint(41, 31, Texture)));
     ASSERT_EQ(Run({"convert", "grey.png", "--to", "y8", "-o", "out"}).exitCode, 0);
