@@ -173,6 +173,9 @@ TEST_P(DiffTest, Answers) {
     host::Image narrow = RgbToNv12(Picture(), kPictureWidth);
     WriteBytes(folder_ / "narrow_120x80.nv12", narrow.bytes());
     WriteBytes(folder_ / "short_128x80.nv12", std::vector<std::uint8_t>(1000));
+    std::vector<std::uint8_t> longer = dump.bytes();
+    longer.resize(longer.size() + 1000);
+    WriteBytes(folder_ / "long_128x80.nv12", longer);
     WriteBytes(folder_ / "plain.nv12", dump.bytes());
     WriteBytes(folder_ / "main.png", EncodePng(Nv12ToRgb(Nv12FromBytes(dump.bytes(), kPictureWidth,
                                                                        kPitch, kPictureHeight))));
@@ -205,6 +208,7 @@ INSTANTIATE_TEST_SUITE_P(
         DiffCase{"TooWide", {kMain, kOutput, "--width", "129"}, 2, "at most 128"},
         DiffCase{"Missing", {kMain, "none_128x80.nv12"}, 2, "none_128x80.nv12: expected a file"},
         DiffCase{"Short", {kMain, "short_128x80.nv12"}, 2, "expected 15360 bytes"},
+        DiffCase{"Long", {kMain, "long_128x80.nv12"}, 0, "1000 bytes more than its name says"},
         DiffCase{"NoSize", {"plain.nv12", kMain}, 2, "a name that ends in pitch and height"},
         DiffCase{"OneAlone", {kMain}, 2, "B is required"}),
     [](const auto& test) { return std::string(test.param.name); });
