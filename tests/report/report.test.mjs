@@ -69,6 +69,7 @@ async function open(t, file, options = DESKTOP) {
 
 // The colours on the screen, by picture pixels of the stage.
 async function shown(page) {
+  await page.locator("#stage[aria-busy=false]").scrollIntoViewIfNeeded();
   const box = await page.locator("#stage").boundingBox();
   const shot = await page.screenshot();
   const scale = shot.readUInt32BE(16) / page.viewportSize().width;

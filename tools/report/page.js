@@ -39,6 +39,19 @@ function makeButton(text, key, press) {
   return button;
 }
 
+// The stage is busy until all that it is to show is decoded and drawn.
+let unfinished = 0;
+async function untilDone(work) {
+  unfinished++;
+  byId("stage").setAttribute("aria-busy", "true");
+  try {
+    await work;
+  } finally {
+    unfinished--;
+    byId("stage").setAttribute("aria-busy", String(unfinished > 0));
+  }
+}
+
 const sizeText = ([width, height]) => `${width}×${height}`;
 
 // --- Numbers as colours ---
@@ -290,6 +303,7 @@ function showPictures(before, after) {
     if (name && image.dataset.name !== name) {
       image.dataset.name = name;
       image.src = data.pictures[name].uri;
+      untilDone(image.decode().catch(() => {})); // fails where the next view is chosen before
       image.alt = `${name} picture`;
     }
     byId(`${id}Name`).hidden = !name;
@@ -347,7 +361,7 @@ async function showDifference() {
     gain = factor;
     showDifference();
   })));
-  await drawMap(pair.difference, colourOf);
+  await untilDone(drawMap(pair.difference, colourOf));
 }
 
 async function showDisparity() {
@@ -367,7 +381,7 @@ async function showDisparity() {
   } else {
     showChoices(makeToggle(`Focus plane ${focus} ± ${focusReach}`, "p", planeShown, togglePlane));
   }
-  await drawMap(data.disparity, colourOf);
+  await untilDone(drawMap(data.disparity, colourOf));
 }
 
 function togglePlane() {
