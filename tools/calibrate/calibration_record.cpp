@@ -40,13 +40,27 @@ refocus::CameraCalibration CameraOf(const LensMatrices& lens, Size size, const c
     return record;
 }
 
+// OpenCV makes room for whatever count of numbers a file states; a lens has few.
+bool IsSmallMatrix(const cv::FileNode& node) {
+    constexpr int kMost = 100;
+    const auto isFew = [](const cv::FileNode& side) {
+        return side.isInt() && static_cast<int>(side) >= 0 && static_cast<int>(side) <= kMost;
+    };
+    return node.isMap() && isFew(node["rows"]) && isFew(node["cols"]);
+}
+
 cv::Mat ReadMatrix(cv::FileStorage& storage, const fs::path& path, const char* name, int elements) {
+    const cv::FileNode node = storage[name];
+    const UseError noMatrix(path.string() + ": expected a matrix " + name +
+                            ", found something else under this name");
+    if (!node.empty() && !IsSmallMatrix(node)) {
+        throw noMatrix;
+    }
     cv::Mat matrix;
     try {
-        storage[name] >> matrix;
-    } catch (const cv::Exception&) { // a node of another type
-        throw UseError(path.string() + ": expected a matrix " + name +
-                       ", found something else under this name");
+        node >> matrix;
+    } catch (const cv::Exception&) { // numbers that are none, or not as many as stated
+        throw noMatrix;
     }
     const auto count = static_cast<int>(matrix.total());
     if (matrix.channels() != 1 || (elements > 0 ? count != elements : count < 4)) {
