@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <string>
 
 #include "tools/dumps/dump_image.h"
@@ -45,8 +46,8 @@ void CheckFace(Inspection& inspection, std::size_t index, const DumpedFace& face
                               Pair(face.right, face.bottom, ',');
     if (face.left < 0 || face.top < 0 || face.right < face.left - 1 || face.bottom < face.top - 1) {
         ReportProblem(inspection, found + ": expected left, top, right, bottom");
-    } else if ((face.left + face.right) / 2 >= image.width ||
-               (face.top + face.bottom) / 2 >= image.height) {
+    } else if (std::midpoint(face.left, face.right) >= image.width ||
+               std::midpoint(face.top, face.bottom) >= image.height) {
         ReportProblem(inspection, found + ": expected it in the image, " +
                                       Pair(image.width, image.height, 'x'));
     }
