@@ -16,7 +16,7 @@
 namespace capture {
 namespace {
 
-constexpr int kPitch = 352;
+constexpr int kPadding = 32;
 
 void CopyPlanes(stereo_scene::GuardedImage& from, host::Image& to) {
     for (int y = 0; y < to.height(); ++y) {
@@ -38,13 +38,13 @@ void WriteFile(const std::filesystem::path& path, std::span<const std::uint8_t> 
 
 } // namespace
 
-CaptureTest::CaptureTest()
-    : useCase_(host::DualCamera(kWidth, kHeight, kWidth, kHeight)),
-      main_(host::Image::Format::Nv12, kWidth, kHeight, kPitch), aux_(main_), output_(main_),
-      depth_(host::Image::Format::Y8, kPitch, kHeight, kPitch) {
-    useCase_.outputWidth = kWidth;
-    useCase_.outputHeight = kHeight;
-    stereo_scene::Pair pair = stereo_scene::Render({.width = kWidth, .height = kHeight});
+CaptureTest::CaptureTest(int width, int height)
+    : useCase_(host::DualCamera(width, height, width, height)),
+      main_(host::Image::Format::Nv12, width, height, width + kPadding), aux_(main_),
+      output_(main_), depth_(host::Image::Format::Y8, width + kPadding, height, width + kPadding) {
+    useCase_.outputWidth = width;
+    useCase_.outputHeight = height;
+    stereo_scene::Pair pair = stereo_scene::Render({.width = width, .height = height});
     CopyPlanes(pair.main, main_);
     CopyPlanes(pair.aux, aux_);
 
@@ -52,7 +52,7 @@ CaptureTest::CaptureTest()
     root_ = mkdtemp(folder);
     std::filesystem::create_directories(root_ / "data/vendor/camera");
     const auto calibration = refocus::WriteCalibration(
-        refocus::CalibrationOfRectifiedPair({kWidth, kHeight, kWidth, kHeight, 300.0, 12.0, 0.0}));
+        refocus::CalibrationOfRectifiedPair({width, height, width, height, 300.0, 12.0, 0.0}));
     WriteFile(root_ / "mnt/vendor/persist/camera/dualcam_cali.bin", calibration);
     WriteFile(root_ / "vendor/etc/camera/dualcam_cali.bin", calibration);
     Library();
@@ -88,6 +88,7 @@ const host::Image& CaptureTest::Rendered() {
     if (!rendered_) {
         host::Node node(Library(), useCase_);
         Capture(node);
+        EXPECT_FALSE(OutputIsMain()) << "the picture cannot be told from a copy";
         rendered_ = output_;
     }
     return *rendered_;

@@ -20,7 +20,7 @@ constexpr int kHeight = 240;
 // Nothing of one test reaches the next.
 class CaptureTest : public ::testing::Test {
 protected:
-    CaptureTest();
+    explicit CaptureTest(int width = kWidth, int height = kHeight);
     ~CaptureTest() override;
 
     static const host::NodeLibrary& Library();

@@ -68,7 +68,8 @@ const std::map<std::string, Expectation> kExpected = {
 
 class FailureSweep : public CaptureTest {
 protected:
-    FailureSweep() {
+    // Small: every failed call renders twice.
+    FailureSweep() : CaptureTest(160, 120) {
         property_set("persist.vendor.camera.tessola.cb.dumpimg", "1");
         Rendered();
         Errors();

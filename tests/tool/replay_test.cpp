@@ -46,7 +46,7 @@ TEST_P(SeededReplayTest, RequestsComeOutTheSame) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, SeededReplayTest, testing::Values(900, 910, 920, 930));
+INSTANTIATE_TEST_SUITE_P(Seeds, SeededReplayTest, testing::Values(900, 910));
 
 TEST_F(ReplayTest, ChangesReachTheNodeAndShow) {
     const MadeCapture capture = Make(951, 1).front();
