@@ -36,14 +36,19 @@ void WriteFile(const std::filesystem::path& path, std::span<const std::uint8_t> 
                static_cast<std::streamsize>(bytes.size()));
 }
 
+host::UseCase DualCamera(std::uint32_t width, std::uint32_t height) {
+    host::UseCase useCase = host::DualCamera(width, height, width, height);
+    useCase.outputWidth = width;
+    useCase.outputHeight = height;
+    return useCase;
+}
+
 } // namespace
 
 CaptureTest::CaptureTest(int width, int height)
-    : useCase_(host::DualCamera(width, height, width, height)),
+    : useCase_(DualCamera(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height))),
       main_(host::Image::Format::Nv12, width, height, width + kPadding), aux_(main_),
       output_(main_), depth_(host::Image::Format::Y8, width + kPadding, height, width + kPadding) {
-    useCase_.outputWidth = width;
-    useCase_.outputHeight = height;
     stereo_scene::Pair pair = stereo_scene::Render({.width = width, .height = height});
     CopyPlanes(pair.main, main_);
     CopyPlanes(pair.aux, aux_);
