@@ -156,7 +156,8 @@ int StepsOutOfFocus(const Inspection& inspection, const host::Image& main) {
 // changes nothing.
 bool IsFaint(const Inspection& inspection, const host::Image& main) {
     const std::int64_t side = std::max(main.width(), main.height());
-    return inspection.parameters->blur * side * StepsOutOfFocus(inspection, main) < 6000 * 255;
+    constexpr std::int64_t kFaint = 6000L * 255;
+    return inspection.parameters->blur * side * StepsOutOfFocus(inspection, main) < kFaint;
 }
 
 bool IsOneValue(const host::Image& image) {
