@@ -263,6 +263,19 @@ TEST_F(PictureCommandTest, GoesOnBehindWhatCannotBeRead) {
     }
 }
 
+TEST_F(PictureCommandTest, ConvertKeepsTheFirstOfTwoResultsOfOneName) {
+    fs::create_directory(folder_ / "other");
+    WriteBytes(folder_ / "other" / kMain, std::vector<std::uint8_t>(Dump().bytes().size(), 128));
+    const ToolRun run = Run({"convert", kMain, std::string("other/") + kMain, "-o", "out"});
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_NE(run.errors.find("found a second one in the same run"), std::string::npos)
+        << run.errors;
+    const RgbImage kept = ReadImageFile(folder_ / "out/IMG_20240131_235959_0_128x80.png");
+    EXPECT_EQ(
+        kept.bytes,
+        Nv12ToRgb(Nv12FromBytes(Dump().bytes(), kPictureWidth, kPitch, kPictureHeight)).bytes);
+}
+
 TEST_F(PictureCommandTest, OutputThatCannotBeWrittenIsAFailure) {
     const std::string command =
         std::string(BOKEHNODE) + " completion bash >/dev/full 2>" + (folder_ / "said").string();

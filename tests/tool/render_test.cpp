@@ -201,7 +201,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& test) { return std::string(test.param.name); });
 
 TEST_F(RenderTest, FocusedSquareStaysSharpBeforeABlurredWall) {
-    const ToolRun run = Render({"--focus", "160,121", "--blur", "90", "--rotation", "0"});
+    const ToolRun run = Render({"--focus", "160,121", "--blur", "90", "--rotation", "0", "--json"});
 
     ASSERT_EQ(run.exitCode, 0) << run.errors;
     EXPECT_EQ(run.errors.find('\033'), std::string::npos) << "progress belongs on terminals only";
@@ -214,6 +214,7 @@ TEST_F(RenderTest, FocusedSquareStaysSharpBeforeABlurredWall) {
     EXPECT_LT(Sharpness(after, 240, 40, 300, 200), 0.5 * Sharpness(before, 240, 40, 300, 200));
 
     const auto tags = Tags();
+    EXPECT_EQ(nlohmann::json::parse(run.output), tags);
     EXPECT_EQ(tags["result"], 0);
     EXPECT_EQ(tags["copiedMainImage"], false);
     EXPECT_TRUE(tags["complaints"].empty()) << tags["complaints"];
