@@ -26,7 +26,9 @@ CDKResult ChiNodeCaptureBokeh::ProcessRequest(ChiNodeProcessRequestInfo* request
         BaseProcessRequest(request, m_cameraInfo, m_frameParams, m_resultDataCTB);
     if (result != CDKResultSuccess) {
         NODE_ERROR(kTextResultWide, result);
-    } else if (!m_requestStopped) {
+        return result;
+    }
+    if (!m_requestStopped) {
         UpdataCTBParam();
         ProduceOutput();
         if (m_dumpImg != 0) {

@@ -24,6 +24,7 @@ void SetSize(Image& image, int width, int height) {
 }
 
 TEST_F(NodeTest, RequestsWithoutTheirBuffersAreRefused) {
+    platform().properties["persist.vendor.camera.tessola.log"] = "2";
     CreateAndProcess();
     struct Case {
         const char* what;
@@ -76,6 +77,10 @@ TEST_F(NodeTest, RequestsWithoutTheirBuffersAreRefused) {
     EXPECT_EQ(Process(), 5u);
     EXPECT_EQ(platform().Texts(6), (Texts{"BaseProcessRequest: #: errCode = 5: NULL POINTER!",
                                           "ProcessRequest: #:  res: 5 NULL POINTER!"}));
+    EXPECT_EQ(platform().Texts(3),
+              (Texts{"TSL_CTB: NodeProcRequest: #:  (IN)\n",
+                     "TSL_CTB: ProcessRequest: #: : inputNum(2), outputNum(1)(IN)\n",
+                     "TSL_CTB: NodeProcRequest: #:  (OUT) res = 5\n"}));
 }
 
 TEST_F(NodeTest, MasterCameraPicksTheMainImage) {
