@@ -39,5 +39,5 @@ if [ "${1-}" = --all ]; then
     scripts/check-coverage
     scripts/fuzz.sh 1
 else
-    scripts/check-tidy node bokehbase engine debug
+    scripts/check-tidy node bokehbase engine
 fi

@@ -18,7 +18,7 @@
 #include "bench/refocus/estimation.h"
 #include "bench/refocus/scene.h"
 #include "bench/refocus/thin_lens.h"
-#include "tools/nv12.h"
+#include "host/picture/nv12.h"
 
 namespace quality {
 namespace {

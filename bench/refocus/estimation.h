@@ -5,7 +5,7 @@
 #include <opencv2/core.hpp>
 
 #include "engine/refocus_engine.h"
-#include "host/pipeline/image.h"
+#include "host/picture/image.h"
 
 namespace quality {
 

@@ -9,10 +9,10 @@
 
 #include "bench/refocus/estimation.h"
 #include "bench/refocus/number_array.h"
+#include "host/picture/errors.h"
+#include "host/picture/image_file.h"
+#include "host/picture/nv12.h"
 #include "host/refocus/occlusion_filling.h"
-#include "tools/errors.h"
-#include "tools/image_file.h"
-#include "tools/nv12.h"
 
 namespace quality {
 namespace {

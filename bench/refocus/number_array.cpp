@@ -6,8 +6,8 @@
 
 #include <zlib.h>
 
-#include "tools/errors.h"
-#include "tools/file_bytes.h"
+#include "host/picture/errors.h"
+#include "host/picture/file_bytes.h"
 
 namespace quality {
 namespace {

@@ -5,9 +5,9 @@
 #include <limits>
 #include <utility>
 
-#include "tools/false_colour.h"
-#include "tools/image_file.h"
-#include "tools/nv12.h"
+#include "host/picture/false_colour.h"
+#include "host/picture/image_file.h"
+#include "host/picture/nv12.h"
 
 namespace quality {
 

@@ -6,8 +6,8 @@
 #include <opencv2/core.hpp>
 
 #include "engine/refocus_engine.h"
-#include "host/pipeline/image.h"
-#include "tools/rgb_image.h"
+#include "host/picture/image.h"
+#include "host/picture/rgb_image.h"
 
 namespace quality {
 

@@ -6,9 +6,9 @@
 #include <opencv2/imgproc.hpp>
 
 #include "bench/refocus/thin_lens.h"
+#include "host/picture/nv12.h"
 #include "host/refocus/circle_of_confusion.h"
 #include "host/refocus/renderer.h"
-#include "tools/nv12.h"
 
 namespace quality {
 namespace {

@@ -3,7 +3,7 @@
 #include <opencv2/core.hpp>
 
 #include "bench/refocus/scene.h"
-#include "tools/rgb_image.h"
+#include "host/picture/rgb_image.h"
 
 namespace quality {
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "host/chinodeutils/node_utils_control.h"
-#include "host/pipeline/image.h"
+#include "host/picture/image.h"
 #include "platform/chi_image.h"
 #include "platform/chi_metadata.h"
 #include "platform/chi_node.h"

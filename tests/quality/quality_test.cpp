@@ -10,7 +10,7 @@
 #include "bench/refocus/number_array.h"
 #include "bench/refocus/rendering.h"
 #include "bench/refocus/thin_lens.h"
-#include "tools/errors.h"
+#include "host/picture/errors.h"
 
 namespace quality {
 namespace {

@@ -8,10 +8,10 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "host/picture/file_bytes.h"
+#include "host/picture/image_file.h"
 #include "host/refocus/calibration.h"
 #include "tests/tool/tool_runner.h"
-#include "tools/file_bytes.h"
-#include "tools/image_file.h"
 
 namespace fs = std::filesystem;
 using Names = std::vector<std::string>;

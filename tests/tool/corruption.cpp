@@ -6,10 +6,10 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "host/picture/nv12.h"
 #include "tests/tool/tool_runner.h"
 #include "tools/dumps/dump_image.h"
 #include "tools/dumps/dump_set.h"
-#include "tools/nv12.h"
 
 namespace fs = std::filesystem;
 

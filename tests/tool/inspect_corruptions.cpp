@@ -14,9 +14,9 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 
+#include "host/picture/image_file.h"
 #include "tests/tool/corruption.h"
 #include "tests/tool/made_capture.h"
-#include "tools/image_file.h"
 #include "tools/inspect/inspection.h"
 
 namespace fs = std::filesystem;

@@ -6,13 +6,13 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "host/picture/image_file.h"
+#include "host/picture/nv12.h"
 #include "tests/tool/corruption.h"
 #include "tests/tool/made_capture.h"
 #include "tests/tool/tool_runner.h"
 #include "tools/dumps/dump_image.h"
-#include "tools/image_file.h"
 #include "tools/inspect/inspection.h"
-#include "tools/nv12.h"
 
 namespace fs = std::filesystem;
 

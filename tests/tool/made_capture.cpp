@@ -9,11 +9,11 @@
 
 #include "host/filesystem/device_root.h"
 #include "host/log/log_control.h"
+#include "host/picture/nv12.h"
 #include "host/properties/property_control.h"
 #include "host/refocus/calibration.h"
 #include "tests/tool/tool_runner.h"
 #include "tools/dumps/dump_set.h"
-#include "tools/nv12.h"
 
 namespace fs = std::filesystem;
 

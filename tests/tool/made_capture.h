@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "host/picture/rgb_image.h"
 #include "host/pipeline/pipeline.h"
 #include "tests/tool/made_scene.h"
-#include "tools/rgb_image.h"
 
 // A dump set that the node wrote for a seeded request, with the calibration that it ran with.
 struct MadeCapture {

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "tools/rgb_image.h"
+#include "host/picture/rgb_image.h"
 
 // A made-up scene with structure at every scale, colours and depth: a far wall and things before
 // it. Lengths are shares of the picture's width.

@@ -8,12 +8,12 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "host/picture/image_file.h"
+#include "host/picture/nv12.h"
 #include "tests/tool/tool_runner.h"
 #include "tools/compare/difference.h"
 #include "tools/dumps/dump_image.h"
 #include "tools/dumps/parameter_text.h"
-#include "tools/image_file.h"
-#include "tools/nv12.h"
 
 namespace fs = std::filesystem;
 using Names = std::vector<std::string>;

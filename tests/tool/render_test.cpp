@@ -13,8 +13,8 @@
 #include <png.h>
 #include <turbojpeg.h>
 
+#include "host/picture/image_file.h"
 #include "tests/tool/tool_runner.h"
-#include "tools/image_file.h"
 
 namespace fs = std::filesystem;
 using Names = std::vector<std::string>;

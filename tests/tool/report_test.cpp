@@ -6,10 +6,10 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "host/picture/image_file.h"
 #include "tests/tool/made_capture.h"
 #include "tests/tool/tool_runner.h"
 #include "tools/dumps/dump_set.h"
-#include "tools/image_file.h"
 
 namespace fs = std::filesystem;
 using Names = std::vector<std::string>;

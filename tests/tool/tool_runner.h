@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/rgb_image.h"
+#include "host/picture/rgb_image.h"
 
 // A temporary folder for a test's files.
 class TestFolder {

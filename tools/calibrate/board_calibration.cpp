@@ -8,9 +8,9 @@
 #include <cstdio>
 #include <optional>
 
+#include "host/picture/errors.h"
+#include "host/picture/image_file.h"
 #include "tools/calibrate/calibration_record.h"
-#include "tools/errors.h"
-#include "tools/image_file.h"
 
 namespace fs = std::filesystem;
 

@@ -5,8 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "host/picture/geometry.h"
 #include "host/refocus/calibration.h"
-#include "tools/render_options.h"
 
 // Calibration of a camera pair from photos of a chessboard, by Zhang's method as in OpenCV's
 // calibrateCamera and stereoCalibrate.

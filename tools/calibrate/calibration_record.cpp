@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <string>
 
-#include "tools/errors.h"
-#include "tools/file_bytes.h"
+#include "host/picture/errors.h"
+#include "host/picture/file_bytes.h"
 
 namespace fs = std::filesystem;
 

@@ -4,8 +4,8 @@
 
 #include <filesystem>
 
+#include "host/picture/geometry.h"
 #include "host/refocus/calibration.h"
-#include "tools/render_options.h"
 
 // OpenCV's numbers of one camera.
 struct LensMatrices {

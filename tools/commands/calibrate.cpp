@@ -1,4 +1,4 @@
-#include "tools/commands/calibrate.h"
+#include "tools/commands/commands.h"
 
 #include <charconv>
 #include <cmath>
@@ -12,15 +12,15 @@
 #include <CLI/App.hpp>
 #include <CLI/Option.hpp>
 
+#include "host/picture/errors.h"
+#include "host/picture/image_file.h"
 #include "tools/calibrate/board_calibration.h"
 #include "tools/calibrate/calibration_record.h"
 #include "tools/calibrate/calibration_text.h"
-#include "tools/errors.h"
-#include "tools/image_file.h"
-#include "tools/json_text.h"
-#include "tools/number_list.h"
-#include "tools/output_folder.h"
-#include "tools/progress.h"
+#include "tools/commands/options.h"
+#include "tools/files/json_text.h"
+#include "tools/files/output_folder.h"
+#include "tools/files/progress.h"
 
 namespace fs = std::filesystem;
 

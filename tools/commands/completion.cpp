@@ -1,4 +1,4 @@
-#include "tools/commands/completion.h"
+#include "tools/commands/commands.h"
 
 #include <cstdio>
 #include <memory>
@@ -7,7 +7,7 @@
 #include <CLI/App.hpp>
 #include <CLI/Option.hpp>
 
-#include "tools/errors.h"
+#include "host/picture/errors.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "tools/commands/convert.h"
+#include "tools/commands/commands.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -12,15 +12,15 @@
 #include <CLI/App.hpp>
 #include <CLI/Option.hpp>
 
-#include "tools/disparity_picture.h"
+#include "host/picture/disparity_picture.h"
+#include "host/picture/errors.h"
+#include "host/picture/image_file.h"
+#include "host/picture/nv12.h"
 #include "tools/dumps/dump_name.h"
 #include "tools/dumps/picture_file.h"
-#include "tools/errors.h"
-#include "tools/image_file.h"
-#include "tools/json_text.h"
-#include "tools/nv12.h"
-#include "tools/output_folder.h"
-#include "tools/progress.h"
+#include "tools/files/json_text.h"
+#include "tools/files/output_folder.h"
+#include "tools/files/progress.h"
 
 namespace fs = std::filesystem;
 using Kind = PictureFile::Kind;

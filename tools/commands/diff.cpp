@@ -1,4 +1,4 @@
-#include "tools/commands/diff.h"
+#include "tools/commands/commands.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -12,15 +12,15 @@
 #include <CLI/App.hpp>
 #include <CLI/Option.hpp>
 
+#include "host/picture/errors.h"
+#include "host/picture/image_file.h"
 #include "tools/compare/difference.h"
 #include "tools/compare/difference_json.h"
 #include "tools/dumps/dump_image.h"
 #include "tools/dumps/picture_file.h"
-#include "tools/errors.h"
-#include "tools/image_file.h"
-#include "tools/json_text.h"
-#include "tools/output_folder.h"
-#include "tools/progress.h"
+#include "tools/files/json_text.h"
+#include "tools/files/output_folder.h"
+#include "tools/files/progress.h"
 
 namespace fs = std::filesystem;
 using Kind = PictureFile::Kind;

@@ -1,4 +1,5 @@
-#include "tools/commands/inspect.h"
+#include "tools/commands/commands.h"
+#include "tools/commands/options.h"
 
 #include <cstdio>
 #include <filesystem>
@@ -10,15 +11,15 @@
 #include <CLI/App.hpp>
 #include <CLI/Option.hpp>
 
-#include "tools/disparity_picture.h"
-#include "tools/errors.h"
-#include "tools/image_file.h"
+#include "host/picture/disparity_picture.h"
+#include "host/picture/errors.h"
+#include "host/picture/image_file.h"
+#include "host/picture/nv12.h"
+#include "tools/files/json_text.h"
+#include "tools/files/output_folder.h"
+#include "tools/files/progress.h"
 #include "tools/inspect/inspection.h"
 #include "tools/inspect/inspection_text.h"
-#include "tools/json_text.h"
-#include "tools/nv12.h"
-#include "tools/output_folder.h"
-#include "tools/progress.h"
 #include "tools/report/inspection_report.h"
 #include "tools/report/report_file.h"
 

@@ -1,25 +1,27 @@
-#include "tools/commands/render.h"
+#include "tools/commands/commands.h"
 
 #include <cstdio>
+#include <memory>
 #include <optional>
 #include <string>
 
+#include "host/picture/disparity_picture.h"
+#include "host/picture/errors.h"
+#include "host/picture/image_file.h"
+#include "host/picture/nv12.h"
 #include "host/pipeline/pipeline.h"
-#include "tools/capture_request.h"
-#include "tools/device_folder.h"
-#include "tools/disparity_picture.h"
+#include "tools/commands/options.h"
 #include "tools/dumps/dump_set.h"
-#include "tools/errors.h"
-#include "tools/image_file.h"
+#include "tools/files/output_folder.h"
+#include "tools/files/progress.h"
 #include "tools/inspect/inspection.h"
-#include "tools/libraries.h"
-#include "tools/log_lines.h"
-#include "tools/nv12.h"
-#include "tools/output_folder.h"
-#include "tools/progress.h"
 #include "tools/report/outcome_report.h"
 #include "tools/report/report_file.h"
-#include "tools/run_report.h"
+#include "tools/run/capture_request.h"
+#include "tools/run/device_folder.h"
+#include "tools/run/libraries.h"
+#include "tools/run/log_lines.h"
+#include "tools/run/run_json.h"
 
 namespace fs = std::filesystem;
 
@@ -122,8 +124,6 @@ int Judge(const Outcome& outcome) {
     return good ? kExitDone : kExitFailed;
 }
 
-} // namespace
-
 int Render(const RenderOptions& options) {
     std::optional<Progress> reading("reading the pictures");
     host::Image main = LoadImage(options.main, options);
@@ -180,4 +180,12 @@ int Render(const RenderOptions& options) {
         std::printf("%s", ReportText(facts, outcome).c_str());
     }
     return Judge(outcome);
+}
+
+} // namespace
+
+std::function<int()> PrepareRender(CLI::App& command) {
+    const auto options = std::make_shared<RenderOptions>();
+    AddRenderOptions(command, *options);
+    return [options] { return Render(*options); };
 }

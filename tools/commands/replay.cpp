@@ -1,4 +1,4 @@
-#include "tools/commands/replay.h"
+#include "tools/commands/commands.h"
 
 #include <cstdio>
 #include <memory>
@@ -9,14 +9,14 @@
 #include <CLI/App.hpp>
 #include <CLI/Option.hpp>
 
-#include "tools/errors.h"
-#include "tools/image_file.h"
+#include "host/picture/errors.h"
+#include "host/picture/image_file.h"
+#include "host/picture/nv12.h"
+#include "tools/commands/options.h"
+#include "tools/files/json_text.h"
+#include "tools/files/output_folder.h"
+#include "tools/files/progress.h"
 #include "tools/inspect/inspection.h"
-#include "tools/json_text.h"
-#include "tools/number_list.h"
-#include "tools/nv12.h"
-#include "tools/output_folder.h"
-#include "tools/progress.h"
 #include "tools/replay/replay.h"
 #include "tools/replay/replay_all.h"
 #include "tools/replay/replay_text.h"

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "host/pipeline/image.h"
-#include "tools/false_colour.h"
-#include "tools/rgb_image.h"
+#include "host/picture/false_colour.h"
+#include "host/picture/image.h"
+#include "host/picture/rgb_image.h"
 
 // Where and how far two pictures of one size differ; padding is not looked at.
 

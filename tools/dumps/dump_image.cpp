@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string>
 
-#include "tools/errors.h"
+#include "host/picture/errors.h"
 
 namespace fs = std::filesystem;
 

@@ -3,10 +3,10 @@
 #include <filesystem>
 #include <optional>
 
-#include "host/pipeline/image.h"
+#include "host/picture/file_bytes.h"
+#include "host/picture/image.h"
 #include "tools/dumps/dump_set.h"
 #include "tools/dumps/parameter_text.h"
-#include "tools/file_bytes.h"
 
 // What a dump's bytes should be, and the image they make.
 

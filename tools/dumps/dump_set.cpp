@@ -6,7 +6,7 @@
 #include <system_error>
 #include <utility>
 
-#include "tools/errors.h"
+#include "host/picture/errors.h"
 
 namespace fs = std::filesystem;
 

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <string>
 
+#include "host/picture/errors.h"
+#include "host/picture/image_file.h"
+#include "host/picture/nv12.h"
 #include "tools/dumps/dump_image.h"
 #include "tools/dumps/dump_name.h"
-#include "tools/errors.h"
-#include "tools/image_file.h"
-#include "tools/nv12.h"
 
 namespace fs = std::filesystem;
 

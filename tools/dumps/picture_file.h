@@ -3,8 +3,8 @@
 #include <filesystem>
 #include <optional>
 
-#include "host/pipeline/image.h"
-#include "tools/rgb_image.h"
+#include "host/picture/image.h"
+#include "host/picture/rgb_image.h"
 
 // A file that holds a picture, whatever its kind.
 struct PictureFile {

@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "host/pipeline/image.h"
+#include "host/picture/file_bytes.h"
+#include "host/picture/image.h"
 #include "tools/dumps/dump_set.h"
 #include "tools/dumps/parameter_text.h"
-#include "tools/file_bytes.h"
 #include "tools/inspect/finding.h"
 
 // A dump set, read, and what was found in it: all that a report shows.

@@ -5,7 +5,7 @@
 #include <array>
 #include <vector>
 
-#include "host/pipeline/image.h"
+#include "host/picture/image.h"
 
 // How two small grey pictures of one scene go together, places by places.
 

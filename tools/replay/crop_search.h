@@ -2,8 +2,8 @@
 
 #include <optional>
 
+#include "host/picture/geometry.h"
 #include "platform/chi_metadata.h"
-#include "tools/render_options.h"
 
 struct AppliedCrop {
     ChiRect crop;

@@ -3,16 +3,16 @@
 #include <algorithm>
 #include <span>
 
+#include "host/picture/disparity_picture.h"
+#include "host/picture/errors.h"
 #include "host/refocus/calibration.h"
-#include "tools/capture_request.h"
-#include "tools/device_folder.h"
-#include "tools/disparity_picture.h"
 #include "tools/dumps/dump_image.h"
-#include "tools/errors.h"
-#include "tools/libraries.h"
-#include "tools/log_lines.h"
-#include "tools/progress.h"
+#include "tools/files/progress.h"
 #include "tools/replay/crop_search.h"
+#include "tools/run/capture_request.h"
+#include "tools/run/device_folder.h"
+#include "tools/run/libraries.h"
+#include "tools/run/log_lines.h"
 
 namespace fs = std::filesystem;
 

@@ -6,10 +6,10 @@
 #include <vector>
 
 #include "host/log/log_control.h"
+#include "host/picture/file_bytes.h"
 #include "host/pipeline/pipeline.h"
 #include "tools/compare/difference.h"
 #include "tools/dumps/dump_set.h"
-#include "tools/file_bytes.h"
 #include "tools/replay/replay_options.h"
 
 // What became of a dumped request that ran again: all that a report shows.

@@ -18,17 +18,17 @@
 
 #include <nlohmann/json.hpp>
 
-#include "tools/device_folder.h"
+#include "host/picture/errors.h"
 #include "tools/dumps/dump_set.h"
-#include "tools/errors.h"
+#include "tools/files/interruption.h"
+#include "tools/files/json_text.h"
+#include "tools/files/output_folder.h"
+#include "tools/files/progress.h"
 #include "tools/inspect/inspection_text.h"
-#include "tools/interruption.h"
-#include "tools/json_text.h"
-#include "tools/libraries.h"
-#include "tools/output_folder.h"
-#include "tools/progress.h"
 #include "tools/replay/replay.h"
 #include "tools/replay/replay_text.h"
+#include "tools/run/device_folder.h"
+#include "tools/run/libraries.h"
 
 namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;

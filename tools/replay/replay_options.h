@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "tools/dumps/parameter_text.h"
-#include "tools/render_options.h"
+#include "tools/run/run_options.h"
 
 // Coordinates and sides are at most this far from 0.
 inline constexpr std::int32_t kMostPixels = 1 << 20;

@@ -5,7 +5,7 @@
 #include "tools/inspect/inspection.h"
 #include "tools/replay/replay.h"
 #include "tools/report/report.h"
-#include "tools/run_report.h"
+#include "tools/run/run_json.h"
 
 // What a run of the node came to, as a report.
 

@@ -11,7 +11,7 @@
 #include "host/log/log_control.h"
 #include "platform/chi_metadata.h"
 #include "tools/dumps/parameter_text.h"
-#include "tools/render_options.h"
+#include "tools/run/run_options.h"
 
 // What a report shows. Whatever is not known stays empty, and the page leaves it out. Places are
 // pixels of the main image.

@@ -2,16 +2,8 @@
 
 #include <filesystem>
 
-#include "tools/output_folder.h"
+#include "tools/files/output_folder.h"
 #include "tools/report/report.h"
-
-namespace CLI {
-class App;
-class Option;
-} // namespace CLI
-
-// --report FILE, the same for every command that makes one.
-CLI::Option* AddReportOption(CLI::App& command, std::filesystem::path& file);
 
 // The page on its way to its place: there once committed, and not before.
 class ReportFile {

@@ -2,8 +2,8 @@
 
 #include <string_view>
 
-#include "tools/false_colour.h"
-#include "tools/json_text.h"
+#include "host/picture/false_colour.h"
+#include "tools/files/json_text.h"
 #include "tools/report/page_files.h"
 
 namespace fs = std::filesystem;

@@ -6,9 +6,9 @@
 #include <span>
 #include <string_view>
 
+#include "host/picture/image_file.h"
+#include "host/picture/nv12.h"
 #include "tools/compare/difference.h"
-#include "tools/image_file.h"
-#include "tools/nv12.h"
 
 namespace {
 

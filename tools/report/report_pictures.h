@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "host/pipeline/image.h"
+#include "host/picture/image.h"
 #include "tools/report/report.h"
 
 // Images as a report holds them.

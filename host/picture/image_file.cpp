@@ -1,0 +1,137 @@
+#include "host/picture/image_file.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include <png.h>
+#include <turbojpeg.h>
+
+#include "host/picture/errors.h"
+
+namespace {
+
+constexpr std::array<std::uint8_t, 8> kPngStart{0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
+constexpr std::array<std::uint8_t, 3> kJpegStart{0xff, 0xd8, 0xff};
+
+template <std::size_t kSize>
+bool StartsWith(const Bytes& bytes, const std::array<std::uint8_t, kSize>& start) {
+    return bytes.size() >= kSize && std::equal(start.begin(), start.end(), bytes.begin());
+}
+
+[[noreturn]] void Damaged(const std::string& name, const char* format, const char* reason) {
+    throw UseError(name + ": expected a whole " + format + " picture, found a damaged one (" +
+                   reason + ")");
+}
+
+void CheckSize(const std::string& name, std::int64_t width, std::int64_t height) {
+    if (width < 2 || height < 2 || width > kLongestSide || height > kLongestSide) {
+        throw UseError(name + ": expected sides of 2 to " + std::to_string(kLongestSide) +
+                       " pixels, found " + std::to_string(width) + "x" + std::to_string(height));
+    }
+}
+
+struct PngState : png_image {
+    PngState() : png_image{} { version = PNG_IMAGE_VERSION; }
+    ~PngState() { png_image_free(this); }
+};
+
+RgbImage DecodePng(const std::string& name, const Bytes& bytes) {
+    PngState png;
+    if (png_image_begin_read_from_memory(&png, bytes.data(), bytes.size()) == 0) {
+        Damaged(name, "PNG", png.message);
+    }
+    CheckSize(name, png.width, png.height);
+    if ((png.format & PNG_FORMAT_FLAG_LINEAR) != 0) {
+        png.flags |= PNG_IMAGE_FLAG_16BIT_sRGB; // else 16-bit files without gAMA count as linear
+    }
+    png.format = PNG_FORMAT_RGB;
+    RgbImage image(static_cast<int>(png.width), static_cast<int>(png.height));
+    const png_color black{0, 0, 0};
+    if (png_image_finish_read(&png, &black, image.bytes.data(), 0, nullptr) == 0) {
+        Damaged(name, "PNG", png.message);
+    }
+    return image;
+}
+
+struct CloseTurboJpeg {
+    void operator()(void* handle) const { tjDestroy(handle); }
+};
+
+RgbImage DecodeJpeg(const std::string& name, const Bytes& bytes) {
+    const std::unique_ptr<void, CloseTurboJpeg> jpeg(tjInitDecompress());
+    const auto size = static_cast<unsigned long>(bytes.size());
+    int width = 0;
+    int height = 0;
+    int subsampling = 0;
+    int colours = 0;
+    if (tjDecompressHeader3(jpeg.get(), bytes.data(), size, &width, &height, &subsampling,
+                            &colours) != 0) {
+        Damaged(name, "JPEG", tjGetErrorStr2(jpeg.get()));
+    }
+    CheckSize(name, width, height);
+    if (colours == TJCS_CMYK || colours == TJCS_YCCK) {
+        throw UseError(name + ": expected a grey or RGB picture, found one of four printing inks");
+    }
+    RgbImage image(width, height);
+    // A truncated file is only a warning to the decoder, which fills the rest with grey.
+    if (tjDecompress2(jpeg.get(), bytes.data(), size, image.bytes.data(), width, image.pitch(),
+                      height, TJPF_RGB, TJFLAG_STOPONWARNING) != 0) {
+        Damaged(name, "JPEG", tjGetErrorStr2(jpeg.get()));
+    }
+    return image;
+}
+
+Bytes EncodeRows(png_uint_32 format, int width, int height, const std::uint8_t* rows, int pitch) {
+    PngState png;
+    png.width = static_cast<png_uint_32>(width);
+    png.height = static_cast<png_uint_32>(height);
+    png.format = format;
+    png.flags = PNG_IMAGE_FLAG_FAST; // pictures of the camera's size in a second, not in ten
+    png_alloc_size_t size = PNG_IMAGE_PNG_SIZE_MAX(png);
+    Bytes bytes(size);
+    if (png_image_write_to_memory(&png, bytes.data(), &size, 0, rows, pitch, nullptr) == 0) {
+        throw std::runtime_error(std::string("cannot encode a PNG picture: ") + png.message);
+    }
+    bytes.resize(size);
+    return bytes;
+}
+
+} // namespace
+
+RgbImage ReadImageFile(const std::filesystem::path& path) {
+    const Bytes bytes = ReadFileBytes(path);
+    if (StartsWith(bytes, kPngStart)) {
+        return DecodePng(path.string(), bytes);
+    }
+    if (StartsWith(bytes, kJpegStart)) {
+        return DecodeJpeg(path.string(), bytes);
+    }
+    throw UseError(path.string() + ": expected a JPEG or PNG picture, found " +
+                   (bytes.empty() ? "an empty file" : "a file of another kind"));
+}
+
+Bytes EncodePng(const RgbImage& image) {
+    return EncodeRows(PNG_FORMAT_RGB, image.width, image.height, image.bytes.data(), image.pitch());
+}
+
+Bytes EncodePng(const host::Image& grey) {
+    return EncodeRows(PNG_FORMAT_GRAY, grey.width(), grey.height(), grey.plane(0), grey.pitch());
+}
+
+Bytes EncodeJpeg(const RgbImage& image, int quality) {
+    const std::unique_ptr<void, CloseTurboJpeg> jpeg(tjInitCompress());
+    unsigned long size = tjBufSize(image.width, image.height, TJSAMP_444);
+    Bytes bytes(size);
+    std::uint8_t* place = bytes.data();
+    if (tjCompress2(jpeg.get(), image.bytes.data(), image.width, image.pitch(), image.height,
+                    TJPF_RGB, &place, &size, TJSAMP_444, quality, TJFLAG_NOREALLOC) != 0) {
+        throw std::runtime_error(std::string("cannot encode a JPEG picture: ") +
+                                 tjGetErrorStr2(jpeg.get()));
+    }
+    bytes.resize(size);
+    return bytes;
+}

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <filesystem>
+
+#include "host/picture/file_bytes.h"
+#include "host/picture/image.h"
+#include "host/picture/rgb_image.h"
+
+// The longest side of a picture that the tool takes, in pixels.
+constexpr int kLongestSide = 16384;
+
+// A JPEG or PNG picture, told apart by its first bytes. Grey becomes RGB, 16 bits become 8, what is
+// transparent becomes black. Throws UseError that names the file, what was expected and found.
+RgbImage ReadImageFile(const std::filesystem::path& path);
+
+// The picture as a PNG file's bytes; a Y8 image as one in grey.
+Bytes EncodePng(const RgbImage& image);
+Bytes EncodePng(const host::Image& grey);
+
+// The picture as a JPEG file's bytes, with colours at full size. `quality`: 1 to 100.
+Bytes EncodeJpeg(const RgbImage& image, int quality);

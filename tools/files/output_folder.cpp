@@ -1,0 +1,137 @@
+#include "tools/files/output_folder.h"
+
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "host/picture/errors.h"
+#include "tools/files/interruption.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+[[noreturn]] void Fail(const fs::path& path, const char* what) {
+    throw UseError(path.string() + ": " + what + ": " + std::strerror(errno));
+}
+
+// write(2) may take less than it is given.
+bool WriteAll(int file, std::span<const std::uint8_t> bytes) {
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(file, bytes.data(), bytes.size());
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written <= 0) {
+            return false;
+        }
+        bytes = bytes.subspan(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+// Missing folders of `path`, outermost first.
+std::vector<fs::path> MissingFolders(const fs::path& path) {
+    std::vector<fs::path> missing;
+    for (fs::path folder = path; !folder.empty() && !fs::exists(fs::symlink_status(folder));
+         folder = folder.parent_path()) {
+        missing.insert(missing.begin(), folder);
+    }
+    return missing;
+}
+
+} // namespace
+
+OutputFolder::OutputFolder(const fs::path& folder)
+    : folder_(fs::absolute(folder).lexically_normal()) {
+    if (!folder_.has_filename()) { // "DIR/" names DIR
+        folder_ = folder_.parent_path();
+    }
+    for (const fs::path& missing : MissingFolders(folder_)) {
+        const auto delay = DelayInterruption();
+        if (::mkdir(missing.c_str(), 0777) != 0) {
+            const int reason = errno;
+            for (auto made = made_.rbegin(); made != made_.rend(); ++made) {
+                ::rmdir(made->c_str());
+            }
+            errno = reason;
+            Fail(missing, "cannot make this folder");
+        }
+        made_.push_back(missing);
+        RemoveWhenInterrupted(missing, Removal::kAlone);
+    }
+    if (!fs::is_directory(folder_)) {
+        throw UseError(folder_.string() + ": expected a folder, found something else");
+    }
+}
+
+// From now on the files are on their way to their places.
+void OutputFolder::StopWatching() {
+    for (const auto& [temporary, final] : pending_) {
+        KeepWhenInterrupted(temporary);
+    }
+    for (const fs::path& made : made_) {
+        KeepWhenInterrupted(made);
+    }
+}
+
+OutputFolder::~OutputFolder() {
+    if (committed_) {
+        return;
+    }
+    std::error_code ignored;
+    for (const auto& [temporary, final] : pending_) {
+        fs::remove(temporary, ignored);
+    }
+    for (auto made = made_.rbegin(); made != made_.rend(); ++made) {
+        fs::remove(*made, ignored); // refuses where somebody else put something in
+    }
+    StopWatching();
+}
+
+void OutputFolder::Write(const std::string& name, std::span<const std::uint8_t> bytes) {
+    std::string temporary = (folder_ / ("." + name + ".XXXXXX")).string();
+    int file = -1;
+    {
+        const auto delay = DelayInterruption();
+        file = ::mkostemp(temporary.data(), O_CLOEXEC);
+        if (file < 0) {
+            Fail(folder_ / name, "cannot be written");
+        }
+        pending_.emplace_back(temporary, folder_ / name);
+        RemoveWhenInterrupted(temporary, Removal::kAlone);
+    }
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    const bool written = WriteAll(file, bytes) && ::fchmod(file, 0666 & ~mask) == 0;
+    if (::close(file) != 0 || !written) {
+        Fail(folder_ / name, "cannot be written");
+    }
+}
+
+void OutputFolder::Write(const std::string& name, std::string_view text) {
+    Write(name, std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
+}
+
+void OutputFolder::Drop(const std::string& name) {
+    dropped_.push_back(folder_ / name);
+}
+
+void OutputFolder::Commit() {
+    StopWatching();
+    for (const auto& [temporary, final] : pending_) {
+        if (::rename(temporary.c_str(), final.c_str()) != 0) {
+            Fail(final, "cannot be written");
+        }
+    }
+    for (const fs::path& path : dropped_) {
+        if (::unlink(path.c_str()) != 0 && errno != ENOENT) {
+            Fail(path, "cannot be removed");
+        }
+    }
+    committed_ = true;
+}

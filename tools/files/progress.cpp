@@ -1,0 +1,48 @@
+#include "tools/files/progress.h"
+
+#include <chrono>
+#include <cstdio>
+#include <utility>
+
+#include <unistd.h>
+
+namespace {
+
+constexpr auto kQuiet = std::chrono::milliseconds(500);
+constexpr auto kBeat = std::chrono::milliseconds(200);
+
+} // namespace
+
+Progress::Progress(std::string step) : step_(std::move(step)) {
+    if (::isatty(STDERR_FILENO) != 0) {
+        thread_ = std::thread([this] { Run(); });
+    }
+}
+
+Progress::~Progress() {
+    if (!thread_.joinable()) {
+        return;
+    }
+    {
+        const std::lock_guard lock(mutex_);
+        done_ = true;
+    }
+    wake_.notify_one();
+    thread_.join();
+}
+
+void Progress::Run() {
+    const auto start = std::chrono::steady_clock::now();
+    std::unique_lock lock(mutex_);
+    if (wake_.wait_for(lock, kQuiet, [this] { return done_; })) {
+        return;
+    }
+    do {
+        const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
+        // The cursor returns to the line's start, where a log line may overwrite this one.
+        std::fprintf(stderr, "\033[K%s ... %.1f s\r", step_.c_str(), taken.count());
+        std::fflush(stderr);
+    } while (!wake_.wait_for(lock, kBeat, [this] { return done_; }));
+    std::fprintf(stderr, "\033[K");
+    std::fflush(stderr);
+}
