@@ -1,74 +1,188 @@
 #include "host/control/faults.h"
 
-#include <mutex>
+#include <algorithm>
+#include <atomic>
+#include <charconv>
 #include <stdexcept>
 
 namespace host {
-namespace {
 
-struct Registry {
-    std::mutex mutex;
-    std::vector<CallPoint*> points;
+struct CallState {
+    CallDescription description;
+    std::atomic<std::uint64_t> calls{0};
+    std::atomic<std::uint64_t> failFrom{0}; // 0: never
+    std::atomic<std::uint64_t> failUpTo{0}; // the first call that succeeds again
+    std::atomic<std::int64_t> result{0};
 };
 
-// Constructed on first use: call points of other libraries register before this one's statics run.
-Registry& registry() {
-    static Registry instance;
-    return instance;
+namespace {
+
+constexpr std::int64_t kSystemError = -1;
+constexpr std::int64_t kPlatformError = 1; // CDKResultEFailed
+constexpr std::int64_t kEngineError = -4;  // the stand-in engine's code for an unexpected failure
+
+// Initialised before any code runs: call points of other libraries look their state up while they
+// are loaded.
+constinit CallState calls[] = {
+    {{"property_get", "a property reads as empty, whatever its value", 0}},
+    {{"__android_log_print", "the message is lost", kSystemError}},
+    {{"ChiNodeUtils::QueryVendorTag", "the platform does not get the node's tags", kPlatformError}},
+    {{"ChiNodeUtils::SetNodeInterface", "the node gets no callbacks", kPlatformError}},
+    {{"getVendorTagBase", "the platform does not tell a vendor tag's id", kPlatformError}},
+    {{"CamX::SettingsManager::GetInstance", "the platform has no settings (null)", {}}},
+    {{"CamX::SettingsManager::GetStaticSettings", "the settings have no record (null)", {}}},
+    {{"ChiNodeUtils::GetDataList", "metadata that the node reads is missing (null)", {}}},
+    {{"ChiNodeUtils::DefaultBufferNegotiation", "buffers are not negotiated", kPlatformError}},
+    {{"queryRequestState", "the platform does not tell if a request goes on", kPlatformError}},
+    {{"setMetadata", "the platform refuses what the node publishes", kPlatformError}},
+    {{"fopen", "a device file does not open (null)", {}}},
+    {{"fseek", "the position in a device file stays as it is", kSystemError}},
+    {{"ftell", "the position in a device file is not told", kSystemError}},
+    {{"fread", "only RESULT items of a device file are read", 0}},
+    {{"fclose", "a device file is closed, but reported as failed", kSystemError}},
+    {{"open", "a device file does not open (-1)", {}}},
+    {{"write", "only RESULT bytes are written to a device file, none if below 0", kSystemError}},
+    {{"close", "a device file is closed, but reported as failed", kSystemError}},
+    {{"TSL_DCIR_GetVersion", "the engine names no version (null)", {}}},
+    {{"TSL_DCIR_Init", "the engine starts no instance", kEngineError}},
+    {{"TSL_DCIR_SetCameraImageInfo", "the engine refuses the images' crops", kEngineError}},
+    {{"TSL_DCIR_SetCaliData", "the engine refuses the calibration", kEngineError}},
+    {{"TSL_DCIR_GetImageSizeInCalibration", "the calibration's sizes are not told", kEngineError}},
+    {{"TSL_DCIR_Reset", "the engine keeps the last picture", kEngineError}},
+    {{"TSL_DCIR_CalcDisparityData", "the engine makes no disparity map", kEngineError}},
+    {{"TSL_DCIR_GetDisparityDataSize", "the disparity map's size is not told", kEngineError}},
+    {{"TSL_DCIR_GetDisparityData", "the disparity map is not handed out", kEngineError}},
+    {{"TSL_DCIR_Process", "the engine renders nothing", kEngineError}},
+    {{"TSL_DCIR_Uninit", "the engine ends the instance, but reports a failure", kEngineError}},
+};
+
+CallState& Find(std::string_view name) {
+    const auto found =
+        std::ranges::find(calls, name, [](const CallState& call) { return call.description.name; });
+    if (found == std::end(calls)) {
+        throw std::out_of_range("no stand-in has a function named " + std::string(name));
+    }
+    return *found;
 }
 
-CallPoint& Find(std::string_view name) {
-    for (CallPoint* point : registry().points) {
-        if (point->name() == name) {
-            return *point;
-        }
+// The call whose name the text starts with, up to the text's end or a colon; null if there is none.
+// Names have colons themselves.
+CallState* FindAtStart(std::string_view text) {
+    const auto found = std::ranges::find_if(calls, [text](const CallState& call) {
+        const std::string_view name = call.description.name;
+        return text.starts_with(name) && (text.size() == name.size() || text[name.size()] == ':');
+    });
+    return found != std::end(calls) ? &*found : nullptr;
+}
+
+[[noreturn]] void Refuse(const std::string& expected, std::string_view found) {
+    throw std::invalid_argument("expected " + expected + ", found " + std::string(found));
+}
+
+// Takes ":NUMBER" from the start of the text; nothing if the text does not start so.
+template <typename Number>
+std::optional<Number> TakeNumber(std::string_view& text) {
+    Number number = 0;
+    if (!text.starts_with(':')) {
+        return std::nullopt;
     }
-    throw std::out_of_range("no stand-in has a function named " + std::string(name));
+    const auto [end, error] = std::from_chars(text.data() + 1, text.data() + text.size(), number);
+    if (error != std::errc()) {
+        return std::nullopt;
+    }
+    text.remove_prefix(static_cast<std::size_t>(end - text.data()));
+    return number;
+}
+
+bool IsPending(const CallState& call) {
+    return call.failFrom > call.calls;
+}
+
+void ArmCall(CallState& call, std::uint64_t nth, std::int64_t result, std::uint64_t times) {
+    call.result = result;
+    call.failUpTo = call.calls + nth + times;
+    call.failFrom = call.calls + nth;
 }
 
 } // namespace
 
-CallPoint::CallPoint(const char* name) : name_(name) {
-    const std::lock_guard lock(registry().mutex);
-    registry().points.push_back(this);
-}
+CallPoint::CallPoint(std::string_view name) : state_(Find(name)) {}
 
 std::optional<std::int64_t> CallPoint::Enter() {
-    const std::uint64_t call = ++calls_;
-    if (call >= failFrom_ && call < failUpTo_) {
-        return result_.load();
+    const std::uint64_t call = ++state_.calls;
+    if (call >= state_.failFrom && call < state_.failUpTo) {
+        return state_.result.load();
     }
     return std::nullopt;
 }
 
+std::vector<CallDescription> Faults::List() {
+    std::vector<CallDescription> list;
+    for (const CallState& call : calls) {
+        list.push_back(call.description);
+    }
+    return list;
+}
+
+void Faults::Arm(std::string_view text) {
+    CallState* const call = FindAtStart(text);
+    if (call == nullptr) {
+        std::string names;
+        for (const CallState& known : calls) {
+            names.append(names.empty() ? "" : ", ").append(known.description.name);
+        }
+        Refuse("CALL[:N[:RESULT]] with one of the calls " + names, text);
+    }
+    const CallDescription& description = call->description;
+    std::string_view rest = text.substr(description.name.size());
+    const auto nth = TakeNumber<std::uint64_t>(rest);
+    const auto result = nth ? TakeNumber<std::int64_t>(rest) : std::nullopt;
+    constexpr std::uint64_t kMostCalls = 1'000'000'000; // leaves room to add to
+    if (!rest.empty() || nth == 0 || nth > kMostCalls || (result && !description.result)) {
+        Refuse(std::string(description.name) + (description.result ? "[:N[:RESULT]]" : "[:N]") +
+                   " with an N of 1 to " + std::to_string(kMostCalls),
+               text);
+    }
+    if (IsPending(*call)) {
+        Refuse("one failure of " + std::string(description.name), "another, " + std::string(text));
+    }
+    ArmCall(*call, nth.value_or(1), result.value_or(description.result.value_or(0)), 1);
+}
+
+std::vector<std::string> Faults::Pending() {
+    std::vector<std::string> pending;
+    for (const CallState& call : calls) {
+        if (IsPending(call)) {
+            const std::uint64_t made = call.calls;
+            pending.push_back(std::string(call.description.name) + ":" +
+                              std::to_string(call.failFrom) + " (" + std::to_string(made) +
+                              (made == 1 ? " call" : " calls") + " so far)");
+        }
+    }
+    return pending;
+}
+
 void Faults::Fail(std::string_view name, std::uint64_t nth, std::int64_t result,
                   std::uint64_t times) {
-    const std::lock_guard lock(registry().mutex);
-    CallPoint& point = Find(name);
-    point.result_ = result;
-    point.failUpTo_ = point.calls_ + nth + times;
-    point.failFrom_ = point.calls_ + nth;
+    ArmCall(Find(name), nth, result, times);
 }
 
 std::uint64_t Faults::Calls(std::string_view name) {
-    const std::lock_guard lock(registry().mutex);
-    return Find(name).calls_;
+    return Find(name).calls;
 }
 
 void Faults::Reset() {
-    const std::lock_guard lock(registry().mutex);
-    for (CallPoint* point : registry().points) {
-        point->failFrom_ = 0;
-        point->failUpTo_ = 0;
-        point->calls_ = 0;
+    for (CallState& call : calls) {
+        call.failFrom = 0;
+        call.failUpTo = 0;
+        call.calls = 0;
     }
 }
 
 std::vector<std::string> Faults::Names() {
-    const std::lock_guard lock(registry().mutex);
     std::vector<std::string> names;
-    for (const CallPoint* point : registry().points) {
-        names.emplace_back(point->name());
+    for (const CallState& call : calls) {
+        names.emplace_back(call.description.name);
     }
     return names;
 }

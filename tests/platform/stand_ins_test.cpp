@@ -149,6 +149,39 @@ TEST_F(StandIns, DevicePathsLeadIntoTheRootAndNowhereElse) {
     EXPECT_TRUE(host::OpenDeviceFiles().empty());
 }
 
+TEST_F(StandIns, FailuresAreArmedByText) {
+    const auto read = [](const char* name) {
+        char value[kPropertyValueMax];
+        return property_get(name, value, nullptr);
+    };
+    property_set("key", "four");
+    host::Faults::Arm("property_get:2:7");
+    host::Faults::Arm("ChiNodeUtils::GetDataList:3");
+    EXPECT_EQ(host::Faults::Pending(),
+              (std::vector<std::string>{"property_get:2 (0 calls so far)",
+                                        "ChiNodeUtils::GetDataList:3 (0 calls so far)"}));
+    EXPECT_EQ(read("key"), 4);
+    EXPECT_EQ(read("key"), 7);
+    EXPECT_EQ(read("key"), 4);
+    EXPECT_EQ(host::Faults::Pending().size(), 1u);
+    host::Faults::Arm("property_get");
+    EXPECT_EQ(read("key"), 0) << "the first call from now on, with the default";
+
+    for (const char* wrong :
+         {"", "property_ge", "property_get:", "property_get:0", "property_get:x", "property_get:-1",
+          "property_get:1:", "property_get:1:2:3", "property_get:1:2x", "fopen:1:0",
+          "property_get:99999999999999999999", "ChiNodeUtils::GetDataList"}) {
+        EXPECT_THROW(host::Faults::Arm(wrong), std::invalid_argument) << wrong;
+    }
+    try {
+        host::Faults::Arm("close_");
+    } catch (const std::invalid_argument& error) {
+        for (const host::CallDescription& call : host::Faults::List()) {
+            EXPECT_NE(std::string_view(error.what()).find(call.name), std::string_view::npos);
+        }
+    }
+}
+
 TEST_F(StandIns, FileFaultsMeetOnlyDeviceFiles) {
     Write("vendor/etc/b", "0123456789");
     host::SetDeviceRoot(root_);

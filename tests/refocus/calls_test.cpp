@@ -225,10 +225,28 @@ TEST(RefocusCalls, ArmedFaultsReplaceTheCall) {
     host::Faults::Fail("TSL_DCIR_Uninit", 1, 78);
     EXPECT_EQ(TSL_DCIR_Uninit(&engine.handle), 78);
     EXPECT_EQ(engine.handle, nullptr);
-    for (const char* name :
-         {"Init", "SetCameraImageInfo", "SetCaliData", "GetImageSizeInCalibration",
-          "CalcDisparityData", "GetDisparityDataSize", "GetDisparityData", "Process"}) {
-        EXPECT_NO_THROW(host::Faults::Calls(std::string("TSL_DCIR_") + name)) << name;
+    // The failure goes before the check of the arguments.
+    const struct {
+        const char* name;
+        std::int64_t (*call)();
+    } others[] = {
+        {"Init", [] { return TSL_DCIR_Init(nullptr, 1); }},
+        {"SetCameraImageInfo", [] { return TSL_DCIR_SetCameraImageInfo(nullptr, nullptr); }},
+        {"SetCaliData", [] { return TSL_DCIR_SetCaliData(nullptr, nullptr); }},
+        {"GetImageSizeInCalibration",
+         [] {
+             return TSL_DCIR_GetImageSizeInCalibration(nullptr, nullptr, nullptr, nullptr, nullptr);
+         }},
+        {"CalcDisparityData",
+         [] { return TSL_DCIR_CalcDisparityData(nullptr, nullptr, nullptr, nullptr); }},
+        {"GetDisparityDataSize", [] { return TSL_DCIR_GetDisparityDataSize(nullptr, nullptr); }},
+        {"GetDisparityData", [] { return TSL_DCIR_GetDisparityData(nullptr, nullptr, nullptr); }},
+        {"Process",
+         [] { return TSL_DCIR_Process(nullptr, nullptr, nullptr, 0, nullptr, nullptr, nullptr); }},
+    };
+    for (const auto& [name, call] : others) {
+        host::Faults::Fail(std::string("TSL_DCIR_") + name, 1, 79);
+        EXPECT_EQ(call(), 79) << name;
     }
     host::Faults::Reset();
 }
