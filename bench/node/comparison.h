@@ -12,6 +12,7 @@ namespace bench {
 struct Plan {
     int passes;
     int roundsAPass;
+    bool prints;               // the table
     std::vector<Shape> shapes; // the first stands for a photo
     std::size_t rotatingBytes; // of buffers, where each use is to find none of them in a cache
 };
@@ -27,7 +28,8 @@ struct Contender {
 
 struct Peer {
     Contender contender;
-    double mostRatio = 0; // target of measured / peer; 0: none
+    double mostRatio = 0;            // target of measured / peer; 0: none
+    double mostMicrosecondsMore = 0; // target of measured - peer; 0: none
 };
 
 // One measured operation beside its limits or peers.
@@ -41,8 +43,19 @@ struct Comparison {
 
 // Registers a benchmark that times all contenders in turn, each round in another order, so that
 // whatever else the machine does hits all of them. Times are the thread's own. `make` builds the
-// comparison for each pass anew: where buffers come to lie is part of the chance. The result is
-// kept for the table, and for --benchmark_out as counters.
+// comparison for each pass anew, since the addresses of buffers are part of the chance. The
+// benchmark ends with its lines of the table on standard output; --benchmark_out gets counters.
 void Register(const Plan& plan, const std::string& name, const std::function<Comparison()>& make);
+
+void PrintTableHead();
+
+// False once a benchmark's outcome was wrong or it allocated where it must not; standard error says
+// which one.
+bool AllWork();
+
+// Each registers the benchmarks of one file.
+void RegisterImages(const Plan& plan);
+void RegisterRequests(const Plan& plan);
+void RegisterDumps(const Plan& plan);
 
 } // namespace bench

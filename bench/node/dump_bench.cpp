@@ -7,16 +7,18 @@
 #include <memory>
 #include <stdexcept>
 
-#include "bench/node/benchmarks.h"
 #include "bench/node/comparison.h"
-#include "bench/node/platform.h"
 #include "bench/node/scene.h"
+#include "host/filesystem/device_root.h"
 
 namespace bench {
 namespace {
 
-constexpr char kDumpFolder[] = "/data/vendor/camera";
 constexpr char kFlatFile[] = "/data/vendor/camera/flat";
+
+std::string RealPath(const std::string& path) {
+    return host::DeviceRoot().string() + path;
+}
 
 // As the dumps open their files; from the second time on it is there and keeps its pages.
 void WriteFlat(const std::uint8_t* bytes, std::size_t count) {
@@ -29,14 +31,14 @@ void WriteFlat(const std::uint8_t* bytes, std::size_t count) {
 }
 
 std::string BytesOf(const std::string& path) {
-    std::ifstream file(DevicePath(path), std::ios::binary);
+    std::ifstream file(RealPath(path), std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
 // Of all dumped images of requests.
 std::uintmax_t DumpedImageBytes() {
     std::uintmax_t bytes = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(DevicePath(kDumpFolder))) {
+    for (const auto& entry : std::filesystem::directory_iterator(RealPath(kDumpFolder))) {
         const std::string name = entry.path().filename();
         if (name.starts_with("IMG_2") && name.ends_with(".nv12")) {
             bytes += entry.file_size();
@@ -56,7 +58,7 @@ Comparison DumpImage(const Shape& shape) {
     const std::string path = "/data/vendor/camera/IMG_bench_" + std::to_string(shape.pitch) + "x" +
                              std::to_string(shape.height) + ".nv12";
     return {.measured = {"", dump}, .peers = {{{"one write", flat}, 1.1}}, .works = [=] {
-                std::ofstream(DevicePath(kFlatFile)); // emptied: another benchmark's is longer
+                std::ofstream(RealPath(kFlatFile)); // emptied: another benchmark's is longer
                 flat();
                 dump();
                 return BytesOf(path) == BytesOf(kFlatFile);

@@ -1,13 +1,16 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
+#include <filesystem>
+#include <fstream>
 #include <string_view>
-#include <vector>
 
-#include "bench/node/benchmarks.h"
-#include "bench/node/platform.h"
-#include "bench/node/table.h"
+#include "bench/node/comparison.h"
+#include "bench/node/scene.h"
+#include "engine/calibration_file.h"
+#include "host/filesystem/device_root.h"
 
 // Usage: node_bench [--check] [--benchmark_filter=...]
 //   Prints a table of what was measured beside its peers and targets.
@@ -18,22 +21,46 @@ namespace {
 const bench::Plan kFull = {
     .passes = 5,
     .roundsAPass = 60,
+    .prints = true,
     .shapes = {{4000, 3000, 4096}, {4000, 3000, 4000}, {2560, 1440, 2560}, {1920, 1080, 2048}},
     .rotatingBytes = 256 << 20};
 const bench::Plan kCheck = {.passes = 1,
                             .roundsAPass = 2,
+                            .prints = false,
                             .shapes = {{72, 48, 80}, {64, 48, 64}},
                             .rotatingBytes = 100'000};
 
-// The table is the report; this only shows how far it is.
-class Progress : public benchmark::BenchmarkReporter {
+// The table is the report.
+class NoReport : public benchmark::BenchmarkReporter {
 public:
     bool ReportContext(const Context&) override { return true; }
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& run : runs) {
-            std::fprintf(stderr, "%s\n", run.run_name.function_name.c_str());
+    void ReportRuns(const std::vector<Run>&) override {}
+};
+
+// The device's folders with a calibration file; removed at its end.
+class DeviceFolder {
+public:
+    DeviceFolder() {
+        std::string name = std::filesystem::temp_directory_path() / "node-bench-XXXXXX";
+        if (mkdtemp(name.data()) == nullptr) {
+            throw std::runtime_error("cannot make the folder " + name);
         }
+        root_ = name;
+        const std::filesystem::path calibration = name + kCalibrationPaths[0];
+        std::filesystem::create_directories(calibration.parent_path());
+        std::filesystem::create_directories(name + bench::kDumpFolder);
+        std::ofstream(calibration) << std::string(kCalibrationFileSize, 'c');
+        host::SetDeviceRoot(root_);
     }
+    ~DeviceFolder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(root_, ignored);
+    }
+    DeviceFolder(const DeviceFolder&) = delete;
+    DeviceFolder& operator=(const DeviceFolder&) = delete;
+
+private:
+    std::filesystem::path root_;
 };
 
 int RunBenchmarks(int argc, char** argv) {
@@ -43,19 +70,17 @@ int RunBenchmarks(int argc, char** argv) {
         std::fputs("usage: node_bench [--check] [--benchmark_filter=...]\n", stderr);
         return 2;
     }
-
-    const bench::DeviceFolder folder;
+    const DeviceFolder folder;
     const bench::Plan& plan = check ? kCheck : kFull;
-    bench::RegisterCopies(plan);
-    bench::RegisterMerges(plan);
+    bench::RegisterImages(plan);
     bench::RegisterRequests(plan);
     bench::RegisterDumps(plan);
-    Progress progress;
-    const std::size_t ran = benchmark::RunSpecifiedBenchmarks(&progress);
-    benchmark::Shutdown();
-    if (!check) {
-        bench::PrintTable();
+    if (plan.prints) {
+        bench::PrintTableHead();
     }
+    NoReport report;
+    const std::size_t ran = benchmark::RunSpecifiedBenchmarks(&report);
+    benchmark::Shutdown();
     return ran > 0 && bench::AllWork() ? 0 : 1;
 }
 

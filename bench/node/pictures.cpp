@@ -11,10 +11,6 @@ constexpr std::size_t kPage = 4096;
 
 } // namespace
 
-std::size_t Shape::PixelBytes() const {
-    return static_cast<std::size_t>(width) * static_cast<std::size_t>(height + height / 2);
-}
-
 std::size_t Shape::Bytes() const {
     return static_cast<std::size_t>(pitch) * static_cast<std::size_t>(height + height / 2);
 }
@@ -89,10 +85,6 @@ Pairs::Pairs(const Shape& shape, std::size_t count) : pictures_(shape, 2 * count
 const Pair& Pairs::Next() {
     next_ = (next_ + 1) % pairs_.size();
     return pairs_[next_];
-}
-
-std::size_t PairsOf(const Shape& shape, std::size_t bytes) {
-    return bytes / (2 * shape.Bytes()) + 1;
 }
 
 } // namespace bench

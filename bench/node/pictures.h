@@ -16,9 +16,8 @@ struct Shape {
     std::int32_t height;
     std::int32_t pitch;
 
-    std::size_t PixelBytes() const; // of both planes, without padding
-    std::size_t Bytes() const;      // of both planes
-    std::string Name() const;       // "4000x3000/pitch4096"
+    std::size_t Bytes() const; // of both planes
+    std::string Name() const;  // "4000x3000/pitch4096"
 };
 
 // NV12 images, one behind the other as in one buffer of the platform, with seeded noise.
@@ -64,8 +63,5 @@ private:
     std::vector<Pair> pairs_;
     std::size_t next_ = 0;
 };
-
-// As many pairs as fill `bytes`, and one more.
-std::size_t PairsOf(const Shape& shape, std::size_t bytes);
 
 } // namespace bench

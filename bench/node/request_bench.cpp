@@ -4,15 +4,16 @@
 #include <cstring>
 #include <memory>
 
-#include "bench/node/benchmarks.h"
 #include "bench/node/comparison.h"
-#include "bench/node/platform.h"
 #include "bench/node/scene.h"
 #include "bokehbase/log.h"
 #include "engine/calibration_file.h"
+#include "tests/support/platform.h"
 
 namespace bench {
 namespace {
+
+using support::platform;
 
 constexpr std::uint8_t kFaces = 10;
 
@@ -40,9 +41,10 @@ Comparison CopyPath(const Shape& shape) {
 }
 
 bool Renders(Node& node) {
-    const std::uint64_t before = platform().rendered;
+    support::Engine& engine = platform().engine;
+    engine.processSize = -1;
     node.Process();
-    return platform().rendered == before + 1;
+    return engine.processSize == engine.activeSize;
 }
 
 // What the node adds to an engine's own time. The parameters are most of it.
@@ -67,9 +69,8 @@ Comparison IdleEngineCold(const Shape& shape) {
         std::memcpy(others->Bytes(), others->Bytes() + half, half);
     };
     return {.measured = {"", [=] { node->Process(); }, 1, evict},
-            .peers = {{{"reading the clock", [] {}, 1, evict}}},
+            .peers = {{{"reading its data", [=] { node->ReadRequestData(); }, 1, evict}, 0, 10}},
             .works = [=] { return Renders(*node); },
-            .mostMicroseconds = 10,
             .mayAllocate = false};
 }
 
@@ -127,10 +128,10 @@ Comparison DisabledLog() {
             .peers = {{{"an empty loop", nothing, kCalls}}},
             .works =
                 [=] {
-                    const std::uint64_t before = platform().logged;
+                    platform() = {};
                     NODE_ERROR_AS("NodeGetCaps", kTextOutResult, 0);
                     log();
-                    return platform().logged == before + 1;
+                    return platform().log.size() == 1;
                 },
             .mostMicroseconds = 0.002,
             .mayAllocate = false};

@@ -1,15 +1,20 @@
 #include "bench/node/scene.h"
 
+#include <benchmark/benchmark.h>
+
 #include <stdexcept>
 #include <string>
 #include <utility>
 
-#include "bench/node/platform.h"
+#include "tests/support/platform.h"
 
 extern "C" void ChiNodeEntry(ChiNodeCallbacks* callbacks) noexcept;
 
 namespace bench {
 namespace {
+
+using support::platform;
+using support::TagId;
 
 constexpr std::uint32_t kMainCamera = 10;
 constexpr std::uint32_t kAuxCamera = 20;
@@ -36,6 +41,14 @@ void Describe(CameraMetadata& camera, std::uint32_t cameraId, const Shape& shape
     }
 }
 
+template <typename Record>
+void ReadLines(const Record& record) {
+    constexpr std::size_t kCacheLine = 64;
+    for (std::size_t at = 0; at < sizeof(record); at += kCacheLine) {
+        benchmark::DoNotOptimize(reinterpret_cast<const volatile char*>(&record)[at]);
+    }
+}
+
 } // namespace
 
 Scene::Scene(const Shape& shape, std::uint8_t faces)
@@ -49,13 +62,16 @@ Scene::Scene(const Shape& shape, std::uint8_t faces)
     configs_.camera[0].cameraId = configs_.primaryCameraId = kMainCamera;
     configs_.camera[1].cameraId = kAuxCamera;
 
-    Platform& state = platform();
-    state.metadata[kInputMetadataBokeh] = &metadata_;
-    state.metadata[kPhysicalCameraConfigs] = &configs_;
-    state.metadata[kPhysicalCameraInputConfig] = &inputConfig_;
-    state.calibrationSize[0] = 100 * shape.width;
-    state.calibrationSize[1] = 100 * shape.height;
-    state.disparityBytes = shape.width / 4 * (shape.height / 4);
+    support::Platform& state = platform();
+    state = {.idle = true};
+    state.metadata = {{TagId("InputMetadataBokeh") | kTagPoolRequest, &metadata_},
+                      {TagId("PhysicalCameraConfigs") | kTagPoolCameraConfig, &configs_},
+                      {TagId("PhysicalCameraInputConfig") | kTagPoolUseCase, &inputConfig_}};
+    for (int camera = 0; camera < 2; ++camera) {
+        state.engine.calibrationSizes[2 * camera] = 100 * shape.width;
+        state.engine.calibrationSizes[2 * camera + 1] = 100 * shape.height;
+    }
+    state.engine.size = state.engine.activeSize = shape.width / 4 * (shape.height / 4);
 
     createInfo_.size = sizeof(createInfo_);
     createInfo_.hChiSession = &state;
@@ -68,9 +84,16 @@ Scene::Scene(const Shape& shape, std::uint8_t faces)
 }
 
 Scene::~Scene() {
-    platform().metadata[kInputMetadataBokeh] = nullptr;
-    platform().metadata[kPhysicalCameraConfigs] = nullptr;
-    platform().metadata[kPhysicalCameraInputConfig] = nullptr;
+    platform().metadata.clear();
+}
+
+void Scene::ReadRequestData() const {
+    ReadLines(request_);
+    ReadLines(lists_);
+    ReadLines(metadata_.cameraMetadata);
+    ReadLines(metadata_.skipBokeh);
+    ReadLines(configs_.camera[0].masterRank);
+    ReadLines(configs_.camera[1].masterRank);
 }
 
 const ChiNodeCallbacks& Callbacks() {
@@ -78,14 +101,14 @@ const ChiNodeCallbacks& Callbacks() {
         ChiNodeCallbacks table = {};
         table.size = sizeof(table);
         ChiNodeEntry(&table);
-        table.setNodeInterface(&Interface());
+        table.setNodeInterface(reinterpret_cast<ChiNodeInterface*>(support::Interface().bytes()));
         return table;
     }();
     return callbacks;
 }
 
 Node::Node(std::shared_ptr<Scene> scene, bool engineStarts) : scene_(std::move(scene)) {
-    platform().engineStarts = engineStarts;
+    platform().engine.results["TSL_DCIR_Init"] = engineStarts ? 0 : 1;
     Require(Callbacks().create(&scene_->CreateInfo()), "the node's creation");
     scene_->Request().hNodeSession = scene_->CreateInfo().hNodeSession;
 }
@@ -100,6 +123,11 @@ void Node::Process() {
     Require(Callbacks().processRequest(&scene_->Request()), "the request");
 }
 
+void Node::ReadRequestData() const {
+    scene_->ReadRequestData();
+    ReadLines(*static_cast<const ChiNodeCaptureBokeh*>(scene_->Request().hNodeSession));
+}
+
 void Probe::Copy(const PLIM_OFFSCREEN& source, const PLIM_OFFSCREEN& destination) {
     m_frameParams.stOutputImage = destination;
     CopyImageToOutput(source);
@@ -108,7 +136,6 @@ void Probe::Copy(const PLIM_OFFSCREEN& source, const PLIM_OFFSCREEN& destination
 const frame_params_t& Probe::Collect(Scene& scene) {
     if (!HasNodeInterface()) {
         Callbacks(); // the platform's table comes before any node
-        platform().engineStarts = true;
         Require(Initialize(&scene.CreateInfo()), "the node's initialisation");
     }
     Require(BaseProcessRequest(&scene.Request(), m_cameraInfo, m_frameParams, m_resultDataCTB),

@@ -12,6 +12,8 @@
 
 namespace bench {
 
+constexpr char kDumpFolder[] = "/data/vendor/camera/";
+
 // A request of two linked cameras of one shape, with its metadata in the platform as long as it
 // lives.
 class Scene {
@@ -26,6 +28,9 @@ public:
 
     ChiNodeProcessRequestInfo& Request() { return request_; }
     ChiNodeCreateInfo& CreateInfo() { return createInfo_; }
+    // Reads a byte of each cache line that a request finds its data in: what it waits for when
+    // nothing of it is in a cache.
+    void ReadRequestData() const;
     PLIM_OFFSCREEN Main() const { return pictures_.Image(0); }
     PLIM_OFFSCREEN Output() const { return pictures_.Image(2); }
     // What `run` makes of an empty output image, padding included.
@@ -59,6 +64,8 @@ public:
     Node& operator=(const Node&) = delete;
 
     void Process();
+    // The scene's ReadRequestData and the node's own lines.
+    void ReadRequestData() const;
 
 private:
     std::shared_ptr<Scene> scene_;

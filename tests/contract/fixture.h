@@ -7,10 +7,12 @@
 #include <string>
 #include <vector>
 
-#include "tests/contract/platform.h"
 #include "tests/support/import_patch.h"
+#include "tests/support/platform.h"
 
 namespace contract {
+
+using namespace support;
 
 // An image in the platform's memory with a pattern of its own, and the image list that names it.
 class Image {
@@ -77,8 +79,8 @@ protected:
     void* library_;
 
 private:
-    std::unique_ptr<support::ImportPatch> fopen_;
-    std::unique_ptr<support::ImportPatch> open_;
+    std::unique_ptr<ImportPatch> fopen_;
+    std::unique_ptr<ImportPatch> open_;
 };
 
 // Byte offset of a metadata slot.

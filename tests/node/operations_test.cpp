@@ -9,7 +9,7 @@
 #include "bokehbase/crop_region.h"
 #include "bokehbase/log.h"
 #include "node/capture_bokeh.h"
-#include "tests/contract/platform.h"
+#include "tests/support/platform.h"
 
 extern "C" void ChiNodeEntry(ChiNodeCallbacks* callbacks) noexcept;
 
@@ -32,7 +32,7 @@ int g_newCallsLeft = -1; // until one fails; negative: none does
 
 namespace {
 
-using contract::platform;
+using support::platform;
 using Texts = std::vector<std::string>;
 
 struct Node : ChiNodeCaptureBokeh {

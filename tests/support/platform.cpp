@@ -1,4 +1,4 @@
-#include "tests/contract/platform.h"
+#include "tests/support/platform.h"
 
 #include <cctype>
 #include <cstdarg>
@@ -29,10 +29,14 @@ public:
 };
 } // namespace CamX
 
-namespace contract {
+namespace support {
 namespace {
 
-const char* const kTags[] = {
+bool Fails(const char* function) {
+    return !platform().idle && platform().calls.Fails(function);
+}
+
+constexpr std::string_view kTags[] = {
     "InputMetadataBokeh",
     "OutputMetadataBokeh",
     "depthpicturesize",
@@ -50,7 +54,7 @@ const char* const kTags[] = {
 std::uint32_t GetVendorTagBase(void* query) {
     const char* tag;
     std::memcpy(&tag, static_cast<char*>(query) + 16, sizeof(tag));
-    if (platform().calls.Fails("GetVendorTagBase")) {
+    if (Fails("GetVendorTagBase")) {
         return 6;
     }
     const auto failure = platform().tagResults.find(tag);
@@ -82,7 +86,10 @@ T At(const void* record, std::size_t offset) {
 }
 
 std::uint32_t SetMetadata(const void* set) {
-    platform().calls.Fails("SetMetadata"); // its answer is 1 in any case
+    if (platform().idle) {
+        return 1;
+    }
+    Fails("SetMetadata"); // its answer is 1 in any case
     constexpr std::size_t kDataBytes[] = {64, 1, 8, 8, 4, 12, 8};
     Published published;
     published.session = At<std::uint64_t>(set, 8);
@@ -100,7 +107,7 @@ std::uint32_t SetMetadata(const void* set) {
 }
 
 std::uint32_t QueryRequest(void*, void* record) {
-    if (!platform().calls.Fails("QueryRequest")) {
+    if (!Fails("QueryRequest")) {
         std::memcpy(static_cast<char*>(record) + 24, &platform().stop, 4);
     }
     return 1; // nor at this one
@@ -129,7 +136,7 @@ std::vector<std::string> Platform::Texts(int priority) const {
     return texts;
 }
 
-std::uint32_t TagId(const std::string& tag) {
+std::uint32_t TagId(std::string_view tag) {
     for (std::uint32_t i = 0; i < std::size(kTags); ++i) {
         if (tag == kTags[i]) {
             return 0x8100 + i;
@@ -150,14 +157,15 @@ Record& Interface() {
     return table;
 }
 
-} // namespace contract
+} // namespace support
 
-using contract::platform;
+using support::Fails;
+using support::platform;
 
 // --- Platform functions ---
 
 extern "C" int __android_log_print(int priority, const char* tag, const char* format, ...) {
-    if (platform().calls.Fails("__android_log_print")) {
+    if (platform().idle || Fails("__android_log_print")) {
         return -1;
     }
     char text[1024];
@@ -165,13 +173,13 @@ extern "C" int __android_log_print(int priority, const char* tag, const char* fo
     va_start(arguments, format);
     std::vsnprintf(text, sizeof(text), format, arguments);
     va_end(arguments);
-    platform().log.push_back({priority, tag, format, contract::WithoutLine(text)});
+    platform().log.push_back({priority, tag, format, support::WithoutLine(text)});
     return 0;
 }
 
 extern "C" int property_get(const char* key, char* value, const char* fallback) {
     const auto found = platform().properties.find(key);
-    if (platform().calls.Fails("property_get")) {
+    if (Fails("property_get")) {
         return 0; // and leaves the buffer as it was
     }
     return std::snprintf(value, 92, "%s",
@@ -179,25 +187,27 @@ extern "C" int property_get(const char* key, char* value, const char* fallback) 
 }
 
 std::uint32_t ChiNodeUtils::QueryVendorTag(ChiQueryVendorTag* query, CHIVENDORTAGINFO* info) {
-    platform().calls.Fails("QueryVendorTag");
+    Fails("QueryVendorTag");
     std::memcpy(static_cast<void*>(query), &info, sizeof(info));
     return 17;
 }
 
 std::uint32_t ChiNodeUtils::SetNodeInterface(ChiNodeInterface* given, const char* name,
                                              ChiNodeInterface* copy, unsigned int* base) {
-    if (platform().calls.Fails("SetNodeInterface")) {
+    if (Fails("SetNodeInterface")) {
         return 1;
     }
     std::memcpy(static_cast<void*>(copy), static_cast<void*>(given), 160);
-    *base = std::strcmp(name, "com.qav.node.capturebokeh") == 0 ? contract::kVendorTagBase : 0;
+    *base = std::strcmp(name, "com.qav.node.capturebokeh") == 0 ? support::kVendorTagBase : 0;
     return 0;
 }
 
 void* ChiNodeUtils::GetDataList(unsigned long requestId, unsigned int tag, ChiMetadataType type,
                                 ChiNodeInterface*, void* session, unsigned int camera) {
-    platform().readRequestIds.push_back(requestId);
-    if (platform().calls.Fails("GetDataList")) {
+    if (!platform().idle) {
+        platform().readRequestIds.push_back(requestId);
+    }
+    if (Fails("GetDataList")) {
         return nullptr;
     }
     const bool known = type == 2 && session == &platform() && camera == 0;
@@ -206,7 +216,7 @@ void* ChiNodeUtils::GetDataList(unsigned long requestId, unsigned int tag, ChiMe
 }
 
 std::uint32_t ChiNodeUtils::DefaultBufferNegotiation(ChiNodeQueryBufferInfo* query) {
-    if (platform().calls.Fails("DefaultBufferNegotiation")) {
+    if (Fails("DefaultBufferNegotiation")) {
         return 1;
     }
     std::memset(reinterpret_cast<char*>(query) + 16, 0x5A, 40);
@@ -219,13 +229,13 @@ char g_settings[25760];
 
 void* CamX::SettingsManager::Settings() {
     std::memcpy(g_settings + 25756, &platform().imageDegree, 4);
-    const bool fails = platform().calls.Fails("GetStaticSettings");
+    const bool fails = Fails("GetStaticSettings");
     return platform().hasSettings && !fails ? g_settings : nullptr;
 }
 
 CamX::SettingsManager* CamX::SettingsManager::GetInstance() {
     static SettingsManager manager;
-    return platform().calls.Fails("GetInstance") ? nullptr : &manager;
+    return Fails("GetInstance") ? nullptr : &manager;
 }
 
 // --- Engine ---
@@ -233,9 +243,11 @@ CamX::SettingsManager* CamX::SettingsManager::GetInstance() {
 namespace {
 
 std::int64_t Called(const char* function) {
-    contract::Engine& engine = platform().engine;
-    engine.calls.emplace_back(function);
-    if (platform().calls.Fails(function)) {
+    support::Engine& engine = platform().engine;
+    if (!platform().idle) {
+        engine.calls.emplace_back(function);
+    }
+    if (Fails(function)) {
         return -77;
     }
     const auto found = engine.results.find(function);
@@ -243,22 +255,22 @@ std::int64_t Called(const char* function) {
 }
 
 void FillRows(const void* image, int plane, std::uint8_t value) {
-    const auto width = contract::At<std::int32_t>(image, 4);
-    const auto height = contract::At<std::int32_t>(image, 8);
-    auto* row = contract::At<std::uint8_t*>(image, 16 + 8 * static_cast<std::size_t>(plane));
-    const auto pitch = contract::At<std::int32_t>(image, 48 + 4 * static_cast<std::size_t>(plane));
+    const auto width = support::At<std::int32_t>(image, 4);
+    const auto height = support::At<std::int32_t>(image, 8);
+    auto* row = support::At<std::uint8_t*>(image, 16 + 8 * static_cast<std::size_t>(plane));
+    const auto pitch = support::At<std::int32_t>(image, 48 + 4 * static_cast<std::size_t>(plane));
     for (int r = 0; r < height / (plane + 1); ++r) {
         std::memset(row + r * pitch, value, static_cast<std::size_t>(width));
     }
 }
 
 void RecordFocus(const void* focus) {
-    contract::Engine& engine = platform().engine;
-    const auto count = contract::At<std::int32_t>(focus, 48);
-    engine.focus = {contract::At<std::int32_t>(focus, 0), contract::At<std::int32_t>(focus, 4),
+    support::Engine& engine = platform().engine;
+    const auto count = support::At<std::int32_t>(focus, 48);
+    engine.focus = {support::At<std::int32_t>(focus, 0), support::At<std::int32_t>(focus, 4),
                     count};
-    const auto* rects = contract::At<const std::int32_t*>(focus, 32);
-    const auto* orients = contract::At<const std::int32_t*>(focus, 40);
+    const auto* rects = support::At<const std::int32_t*>(focus, 32);
+    const auto* orients = support::At<const std::int32_t*>(focus, 40);
     for (int i = 0; i < count; ++i) {
         engine.focus.insert(engine.focus.end(), rects + 4 * i, rects + 4 * i + 4);
         engine.focus.push_back(orients[i]);
@@ -270,8 +282,8 @@ void RecordFocus(const void* focus) {
 extern "C" {
 
 const void* TSL_DCIR_GetVersion() {
-    static contract::Record record = [] {
-        contract::Record version(40);
+    static support::Record record = [] {
+        support::Record version(40);
         version.Set<const char*>(32, "contract engine");
         return version;
     }();
@@ -300,14 +312,16 @@ std::int64_t TSL_DCIR_Reset(void*) {
 
 std::int64_t TSL_DCIR_SetCameraImageInfo(void*, void* info) {
     const auto* words = static_cast<const std::int32_t*>(info);
-    platform().engine.imageInfos.emplace_back(words, words + 5);
+    if (!platform().idle) {
+        platform().engine.imageInfos.emplace_back(words, words + 5);
+    }
     return Called("TSL_DCIR_SetCameraImageInfo");
 }
 
 std::int64_t TSL_DCIR_SetCaliData(void*, void* data) {
     platform().engine.calibration.assign(
-        contract::At<const char*>(data, 0),
-        static_cast<std::size_t>(contract::At<std::int32_t>(data, 8)));
+        support::At<const char*>(data, 0),
+        static_cast<std::size_t>(support::At<std::int32_t>(data, 8)));
     return Called("TSL_DCIR_SetCaliData");
 }
 
@@ -323,7 +337,9 @@ std::int64_t TSL_DCIR_GetImageSizeInCalibration(void*, std::int32_t* mainWidth,
 }
 
 std::int64_t TSL_DCIR_CalcDisparityData(void*, void*, void*, void* focus) {
-    RecordFocus(focus);
+    if (!platform().idle) {
+        RecordFocus(focus);
+    }
     return Called("TSL_DCIR_CalcDisparityData");
 }
 
@@ -333,7 +349,7 @@ std::int64_t TSL_DCIR_GetDisparityDataSize(void*, std::int32_t* size) {
 }
 
 std::int64_t TSL_DCIR_GetDisparityData(void*, void* data, std::int32_t* size) {
-    if (*size > 0) {
+    if (*size > 0 && !platform().idle) {
         std::memset(data, platform().engine.depthValue, static_cast<std::size_t>(*size));
     }
     *size = platform().engine.activeSize;
@@ -342,11 +358,13 @@ std::int64_t TSL_DCIR_GetDisparityData(void*, void* data, std::int32_t* size) {
 
 std::int64_t TSL_DCIR_Process(void*, void*, void*, std::int32_t size, void* blur, void*,
                               void* output) {
-    contract::Engine& engine = platform().engine;
+    support::Engine& engine = platform().engine;
     engine.processSize = size;
-    engine.blur = contract::At<std::int32_t>(blur, 0);
-    FillRows(output, 0, engine.renderValue);
-    FillRows(output, 1, engine.renderValue);
+    engine.blur = support::At<std::int32_t>(blur, 0);
+    if (!platform().idle) {
+        FillRows(output, 0, engine.renderValue);
+        FillRows(output, 1, engine.renderValue);
+    }
     return Called("TSL_DCIR_Process");
 }
 

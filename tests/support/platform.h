@@ -5,12 +5,13 @@
 #include <map>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
-// A platform and an engine of this test's own, in plain bytes: nothing of the node's headers is
-// used, so that what holds here holds for any process that supplies the documented functions and
-// records.
-namespace contract {
+// The platform's functions and an engine for the tests and the benchmark of the node, in plain
+// bytes: nothing of the node's headers is used, so that what holds here holds for any process that
+// supplies the documented functions and records.
+namespace support {
 
 // A binary record, written and read by byte offset. Zero at first.
 class Record {
@@ -57,9 +58,9 @@ struct Published {
 
 // The engine as the test wants it to answer.
 struct Engine {
-    std::map<std::string, std::int64_t> results; // by function; absent: 0
-    std::int32_t size = 1000;                    // answered to the size query
-    std::int32_t activeSize = 900;               // answered to the read-out
+    std::map<std::string, std::int64_t, std::less<>> results; // by function; absent: 0
+    std::int32_t size = 1000;                                 // answered to the size query
+    std::int32_t activeSize = 900;                            // answered to the read-out
     std::uint8_t depthValue = 0xD0;
     std::uint8_t renderValue = 0xE0;
     std::int32_t calibrationSizes[4] = {6400, 4800, 6400, 4800};
@@ -87,6 +88,9 @@ struct Calls {
 };
 
 struct Platform {
+    // The benchmark's mode: calls are neither counted nor kept nor made to fail, and the engine
+    // writes no pixels, so that the platform takes no time and allocates nothing.
+    bool idle = false;
     std::vector<LogLine> log;
     std::map<std::string, std::string> properties;
     std::map<std::string, std::uint32_t> tagResults; // by tag name; absent: 0
@@ -107,11 +111,11 @@ struct Platform {
 Platform& platform();
 
 // Id that the platform gives a tag, counted in the order of the documented table.
-std::uint32_t TagId(const std::string& tag);
+std::uint32_t TagId(std::string_view tag);
 
 // The platform's callback table, 160 bytes.
 Record& Interface();
 
 constexpr std::uint32_t kVendorTagBase = 0x9000;
 
-} // namespace contract
+} // namespace support
