@@ -4,13 +4,14 @@
 
 #include "bokehbase/log.h"
 #include "platform/chi_node_utils.h"
+#include "platform/device_names.h"
 #include "platform/properties.h"
 
 std::atomic<std::int32_t> g_enableNodeLogs{0};
 
 ChiNodeBokehBase::ChiNodeBokehBase() {
     char value[kPropertyValueMax] = {};
-    property_get(kLogMaskProperty, value, "0");
+    property_get(device::kLogMaskProperty, value, "0");
     const int mask = std::atoi(value);
     g_enableNodeLogs.store(mask, std::memory_order_relaxed);
     // By this node's own mask, whatever another thread's node makes of the shared one meanwhile.

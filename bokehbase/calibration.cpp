@@ -1,5 +1,3 @@
-#include "engine/calibration_file.h"
-
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -7,6 +5,9 @@
 
 #include "bokehbase/bokeh_base.h"
 #include "bokehbase/log.h"
+#include "platform/device_names.h"
+
+using device::kCalibrationFileSize;
 
 namespace {
 
@@ -68,19 +69,21 @@ bool ChiNodeBokehBase::HandCalibrationToEngine(TSL_DCR_CALDATA* data) {
         BASE_DEBUG_AS(kOperation,
                       "TSL_CTB: %s: %d: : the size in cali is: main [w, h]: [%d, %d], aux [w, h]: "
                       "[%d, %d]\n",
-                      m_caliMainWidth / 100, m_caliMainHeight / 100, m_caliAuxWidth / 100,
-                      m_caliAuxHeight / 100);
+                      m_caliMainWidth / kCalibrationUnitsPerPixel,
+                      m_caliMainHeight / kCalibrationUnitsPerPixel,
+                      m_caliAuxWidth / kCalibrationUnitsPerPixel,
+                      m_caliAuxHeight / kCalibrationUnitsPerPixel);
     }
     return m_caliMainWidth != 0 && m_caliMainHeight != 0 && m_caliAuxWidth != 0 &&
            m_caliAuxHeight != 0;
 }
 
 CDKResult ChiNodeBokehBase::GetCalibrationData(TSL_DCR_CALDATA* data) {
-    for (const char* path : kCalibrationPaths) {
+    for (const char* path : device::kCalibrationPaths) {
         if (GetCalibrationBinData(data, path) == CDKResultSuccess) {
             // At error priority, so that a field log always tells which file is in use.
             BASE_ERROR("TSL_CTB: %s: %d: : read  cali data success, path: %s length:%d\n", path,
-                       static_cast<int>(std::size(kCalibrationPaths)));
+                       static_cast<int>(std::size(device::kCalibrationPaths)));
             return CDKResultSuccess;
         }
     }

@@ -4,6 +4,7 @@
 #include "bokehbase/bokeh_base.h"
 #include "bokehbase/log.h"
 #include "platform/camx_settings.h"
+#include "platform/device_names.h"
 
 namespace {
 
@@ -49,27 +50,23 @@ constexpr std::array<const char*, 38> kResultNames = {
 };
 
 struct VendorTag {
-    const char* section;
-    const char* tag;
+    device::VendorTagName name;
     std::uint32_t BokehTagInfo::*id;
 };
 
+// In the order in which they are resolved.
 constexpr VendorTag kVendorTags[] = {
-    {"com.qti.chi.multicamerainputmetadata", "InputMetadataBokeh",
-     &BokehTagInfo::inputMetadataTagId},
-    {"com.qti.chi.multicameraoutputmetadata", "OutputMetadataBokeh",
-     &BokehTagInfo::outputMetadataTagId},
-    {"com.qti.chi.multicameracontrol", "depthpicturesize", &BokehTagInfo::depthPictureSizeTagId},
-    {"com.qti.chi.cameraconfiguration", "PhysicalCameraConfigs",
-     &BokehTagInfo::physicalCameraConfigsTagId},
-    {"com.qti.chi.cameraconfiguration", "PhysicalCameraInputConfig",
-     &BokehTagInfo::physicalCameraInputConfigTagId},
-    {"org.quic.camera2.oemfdresults", "OEMFDResults", &BokehTagInfo::oemFDResultsTagId},
-    {"com.qti.camera.streamCropInfo", "StreamCropInfo", &BokehTagInfo::streamCropInfoTagId},
-    {"com.qti.camera.streamCropInfo", "EnableStreamCrop", &BokehTagInfo::enableStreamCropTagId},
-    {"com.qti.chi.multicameracontrol", "status", &BokehTagInfo::statusTagId},
-    {"com.qti.chi.multicameracontrol", "SelectFaceIndex", &BokehTagInfo::selectFaceIndexTagId},
-    {"com.qti.chi.multicameracontrol", "PtFocus", &BokehTagInfo::ptFocusTagId},
+    {device::tags::kInputMetadata, &BokehTagInfo::inputMetadataTagId},
+    {device::tags::kOutputMetadata, &BokehTagInfo::outputMetadataTagId},
+    {device::tags::kDepthPictureSize, &BokehTagInfo::depthPictureSizeTagId},
+    {device::tags::kPhysicalCameraConfigs, &BokehTagInfo::physicalCameraConfigsTagId},
+    {device::tags::kPhysicalCameraInputConfig, &BokehTagInfo::physicalCameraInputConfigTagId},
+    {device::tags::kFaceResults, &BokehTagInfo::oemFDResultsTagId},
+    {device::tags::kStreamCropInfo, &BokehTagInfo::streamCropInfoTagId},
+    {device::tags::kEnableStreamCrop, &BokehTagInfo::enableStreamCropTagId},
+    {device::tags::kStatus, &BokehTagInfo::statusTagId},
+    {device::tags::kSelectFaceIndex, &BokehTagInfo::selectFaceIndexTagId},
+    {device::tags::kPtFocus, &BokehTagInfo::ptFocusTagId},
 };
 
 } // namespace
@@ -118,7 +115,7 @@ CDKResult ChiNodeBokehBase::FillVendorTagIds(BokehTagInfo& tagInfo) {
 
     const auto resolve = [&tagInfo](const VendorTag& row) {
         ChiVendorTagBaseQuery query = {
-            .size = sizeof(query), .section = row.section, .tag = row.tag};
+            .size = sizeof(query), .section = row.name.section, .tag = row.name.tag};
         const CDKResult result = tagInfo.pChiNodeInterface->getVendorTagBase(&query);
         if (result == CDKResultSuccess) {
             tagInfo.*row.id = query.tagId;
@@ -129,8 +126,8 @@ CDKResult ChiNodeBokehBase::FillVendorTagIds(BokehTagInfo& tagInfo) {
         std::snprintf(number, sizeof(number), "%u", result);
         // NOLINTNEXTLINE(bugprone-lambda-function-name): the line is known under "operator()".
         BASE_ERROR("TSL_CTB: %s: %d: Error: %s during GetVendorTagBase for: %s %s\n",
-                   result < kResultNames.size() ? kResultNames[result] : number, row.section,
-                   row.tag);
+                   result < kResultNames.size() ? kResultNames[result] : number, row.name.section,
+                   row.name.tag);
         return result;
     };
 

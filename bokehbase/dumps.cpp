@@ -7,6 +7,7 @@
 
 #include "bokehbase/bokeh_base.h"
 #include "bokehbase/log.h"
+#include "platform/device_names.h"
 
 namespace {
 
@@ -32,7 +33,7 @@ void FormatName(char (&name)[kPathSize], const char* prefix, const timeval& time
 // A longer path is cut.
 void FormatPath(char (&path)[kPathSize], const char* name, std::uint32_t width,
                 std::uint32_t height, const char* extension) {
-    std::snprintf(path, sizeof(path), "/data/vendor/camera/%s_%dx%d%s", name, width, height,
+    std::snprintf(path, sizeof(path), "%s/%s_%dx%d%s", device::kDumpFolder, name, width, height,
                   extension);
 }
 
@@ -57,16 +58,16 @@ void ChiNodeBokehBase::DumpAndSaveYUV(frame_params_t params, timeval time, const
     char auxName[kPathSize];
     char mainName[kPathSize];
     char outputName[kPathSize];
-    FormatName(auxName, prefix, time, "_1");
-    FormatName(mainName, prefix, time, "_0");
-    FormatName(outputName, prefix, time, "_res");
+    FormatName(auxName, prefix, time, device::kAuxDumpSuffix);
+    FormatName(mainName, prefix, time, device::kMainDumpSuffix);
+    FormatName(outputName, prefix, time, device::kOutputDumpSuffix);
     DumpYUVData(&params.stAuxImage, auxName);
     DumpYUVData(&params.stMainImage, mainName);
     DumpYUVData(&params.stOutputImage, outputName);
 
     const ChiPlaneFormat& plane = params.pMainBuffer->format.plane[0];
     char path[kPathSize];
-    FormatPath(path, mainName, plane.width, plane.height, "_metadata.txt");
+    FormatPath(path, mainName, plane.width, plane.height, device::kParameterDumpEnding);
     saveFile(path, params);
     BASE_DEBUG(kTextOut);
 }
@@ -106,7 +107,7 @@ void ChiNodeBokehBase::DumpYUVData(PLIM_OFFSCREEN* image, const char* name) {
     const std::int32_t height = image->i32Height;
     char path[kPathSize];
     FormatPath(path, name, static_cast<std::uint32_t>(pitch), static_cast<std::uint32_t>(height),
-               ".nv12");
+               device::kImageDumpEnding);
     BASE_DEBUG("TSL_CTB: %s: %d:  try to open file : %s (IN)\n", path);
     if (const int file = OpenDump(path); file >= 0) {
         BASE_DEBUG("TSL_CTB: %s: %d:  : DumpYUVData open success\n");
@@ -124,9 +125,9 @@ void ChiNodeBokehBase::DumpYUVData(PLIM_OFFSCREEN* image, const char* name) {
 void ChiNodeBokehBase::DumpDepthData(unsigned char* data, int size, unsigned int width,
                                      unsigned int height, timeval time, const char* prefix) {
     char name[kPathSize];
-    FormatName(name, prefix, time, "_0");
+    FormatName(name, prefix, time, device::kMainDumpSuffix);
     char path[kPathSize];
-    FormatPath(path, name, width, height, ".Y8");
+    FormatPath(path, name, width, height, device::kDisparityDumpEnding);
     BASE_DEBUG("TSL_CTB: %s: %d:  try to open file : %s\n", path);
     if (const int file = OpenDump(path); file >= 0) {
         const ssize_t written = write(file, data, PlaneBytes(size, 1));

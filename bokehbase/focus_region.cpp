@@ -81,16 +81,7 @@ std::int32_t Middle(std::int32_t first, std::int32_t last) {
 // The engine's orientation code for a rotation in degrees, rounded to quarter turns.
 std::int32_t FaceOrientation(std::int32_t rotation) {
     const std::int32_t turn = rotation % 360 + (rotation % 360 < 0 ? 360 : 0);
-    switch ((turn + 45) / 90) {
-    case 1:
-        return 3;
-    case 2:
-        return 4;
-    case 3:
-        return 2;
-    default:
-        return 1;
-    }
+    return kFaceOrients[(turn + 45) / 90 % 4];
 }
 
 // Drops the faces that are too small to be any, in the metadata itself. Returns how many remain.

@@ -130,11 +130,10 @@ std::uint32_t ChiNodeBokehBase::MasterInputIndex(std::uint32_t masterCameraId,
 }
 
 void ChiNodeBokehBase::CheckParamConsistency(unsigned char mainSlot, frame_params_t& params) {
-    constexpr std::int32_t kUnitsPerPixel = 100;
-    const std::int32_t mainWidth = m_caliMainWidth / kUnitsPerPixel;
-    const std::int32_t mainHeight = m_caliMainHeight / kUnitsPerPixel;
-    const std::int32_t auxWidth = m_caliAuxWidth / kUnitsPerPixel;
-    const std::int32_t auxHeight = m_caliAuxHeight / kUnitsPerPixel;
+    const std::int32_t mainWidth = m_caliMainWidth / kCalibrationUnitsPerPixel;
+    const std::int32_t mainHeight = m_caliMainHeight / kCalibrationUnitsPerPixel;
+    const std::int32_t auxWidth = m_caliAuxWidth / kCalibrationUnitsPerPixel;
+    const std::int32_t auxHeight = m_caliAuxHeight / kCalibrationUnitsPerPixel;
     BASE_DEBUG("TSL_CTB: %s: %d: Calibration sizes: main [w, h]: [%d, %d], aux [w, h]: [%d, %d]\n",
                mainWidth, mainHeight, auxWidth, auxHeight);
 

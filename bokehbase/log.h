@@ -14,11 +14,9 @@
 // load and a branch.
 
 // Bit 2 lets the node's debug lines through, bits 2 and 4 together the base class's. Process-wide:
-// every node's construction sets it from kLogMaskProperty, every destruction clears it. Atomic,
+// every node's construction sets it from its property, every destruction clears it. Atomic,
 // since nodes may come and go on several threads; relaxed, since it orders nothing.
 extern std::atomic<std::int32_t> g_enableNodeLogs;
-
-constexpr char kLogMaskProperty[] = "persist.vendor.camera.tessola.log";
 
 constexpr std::int32_t kLogNode = 2;
 constexpr std::int32_t kLogBase = 2 | 4;

@@ -81,11 +81,23 @@ PIN_OFFSET(TSL_DCR_CAMERAIMAGEINFO, i32ImageDegree, 16);
 // Room of the two face arrays, in entries.
 constexpr std::int32_t kFaceCapacity = 10;
 
+// The engine's code of a face's orientation, by clockwise quarter turns of the face.
+constexpr std::int32_t kFaceOrients[4] = {1, 3, 4, 2};
+
+// Clockwise degrees of an orientation code; 0 for a code that is none.
+constexpr std::int32_t FaceDegrees(std::int32_t orient) {
+    std::int32_t degrees = 0;
+    for (std::int32_t turns = 0; turns < 4; ++turns) {
+        degrees = kFaceOrients[turns] == orient ? turns * 90 : degrees;
+    }
+    return degrees;
+}
+
 struct TSL_DCR_FOCUSPARAM {
     TSL_POINT ptFocus; // main image pixels
     std::uint8_t reserved8[24];
     TSL_RECT* pFaceRects;       // kFaceCapacity entries, main image pixels
-    std::int32_t* pFaceOrients; // kFaceCapacity entries
+    std::int32_t* pFaceOrients; // kFaceCapacity entries, of kFaceOrients
     std::int32_t i32FaceNum;    // valid entries in both arrays
     std::uint32_t reserved52;
 };
@@ -100,6 +112,9 @@ struct TSL_DCR_BLURPARAM {
 };
 PIN_BINARY_RECORD(TSL_DCR_BLURPARAM);
 PIN_SIZE(TSL_DCR_BLURPARAM, 4);
+
+// Sizes in a calibration are counted in hundredths of a pixel.
+constexpr std::int32_t kCalibrationUnitsPerPixel = 100;
 
 // The only mode the node starts an instance in.
 constexpr std::int32_t kEngineModeCapture = 1;

@@ -5,6 +5,7 @@
 #include "node/capture_bokeh.h"
 #include "node/process_state.h"
 #include "platform/chi_node_utils.h"
+#include "platform/device_names.h"
 
 // The node's boundary. Each callback checks its pointers, then its record's size, then calls one
 // operation. No exception passes it.
@@ -159,7 +160,7 @@ void NodeSetNodeInterface(ChiNodeInterface* platform) noexcept {
     if (platform == nullptr) {
         NODE_ERROR(kTextNullPointer);
     } else {
-        result = ChiNodeUtils::SetNodeInterface(platform, kNodeName, &g_ChiNodeInterface,
+        result = ChiNodeUtils::SetNodeInterface(platform, device::kNodeName, &g_ChiNodeInterface,
                                                 &g_vendorTagBase);
     }
     NODE_DEBUG("TSL_CTB: %s: %d:  (OUT), res = %d\n", result);

@@ -5,6 +5,7 @@
 #include "node/capture_bokeh.h"
 #include "node/process_state.h"
 #include "platform/chi_node_utils.h"
+#include "platform/device_names.h"
 #include "platform/properties.h"
 
 namespace {
@@ -119,8 +120,8 @@ void ChiNodeCaptureBokeh::Deinit() {
 
 void ChiNodeCaptureBokeh::CheckPersist() {
     NODE_DEBUG(kTextColonIn);
-    m_dumpImg = ReadIntProperty("persist.vendor.camera.tessola.cb.dumpimg");
-    m_debugView = ReadIntProperty("persist.vendor.camera.tessola.cb.debugview");
+    m_dumpImg = ReadIntProperty(device::kDumpProperty);
+    m_debugView = ReadIntProperty(device::kDebugViewProperty);
     NODE_DEBUG(kTextColonOut);
 }
 
@@ -148,8 +149,8 @@ void ChiNodeCaptureBokeh::SetBufferInfo(const ChiImageFormat& format) {
 
 std::uint32_t ChiNodeCaptureBokeh::InduceSleep() const {
     ChiVendorTagBaseQuery query = {.size = sizeof(query),
-                                   .section = "org.quic.camera.induceSleepInChiNode",
-                                   .tag = "InduceSleep"};
+                                   .section = device::tags::kInduceSleep.section,
+                                   .tag = device::tags::kInduceSleep.tag};
     if (g_ChiNodeInterface.getVendorTagBase != nullptr) {
         g_ChiNodeInterface.getVendorTagBase(&query);
     }

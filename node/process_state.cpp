@@ -1,21 +1,23 @@
 #include "node/process_state.h"
 
+#include "platform/device_names.h"
+
 ChiNodeInterface g_ChiNodeInterface = {};
 std::uint32_t g_vendorTagBase = 0;
 
 namespace {
 
 constexpr CHIVENDORTAGDATA kTags[kNodeTagCount] = {
-    {"SupportedFeature", kTagTypeByte, kSupportedFeatureSize},
-    {"CurrentMode", kTagTypeByte, 1},
-    {"ProcessedFrameNumber", kTagTypeInt64, 1},
-    {"FrameDimension", kTagTypeInt32, 2},
+    {device::tags::kSupportedFeature.tag, kTagTypeByte, kSupportedFeatureSize},
+    {device::tags::kCurrentMode.tag, kTagTypeByte, 1},
+    {device::tags::kProcessedFrameNumber.tag, kTagTypeInt64, 1},
+    {device::tags::kFrameDimension.tag, kTagTypeInt32, 2},
 };
 
 constexpr std::uint32_t kVisibleToAll = 0xFFFFFFFF;
 
 constexpr CHIVENDORTAGSECTIONDATA kSection = {
-    .name = kNodeName,
+    .name = device::kNodeName,
     .firstTag = 0,
     .numTags = kNodeTagCount,
     .tags = kTags,

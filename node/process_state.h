@@ -7,9 +7,6 @@
 // State of the loaded library, shared by all nodes. Written by NodeSetNodeInterface alone, before
 // any node is created, and read without locks.
 
-// The node's name, which is also its vendor tag section.
-inline constexpr char kNodeName[] = "com.qav.node.capturebokeh";
-
 // The node's copy of the platform's callback table.
 extern ChiNodeInterface g_ChiNodeInterface;
 

@@ -6,6 +6,7 @@
 #include "bokehbase/log.h"
 #include "node/capture_bokeh.h"
 #include "node/process_state.h"
+#include "platform/device_names.h"
 
 namespace {
 
@@ -14,8 +15,6 @@ enum DebugView : std::int32_t {
     kViewAux = 2,
     kViewAuxInMain = 3,
 };
-
-constexpr char kDumpPrefix[] = "IMG_";
 
 } // namespace
 
@@ -75,12 +74,12 @@ void ChiNodeCaptureBokeh::ProduceOutput() {
 void ChiNodeCaptureBokeh::WriteDumps() {
     timeval now = {};
     gettimeofday(&now, nullptr);
-    DumpAndSaveYUV(m_frameParams, now, kDumpPrefix);
+    DumpAndSaveYUV(m_frameParams, now, device::kDumpPrefix);
     if (m_pDisparityData != nullptr) {
         const PLIM_OFFSCREEN& image = m_frameParams.stMainImage;
         DumpDepthData(m_pDisparityData, m_i32DisparityDataBufferSize,
                       static_cast<std::uint32_t>(image.i32Pitch[0]),
-                      static_cast<std::uint32_t>(image.i32Height), now, kDumpPrefix);
+                      static_cast<std::uint32_t>(image.i32Height), now, device::kDumpPrefix);
     }
 }
 

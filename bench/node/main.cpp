@@ -9,8 +9,8 @@
 
 #include "bench/node/comparison.h"
 #include "bench/node/scene.h"
-#include "engine/calibration_file.h"
 #include "host/filesystem/device_root.h"
+#include "platform/device_names.h"
 
 // Usage: node_bench [--check] [--benchmark_filter=...]
 //   Prints a table of what was measured beside its peers and targets.
@@ -46,10 +46,10 @@ public:
             throw std::runtime_error("cannot make the folder " + name);
         }
         root_ = name;
-        const std::filesystem::path calibration = name + kCalibrationPaths[0];
+        const std::filesystem::path calibration = name + device::kCalibrationPaths[0];
         std::filesystem::create_directories(calibration.parent_path());
         std::filesystem::create_directories(name + bench::kDumpFolder);
-        std::ofstream(calibration) << std::string(kCalibrationFileSize, 'c');
+        std::ofstream(calibration) << std::string(device::kCalibrationFileSize, 'c');
         host::SetDeviceRoot(root_);
     }
     ~DeviceFolder() {

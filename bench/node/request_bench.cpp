@@ -7,7 +7,7 @@
 #include "bench/node/comparison.h"
 #include "bench/node/scene.h"
 #include "bokehbase/log.h"
-#include "engine/calibration_file.h"
+#include "platform/device_names.h"
 #include "tests/support/platform.h"
 
 namespace bench {
@@ -94,8 +94,8 @@ Comparison Parameters(const Shape& shape) {
 }
 
 void ReadCalibration() {
-    char bytes[kCalibrationFileSize];
-    if (std::FILE* file = std::fopen(kCalibrationPaths[0], "rb"); file != nullptr) {
+    char bytes[device::kCalibrationFileSize];
+    if (std::FILE* file = std::fopen(device::kCalibrationPaths[0], "rb"); file != nullptr) {
         benchmark::DoNotOptimize(std::fread(bytes, 1, sizeof(bytes), file));
         std::fclose(file);
     }

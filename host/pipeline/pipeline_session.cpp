@@ -12,27 +12,27 @@ namespace host {
 
 PipelineSession::PipelineSession(const UseCase& useCase, void* handle)
     : handle_(handle), useCase_(useCase), bareFaceIndex_(useCase.bareFaceIndex) {
-    Supply(tags::kConfiguration, "PhysicalCameraConfigs", kTagPoolCameraConfig, false,
+    Supply(device::tags::kPhysicalCameraConfigs, kTagPoolCameraConfig, false,
            useCase_.cameraConfigs());
-    Supply(tags::kConfiguration, "PhysicalCameraInputConfig", kTagPoolUseCase, false,
+    Supply(device::tags::kPhysicalCameraInputConfig, kTagPoolUseCase, false,
            useCase_.inputConfig());
-    Supply(tags::kSleep, "InduceSleep", kTagPoolUseCase, false, useCase_.induceSleep());
+    Supply(device::tags::kInduceSleep, kTagPoolUseCase, false, useCase_.induceSleep());
     SupplyRequestData();
 }
 
-void PipelineSession::Supply(const char* section, const char* tag, std::uint32_t pool,
-                             bool ofRequest, const void* data) {
-    const std::optional<std::uint32_t> id = VendorTags::Instance().Id(section, tag);
+void PipelineSession::Supply(const device::VendorTagName& name, std::uint32_t pool, bool ofRequest,
+                             const void* data) {
+    const std::optional<std::uint32_t> id = VendorTags::Instance().Id(name);
     // The interface hands out writable addresses of all metadata.
     entries_[id.value()] = {pool, ofRequest, const_cast<void*>(data)};
 }
 
 void PipelineSession::SupplyRequestData() {
-    Supply(tags::kBokehInput, "InputMetadataBokeh", kTagPoolRequest, true,
+    Supply(device::tags::kInputMetadata, kTagPoolRequest, true,
            live_ ? live_->metadata.get() : nullptr);
-    Supply(tags::kFaceResults, "OEMFDResults", kTagPoolRequest, true,
+    Supply(device::tags::kFaceResults, kTagPoolRequest, true,
            live_ ? live_->faceResults.get() : nullptr);
-    Supply(tags::kControl, "SelectFaceIndex", bareFaceIndex_ ? 0 : kTagPoolRequest, true,
+    Supply(device::tags::kSelectFaceIndex, bareFaceIndex_ ? 0 : kTagPoolRequest, true,
            live_ ? live_->selectedFace.get() : nullptr);
 }
 

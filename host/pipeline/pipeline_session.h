@@ -10,6 +10,7 @@
 #include "host/chinodeutils/node_utils_control.h"
 #include "host/pipeline/pipeline.h"
 #include "host/pipeline/use_case_data.h"
+#include "platform/device_names.h"
 
 namespace host {
 
@@ -60,7 +61,7 @@ private:
         bool ofRequest = false;
         void* data = nullptr; // null: not supplied
     };
-    void Supply(const char* section, const char* tag, std::uint32_t pool, bool ofRequest,
+    void Supply(const device::VendorTagName& name, std::uint32_t pool, bool ofRequest,
                 const void* data);
     void SupplyRequestData();
     std::optional<std::string> Objection(const MetadataQuery& query) const;

@@ -40,7 +40,7 @@ CDKResult GetVendorTagBase(ChiVendorTagBaseQuery* query) {
         Sessions::Instance().Complain(Text("the vendor tag query of size ", query->size,
                                            " with tag id ", query->tagId, " is not a fresh one"));
     }
-    const auto id = VendorTags::Instance().Id(query->section, query->tag);
+    const auto id = VendorTags::Instance().Id({query->section, query->tag});
     if (!id) {
         return kNoSuch;
     }

@@ -32,36 +32,35 @@ void ReadFeature(const void* data, Published& published, Complaints& complaints)
 }
 
 struct ExpectedTag {
-    const char* section;
-    const char* name;
+    device::VendorTagName name;
     std::uint64_t dataSize; // 0: the element count of the node's tag table
     void (*read)(const void* data, Published& published, Complaints& complaints);
 };
 
 // In the order in which the node publishes them.
 constexpr ExpectedTag kExpectedTags[] = {
-    {tags::kNode, "SupportedFeature", 0, ReadFeature},
-    {tags::kNode, "CurrentMode", 0,
+    {device::tags::kSupportedFeature, 0, ReadFeature},
+    {device::tags::kCurrentMode, 0,
      [](const void* data, Published& published, Complaints&) {
          published.currentMode = Read<std::uint8_t>(data);
      }},
-    {tags::kNode, "ProcessedFrameNumber", 0,
+    {device::tags::kProcessedFrameNumber, 0,
      [](const void* data, Published& published, Complaints&) {
          published.processedFrameNumber = Read<std::uint64_t>(data);
      }},
-    {tags::kNode, "FrameDimension", 0,
+    {device::tags::kFrameDimension, 0,
      [](const void* data, Published& published, Complaints&) {
          published.frameDimension = Read<std::array<std::uint32_t, 2>>(data);
      }},
-    {tags::kControl, "depthpicturesize", 4,
+    {device::tags::kDepthPictureSize, 4,
      [](const void* data, Published& published, Complaints&) {
          published.depthPictureSize = Read<std::int32_t>(data);
      }},
-    {tags::kBokehOutput, "OutputMetadataBokeh", 12,
+    {device::tags::kOutputMetadata, 12,
      [](const void* data, Published& published, Complaints&) {
          published.result = Read<OutputMetadataBokeh>(data);
      }},
-    {tags::kControl, "PtFocus", 2,
+    {device::tags::kPtFocus, 2,
      [](const void* data, Published& published, Complaints&) {
          published.focusPoint = Read<std::array<std::int32_t, 2>>(data);
      }},
@@ -90,7 +89,7 @@ void CheckSet(const ChiMetadataSet& set, const void* session, Complaints& compla
 
 void CheckEntry(const ExpectedTag& expected, const VendorTag& tag, std::uint32_t id,
                 const ChiTagData& entry, std::uint64_t frameNumber, Complaints& complaints) {
-    const std::string name = Text("\"", expected.name, "\"");
+    const std::string name = Text("\"", expected.name.tag, "\"");
     if (id != tag.id) {
         complaints.push_back(Text("in the place of ", name, " (", Hex(tag.id), ") stands ",
                                   VendorTags::Instance().Describe(id), " (", Hex(id), ")"));
@@ -119,15 +118,15 @@ std::optional<Published> ReadMetadataSet(const ChiMetadataSet& set, const void* 
     Published published;
     for (std::size_t index = 0; index < std::size(kExpectedTags); ++index) {
         const ExpectedTag& expected = kExpectedTags[index];
-        const auto tag = VendorTags::Instance().Find(expected.section, expected.name);
+        const auto tag = VendorTags::Instance().Find(expected.name);
         if (!tag) {
-            complaints.push_back(Text("nobody registered \"", expected.name, "\""));
+            complaints.push_back(Text("nobody registered \"", expected.name.tag, "\""));
             continue;
         }
         const ChiTagData& entry = set.tagData[index];
         CheckEntry(expected, *tag, set.tagIds[index], entry, frameNumber, complaints);
         if (entry.data == nullptr) {
-            complaints.push_back(Text("\"", expected.name, "\" has no data"));
+            complaints.push_back(Text("\"", expected.name.tag, "\" has no data"));
             continue;
         }
         expected.read(entry.data, published, complaints);

@@ -12,22 +12,25 @@ namespace {
 constexpr std::uint32_t kFirstBase = 0x80000000;
 constexpr std::uint32_t kBaseStep = 0x00010000;
 
-constexpr CHIVENDORTAGDATA kBokehInputTags[] = {
-    {"InputMetadataBokeh", kTagTypeByte, sizeof(InputMetadataBokeh)}};
-constexpr CHIVENDORTAGDATA kBokehOutputTags[] = {
-    {"OutputMetadataBokeh", kTagTypeByte, sizeof(OutputMetadataBokeh)}};
-constexpr CHIVENDORTAGDATA kControlTags[] = {{"status", kTagTypeByte, 1},
-                                             {"depthpicturesize", kTagTypeInt32, 1},
-                                             {"SelectFaceIndex", kTagTypeInt32, 1},
-                                             {"PtFocus", kTagTypeInt32, 2}};
-constexpr CHIVENDORTAGDATA kConfigurationTags[] = {
-    {"PhysicalCameraConfigs", kTagTypeByte, sizeof(PhysicalCameraConfigs)},
-    {"PhysicalCameraInputConfig", kTagTypeByte, 1}};
-constexpr CHIVENDORTAGDATA kFaceResultsTags[] = {
-    {"OEMFDResults", kTagTypeByte, sizeof(OEMFDResults)}};
-constexpr CHIVENDORTAGDATA kStreamCropTags[] = {{"StreamCropInfo", kTagTypeByte, 1},
-                                                {"EnableStreamCrop", kTagTypeByte, 1}};
-constexpr CHIVENDORTAGDATA kSleepTags[] = {{"InduceSleep", kTagTypeInt32, 1}};
+struct PlatformTag {
+    device::VendorTagName name;
+    std::uint32_t count; // elements
+};
+
+constexpr PlatformTag kPlatformTags[] = {
+    {device::tags::kInduceSleep, 1},
+    {device::tags::kInputMetadata, sizeof(InputMetadataBokeh)},
+    {device::tags::kOutputMetadata, sizeof(OutputMetadataBokeh)},
+    {device::tags::kStatus, 1},
+    {device::tags::kDepthPictureSize, 1},
+    {device::tags::kSelectFaceIndex, 1},
+    {device::tags::kPtFocus, 2},
+    {device::tags::kPhysicalCameraConfigs, sizeof(PhysicalCameraConfigs)},
+    {device::tags::kPhysicalCameraInputConfig, 1},
+    {device::tags::kFaceResults, sizeof(OEMFDResults)},
+    {device::tags::kStreamCropInfo, 1},
+    {device::tags::kEnableStreamCrop, 1},
+};
 
 } // namespace
 
@@ -37,57 +40,51 @@ VendorTags& VendorTags::Instance() {
 }
 
 VendorTags::VendorTags() {
-    const auto add = [this](const char* section, const auto& sectionTags) {
-        Add(section, 0, sectionTags, std::size(sectionTags));
-    };
-    add(tags::kSleep, kSleepTags);
-    add(tags::kBokehInput, kBokehInputTags);
-    add(tags::kBokehOutput, kBokehOutputTags);
-    add(tags::kControl, kControlTags);
-    add(tags::kConfiguration, kConfigurationTags);
-    add(tags::kFaceResults, kFaceResultsTags);
-    add(tags::kStreamCrop, kStreamCropTags);
+    for (const PlatformTag& tag : kPlatformTags) {
+        Section& section = SectionOf(tag.name.section);
+        const std::uint32_t id = section.base + static_cast<std::uint32_t>(section.tags.size());
+        section.tags.push_back({tag.name.section, tag.name.tag, id, tag.count});
+    }
 }
 
 void VendorTags::Register(const CHIVENDORTAGINFO& info) {
     const std::lock_guard lock(mutex_);
     for (std::uint32_t index = 0; index < info.numSections; ++index) {
         const CHIVENDORTAGSECTIONDATA& section = info.sections[index];
-        Add(section.name, section.firstTag, section.tags, section.numTags);
+        Section& entry = SectionOf(section.name);
+        entry.tags.clear();
+        for (std::uint32_t tag = 0; tag < section.numTags; ++tag) {
+            entry.tags.push_back({section.name, section.tags[tag].name,
+                                  entry.base + section.firstTag + tag, section.tags[tag].count});
+        }
     }
 }
 
-void VendorTags::Add(std::string_view name, std::uint32_t firstTag, const CHIVENDORTAGDATA* tags,
-                     std::size_t count) {
+VendorTags::Section& VendorTags::SectionOf(const std::string& name) {
     auto found = sections_.find(name);
     if (found == sections_.end()) {
         const auto number = static_cast<std::uint32_t>(sections_.size() + 1);
         found = sections_.emplace(name, Section{kFirstBase + number * kBaseStep, {}}).first;
     }
-    Section& section = found->second;
-    section.tags.clear();
-    for (std::size_t index = 0; index < count; ++index) {
-        const std::uint32_t id = section.base + firstTag + static_cast<std::uint32_t>(index);
-        section.tags.push_back({std::string(name), tags[index].name, id, tags[index].count});
-    }
+    return found->second;
 }
 
-std::optional<std::uint32_t> VendorTags::Id(std::string_view section, const char* tag) const {
-    if (tag != nullptr) {
-        const auto found = Find(section, tag);
+std::optional<std::uint32_t> VendorTags::Id(const device::VendorTagName& name) const {
+    if (name.tag != nullptr) {
+        const auto found = Find(name);
         return found ? std::optional(found->id) : std::nullopt;
     }
     const std::lock_guard lock(mutex_);
-    const auto found = sections_.find(section);
+    const auto found = sections_.find(name.section);
     return found != sections_.end() ? std::optional(found->second.base) : std::nullopt;
 }
 
-std::optional<VendorTag> VendorTags::Find(std::string_view section, std::string_view tag) const {
+std::optional<VendorTag> VendorTags::Find(const device::VendorTagName& name) const {
     const std::lock_guard lock(mutex_);
-    const auto found = sections_.find(section);
+    const auto found = sections_.find(name.section);
     if (found != sections_.end()) {
         for (const VendorTag& candidate : found->second.tags) {
-            if (candidate.name == tag) {
+            if (candidate.name == name.tag) {
                 return candidate;
             }
         }

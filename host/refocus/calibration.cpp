@@ -119,8 +119,8 @@ bool WithinOpen(double value, double low, double high) {
 }
 
 bool ValidCamera(const CameraCalibration& camera) {
-    const double width = camera.width / 100.0;
-    const double height = camera.height / 100.0;
+    const double width = camera.width / double{kCalibrationUnitsPerPixel};
+    const double height = camera.height / double{kCalibrationUnitsPerPixel};
     if (!WithinOpen(width, 15.999, 65536.0) || !WithinOpen(height, 15.999, 65536.0)) {
         return false;
     }
@@ -202,8 +202,8 @@ FileBytes WriteCalibration(const Calibration& calibration) {
 Calibration CalibrationOfRectifiedPair(const RectifiedPair& pair) {
     const auto camera = [](int width, int height, double fx, double fy) {
         CameraCalibration result;
-        result.width = width * 100;
-        result.height = height * 100;
+        result.width = width * kCalibrationUnitsPerPixel;
+        result.height = height * kCalibrationUnitsPerPixel;
         result.fx = fx;
         result.fy = fy;
         result.cx = (width - 1) / 2.0;

@@ -5,7 +5,9 @@
 #include <cstdint>
 #include <span>
 
+#include "engine/refocus_engine.h"
 #include "host/refocus/error.h"
+#include "platform/device_names.h"
 
 // Calibration of the camera pair and its file.
 //
@@ -38,7 +40,7 @@
 // Functions here are pure and may run on any thread.
 namespace refocus {
 
-constexpr std::size_t kCalibrationBytes = 2048;
+constexpr std::size_t kCalibrationBytes = device::kCalibrationFileSize;
 
 struct CameraCalibration {
     std::int32_t width = 0;  // hundredths of a pixel

@@ -15,7 +15,8 @@ struct ReducedCamera {
 };
 
 cv::Size2d SensorSize(const CameraCalibration& camera) {
-    return {camera.width / 100.0, camera.height / 100.0};
+    return {camera.width / double{kCalibrationUnitsPerPixel},
+            camera.height / double{kCalibrationUnitsPerPixel}};
 }
 
 // The camera of an image of `size` that shows the middle `crop` of the sensor.

@@ -9,6 +9,7 @@
 #include "bokehbase/crop_region.h"
 #include "bokehbase/log.h"
 #include "node/capture_bokeh.h"
+#include "platform/device_names.h"
 #include "tests/support/platform.h"
 
 extern "C" void ChiNodeEntry(ChiNodeCallbacks* callbacks) noexcept;
@@ -157,7 +158,7 @@ TEST_F(OperationsTest, CropAtTheToleranceStaysAsItIs) {
 }
 
 TEST_F(OperationsTest, NoMemoryForADebugLineCostsTheLineAlone) {
-    platform().properties[kLogMaskProperty] = "6";
+    platform().properties[device::kLogMaskProperty] = "6";
     node_ = nullptr; // its end clears the mask
     node_ = std::make_unique<Node>();
     CameraMetadata camera = {};

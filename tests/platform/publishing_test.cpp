@@ -14,8 +14,8 @@
 
 namespace {
 
-std::uint32_t Id(const char* section, const char* tag) {
-    return host::VendorTags::Instance().Id(section, tag).value();
+std::uint32_t Id(const device::VendorTagName& name) {
+    return host::VendorTags::Instance().Id(name).value();
 }
 
 void* Ask(const host::MetadataQuery& query) {
@@ -30,8 +30,8 @@ TEST(Metadata, IsAnsweredOnlyUnderItsPoolTypeSessionAndRequest) {
     host::Request request = host::PlainRequest(host::DualCamera(40, 30, 20, 16), 7);
     session->BeginRequest(request);
 
-    const std::uint32_t configs = Id(host::tags::kConfiguration, "PhysicalCameraConfigs");
-    const std::uint32_t input = Id(host::tags::kBokehInput, "InputMetadataBokeh");
+    const std::uint32_t configs = Id(device::tags::kPhysicalCameraConfigs);
+    const std::uint32_t input = Id(device::tags::kInputMetadata);
     constexpr auto kType = kChiMetadataTypeNode;
     const ChiNodeInterface& platform = host::PlatformInterface();
     const host::MetadataQuery ofUseCase{
@@ -57,9 +57,7 @@ TEST(Metadata, IsAnsweredOnlyUnderItsPoolTypeSessionAndRequest) {
         {"other camera", ofRequest, [](Query& query) { query.cameraId = 1; }, false, true},
         {"no table", ofRequest, [](Query& query) { query.platform = nullptr; }, false, true},
         {"not supplied", ofRequest,
-         [](Query& query) {
-             query.tagId = Id(host::tags::kControl, "SelectFaceIndex") | kTagPoolRequest;
-         },
+         [](Query& query) { query.tagId = Id(device::tags::kSelectFaceIndex) | kTagPoolRequest; },
          false, false},
         {"unknown tag", ofRequest, [](Query& query) { query.tagId = 0x80FF0000; }, false, true},
         {"id of a refused query", ofRequest, [](Query& query) { query.tagId = kTagPoolRequest; },
@@ -99,16 +97,16 @@ struct NodeSet {
                                                 {"CurrentMode", kTagTypeByte, 1},
                                                 {"ProcessedFrameNumber", kTagTypeInt64, 1},
                                                 {"FrameDimension", kTagTypeInt32, 2}};
-        static const CHIVENDORTAGSECTIONDATA section{host::tags::kNode, 0, 4, tags, 0xFFFFFFFF, 0};
+        static const CHIVENDORTAGSECTIONDATA section{device::kNodeName, 0, 4, tags, 0xFFFFFFFF, 0};
         host::VendorTags::Instance().Register({&section, 1, 0});
-        const std::uint32_t base = Id(host::tags::kNode, nullptr);
+        const std::uint32_t base = Id({device::kNodeName, nullptr});
         const std::uint32_t all[] = {base,
                                      base + 1,
                                      base + 2,
                                      base + 3,
-                                     Id(host::tags::kControl, "depthpicturesize"),
-                                     Id(host::tags::kBokehOutput, "OutputMetadataBokeh"),
-                                     Id(host::tags::kControl, "PtFocus")};
+                                     Id(device::tags::kDepthPictureSize),
+                                     Id(device::tags::kOutputMetadata),
+                                     Id(device::tags::kPtFocus)};
         const std::uint64_t sizes[] = {64, 1, 1, 2, 4, 12, 2};
         for (int index = 0; index < kTags; ++index) {
             ids[index] = all[index];
@@ -168,7 +166,7 @@ TEST(PublishedSet, EverySpoiledPartIsNamed) {
 }
 
 TEST(NodeInterface, CopiesWhatBothReleasesKnow) {
-    const std::uint32_t base = Id(host::tags::kControl, nullptr);
+    const std::uint32_t base = Id({device::sections::kMultiCameraControl, nullptr});
     const struct {
         std::uint32_t size;
         CDKResult result;
@@ -183,7 +181,8 @@ TEST(NodeInterface, CopiesWhatBothReleasesKnow) {
         platform.size = size;
         ChiNodeInterface copy{};
         unsigned int tagBase = 0;
-        EXPECT_EQ(ChiNodeUtils::SetNodeInterface(&platform, host::tags::kControl, &copy, &tagBase),
+        EXPECT_EQ(ChiNodeUtils::SetNodeInterface(&platform, device::sections::kMultiCameraControl,
+                                                 &copy, &tagBase),
                   result);
         EXPECT_EQ(tagBase, result == CDKResultSuccess ? base : 0);
         EXPECT_EQ(copy.queryRequestState != nullptr, queryStateCopied);

@@ -28,9 +28,8 @@ refocus::CameraCalibration CameraOf(const LensMatrices& lens, Size size, const c
         return i < distortion.cols ? distortion.at<double>(0, i) : 0.0;
     };
     refocus::CameraCalibration record;
-    constexpr int kUnitsPerPixel = 100;
-    record.width = size.width * kUnitsPerPixel;
-    record.height = size.height * kUnitsPerPixel;
+    record.width = size.width * kCalibrationUnitsPerPixel;
+    record.height = size.height * kCalibrationUnitsPerPixel;
     record.fx = camera.at<double>(0, 0);
     record.fy = camera.at<double>(1, 1);
     record.cx = camera.at<double>(0, 2);

@@ -10,6 +10,7 @@ namespace {
 using refocus::Calibration;
 using refocus::CameraCalibration;
 
+constexpr double kUnitsPerPixel = kCalibrationUnitsPerPixel;
 constexpr double kDegrees = 180 / std::numbers::pi;
 
 template <typename... Values>
@@ -20,8 +21,8 @@ std::string Print(const char* format, Values... values) {
 }
 
 std::string CameraText(const char* name, const CameraCalibration& camera) {
-    const double width = camera.width / 100.0;
-    const double height = camera.height / 100.0;
+    const double width = camera.width / kUnitsPerPixel;
+    const double height = camera.height / kUnitsPerPixel;
     const auto view = [](double side, double focal) {
         return 2 * std::atan(side / 2 / focal) * kDegrees;
     };
@@ -66,8 +67,8 @@ std::string InWords(const Calibration& calibration) {
 
 nlohmann::ordered_json ToJson(const Calibration& calibration) {
     const auto camera = [](const CameraCalibration& c) {
-        return nlohmann::ordered_json{{"width", c.width / 100.0},
-                                      {"height", c.height / 100.0},
+        return nlohmann::ordered_json{{"width", c.width / kUnitsPerPixel},
+                                      {"height", c.height / kUnitsPerPixel},
                                       {"focalLength", {c.fx, c.fy}},
                                       {"centre", {c.cx, c.cy}},
                                       {"radial", c.k},

@@ -16,6 +16,7 @@
 #include "host/picture/errors.h"
 #include "host/picture/image_file.h"
 #include "host/picture/nv12.h"
+#include "platform/device_names.h"
 #include "tools/dumps/dump_name.h"
 #include "tools/dumps/picture_file.h"
 #include "tools/files/json_text.h"
@@ -165,7 +166,8 @@ Written WriteDump(const ConvertOptions& options, const fs::path& path, const Rgb
     const host::Image image =
         kind == Kind::kNv12 ? RgbToNv12(picture, pitch) : GreyImage(path, picture, pitch);
     const SizedName target{name ? name->base : path.stem().string(), image.pitch(), image.height(),
-                           kind == Kind::kNv12 ? ".nv12" : ".Y8"};
+                           kind == Kind::kNv12 ? device::kImageDumpEnding
+                                               : device::kDisparityDumpEnding};
     CheckResult(options, folder.path() / target.Text(), true, earlier);
     folder.Write(target.Text(), image.bytes());
     return {path, folder.path() / target.Text(), image.width(), image.height()};

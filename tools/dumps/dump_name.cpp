@@ -5,6 +5,8 @@
 #include <regex>
 #include <string_view>
 
+#include "platform/device_names.h"
+
 namespace {
 
 struct RoleName {
@@ -15,11 +17,11 @@ struct RoleName {
 };
 
 constexpr std::array<RoleName, 5> kRoles{
-    {{DumpRole::kMain, "main", "_0", ".nv12"},
-     {DumpRole::kAux, "aux", "_1", ".nv12"},
-     {DumpRole::kOutput, "output", "_res", ".nv12"},
-     {DumpRole::kParameters, "parameters", "_0", "_metadata.txt"},
-     {DumpRole::kDisparity, "disparity", "_0", ".Y8"}}};
+    {{DumpRole::kMain, "main", device::kMainDumpSuffix, device::kImageDumpEnding},
+     {DumpRole::kAux, "aux", device::kAuxDumpSuffix, device::kImageDumpEnding},
+     {DumpRole::kOutput, "output", device::kOutputDumpSuffix, device::kImageDumpEnding},
+     {DumpRole::kParameters, "parameters", device::kMainDumpSuffix, device::kParameterDumpEnding},
+     {DumpRole::kDisparity, "disparity", device::kMainDumpSuffix, device::kDisparityDumpEnding}}};
 
 const RoleName& NameOf(DumpRole role) {
     for (const RoleName& entry : kRoles) {

@@ -4,6 +4,8 @@
 #include <charconv>
 #include <utility>
 
+#include "engine/refocus_engine.h"
+
 namespace {
 
 struct Field {
@@ -33,7 +35,6 @@ constexpr FaceField kFaceFields[] = {
 };
 
 constexpr char kFaceCount[] = "facenum";
-constexpr std::int32_t kMostFaces = 10;
 
 std::vector<std::string> LinesOf(std::string_view text) {
     std::vector<std::string> lines;
@@ -135,11 +136,11 @@ ParameterText ParseParameterText(std::string_view text) {
     }
     reader.Fixed("");
     const std::int32_t count = reader.Value(kFaceCount);
-    if (count < 0 || count > kMostFaces) {
-        parsed.problems.push_back("facenum: expected 0 to " + std::to_string(kMostFaces) +
+    if (count < 0 || count > kFaceCapacity) {
+        parsed.problems.push_back("facenum: expected 0 to " + std::to_string(kFaceCapacity) +
                                   ", found " + std::to_string(count));
     }
-    for (std::int32_t i = 0; i < std::clamp(count, 0, kMostFaces) && !reader.AtEnd(); ++i) {
+    for (std::int32_t i = 0; i < std::clamp(count, 0, kFaceCapacity) && !reader.AtEnd(); ++i) {
         reader.Fixed(FaceHead(i));
         DumpedFace face;
         for (const FaceField& field : kFaceFields) {

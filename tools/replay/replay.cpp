@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <span>
 
+#include "engine/refocus_engine.h"
 #include "host/picture/disparity_picture.h"
 #include "host/picture/errors.h"
 #include "host/refocus/calibration.h"
@@ -70,11 +71,10 @@ Sensors SensorsOf(const ReplayOptions& options, const DumpParameters& parameters
         refocus::Calibration calibration;
         const Bytes bytes = ReadFileBytes(options.device.calibration);
         if (refocus::ParseCalibration(bytes, calibration) == refocus::Error::kNone) {
-            constexpr int kUnitsPerPixel = 100;
-            sensors.main = {calibration.main.width / kUnitsPerPixel,
-                            calibration.main.height / kUnitsPerPixel};
-            sensors.aux = {calibration.aux.width / kUnitsPerPixel,
-                           calibration.aux.height / kUnitsPerPixel};
+            sensors.main = {calibration.main.width / kCalibrationUnitsPerPixel,
+                            calibration.main.height / kCalibrationUnitsPerPixel};
+            sensors.aux = {calibration.aux.width / kCalibrationUnitsPerPixel,
+                           calibration.aux.height / kCalibrationUnitsPerPixel};
         }
     }
     return {options.mainSensor.value_or(sensors.main), options.auxSensor.value_or(sensors.aux)};
@@ -187,9 +187,7 @@ void SetFaces(host::Request& request, const DumpParameters& parameters) {
     }
     camera.faceCount = static_cast<std::uint8_t>(count);
     if (count > 0) {
-        constexpr std::int32_t kDegrees[] = {0, 0, 270, 90, 180}; // by the engine's code
-        const std::int32_t code = std::clamp(parameters.faces.front().orient, 1, 4);
-        request.faceRotation = kDegrees[code];
+        request.faceRotation = FaceDegrees(parameters.faces.front().orient);
     }
 }
 

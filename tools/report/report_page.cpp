@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "engine/refocus_engine.h"
 #include "host/picture/false_colour.h"
 #include "tools/files/json_text.h"
 #include "tools/report/page_files.h"
@@ -29,25 +30,11 @@ Json OrNull(const std::optional<Value>& value) {
     return value ? ToJson(*value) : Json(nullptr);
 }
 
-// Clockwise degrees by which a face is turned, by the engine's code.
-int TurnOf(int orient) {
-    switch (orient) {
-    case 3:
-        return 90;
-    case 4:
-        return 180;
-    case 2:
-        return 270;
-    default:
-        return 0;
-    }
-}
-
 Json ToJson(const ReportOverlays& overlays) {
     Json faces = Json::array();
     for (const DumpedFace& face : overlays.faces) {
         faces.push_back({{"edges", {face.left, face.top, face.right, face.bottom}},
-                         {"turn", TurnOf(face.orient)}});
+                         {"turn", FaceDegrees(face.orient)}});
     }
     Json focus;
     if (overlays.focus) {

@@ -6,12 +6,9 @@
 
 #include "host/picture/errors.h"
 #include "host/properties/property_control.h"
+#include "platform/device_names.h"
 
 namespace {
-
-constexpr char kDumpProperty[] = "persist.vendor.camera.tessola.cb.dumpimg";
-constexpr char kDebugViewProperty[] = "persist.vendor.camera.tessola.cb.debugview";
-constexpr char kLogProperty[] = "persist.vendor.camera.tessola.log";
 
 // Half the width of the auto-focus region around a point, as a share of the picture's width.
 constexpr int kFocusRegionShare = 40;
@@ -72,13 +69,13 @@ void SetProperties(const RenderOptions& options) {
         }
     };
     if (options.dump) {
-        set(kDumpProperty, "1");
+        set(device::kDumpProperty, "1");
     }
     if (options.debugView) {
-        set(kDebugViewProperty, std::to_string(*options.debugView));
+        set(device::kDebugViewProperty, std::to_string(*options.debugView));
     }
     if (options.logMask) {
-        set(kLogProperty, std::to_string(*options.logMask));
+        set(device::kLogMaskProperty, std::to_string(*options.logMask));
     }
     for (const auto& [name, value] : options.properties) { // last: said more explicitly
         set(name, value);
@@ -87,7 +84,7 @@ void SetProperties(const RenderOptions& options) {
 
 int DebugView() {
     char value[kPropertyValueMax] = {};
-    property_get(kDebugViewProperty, value, "0");
+    property_get(device::kDebugViewProperty, value, "0");
     const int view = std::atoi(value);
     return view >= 1 && view <= 3 ? view : 0;
 }

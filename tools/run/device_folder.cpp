@@ -7,20 +7,22 @@
 #include "host/filesystem/device_root.h"
 #include "host/picture/errors.h"
 #include "host/refocus/calibration.h"
+#include "platform/device_names.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-constexpr char kDumpFolder[] = "data/vendor/camera";
-constexpr char kCalibrationFile[] = "mnt/vendor/persist/camera/dualcam_cali.bin";
-constexpr char kFallbackCalibrationFile[] = "vendor/etc/camera/dualcam_cali.bin";
+// Where the device's absolute path leads in a folder that stands for its root.
+fs::path PlaceIn(const fs::path& root, const char* devicePath) {
+    return root / fs::path(devicePath).relative_path();
+}
 
 Bytes ReadCalibration(const fs::path& path) {
     Bytes bytes = ReadFileBytes(path);
-    if (bytes.size() != refocus::kCalibrationBytes) {
+    if (bytes.size() != device::kCalibrationFileSize) {
         throw UseError(path.string() + ": expected a calibration file of " +
-                       std::to_string(refocus::kCalibrationBytes) + " bytes, found " +
+                       std::to_string(device::kCalibrationFileSize) + " bytes, found " +
                        std::to_string(bytes.size()) + " bytes");
     }
     return bytes;
@@ -86,9 +88,9 @@ DeviceFolder::~DeviceFolder() {
 
 void DeviceFolder::Prepare(Size main, Size aux) {
     if (calibration_.empty()) {
-        for (const char* place : {kCalibrationFile, kFallbackCalibrationFile}) {
-            if (calibrationSource_.empty() && fs::exists(root_ / place)) {
-                calibrationSource_ = (root_ / place).string();
+        for (const char* path : device::kCalibrationPaths) {
+            if (calibrationSource_.empty() && fs::exists(PlaceIn(root_, path))) {
+                calibrationSource_ = PlaceIn(root_, path).string();
             }
         }
     }
@@ -96,12 +98,12 @@ void DeviceFolder::Prepare(Size main, Size aux) {
         calibration_ = RectifiedCalibration(main, aux, rotation_);
         calibrationSource_ = "rectified pair";
     }
-    MakeFolder(root_ / kDumpFolder);
-    for (const auto& entry : fs::directory_iterator(root_ / kDumpFolder)) {
+    MakeFolder(PlaceIn(root_, device::kDumpFolder));
+    for (const auto& entry : fs::directory_iterator(PlaceIn(root_, device::kDumpFolder))) {
         before_.emplace(entry.path(), entry.last_write_time());
     }
     if (!calibration_.empty()) {
-        const fs::path file = root_ / kCalibrationFile;
+        const fs::path file = PlaceIn(root_, device::kCalibrationPaths[0]);
         MakeFolder(file.parent_path());
         WriteFile(file, calibration_);
     }
@@ -109,7 +111,7 @@ void DeviceFolder::Prepare(Size main, Size aux) {
 
 std::vector<fs::path> DeviceFolder::Dumps() const {
     std::vector<fs::path> files;
-    for (const auto& entry : fs::directory_iterator(root_ / kDumpFolder)) {
+    for (const auto& entry : fs::directory_iterator(PlaceIn(root_, device::kDumpFolder))) {
         const auto old = before_.find(entry.path());
         if (old == before_.end() || old->second != entry.last_write_time()) {
             files.push_back(entry.path());

@@ -3,13 +3,11 @@
 #include <utility>
 
 #include "host/picture/errors.h"
+#include "platform/device_names.h"
 
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr char kNode[] = "com.qav.node.capturebokeh.so";
-constexpr char kEngine[] = "libtessola_dualcam_refocus_image.so";
 
 fs::path Find(const char* option, fs::path given, const char* name) {
     if (given.empty()) {
@@ -25,5 +23,6 @@ fs::path Find(const char* option, fs::path given, const char* name) {
 } // namespace
 
 Libraries FindLibraries(fs::path node, fs::path engine) {
-    return {Find("--node", std::move(node), kNode), Find("--engine", std::move(engine), kEngine)};
+    return {Find("--node", std::move(node), device::kNodeLibrary),
+            Find("--engine", std::move(engine), device::kEngineLibrary)};
 }
