@@ -96,7 +96,7 @@ protected:
     ChiRect m_rtIFERect{};                // master camera's crop region in this request
 
 private:
-    // Index of the first linked camera with this id, or their number. Their entries are filled.
+    // Index of the first linked camera with this id, or their number where none has it.
     std::uint32_t FindCamera(const std::vector<CameraInfo>& cameraInfo,
                              std::uint32_t cameraId) const;
     CDKResult ConfigureInputBufferMapping(const BokehTagInfo& tagInfo,
@@ -111,6 +111,16 @@ private:
 
     void saveFile(const char* path, const frame_params_t& params);
 };
+
+struct CropSize {
+    std::int32_t width;
+    std::int32_t height;
+};
+
+// Size of the part of the sensor that the camera's image shows, in sensor pixels before any
+// scaling: the active array, less what was cropped, trimmed to the aspect ratio of the image that
+// the camera delivers (targetWidth x targetHeight pixels).
+CropSize getCropRegions(const CameraMetadata* metadata, int targetWidth, int targetHeight);
 
 // The tag's data for `requestId`, owned by the platform, or null.
 void* ReadMetadata(const BokehTagInfo& tagInfo, std::uint64_t requestId, std::uint32_t tagId);

@@ -3,13 +3,14 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/chi_metadata.h"
-
-// An integer rectangle in sensor pixels. Its aspect ratio is width / height, in double precision.
+// Integer arithmetic of a camera's crops. Includes nothing of the node or the platform: whoever
+// asks which crops give a certain result, as a replay does, links this very code.
 //
-// A rectangle without area has no aspect ratio to work with: as the one to change it stays as it
-// is, as the other one it changes nothing. The same holds where a result would leave the 32-bit
-// range.
+// All functions are pure and may run on any thread. Extents are signed; a rectangle whose width or
+// height is 0 has no aspect ratio to work with, so it stays as it is and changes no other one. The
+// same holds where a result would leave the 32-bit range.
+
+// A rectangle in sensor pixels. Its aspect ratio is width / height, in double precision.
 struct CropRegion {
     std::int32_t left = 0;
     std::int32_t top = 0;
@@ -20,16 +21,16 @@ struct CropRegion {
     // trims to other's aspect ratio.
     void fit(const CropRegion& other);
 
-    // As "[left,top widthxheight (aspect)]". Allocates.
+    // Takes the same number of pixels off both ends of one axis, so that width / height comes as
+    // close to `aspect` as whole pixels allow. A ratio within 0.001 below it is left alone, but for
+    // a pixel that each end of the width may gain.
+    void FitToAspect(double aspect);
+
+    // As "[left,top widthxheight (aspect)]". Allocates; may throw std::bad_alloc.
     std::string toString() const;
 };
 
-struct CropSize {
-    std::int32_t width;
-    std::int32_t height;
-};
-
-// Size of the part of the sensor that the camera's image shows, in sensor pixels before any
-// scaling: the active array, less what was cropped, trimmed to the aspect ratio of the image that
-// the camera delivers (targetWidth x targetHeight pixels).
-CropSize getCropRegions(const CameraMetadata* metadata, int targetWidth, int targetHeight);
+// The part of the sensor that an image shows, before any scaling: the active array, less the crop
+// that the front end applied and the crop that was left to it.
+CropRegion ShownRegion(const CropRegion& activeArray, const CropRegion& appliedCrop,
+                       const CropRegion& residualCrop);

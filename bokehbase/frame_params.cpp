@@ -52,6 +52,11 @@ ChiRect WholeImage(const PLIM_OFFSCREEN& image) {
             static_cast<std::uint32_t>(image.i32Height)};
 }
 
+CropRegion FromMetadata(const ChiRect& rect) {
+    return {rect.left, rect.top, static_cast<std::int32_t>(rect.width),
+            static_cast<std::int32_t>(rect.height)};
+}
+
 } // namespace
 
 CDKResult ChiNodeBokehBase::BaseProcessRequest(ChiNodeProcessRequestInfo* request,
@@ -194,4 +199,31 @@ void ChiNodeBokehBase::GetFrameParams(unsigned char mainSlot, frame_params_t& pa
             info.i32AuxHeight_CropNoScale = size.height;
         }
     }
+}
+
+CropSize getCropRegions(const CameraMetadata* metadata, int targetWidth, int targetHeight) {
+    const CropRegion activeArray = FromMetadata(metadata->activeArraySize);
+    const CropRegion sensorApplied = FromMetadata(metadata->sensorAppliedCrop);
+    const CropRegion ifeApplied = FromMetadata(metadata->ifeAppliedCrop);
+    const CropRegion ifeResidual = FromMetadata(metadata->ifeResidualCrop);
+
+    const double target = static_cast<double>(targetWidth) / static_cast<double>(targetHeight);
+    CropRegion scaler = FromMetadata(metadata->scalerCropRegion);
+    scaler.FitToAspect(target);
+    CropRegion total = ShownRegion(activeArray, ifeApplied, ifeResidual);
+    total.FitToAspect(target);
+    const CropRegion& preApplied = total; // the line's two names are of one region
+
+    try {
+        BASE_DEBUG("TSL_CTB: %s: %d: ScalerCropRegion: %s, totalCropRegion: %s, "
+                   "preAppliedCropRegion: %s, ActiveArraySize: %s,  SensorAppliedCrop: %s, "
+                   "IFEAppliedCrop: %s, IFEResidualCrop: %s\n",
+                   scaler.toString().c_str(), total.toString().c_str(),
+                   preApplied.toString().c_str(), activeArray.toString().c_str(),
+                   sensorApplied.toString().c_str(), ifeApplied.toString().c_str(),
+                   ifeResidual.toString().c_str());
+    } catch (...) {
+        // A debug line is not worth a photo.
+    }
+    return {total.width, total.height};
 }

@@ -1,9 +1,10 @@
 #include "tools/replay/crop_search.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdlib>
 #include <vector>
+
+#include "bokehbase/crop_region.h"
 
 namespace {
 
@@ -15,44 +16,20 @@ bool HasArea(Size size) {
     return size.width > 0 && size.height > 0;
 }
 
-int Cut(int extent, double fraction) {
-    return extent - 2 * static_cast<int>(std::trunc(fraction * extent));
-}
-
 // A side that an aspect gives, which may be far larger than any sensor's.
 int Side(double length) {
     constexpr double kLongest = 1 << 30;
     return static_cast<int>(std::min(length, kLongest));
 }
 
-// What the node makes of a rectangle that it trims to an aspect; its places do not matter here.
-void Trim(Size& size, double aspect) {
-    constexpr double kTolerance = 0.001;
-    if (!HasArea(size)) {
-        return;
-    }
-    const double own = AspectOf(size);
-    const double difference = aspect - own;
-    if (difference > kTolerance) {
-        size.height = Cut(size.height, (1 - own / aspect) * 0.5);
-    } else if (difference < kTolerance) {
-        size.width = Cut(size.width, (1 - aspect / own) * 0.5);
-    }
-}
-
-// What the node finds: the sensor shrunk as the crop is to its surroundings, then trimmed.
+// What the node finds, by its own arithmetic.
 Size PartOf(Size sensor, const ChiRect& crop, Size image) {
-    const Size applied{static_cast<int>(crop.width), static_cast<int>(crop.height)};
-    Size part = sensor;
-    const bool wider = AspectOf(applied) > AspectOf(part);
-    const double inner = wider ? applied.width : applied.height;
-    const double full = inner + 2.0 * (wider ? crop.left : crop.top);
-    const double fraction = (1 - inner / full) * 0.5;
-    part = {Cut(part.width, fraction), Cut(part.height, fraction)};
-    Trim(part, AspectOf(applied));
-    Trim(part, AspectOf(image)); // once for the crop left to the image, once at the end
-    Trim(part, AspectOf(image));
-    return part;
+    CropRegion part = ShownRegion({0, 0, sensor.width, sensor.height},
+                                  {crop.left, crop.top, static_cast<std::int32_t>(crop.width),
+                                   static_cast<std::int32_t>(crop.height)},
+                                  {0, 0, image.width, image.height});
+    part.FitToAspect(AspectOf(image));
+    return {part.width, part.height};
 }
 
 std::vector<Size> Candidates(Size sensor, Size part) {
