@@ -121,9 +121,10 @@ CDKResult ChiNodeBokehBase::FillVendorTagIds(BokehTagInfo& tagInfo) {
             tagInfo.*row.id = query.tagId;
             return result;
         }
-        // A platform newer than the name table may answer with a code that has no name here.
+        // A platform newer than the name table may answer with a code that has no name here. It
+        // reads as in the line that the caller prints next.
         char number[16];
-        std::snprintf(number, sizeof(number), "%u", result);
+        std::snprintf(number, sizeof(number), "%d", static_cast<int>(result));
         // NOLINTNEXTLINE(bugprone-lambda-function-name): the line is known under "operator()".
         BASE_ERROR("TSL_CTB: %s: %d: Error: %s during GetVendorTagBase for: %s %s\n",
                    result < kResultNames.size() ? kResultNames[result] : number, row.name.section,
@@ -174,7 +175,8 @@ CDKResult ChiNodeBokehBase::ConfigureCameraInfo(BokehTagInfo tagInfo,
 std::uint32_t ChiNodeBokehBase::FindCamera(const std::vector<CameraInfo>& cameraInfo,
                                            std::uint32_t cameraId) const {
     std::uint32_t i = 0;
-    while (i < m_numLinkedCameras && cameraInfo[i].pCameraConfig->cameraId != cameraId) {
+    while (i < m_numLinkedCameras && (cameraInfo[i].pCameraConfig == nullptr ||
+                                      cameraInfo[i].pCameraConfig->cameraId != cameraId)) {
         ++i;
     }
     return i;

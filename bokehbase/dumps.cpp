@@ -14,11 +14,12 @@ namespace {
 constexpr std::size_t kPathSize = 256;
 constexpr std::size_t kTimeStampSize = 64;
 
-// The request's second in local time. Re-entrant: two nodes may dump at the same moment.
+// The time's second in local time. Two nodes may dump at the same moment, so nothing is shared but
+// the zone, which the C library takes from the system once a process: localtime_r may rely on that.
 void FormatTimeStamp(const timeval& time, char (&text)[kTimeStampSize]) {
+    [[maybe_unused]] static const bool zoneIsSet = (tzset(), true);
     const std::time_t seconds = time.tv_sec;
     std::tm local = {};
-    tzset(); // localtime_r alone may keep the zone of its first use
     localtime_r(&seconds, &local);
     std::strftime(text, sizeof(text), "%Y%m%d_%H%M%S", &local);
 }

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <optional>
 
 #include "bokehbase/bokeh_base.h"
 #include "bokehbase/log.h"
@@ -34,12 +35,13 @@ std::uint32_t OffsetFrom(std::int32_t value, std::int32_t reference) {
     return static_cast<std::uint32_t>(std::max<std::int64_t>(difference, 0));
 }
 
-// Scales a sensor rectangle, relative to the reference rectangle, to an image of this size.
-MappedRect MapRectToInputData(const ChiRect& source, const ChiRect& reference, std::int32_t width,
-                              std::int32_t height) {
+// Scales a sensor rectangle, relative to the reference rectangle, to an image of this size. Nothing
+// where one of the three has no area.
+std::optional<MappedRect> MapRectToInputData(const ChiRect& source, const ChiRect& reference,
+                                             std::int32_t width, std::int32_t height) {
     if (height < 1 || width < 1 || source.width == 0 || source.height == 0 ||
         reference.width == 0 || reference.height == 0) {
-        return {};
+        return std::nullopt;
     }
     const float scaleX = static_cast<float>(width) / static_cast<float>(reference.width);
     const float scaleY = static_cast<float>(height) / static_cast<float>(reference.height);
@@ -108,30 +110,37 @@ std::uint32_t FilterFaces(CameraMetadata& camera) {
     return count - removed;
 }
 
-// Maps the faces into `params`. Returns the index of the largest, the first of equals, or kNoFace.
-std::uint32_t MapFaces(const CameraMetadata& camera, const ChiRect& reference, std::uint32_t count,
-                       frame_params_t& params) {
+struct MappedFaces {
+    std::uint32_t largest = kNoFace; // the first of equals
+    bool mapped = false;             // false: no face, or no area to map to
+};
+
+// Maps the faces into `params`; where that cannot be done, their rectangles are all zero.
+MappedFaces MapFaces(const CameraMetadata& camera, const ChiRect& reference, std::uint32_t count,
+                     frame_params_t& params) {
     const auto* results = static_cast<const OEMFDResults*>(
         ReadMetadata(params.tagInfo, params.tagInfo.requestId,
                      params.tagInfo.oemFDResultsTagId | kTagPoolRequest));
     const std::int32_t orientation = FaceOrientation(results != nullptr ? results->rotation : 0);
 
-    std::uint32_t largest = kNoFace;
+    MappedFaces faces;
     std::uint64_t largestArea = 0;
     for (std::uint32_t j = 0; j < count; ++j) {
-        const MappedRect mapped = MapRectToInputData(
+        const std::optional<MappedRect> result = MapRectToInputData(
             camera.faces[j], reference, params.stMainImage.i32Width, params.stMainImage.i32Height);
+        const MappedRect mapped = result.value_or(MappedRect{});
+        faces.mapped = result.has_value();
         params.pFaceRects[j] = {ClampToInt32(mapped.x), ClampToInt32(mapped.y),
                                 InclusiveEdge(mapped.x, mapped.w),
                                 InclusiveEdge(mapped.y, mapped.h)};
         params.pFaceOrients[j] = orientation;
         const std::uint64_t area = static_cast<std::uint64_t>(mapped.w) * mapped.h;
-        if (largest == kNoFace || area > largestArea) {
-            largest = j;
+        if (faces.largest == kNoFace || area > largestArea) {
+            faces.largest = j;
             largestArea = area;
         }
     }
-    return largest;
+    return faces;
 }
 
 } // namespace
@@ -145,7 +154,8 @@ void ChiNodeBokehBase::UpdateFocusROI(unsigned char cameraIndex, frame_params_t&
     const ChiWeightedRegion& focus = camera.focusRect;
     const ChiRect source = {focus.xMin, focus.yMin, Extent(focus.xMin, focus.xMax),
                             Extent(focus.yMin, focus.yMax)};
-    const MappedRect mapped = MapRectToInputData(source, m_rtIFERect, width, height);
+    const MappedRect mapped =
+        MapRectToInputData(source, m_rtIFERect, width, height).value_or(MappedRect{});
     params.ptFocus = {ClampToInt32(static_cast<std::int64_t>(mapped.x) + mapped.w / 2),
                       ClampToInt32(static_cast<std::int64_t>(mapped.y) + mapped.h / 2)};
     if (params.ptFocus.x == 0 || params.ptFocus.y == 0) {
@@ -169,18 +179,16 @@ void ChiNodeBokehBase::UpdateFocusROIBasedFace(unsigned char cameraIndex, frame_
         return;
     }
     params.i32FaceNum = static_cast<std::int32_t>(count);
-    const std::uint32_t largest = MapFaces(camera, m_rtIFERect, count, params);
+    const MappedFaces faces = MapFaces(camera, m_rtIFERect, count, params);
     // An index that no face has counts as none supplied.
     if (face >= count) {
-        face = largest;
+        face = faces.largest;
     }
-    if (camera.afMode != kAfModeContinuousPicture || face == kNoFace) {
+    // Unmapped rectangles would draw the point into the corner; it stays where it is.
+    if (camera.afMode != kAfModeContinuousPicture || !faces.mapped) {
         return;
     }
     const TSL_RECT& rect = params.pFaceRects[face];
-    if (rect.left == 0 && rect.top == 0 && rect.right == 0 && rect.bottom == 0) {
-        return; // could not be mapped: the point stays on the auto-focus region or the centre
-    }
     params.ptFocus = {Middle(rect.left, rect.right), Middle(rect.top, rect.bottom)};
     BASE_DEBUG("TSL_CTB: %s: %d: MaxFaceInfo[Index:%d]: (l,t,r,b)[%d,%d,%d,%d], Angles: %d, "
                "ptFocus:[%d,%d]\n",

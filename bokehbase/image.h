@@ -16,10 +16,3 @@ inline bool IsUsable(const PLIM_OFFSCREEN& image) {
 inline std::uint8_t* RowOf(const PLIM_OFFSCREEN& image, int plane, std::int64_t row) {
     return image.pu8Plane[plane] + row * static_cast<std::ptrdiff_t>(image.i32Pitch[plane]);
 }
-
-// Asks for the first line of a row that is about to be used. The processor's own read-ahead follows
-// a row but neither jumps to the next one nor enters its page; asking for more lines only delays
-// the row at hand.
-inline void ExpectRow(const std::uint8_t* row) {
-    __builtin_prefetch(row);
-}

@@ -40,6 +40,9 @@ protected:
 
     // Copies the request's values into the engine's records and decides whether it renders.
     void UpdataCTBParam();
+    // Says which image cannot be used, and what becomes of the photo: one error line a request, for
+    // the main image before the output before the aux image.
+    void ReportUnusableImage() const;
     void ProduceOutput();
     // Drives the engine through one request. Whatever fails, the output holds the main image.
     void DoProcess();

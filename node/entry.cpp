@@ -90,7 +90,7 @@ CDKResult NodeDestroy(ChiNodedestroyInfo* info) noexcept {
         NODE_ERROR("TSL_CTB: %s: %d:  CHINODEDESTROYINFO is smaller than expected\n");
         result = CDKResultEFailed;
     } else {
-        const std::unique_ptr<ChiNodeCaptureBokeh> ended(NodeFrom(info->hNodeSession));
+        delete NodeFrom(info->hNodeSession);
         info->hNodeSession = nullptr;
     }
     NODE_DEBUG(kTextOutResultWide, result);

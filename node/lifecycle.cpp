@@ -16,10 +16,13 @@ int ReadIntProperty(const char* name) {
     return std::atoi(value);
 }
 
+// A pair that exists stays as it is. False where the pair is incomplete.
 bool AllocateFaceArrays(TSL_RECT*& rects, std::int32_t*& orients, std::int32_t& count) {
-    rects = new (std::nothrow) TSL_RECT[kFaceCapacity]();
-    orients = new (std::nothrow) std::int32_t[kFaceCapacity]();
-    count = 0;
+    if (rects == nullptr && orients == nullptr) {
+        rects = new (std::nothrow) TSL_RECT[kFaceCapacity]();
+        orients = new (std::nothrow) std::int32_t[kFaceCapacity]();
+        count = 0;
+    }
     return rects != nullptr && orients != nullptr;
 }
 
@@ -101,10 +104,11 @@ bool ChiNodeCaptureBokeh::IniEngine() {
 }
 
 bool ChiNodeCaptureBokeh::AllocateFaceBuffers() {
-    return AllocateFaceArrays(m_frameParams.pFaceRects, m_frameParams.pFaceOrients,
-                              m_frameParams.i32FaceNum) &&
-           AllocateFaceArrays(m_focusParam.pFaceRects, m_focusParam.pFaceOrients,
-                              m_focusParam.i32FaceNum);
+    const bool ofFrame = AllocateFaceArrays(m_frameParams.pFaceRects, m_frameParams.pFaceOrients,
+                                            m_frameParams.i32FaceNum);
+    const bool ofFocus = AllocateFaceArrays(m_focusParam.pFaceRects, m_focusParam.pFaceOrients,
+                                            m_focusParam.i32FaceNum);
+    return ofFrame && ofFocus;
 }
 
 void ChiNodeCaptureBokeh::Deinit() {

@@ -33,7 +33,7 @@ void ChiNodeCaptureBokeh::UpdataCTBParam() {
 
     // The engine must not see the faces of an earlier request; the arrays may keep them unread.
     m_focusParam.i32FaceNum = 0;
-    if (params.i32FaceNum >= 1) { // never without the arrays
+    if (params.pFaceOrients != nullptr && params.pFaceRects != nullptr && params.i32FaceNum >= 1) {
         std::copy_n(params.pFaceRects, kFaceCapacity, m_focusParam.pFaceRects);
         std::copy_n(params.pFaceOrients, kFaceCapacity, m_focusParam.pFaceOrients);
         m_focusParam.i32FaceNum = params.i32FaceNum;
@@ -146,9 +146,6 @@ void ChiNodeCaptureBokeh::CopyImageToOutput(const PLIM_OFFSCREEN& source) {
             continue;
         }
         for (std::int32_t row = 0; row < rows; ++row) {
-            const std::int32_t next = std::min(row + 1, rows - 1);
-            ExpectRow(RowOf(source, plane, next));
-            ExpectRow(RowOf(output, plane, next));
             std::memcpy(RowOf(output, plane, row), RowOf(source, plane, row), width);
         }
     }

@@ -29,6 +29,7 @@ CDKResult ChiNodeCaptureBokeh::ProcessRequest(ChiNodeProcessRequestInfo* request
     }
     if (!m_requestStopped) {
         UpdataCTBParam();
+        ReportUnusableImage();
         ProduceOutput();
         if (m_dumpImg != 0) {
             WriteDumps();
@@ -40,6 +41,36 @@ CDKResult ChiNodeCaptureBokeh::ProcessRequest(ChiNodeProcessRequestInfo* request
     }
     NODE_DEBUG(kTextOutResultWide, result);
     return result;
+}
+
+void ChiNodeCaptureBokeh::ReportUnusableImage() const {
+    const frame_params_t& params = m_frameParams;
+    const struct {
+        const char* name;
+        const PLIM_OFFSCREEN& image;
+        const ChiImageList& list;
+    } images[] = {
+        {"Main", params.stMainImage, *params.pMainBuffer},
+        {"Output", params.stOutputImage, *params.pOutputBuffer},
+        {"Aux", params.stAuxImage, *params.pAuxBuffer},
+    };
+    const bool written = IsUsable(params.stMainImage) && IsUsable(params.stOutputImage);
+    for (const auto& [name, image, list] : images) {
+        // Another format has its own line, from which the main image's part does not show.
+        const bool told = image.u32Format != PLIM_PAF_NV12 && &image != &params.stMainImage;
+        if (IsUsable(image) || told) {
+            continue;
+        }
+        const ChiImageFormat& format = list.format;
+        NODE_ERROR_AS("ProcessRequest",
+                      "TSL_CTB: %s: %d: %s image cannot be used! Format %d, [w, h]: [%d, %d], "
+                      "pitch %d, planes %d, addresses [%p, %p], %s\n",
+                      name, format.format, format.width, format.height, format.plane[0].stride,
+                      format.numberOfPlanes, static_cast<void*>(list.planeAddress[0]),
+                      static_cast<void*>(list.planeAddress[1]),
+                      written ? "the main image is copied" : "nothing is written");
+        return;
+    }
 }
 
 void ChiNodeCaptureBokeh::ProduceOutput() {
@@ -93,10 +124,12 @@ void ChiNodeCaptureBokeh::UpdateActiveMap() {
         m_resultDataCTB.activeMap = 0;
         return;
     }
-    // The camera entries and the metadata slots are taken to be in the same order. An unknown rank
-    // leaves slot 0 as the master, as an equal one does.
+    // The camera entries and the metadata slots are taken to be in the same order. A missing entry
+    // and an unknown rank leave slot 0 as the master, as an equal rank does.
+    const PhysicalCameraConfig* first = m_cameraInfo[0].pCameraConfig;
+    const PhysicalCameraConfig* second = m_cameraInfo[1].pCameraConfig;
     const bool secondIsMaster =
-        m_cameraInfo[0].pCameraConfig->masterRank < m_cameraInfo[1].pCameraConfig->masterRank;
+        first != nullptr && second != nullptr && first->masterRank < second->masterRank;
     m_resultDataCTB.masterCameraId = metadata->cameraMetadata[secondIsMaster ? 1 : 0].cameraId;
     m_resultDataCTB.activeMap = 3;
 }

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <new>
 #include <numeric>
+#include <utility>
 
 #include "bokehbase/crop_region.h"
 #include "bokehbase/log.h"
@@ -16,7 +17,16 @@ extern "C" void ChiNodeEntry(ChiNodeCallbacks* callbacks) noexcept;
 
 namespace {
 int g_newCallsLeft = -1; // until one fails; negative: none does
+
+// A handle slot, and whether the memory that it names was freed while it still named it.
+void** g_slot = nullptr;
+bool g_freedWhileNamed = false;
+
+void Free(void* memory) {
+    g_freedWhileNamed |= g_slot != nullptr && *g_slot == memory;
+    std::free(memory);
 }
+} // namespace
 
 // Not inlined: g++ would take the pair of malloc and delete for a mistake.
 [[gnu::noinline]] void* operator new(std::size_t size) {
@@ -25,10 +35,10 @@ int g_newCallsLeft = -1; // until one fails; negative: none does
     return memory != nullptr ? memory : throw std::bad_alloc();
 }
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
-    std::free(memory);
+    Free(memory);
 }
 [[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
+    Free(memory);
 }
 
 namespace {
@@ -37,8 +47,13 @@ using support::platform;
 using Texts = std::vector<std::string>;
 
 struct Node : ChiNodeCaptureBokeh {
+    using ChiNodeCaptureBokeh::IniEngine;
+    using ChiNodeCaptureBokeh::m_cameraInfo;
+    using ChiNodeCaptureBokeh::m_focusParam;
     using ChiNodeCaptureBokeh::m_frameParams;
+    using ChiNodeCaptureBokeh::m_numLinkedCameras;
     using ChiNodeCaptureBokeh::m_resultDataCTB;
+    using ChiNodeCaptureBokeh::UpdataCTBParam;
     using ChiNodeCaptureBokeh::UpdateActiveMap;
 };
 
@@ -76,6 +91,89 @@ TEST_F(OperationsTest, AbsentRecordsAreRefusedByName) {
                                "NodeProcRequest: #: errCode = 5: NULL POINTER!"}));
 }
 
+TEST_F(OperationsTest, EmptyCameraEntriesArePassedOver) {
+    node_->m_numLinkedCameras = 2;
+    PhysicalCameraConfig first = {.cameraId = 7, .masterRank = 1};
+    PhysicalCameraConfig second = {.cameraId = 8, .masterRank = 2};
+    InputMetadataBokeh metadata = {.masterCameraId = 8};
+    metadata.cameraMetadata[0].cameraId = 70;
+    metadata.cameraMetadata[1].cameraId = 80;
+    node_->m_frameParams.pInputMetadata = &metadata;
+    const struct {
+        const PhysicalCameraConfig* configs[2];
+        std::uint32_t master;
+    } cases[] = {{{&first, &second}, 80},
+                 {{nullptr, &second}, 70},
+                 {{&first, nullptr}, 70},
+                 {{nullptr, nullptr}, 70}};
+    for (const auto& [configs, master] : cases) {
+        node_->m_cameraInfo = {{configs[0], 0}, {configs[1], 1}, {}, {}};
+        node_->UpdateActiveMap();
+        EXPECT_EQ(node_->m_resultDataCTB.masterCameraId, master);
+        EXPECT_EQ(node_->m_resultDataCTB.activeMap, 3u);
+    }
+
+    // The master stands behind an empty entry.
+    ChiImageList images[3] = {};
+    images[0].portIndex = 4;
+    images[1].portIndex = 5;
+    images[2].format.format = kChiFormatNV12;
+    ChiImageList* inputs[] = {&images[0], &images[1]};
+    ChiImageList* outputs[] = {&images[2]};
+    ChiNodeProcessRequestInfo request = {.size = sizeof(request),
+                                         .inputNum = 2,
+                                         .inputs = inputs,
+                                         .outputNum = 1,
+                                         .outputs = outputs};
+    const std::vector<CameraInfo> cameras = {{nullptr, 4}, {&second, 5}, {}, {}};
+    EXPECT_EQ(node_->GetBokehParams(&request, cameras, node_->m_frameParams), CDKResultSuccess);
+    EXPECT_EQ(node_->m_frameParams.pMainBuffer, inputs[1]);
+}
+
+TEST_F(OperationsTest, AResultWithoutANameReadsTheSameInBothLines) {
+    ChiNodeInterface platformTable = {.size = sizeof(platformTable)};
+    platformTable.getVendorTagBase = [](ChiVendorTagBaseQuery*) -> CDKResult { return 0xFFFFFFFE; };
+    node_->m_frameParams.tagInfo.pChiNodeInterface = &platformTable;
+    ChiNodeCreateInfo info = {.size = sizeof(info)};
+    EXPECT_EQ(node_->BaseInitialize(&info, node_->m_cameraInfo, node_->m_frameParams,
+                                    node_->m_resultDataCTB),
+              0xFFFFFFFE);
+    EXPECT_EQ(Errors(), (Texts{"TSL_CTB: operator(): #: Error: -2 during GetVendorTagBase for: "
+                               "com.qti.chi.multicamerainputmetadata InputMetadataBokeh\n",
+                               "BaseInitialize: #:  res: -2 NULL POINTER!"}));
+}
+
+TEST_F(OperationsTest, FaceArraysThatExistStayAsTheyAre) {
+    // No room for the frame's rectangles: the focus record's pair is made all the same.
+    g_newCallsLeft = 0;
+    EXPECT_FALSE(node_->IniEngine());
+    g_newCallsLeft = -1;
+    EXPECT_EQ(node_->m_frameParams.pFaceRects, nullptr);
+    EXPECT_NE(node_->m_focusParam.pFaceRects, nullptr);
+    EXPECT_NE(node_->m_focusParam.pFaceOrients, nullptr);
+
+    node_ = std::make_unique<Node>();
+    node_->IniEngine();
+    const TSL_RECT* rects = node_->m_frameParams.pFaceRects;
+    const std::int32_t* orients = node_->m_focusParam.pFaceOrients;
+    node_->m_frameParams.i32FaceNum = 3;
+    node_->IniEngine();
+    EXPECT_EQ(node_->m_frameParams.pFaceRects, rects);
+    EXPECT_EQ(node_->m_focusParam.pFaceOrients, orients);
+    EXPECT_EQ(node_->m_frameParams.i32FaceNum, 3);
+}
+
+TEST_F(OperationsTest, TheHandleIsClearedOnceItsNodeIsGone) {
+    ChiNodedestroyInfo info = {.size = sizeof(info), .hNodeSession = node_.release()};
+    ChiNodeCallbacks callbacks = {.size = sizeof(callbacks)};
+    ChiNodeEntry(&callbacks);
+    g_slot = &info.hNodeSession;
+    EXPECT_EQ(callbacks.destroy(&info), CDKResultSuccess);
+    g_slot = nullptr;
+    EXPECT_TRUE(g_freedWhileNamed);
+    EXPECT_EQ(info.hNodeSession, nullptr);
+}
+
 TEST_F(OperationsTest, FacesNeedBothArrays) {
     InputMetadataBokeh metadata = {};
     metadata.cameraMetadata[0].faceCount = 1;
@@ -90,6 +188,45 @@ TEST_F(OperationsTest, FacesNeedBothArrays) {
     params.pFaceOrients = orients;
     node_->UpdateFocusROIBasedFace(0, params);
     EXPECT_EQ(params.i32FaceNum, 1);
+
+    // Nor does the engine get faces of half a pair.
+    node_->IniEngine();
+    node_->m_frameParams.pInputMetadata = &metadata;
+    node_->m_frameParams.i32FaceNum = 1;
+    node_->UpdataCTBParam();
+    EXPECT_EQ(node_->m_focusParam.i32FaceNum, 1);
+    TSL_RECT* const own = std::exchange(node_->m_frameParams.pFaceRects, nullptr);
+    node_->UpdataCTBParam();
+    EXPECT_EQ(node_->m_focusParam.i32FaceNum, 0);
+    node_->m_frameParams.pFaceRects = own;
+    std::int32_t* const ownOrients = std::exchange(node_->m_frameParams.pFaceOrients, nullptr);
+    node_->UpdataCTBParam();
+    EXPECT_EQ(node_->m_focusParam.i32FaceNum, 0);
+    node_->m_frameParams.pFaceOrients = ownOrients;
+}
+
+TEST_F(OperationsTest, AFaceInTheCornerTakesTheFocusAndAnUnmappedOneDoesNot) {
+    InputMetadataBokeh metadata = {};
+    CameraMetadata& camera = metadata.cameraMetadata[0];
+    TSL_RECT rects[kFaceCapacity] = {};
+    std::int32_t orients[kFaceCapacity] = {};
+    frame_params_t params = {};
+    params.stMainImage = {.i32Width = 4000, .i32Height = 3000};
+    params.pFaceRects = rects;
+    params.pFaceOrients = orients;
+    params.pInputMetadata = &metadata;
+    camera.afMode = kAfModeContinuousPicture;
+    for (const std::uint32_t sensorWidth : {8000u, 0u}) {
+        camera.scalerCropRegion = {0, 0, sensorWidth, 6000};
+        camera.faceCount = 1;
+        camera.faces[0] = {0, 0, 2, 2};
+        node_->UpdateFocusROI(0, params);
+        EXPECT_EQ(params.ptFocus.x, 2000);
+        node_->UpdateFocusROIBasedFace(0, params);
+        EXPECT_EQ(rects[0].right, 0);
+        EXPECT_EQ(params.ptFocus.x, sensorWidth == 0 ? 2000 : 0);
+        EXPECT_EQ(params.ptFocus.y, sensorWidth == 0 ? 1500 : 0);
+    }
 }
 
 // An NV12 image whose bytes count up from `first`.
@@ -146,6 +283,19 @@ TEST_F(OperationsTest, AnAbsentListLeavesItsDescriptor) {
     node_->PrepareImage(nullptr, image);
     EXPECT_EQ(image.i32Width, 8);
     EXPECT_EQ(image.u32Format, 7u);
+}
+
+TEST_F(OperationsTest, CropsOfNegativeExtentFollowTheArithmetic) {
+    const auto fitted = [](CropRegion region, const CropRegion& other) {
+        region.fit(other);
+        return region.toString();
+    };
+    // A part of 1000 in a full extent of -1000: as much as the whole is cut off at each end.
+    EXPECT_EQ(fitted({0, 0, 4000, 3000}, {-1000, -1000, 1000, 1000}),
+              "[3500,3000 -3000x-3000 (1)]");
+    // Aspects of another sign cut more than the whole.
+    EXPECT_EQ(fitted({0, 0, 4000, 3000}, {0, 0, -100, 100}), "[3500,0 -3000x3000 (-1)]");
+    EXPECT_EQ(fitted({0, 0, -4000, 3000}, {0, 0, 100, 100}), "[0,3499 -4000x-3998 (1.0005)]");
 }
 
 TEST_F(OperationsTest, CropAtTheToleranceStaysAsItIs) {
