@@ -90,6 +90,8 @@ NodeTest::NodeTest() {
     reinterpret_cast<void (*)(void*)>(dlsym(library_, "ChiNodeEntry"))(callbacks_.data());
     Call(104, Interface().data());
 
+    EXPECT_TRUE(platform().log.empty()) << "no node has switched debug lines on";
+
     createInfo_.Set<std::uint32_t>(0, 112);
     createInfo_.Set<void*>(8, &platform());
     createInfo_.SetWords(24, {501, 0, 0x1203, 0, 2});
@@ -100,26 +102,34 @@ NodeTest::NodeTest() {
         cameraConfigs_.Set(8 + 2056 * i, static_cast<std::uint32_t>(10 * (i + 1)));
         cameraConfigs_.Set(12 + 2056 * i, static_cast<float>(8 - i));
     }
-    cameraConfigs_.Set<std::uint32_t>(16456, 10);
+    cameraConfigs_.Set<std::uint32_t>(16456, 20);
     platform().metadata[TagId("PhysicalCameraConfigs") | 0x04000000] = cameraConfigs_.data();
     platform().metadata[TagId("PhysicalCameraInputConfig") | 0x20000000] = inputConfig_.data();
     platform().metadata[TagId("InputMetadataBokeh") | 0x08000000] = metadata_.data();
 
     metadata_.Set<std::uint32_t>(4, 37);
     metadata_.Set<std::uint32_t>(16, 10);
-    for (int slot = 0; slot < 2; ++slot) {
-        const std::size_t start = Slot(slot);
-        metadata_.SetWords(start + 4, {10 * (slot + 1), 0, 0, 64, 48});
-        metadata_.SetWords(start + 88, {0, 0, 64, 48, 0, 0, 64, 48});
-        metadata_.SetWords(start + 136, {16, 12, 31, 23});
-        metadata_.SetWords(start + 160, {120 + slot, 2});
-        metadata_.SetWords(start + 384, {0, 0, 64, 48});
-    }
+    DescribeCamera(0, {8, 6, 32, 24}, {32, 24, 192, 144}, {14, 11, 20, 18}, {0, 0, 128, 96});
+    DescribeCamera(1, {3, 5, 28, 10}, {42, 30, 252, 180}, {4, 9, 21, 17}, {0, 0, 168, 120});
 
     inputs_ = {main_.list.data(), aux_.list.data()};
     outputs_ = {output_.list.data()};
     request_.Set<std::uint32_t>(0, 128);
     request_.Set<std::uint64_t>(16, 77);
+}
+
+void NodeTest::DescribeCamera(int slot, const std::vector<std::int32_t>& scalerCrop,
+                              const std::vector<std::int32_t>& appliedCrop,
+                              const std::vector<std::int32_t>& focus,
+                              const std::vector<std::int32_t>& activeArray) {
+    const std::size_t start = Slot(slot);
+    metadata_.Set(start + 4, 10 * (slot + 1));
+    metadata_.SetWords(start + 8, scalerCrop);
+    metadata_.SetWords(start + 88, appliedCrop);
+    metadata_.SetWords(start + 104, {1 + slot, 2, 100, 75}); // the sensor's applied crop
+    metadata_.SetWords(start + 136, focus);
+    metadata_.SetWords(start + 160, {120 + slot, 2 + slot}); // focus distance, state
+    metadata_.SetWords(start + 384, activeArray);
 }
 
 NodeTest::~NodeTest() {

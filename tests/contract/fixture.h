@@ -34,7 +34,9 @@ public:
 };
 
 // Loads the node and drives it by the documented byte offsets. Each test has a platform of its own:
-// two linked cameras (ids 10 and 20) of 64 x 48 pixels, a calibration file and a working engine.
+// two linked cameras (ids 10 and 20, the second one the primary), a calibration file and a working
+// engine. Whatever main and aux camera, width and height, or two rectangles could be mixed up for
+// has different values.
 class NodeTest : public ::testing::Test {
 protected:
     NodeTest();
@@ -44,6 +46,12 @@ protected:
     std::uint32_t Call(std::size_t slot, Arguments... arguments) {
         return callbacks_.Get<std::uint32_t (*)(Arguments...)>(slot)(arguments...);
     }
+
+    // Rectangles as left, top, width, height, of the focus as two corners.
+    void DescribeCamera(int slot, const std::vector<std::int32_t>& scalerCrop,
+                        const std::vector<std::int32_t>& appliedCrop,
+                        const std::vector<std::int32_t>& focus,
+                        const std::vector<std::int32_t>& activeArray);
 
     std::uint32_t Create();
     std::uint32_t Destroy();
@@ -58,7 +66,11 @@ protected:
 
     const Published& LastPublished() const { return platform().published.back(); }
     std::uint32_t DepthEffect() const;
-    bool OutputIsMain() const { return output_.Pixels() == main_.Pixels(); }
+    // The output holds this image, which is not larger, in its top-left corner.
+    bool OutputShows(const Image& image) const {
+        return output_.Pixels(image.width, image.height) == image.Pixels();
+    }
+    bool OutputIsMain() const { return OutputShows(main_); }
     bool OutputIsRendered() const;
     void Blank();
     bool OutputIsBlank() const; // padding included
@@ -71,7 +83,7 @@ protected:
     Record cameraConfigs_{16464};
     Record inputConfig_{8 + 3 * 48};
     Image main_{64, 48, 80, 1, 0};
-    Image aux_{64, 48, 96, 2, 1};
+    Image aux_{56, 40, 96, 2, 1};
     Image output_{64, 48, 72, 3, 7};
     std::vector<void*> inputs_;
     std::vector<void*> outputs_;

@@ -2,8 +2,8 @@
 
 #include <dlfcn.h>
 
-#include <functional>
 #include <new>
+#include <utility>
 
 #include "tests/contract/fixture.h"
 
@@ -26,9 +26,10 @@ TEST_F(NodeTest, TableIsFilledOnlyWhenLargeEnough) {
     };
     const auto [beforeSmall, small] = entry(247);
     EXPECT_TRUE(beforeSmall == small);
-    EXPECT_EQ(platform().Texts(6),
-              Texts{"TSL_CTB: ChiNodeEntry: #:  Chi API major version doesn't match (3:9) vs "
-                    "(1:0)\n"});
+    EXPECT_EQ(
+        platform().Texts(6),
+        Texts{"TSL_CTB: TSL_CTB: ChiNodeEntry: #:  Chi API major version doesn't match (3:9) vs "
+              "(1:0)\n"});
 
     auto [expected, filled] = entry(248);
     expected.SetWords(4, {1, 0});
@@ -62,30 +63,31 @@ TEST_F(NodeTest, RecordsAreCheckedPointerThenHandleThenSize) {
         const std::string name = test.name;
         platform().log.clear();
         EXPECT_EQ(Call<void*>(test.slot, nullptr), 5u);
-        EXPECT_EQ(platform().Texts(6), Texts{name + kNull});
+        EXPECT_EQ(platform().Texts(6), Texts{"TSL_CTB: " + name + kNull});
 
         Record record(128);
         record.Set(0, test.size - 1);
         if (test.hasHandle) {
             platform().log.clear();
             EXPECT_EQ(Call(test.slot, record.data()), 5u) << "no handle comes before a small size";
-            EXPECT_EQ(platform().Texts(6), Texts{name + kNull});
+            EXPECT_EQ(platform().Texts(6), Texts{"TSL_CTB: " + name + kNull});
             record.Set(8, createInfo_.Get<void*>(16));
         }
         platform().log.clear();
         const Record before = record;
         EXPECT_EQ(Call(test.slot, record.data()), 1u);
         EXPECT_TRUE(before == record);
-        Texts expected = {"TSL_CTB: " + name + test.tooSmall + " is smaller than expected\n"};
+        Texts expected = {"TSL_CTB: TSL_CTB: " + name + test.tooSmall +
+                          " is smaller than expected\n"};
         if (name == "NodeCreate") {
-            expected.push_back("NodeCreate: #: res: 1 NULL POINTER!");
+            expected.push_back("TSL_CTB: NodeCreate: #: res: 1 NULL POINTER!");
         }
         EXPECT_EQ(platform().Texts(6), expected);
     }
     EXPECT_EQ(Call<void*>(24, nullptr), 5u);
     platform().log.clear();
     Call<void*>(104, nullptr);
-    EXPECT_EQ(platform().Texts(6), Texts{"NodeSetNodeInterface" + kNull});
+    EXPECT_EQ(platform().Texts(6), Texts{"TSL_CTB: NodeSetNodeInterface" + kNull});
 }
 
 TEST_F(NodeTest, CapsAndVendorTags) {
@@ -141,17 +143,18 @@ TEST_F(NodeTest, LogMaskSelectsWhoSpeaks) {
                              Case{"on", false, false}, Case{" 6x", true, true}}) {
         SCOPED_TRACE(test.mask);
         platform().properties["persist.vendor.camera.tessola.log"] = test.mask;
-        Create();
-        platform().log.clear();
-        Process();
-        bool node = false;
-        bool base = false;
-        for (const LogLine& line : platform().log) {
-            node |= line.priority == 3 && line.tag == "TSL_CTB";
-            base |= line.priority == 3 && line.tag == "TSL_BTB";
+        for (const bool creates : {true, false}) {
+            platform().log.clear();
+            EXPECT_EQ(creates ? Create() : Process(), 0u);
+            bool node = false;
+            bool base = false;
+            for (const LogLine& line : platform().log) {
+                node |= line.priority == 3 && line.tag == "TSL_CTB";
+                base |= line.priority == 3 && line.tag == "TSL_BTB";
+            }
+            EXPECT_EQ(node, test.node);
+            EXPECT_EQ(base, test.base);
         }
-        EXPECT_EQ(node, test.node);
-        EXPECT_EQ(base, test.base);
         Destroy();
         platform().log.clear();
         Record caps(8);
@@ -160,174 +163,190 @@ TEST_F(NodeTest, LogMaskSelectsWhoSpeaks) {
     }
 }
 
-TEST_F(NodeTest, CreationFailures) {
-    struct Case {
-        const char* what;
-        std::function<void(NodeTest&, Record&, Record&)> arrange;
-        std::uint32_t result;
-        Texts errors; // before the two closing ones
-    };
-    const auto failTag = [](const char* tag, std::uint32_t code) {
-        return [=](NodeTest&, Record&, Record&) { platform().tagResults[tag] = code; };
-    };
-    const std::string section = " during GetVendorTagBase for: com.qti.camera.streamCropInfo ";
-    const Case cases[] = {
-        {"a tag is unknown",
-         failTag("StreamCropInfo", 6),
-         6,
-         {"TSL_CTB: operator(): #: Error: CDKResultENoSuch" + section + "StreamCropInfo\n",
-          "BaseInitialize: #:  res: 6 NULL POINTER!"}},
-        {"a code beyond the table",
-         failTag("EnableStreamCrop", 38),
-         38,
-         {"TSL_CTB: operator(): #: Error: 38" + section + "EnableStreamCrop\n",
-          "BaseInitialize: #:  res: 38 NULL POINTER!"}},
-        {"no camera configuration",
-         [](NodeTest&, Record&, Record&) {
-             platform().metadata.erase(TagId("PhysicalCameraConfigs") | 0x04000000);
-         },
-         1,
-         {"TSL_CTB: ConfigureCameraInfo: #: pPhysicalCameraConfigs not updated for BOKEH\n"}},
-        {"five cameras",
-         [](NodeTest&, Record& configs, Record&) { configs.Set(0, 5u); },
-         1,
-         {"TSL_CTB: ConfigureCameraInfo: #: Number of linked cameras 5, exceeds max supported "
-          "linked cameras 4 \n"}},
-        {"no input configuration",
-         [](NodeTest&, Record&, Record&) {
-             platform().metadata.erase(TagId("PhysicalCameraInputConfig") | 0x20000000);
-         },
-         1,
-         {"TSL_CTB: ConfigureInputBufferMapping: #: pCameraInputConfig not updated for BOKEH\n"}},
-        {"no tag query",
-         [this](NodeTest&, Record&, Record&) {
-             Record table = Interface();
-             table.Set<void*>(32, nullptr);
-             Call(104, table.data());
-         },
-         5,
-         {"FillVendorTagIds: #: errCode = 5: NULL POINTER!",
-          "BaseInitialize: #:  res: 5 NULL POINTER!"}},
-    };
-    for (const Case& test : cases) {
-        SCOPED_TRACE(test.what);
-        const Platform fresh = platform();
-        test.arrange(*this, cameraConfigs_, inputConfig_);
+// Creations that fail, whatever the reason, leave no node and no engine instance.
+class CreationFailure : public NodeTest {
+protected:
+    // Expects these errors between the calibration's success and the two closing ones.
+    void ExpectRefused(std::uint32_t result, const Texts& errors) {
         platform().log.clear();
         createInfo_.Set<void*>(16, nullptr);
-        EXPECT_EQ(Create(), test.result);
+        EXPECT_EQ(Create(), result);
         EXPECT_EQ(createInfo_.Get<void*>(16), nullptr);
         EXPECT_EQ(platform().engine.instances, 0);
-        Texts expected = test.errors;
-        const std::string code = std::to_string(test.result);
-        expected.insert(expected.begin(),
-                        "TSL_CTB: GetCalibrationData: #: : read  cali data success, path: " +
-                            std::string(kFirstCalibration) + " length:2\n");
-        expected.push_back("Initialize: #:  res: " + code + " NULL POINTER!");
-        expected.push_back("NodeCreate: #: res: " + code + " NULL POINTER!");
+        const std::string code = std::to_string(result);
+        Texts expected = {"TSL_BTB: TSL_CTB: GetCalibrationData: #: : read  cali data success, "
+                          "path: " +
+                          std::string(kFirstCalibration) + " length:2\n"};
+        expected.insert(expected.end(), errors.begin(), errors.end());
+        expected.push_back("TSL_CTB: Initialize: #:  res: " + code + " NULL POINTER!");
+        expected.push_back("TSL_CTB: NodeCreate: #: res: " + code + " NULL POINTER!");
         EXPECT_EQ(platform().Texts(6), expected);
-        platform() = fresh;
-        cameraConfigs_.Set(0, 2u);
-        Call(104, Interface().data());
     }
+};
+
+TEST_F(CreationFailure, UnknownTagIsNamedWithThePlatformsResult) {
+    const char* const names[] = {
+        "EFailed",           "EUnsupported",    "EInvalidState",    "EInvalidArg",
+        "EInvalidPointer",   "ENoSuch",         "EOutOfBounds",     "ENoMemory",
+        "ETimeout",          "ENoMore",         "ENeedMore",        "EExists",
+        "EPrivLevel",        "EResource",       "EUnableToLoad",    "EInProgress",
+        "ETryAgain",         "EBusy",           "EReentered",       "EReadOnly",
+        "EOverflow",         "EOutOfDomain",    "EInterrupted",     "EWouldBlock",
+        "ETooManyUsers",     "ENotImplemented", "EDisabled",        "ECancelledRequest",
+        "ECoreNullMetadata", "EInducedError",   "EFenceGroupError", "ECSLStreamOn",
+        "EAlreadyCompleted", "EOEMStatus1",     "EOEMStatus2",      "EOEMStatus3",
+        "EProviderNotExist"};
+    const auto expectError = [this](const char* section, const char* tag, std::uint32_t result,
+                                    const std::string& name) {
+        SCOPED_TRACE(name + " for " + tag);
+        platform().tagResults = {{tag, result}};
+        ExpectRefused(result, {"TSL_BTB: TSL_CTB: operator(): #: Error: " + name +
+                                   " during GetVendorTagBase for: " + section + " " + tag + "\n",
+                               "TSL_BTB: BaseInitialize: #:  res: " + std::to_string(result) +
+                                   " NULL POINTER!"});
+    };
+    std::uint32_t result = 0;
+    for (const char* const name : names) {
+        expectError("com.qti.chi.multicameracontrol", "PtFocus", ++result,
+                    std::string("CDKResult") + name);
+    }
+    expectError("com.qti.camera.streamCropInfo", "EnableStreamCrop", 38, "38");
+    expectError("org.quic.camera2.oemfdresults", "OEMFDResults", 1, "CDKResultEFailed");
 }
 
-TEST_F(NodeTest, EngineAndCalibrationFailuresStillGiveANode) {
-    struct Case {
-        const char* what;
-        std::function<void()> arrange;
-        Texts errors;
-        int instances; // after creation
-        std::string calibration;
-    };
-    const std::string fail1 =
-        "TSL_CTB: GetCalibrationBinData: #: : " + std::string(kFirstCalibration) + " readCaliData";
-    const std::string fail2 =
-        "TSL_CTB: GetCalibrationBinData: #: : " + std::string(kSecondCalibration) + " readCaliData";
-    const std::string none = "TSL_CTB: GetCalibrationData: #: : read  cali data fail\n";
-    const std::string second = "TSL_CTB: GetCalibrationData: #: : read  cali data success, path: " +
-                               std::string(kSecondCalibration) + " length:2\n";
-    const std::string bytes(2048, 's');
-    const auto fail = [](const char* function, std::int64_t result) {
-        return [=] { platform().engine.results[function] = result; };
-    };
-    const Case cases[] = {
-        {"init",
-         fail("TSL_DCIR_Init", -(1LL << 40) - 3),
-         {"TSL_CTB: IniEngine: #: Initialize TSL_DCIR_Init res = -1099511627779\n",
-          "IniEngine: #: res: -3 NULL POINTER!"},
-         0,
-         ""},
-        {"image info",
-         fail("TSL_DCIR_SetCameraImageInfo", 9),
-         {"TSL_CTB: IniEngine: #: TSL_DCIR_SetCameraImageInfo failed res = 9\n",
-          "IniEngine: #: res: 9 NULL POINTER!"},
-         1,
-         ""},
-        {"no file",
-         [this] { std::filesystem::remove(root_.string() + kFirstCalibration); },
-         {fail1 + " fail\n", fail2 + " fail\n", none},
-         0,
-         ""},
-        {"short, long",
-         [this] {
-             WriteCalibration(kFirstCalibration, 2047);
-             WriteCalibration(kSecondCalibration, 2049);
-         },
-         {none},
-         0,
-         ""},
-        {"short, good",
-         [this] {
-             WriteCalibration(kFirstCalibration, 2047);
-             WriteCalibration(kSecondCalibration, 2048, 's');
-         },
-         {second},
-         1,
-         bytes},
-        {"refused twice",
-         fail("TSL_DCIR_SetCaliData", 4),
-         {"TSL_CTB: GetCalibrationBinData: #:  : Initialize SetCaliData res = 4\n",
-          "TSL_CTB: GetCalibrationBinData: #:  : Initialize SetCaliData res = 4\n", none},
-         0,
-         bytes},
-        {"a size of zero", [] { platform().engine.calibrationSizes[3] = 0; }, {none}, 0, bytes},
-        {"sizes in spite of a failure",
-         fail("TSL_DCIR_GetImageSizeInCalibration", 2),
-         {"TSL_CTB: GetCalibrationData: #: : read  cali data success, path: " +
-          std::string(kFirstCalibration) + " length:2\n"},
-         1,
-         std::string(2048, 'c')},
-    };
-    WriteCalibration(kSecondCalibration, 2048, 's');
-    for (const Case& test : cases) {
-        SCOPED_TRACE(test.what);
-        const Platform fresh = platform();
-        WriteCalibration(kFirstCalibration, 2048);
-        if (test.what == std::string("no file")) {
-            std::filesystem::remove(root_.string() + kSecondCalibration);
-        }
-        test.arrange();
+TEST_F(CreationFailure, MissingConfigurationIsNamed) {
+    void*& cameras = platform().metadata[TagId("PhysicalCameraConfigs") | 0x04000000];
+    void*& inputs = platform().metadata[TagId("PhysicalCameraInputConfig") | 0x20000000];
+    {
+        void* const given = std::exchange(cameras, nullptr);
+        ExpectRefused(1, {"TSL_BTB: TSL_CTB: ConfigureCameraInfo: #: pPhysicalCameraConfigs not "
+                          "updated for BOKEH\n"});
+        cameras = given;
+    }
+    cameraConfigs_.Set(0, 5u);
+    ExpectRefused(1, {"TSL_BTB: TSL_CTB: ConfigureCameraInfo: #: Number of linked cameras 5, "
+                      "exceeds max supported linked cameras 4 \n"});
+    cameraConfigs_.Set(0, 2u);
+    inputs = nullptr;
+    ExpectRefused(1, {"TSL_BTB: TSL_CTB: ConfigureInputBufferMapping: #: pCameraInputConfig not "
+                      "updated for BOKEH\n"});
+    Record table = Interface();
+    table.Set<void*>(32, nullptr);
+    Call(104, table.data());
+    ExpectRefused(5, {"TSL_BTB: FillVendorTagIds: #: errCode = 5: NULL POINTER!",
+                      "TSL_BTB: BaseInitialize: #:  res: 5 NULL POINTER!"});
+}
+
+// A node whose engine or calibration fails at creation is a node that copies the main image.
+class EngineAtCreation : public NodeTest {
+protected:
+    EngineAtCreation() { WriteCalibration(kSecondCalibration, 2048, 's'); }
+
+    // Creates a node that prints these errors, leaves so many engine instances, has handed over
+    // this calibration last and renders or not.
+    void ExpectNode(const Texts& errors, int instances, const std::string& calibration,
+                    bool renders) {
         platform().log.clear();
         ASSERT_EQ(Create(), 0u);
-        EXPECT_EQ(platform().Texts(6), test.errors);
-        EXPECT_EQ(platform().engine.instances, test.instances);
-        EXPECT_EQ(platform().engine.calibration, test.calibration);
+        EXPECT_EQ(platform().Texts(6), errors);
+        EXPECT_EQ(platform().engine.instances, instances);
+        EXPECT_EQ(platform().engine.calibration, calibration);
         EXPECT_EQ(Process(), 0u);
-        const bool calibrated = test.errors.back().find("success") != std::string::npos;
-        EXPECT_EQ(OutputIsRendered(), calibrated);
-        EXPECT_EQ(OutputIsMain(), !calibrated);
+        EXPECT_EQ(OutputIsRendered(), renders);
+        EXPECT_EQ(OutputIsMain(), !renders);
         EXPECT_EQ(DepthEffect(), 0u);
         Destroy();
-        platform() = fresh;
-        WriteCalibration(kSecondCalibration, 2048, 's');
+        platform().engine = {};
     }
+
+    static std::string Reading(const std::string& path, const char* what) {
+        return "TSL_BTB: TSL_CTB: GetCalibrationBinData: #: : " + path + " readCaliData" + what;
+    }
+    static std::string Success(const std::string& path) {
+        return "TSL_BTB: TSL_CTB: GetCalibrationData: #: : read  cali data success, path: " + path +
+               " length:2\n";
+    }
+
+    const std::string none_ = "TSL_BTB: TSL_CTB: GetCalibrationData: #: : read  cali data fail\n";
+    const std::string first_ = std::string(2048, 'c');
+    const std::string second_ = std::string(2048, 's');
+};
+
+TEST_F(EngineAtCreation, FailedCalls) {
+    auto& results = platform().engine.results;
+    results["TSL_DCIR_Init"] = -(1LL << 40) - 3;
+    ExpectNode({"TSL_CTB: TSL_CTB: IniEngine: #: Initialize TSL_DCIR_Init res = -1099511627779\n",
+                "TSL_CTB: IniEngine: #: res: -3 NULL POINTER!"},
+               0, "", false);
+    results["TSL_DCIR_SetCameraImageInfo"] = 9;
+    ExpectNode({"TSL_CTB: TSL_CTB: IniEngine: #: TSL_DCIR_SetCameraImageInfo failed res = 9\n",
+                "TSL_CTB: IniEngine: #: res: 9 NULL POINTER!"},
+               1, "", false);
+    results["TSL_DCIR_SetCaliData"] = 4;
+    const std::string refused =
+        "TSL_BTB: TSL_CTB: GetCalibrationBinData: #:  : Initialize SetCaliData res = 4\n";
+    ExpectNode({refused, refused, none_}, 0, second_, false);
+    for (std::int32_t& size : platform().engine.calibrationSizes) {
+        size = 0;
+        ExpectNode({none_}, 0, second_, false);
+    }
+    results["TSL_DCIR_GetImageSizeInCalibration"] = 2;
+    ExpectNode({Success(kFirstCalibration)}, 1, first_, true); // the sizes are there all the same
+}
+
+int g_shortReads = 0; // of half the bytes
+
+std::size_t ReadShort(void* data, std::size_t size, std::size_t count, std::FILE* file) {
+    return std::fread(data, size, g_shortReads-- > 0 ? count / 2 : count, file);
+}
+
+TEST_F(EngineAtCreation, CalibrationFiles) {
+    ExpectNode({Success(kFirstCalibration)}, 1, first_, true);
+    {
+        const support::ImportPatch patch(library_, "fread", reinterpret_cast<void*>(&ReadShort));
+        g_shortReads = 1;
+        ExpectNode(
+            {Reading(kFirstCalibration, " read file size error!\n"), Success(kSecondCalibration)},
+            1, second_, true);
+        g_shortReads = 2;
+        ExpectNode({Reading(kFirstCalibration, " read file size error!\n"),
+                    Reading(kSecondCalibration, " read file size error!\n"), none_},
+                   0, "", false);
+    }
+    WriteCalibration(kFirstCalibration, 2047);
+    ExpectNode({Success(kSecondCalibration)}, 1, second_, true);
+    WriteCalibration(kSecondCalibration, 2049);
+    ExpectNode({none_}, 0, "", false);
+    std::filesystem::remove(root_.string() + kFirstCalibration);
+    std::filesystem::remove(root_.string() + kSecondCalibration);
+    ExpectNode(
+        {Reading(kFirstCalibration, " fail\n"), Reading(kSecondCalibration, " fail\n"), none_}, 0,
+        "", false);
+}
+
+TEST_F(EngineAtCreation, VersionIsPrintedWhereThereIsOne) {
+    platform().properties["persist.vendor.camera.tessola.log"] = "2";
+    const auto versionLines = [this] {
+        platform().log.clear();
+        EXPECT_EQ(Create(), 0u);
+        const Texts texts = platform().Texts(3);
+        Destroy();
+        return std::count_if(texts.begin(), texts.end(), [](const std::string& text) {
+            return text.find("pVersion") != std::string::npos;
+        });
+    };
+    EXPECT_EQ(versionLines(), 1);
+    platform().engine.versionText = nullptr;
+    EXPECT_EQ(versionLines(), 0);
+    platform().engine.hasVersion = false;
+    EXPECT_EQ(versionLines(), 0);
 }
 
 TEST_F(NodeTest, EngineGetsZeroImageInfoAtCreationAndIsEndedOnce) {
     Create();
     EXPECT_EQ(platform().engine.imageInfos,
               (std::vector<std::vector<std::int32_t>>{{0, 0, 0, 0, 0}}));
+    EXPECT_EQ(platform().readRequestIds, (std::vector<std::uint64_t>{0, 0}));
     EXPECT_EQ(Destroy(), 0u);
     EXPECT_EQ(destroyInfo_.Get<void*>(8), nullptr);
     EXPECT_EQ(std::count(platform().engine.calls.begin(), platform().engine.calls.end(),
@@ -355,7 +374,7 @@ TEST_F(NodeTest, OutOfMemoryAtCreation) {
             platform().log.clear();
             g_allocationsLeft = nth;
             EXPECT_EQ(Create(), 1u);
-            EXPECT_EQ(platform().Texts(6), Texts{"NodeCreate: #: res: 1 NULL POINTER!"});
+            EXPECT_EQ(platform().Texts(6), Texts{"TSL_CTB: NodeCreate: #: res: 1 NULL POINTER!"});
         }
     }
     const support::ImportPatch patch(library_, "_ZnamRKSt9nothrow_t",
@@ -414,7 +433,9 @@ TEST_F(NodeTest, PostPipelineCreateReadsTheSleepTag) {
         EXPECT_EQ(output.Get<std::uint64_t>(8), ~0ULL);
         return output.Get<std::uint64_t>(0);
     };
+    platform().readRequestIds.clear();
     EXPECT_EQ(post(), 5u);
+    EXPECT_EQ(platform().readRequestIds, std::vector<std::uint64_t>{0});
     platform().metadata[TagId("InduceSleep") | 0x20000000] = &sleep;
     for (const std::uint32_t value : {0u, 20u, 0xFFFFFFFFu}) {
         sleep = value;
@@ -426,9 +447,10 @@ TEST_F(NodeTest, PostPipelineCreateReadsTheSleepTag) {
                        missing == 2 ? nullptr : output.data()),
                   5u);
         ASSERT_EQ(platform().Texts(6).size(), 1u);
-        EXPECT_EQ(platform().Texts(6)[0].find("TSL_CTB: NodePostPipelineCreate: #:  Invalid "
-                                              "argument: hChiHandle: "),
-                  0u);
+        EXPECT_EQ(
+            platform().Texts(6)[0].find("TSL_CTB: TSL_CTB: NodePostPipelineCreate: #:  Invalid "
+                                        "argument: hChiHandle: "),
+            0u);
     }
 }
 

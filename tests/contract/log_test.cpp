@@ -39,13 +39,18 @@ TEST_F(NodeTest, LogOfOneLife) {
     platform().properties["persist.vendor.camera.tessola.log"] = "6";
     platform().properties["persist.vendor.camera.tessola.cb.dumpimg"] = "1";
     inputConfig_.Set(0, 1u);
-    inputConfig_.SetWords(8, {501, 2, 0});
+    inputConfig_.SetWords(8, {501, 2, 5});
     inputConfig_.Set(8 + 32, 10);
     metadata_.Set(Slot(0) + 192, std::uint8_t{3});
-    metadata_.SetWords(Slot(0) + 204, {4, 6, 1, 12, 20, 22, 5, 6, 1, 1, 9, 9});
+    metadata_.SetWords(Slot(0) + 204, {10, 9, 1, 12, 20, 22, 5, 6, 11, 7, 8, 11});
     metadata_.Set(Slot(0) + 400, 4);
+    Record faceResults(408);
+    faceResults.Set(404, 90);
+    platform().metadata[TagId("OEMFDResults") | 0x08000000] = faceResults.data();
     Image depth(80, 48, 80, 9, 8, 1);
-    outputs_.push_back(depth.list.data());
+    Image spare(64, 48, 64, 4, 6);
+    outputs_ = {spare.list.data(), depth.list.data(), output_.list.data()};
+    main_.list.Set(824, 5u);
     WriteCalibration(kFirstCalibration, 2047);
     WriteCalibration(kSecondCalibration, 2048);
     platform().log.clear();
@@ -69,7 +74,6 @@ TEST_F(NodeTest, LogOfOneLife) {
     Process();
     platform().engine.results["TSL_DCIR_Process"] = 7;
     Process();
-    metadata_.Set(Slot(0) + 396, 50);
     Destroy();
 
     const std::vector<std::string> lines = Rendered();

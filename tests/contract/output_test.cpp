@@ -20,11 +20,12 @@ T Value(const std::string& data) {
 }
 
 TEST_F(NodeTest, PublishesSevenTagsPerRequest) {
-    createInfo_.Set<void*>(8, &platform());
     Create();
     for (std::uint64_t frame = 1; frame <= 3; ++frame) {
         request_.Set(16, frame * 100);
+        platform().readRequestIds.clear();
         ASSERT_EQ(Process(), 0u);
+        EXPECT_EQ(platform().readRequestIds, std::vector<std::uint64_t>(3, frame * 100));
         const Published& published = LastPublished();
         EXPECT_EQ(published.session, reinterpret_cast<std::uint64_t>(&platform()));
         EXPECT_EQ(published.ids,
@@ -39,7 +40,6 @@ TEST_F(NodeTest, PublishesSevenTagsPerRequest) {
         EXPECT_EQ(Value<std::int32_t>(published.data[4]), platform().engine.activeSize);
         EXPECT_EQ(Value<std::uint64_t>(published.data[5]), 3ULL << 32 | 10);
     }
-    EXPECT_EQ(platform().readRequestIds.back(), 300u);
 }
 
 TEST_F(NodeTest, RankDecidesTheMasterWhileTwoAreLinked) {
@@ -49,7 +49,7 @@ TEST_F(NodeTest, RankDecidesTheMasterWhileTwoAreLinked) {
     };
     for (const Case& test :
          {Case{1, 2, 2, 20, 3}, Case{2, 1, 2, 10, 3}, Case{1, 1, 2, 10, 3}, Case{NAN, 1, 2, 10, 3},
-          Case{1, 2, 1, 10, 0}, Case{1, 2, 4, 10, 0}, Case{1, 2, 0, 0, 0}}) {
+          Case{2, 1, 1, 10, 0}, Case{2, 1, 3, 20, 0}, Case{2, 1, 4, 20, 0}, Case{1, 2, 0, 0, 0}}) {
         cameraConfigs_.Set(0, test.linked);
         cameraConfigs_.Set(12, test.first);
         cameraConfigs_.Set(12 + 2056, test.second);
@@ -75,7 +75,7 @@ TEST_F(NodeTest, EveryEngineFailureLeavesTheMainImage) {
         EXPECT_EQ(output_.Padding(), padding);
         EXPECT_EQ(DepthEffect(), 1u);
         EXPECT_EQ(platform().Texts(6),
-                  Texts{"DoProcess: #: " + function + " failed res = -8589934592"});
+                  Texts{"TSL_CTB: DoProcess: #: " + function + " failed res = -8589934592"});
         EXPECT_EQ(platform().engine.calls.size(), 6u) << "later steps run all the same";
 
         platform().engine.results.clear();
@@ -106,7 +106,7 @@ TEST_F(NodeTest, DisparityBufferGrowsOnlyWhenItMust) {
     }
     EXPECT_EQ(g_mallocSizes, (std::vector<std::size_t>{1000, 1200}));
 
-    const Texts noBuffer = {"TSL_CTB: DoProcess: #: m_pDisparityData == nullptr\n"};
+    const Texts noBuffer = {"TSL_CTB: TSL_CTB: DoProcess: #: m_pDisparityData == nullptr\n"};
     g_mallocFails = true;
     platform().engine.size = 5000;
     platform().log.clear();
@@ -175,104 +175,104 @@ TEST_F(NodeTest, DebugViewsBypassTheEngine) {
         EXPECT_TRUE(platform().engine.calls.empty());
         EXPECT_EQ(Value<std::int32_t>(LastPublished().data[4]), 0);
         if (number == 3) {
-            for (const auto& [row, column] : {std::pair(0, 0), {5, 31}, {23, 7}}) {
+            for (const auto& [row, column] : {std::pair(0, 0), {5, 27}, {19, 7}}) {
                 EXPECT_EQ(output_.bytes[static_cast<std::size_t>(row * 72 + column)],
                           aux_.bytes[static_cast<std::size_t>(2 * row * 96 + 2 * column)]);
             }
-            for (const auto& [row, pair] : {std::pair(0, 0), {11, 15}}) {
+            for (const auto& [row, pair] : {std::pair(0, 0), {9, 13}}) {
                 const int to = (48 + row) * 72 + 2 * pair;
-                const int from = (48 + 2 * row) * 96 + 4 * pair;
+                const int from = (40 + 2 * row) * 96 + 4 * pair;
                 EXPECT_TRUE(std::equal(&output_.bytes[static_cast<std::size_t>(to)],
                                        &output_.bytes[static_cast<std::size_t>(to + 2)],
                                        &aux_.bytes[static_cast<std::size_t>(from)]));
             }
-            EXPECT_EQ(output_.bytes[32], main_.bytes[32]);
-            EXPECT_EQ(output_.bytes[24 * 72], main_.bytes[24 * 80]);
+            EXPECT_EQ(output_.bytes[28], main_.bytes[28]);
+            EXPECT_EQ(output_.bytes[20 * 72], main_.bytes[20 * 80]);
         } else {
-            EXPECT_TRUE(output_.Pixels() == (number == 1 ? main_ : aux_).Pixels());
+            EXPECT_TRUE(OutputShows(number == 1 ? main_ : aux_));
         }
         Destroy();
     }
 }
 
-TEST_F(NodeTest, ImagesThatCannotBeUsed) {
-    enum Which { kMain, kAux, kOutput };
-    enum Expect { kCopied, kUntouched };
-    struct Case {
-        const char* what;
-        Which which;
-        std::function<void(Record&)> spoil;
-        Expect expect;
-        bool unsupported;
-    };
-    const auto format = [](std::uint32_t code) {
-        return [code](Record& list) { list.Set(16, code); };
-    };
-    const auto planes = [](std::uint32_t count) {
-        return [count](Record& list) { list.Set(232, count); };
-    };
-    const Case cases[] = {
-        {"aux of format 0", kAux, format(0), kCopied, true},
-        {"aux without chroma", kAux, planes(1), kCopied, false},
-        {"aux without an address", kAux, [](Record& r) { r.Set<void*>(336, nullptr); }, kCopied,
-         false},
-        {"aux with a pitch below its width", kAux, [](Record& r) { r.Set(32, 63); }, kCopied,
-         false},
-        {"main of format 5", kMain, format(5), kUntouched, true},
-        {"main without size", kMain, [](Record& r) { r.Set(12, 0); }, kUntouched, false},
-        {"main without planes", kMain, planes(0), kUntouched, false},
-        {"output of format 2", kOutput, format(2), kUntouched, true},
-        {"output with a negative pitch", kOutput, [](Record& r) { r.Set(32, -72); }, kUntouched,
-         false},
-    };
-    for (const char* view : {"0", "1", "2", "3"}) {
-        platform().properties["persist.vendor.camera.tessola.cb.debugview"] = view;
-        Create();
-        for (const Case& test : cases) {
-            SCOPED_TRACE(std::string(test.what) + " in view " + view);
+// Each test runs in every debug view, with one image that cannot be used.
+class UnusableImage : public NodeTest {
+protected:
+    using Spoil = std::function<void(Record&)>;
+
+    static Spoil Set32(std::size_t offset, std::uint32_t value) {
+        return [=](Record& list) { list.Set(offset, value); };
+    }
+    static Spoil NoAddress(std::size_t plane) {
+        return [=](Record& list) { list.Set<void*>(336 + 8 * plane, nullptr); };
+    }
+
+    // `name`: of the image in the line that tells of it; null: its format alone is told.
+    void InEachView(Image& image, const Spoil& spoil, const char* name, bool copied) {
+        for (const char* view : {"0", "1", "2", "3"}) {
+            SCOPED_TRACE(std::string("view ") + view);
+            platform().properties["persist.vendor.camera.tessola.cb.debugview"] = view;
+            ASSERT_EQ(Create(), 0u);
             ASSERT_EQ(Process(), 0u); // leaves descriptors that must not be used again
-            Image* images[] = {&main_, &aux_, &output_};
-            Record& list = images[test.which]->list;
-            const Record good = list;
-            test.spoil(list);
+            const Record good = image.list;
+            spoil(image.list);
             platform().log.clear();
             platform().engine.calls.clear();
             EXPECT_EQ(Process(), 0u);
-            if (test.expect == kCopied) {
-                EXPECT_TRUE(OutputIsMain());
-            } else {
-                EXPECT_TRUE(OutputIsBlank());
-            }
+            EXPECT_EQ(OutputIsMain(), copied);
+            EXPECT_EQ(OutputIsBlank(), !copied);
             EXPECT_TRUE(platform().engine.calls.empty());
             if (*view == '0') {
                 EXPECT_EQ(DepthEffect(), 1u);
             }
-            Texts errors = platform().Texts(6);
-            if (test.unsupported) {
-                ASSERT_FALSE(errors.empty());
-                EXPECT_EQ(errors.front(), "TSL_CTB: PrepareImage: #:  format is not supported!\n");
-                errors.erase(errors.begin());
-            }
-            // One line tells of the loss, unless the format alone is to blame and the main image
-            // is there.
-            ASSERT_EQ(errors.size(), test.unsupported && test.which != kMain ? 0u : 1u);
-            for (const std::string& error : errors) {
-                const char* const names[] = {"Main", "Aux", "Output"};
-                EXPECT_TRUE(error.starts_with(std::string("TSL_CTB: ProcessRequest: #: ") +
-                                              names[test.which] + " image cannot be used! Format "))
-                    << error;
-                EXPECT_TRUE(error.ends_with(test.expect == kCopied ? ", the main image is copied\n"
-                                                                   : ", nothing is written\n"))
-                    << error;
-            }
-            list = good;
+            EXPECT_EQ(platform().Texts(6), Errors(image.list, name, copied));
+            image.list = good;
+            Destroy();
         }
-        Destroy();
     }
-    platform().properties.clear();
+
+private:
+    static Texts Errors(const Record& list, const char* name, bool copied) {
+        Texts errors;
+        if (list.Get<std::uint32_t>(16) != 3) {
+            errors.push_back("TSL_BTB: TSL_CTB: PrepareImage: #:  format is not supported!\n");
+        }
+        if (name != nullptr) {
+            const auto word = [&list](std::size_t at) { return list.Get<std::int32_t>(at); };
+            char text[256];
+            std::snprintf(text, sizeof(text),
+                          "TSL_CTB: TSL_CTB: ProcessRequest: #: %s image cannot be used! Format "
+                          "%d, [w, h]: [%d, %d], pitch %d, planes %d, addresses [%p, %p], %s\n",
+                          name, word(16), word(8), word(12), word(32), word(232),
+                          list.Get<void*>(336), list.Get<void*>(344),
+                          copied ? "the main image is copied" : "nothing is written");
+            errors.emplace_back(text);
+        }
+        return errors;
+    }
+};
+
+TEST_F(UnusableImage, AuxLeavesTheMainImage) {
+    InEachView(aux_, Set32(16, 0), nullptr, true);
+    InEachView(aux_, Set32(232, 1), "Aux", true); // no chroma
+    InEachView(aux_, NoAddress(0), "Aux", true);
+    InEachView(aux_, NoAddress(1), "Aux", true);
+    InEachView(aux_, Set32(32, 55), "Aux", true); // a pitch below the width
+    InEachView(aux_, Set32(8, 0), "Aux", true);
+}
+
+TEST_F(UnusableImage, MainOrOutputLeavesNothingWritten) {
+    InEachView(main_, Set32(16, 5), "Main", false);
+    InEachView(main_, Set32(12, 0), "Main", false);
+    InEachView(main_, Set32(232, 0), "Main", false);
+    InEachView(output_, Set32(16, 2), nullptr, false);
+    InEachView(output_, Set32(32, static_cast<std::uint32_t>(-72)), "Output", false);
+}
+
+TEST_F(NodeTest, OtherCodeOfTheSameFormatAndMorePlanesThanThereAre) {
     Create();
     for (Image* image : {&main_, &aux_, &output_}) {
-        image->list.Set(16, 4u);   // the other code of the same format
+        image->list.Set(16, 4u);
         image->list.Set(232, 99u); // only the first four planes exist
     }
     EXPECT_EQ(Process(), 0u);
@@ -365,7 +365,7 @@ TEST_F(NodeTest, DumpsHoldTheRequest) {
     platform().properties["persist.vendor.camera.tessola.cb.dumpimg"] = "2";
     main_.list.SetWords(24, {62, 47}); // the list's own plane size names the text file
     metadata_.Set(Slot(0) + 192, std::uint8_t{2});
-    metadata_.SetWords(Slot(0) + 204, {4, 6, 10, 12, 20, 22, 5, 6});
+    metadata_.SetWords(Slot(0) + 204, {10, 9, 10, 12, 20, 22, 5, 6});
     const support::ImportPatch clock(library_, "gettimeofday",
                                      reinterpret_cast<void*>(+[](timeval* now, void*) {
                                          *now = {1706745599, 999999}; // 2024-01-31 23:59:59
@@ -375,21 +375,21 @@ TEST_F(NodeTest, DumpsHoldTheRequest) {
     const std::string stem = "IMG_20240131_235959_";
     EXPECT_EQ(DumpNames(),
               (Texts{stem + "0_62x47_metadata.txt", stem + "0_80x48.Y8", stem + "0_80x48.nv12",
-                     stem + "1_96x48.nv12", stem + "res_72x48.nv12"}));
+                     stem + "1_96x40.nv12", stem + "res_72x48.nv12"}));
     const std::filesystem::path folder = kDumpFolder;
     EXPECT_EQ(ReadDeviceFile(folder / (stem + "0_80x48.nv12")),
               std::string(main_.bytes.begin(), main_.bytes.end()));
-    EXPECT_EQ(ReadDeviceFile(folder / (stem + "1_96x48.nv12")),
+    EXPECT_EQ(ReadDeviceFile(folder / (stem + "1_96x40.nv12")),
               std::string(aux_.bytes.begin(), aux_.bytes.end()));
     EXPECT_EQ(ReadDeviceFile(folder / (stem + "res_72x48.nv12")),
               std::string(output_.bytes.begin(), output_.bytes.end()));
     EXPECT_EQ(ReadDeviceFile(folder / (stem + "0_80x48.Y8")), std::string(1000, '\xD0'));
     EXPECT_EQ(ReadDeviceFile(folder / (stem + "0_62x47_metadata.txt")),
-              "[0]\ni32BlurIntensity=37\nptFocus_x=24\nptFocus_y=18\n"
-              "i32MainWidth_CropNoScale=64\ni32MainHeight_CropNoScale=48\n"
-              "i32AuxWidth_CropNoScale=64\ni32AuxHeight_CropNoScale=48\ni32ImageDegree=90\n\n"
-              "facenum=2\n[0_face_0]\nleft=4\ntop=6\nright=13\nbottom=17\norient=1\n"
-              "[0_face_1]\nleft=20\ntop=22\nright=24\nbottom=27\norient=1\n");
+              "[0]\ni32BlurIntensity=37\nptFocus_x=19\nptFocus_y=18\n"
+              "i32MainWidth_CropNoScale=96\ni32MainHeight_CropNoScale=72\n"
+              "i32AuxWidth_CropNoScale=126\ni32AuxHeight_CropNoScale=90\ni32ImageDegree=90\n\n"
+              "facenum=2\n[0_face_0]\nleft=4\ntop=6\nright=23\nbottom=29\norient=1\n"
+              "[0_face_1]\nleft=24\ntop=32\nright=33\nbottom=43\norient=1\n");
 
     // The same second again: the text is begun anew, a longer image keeps its tail.
     metadata_.Set(Slot(0) + 192, std::uint8_t{0});
@@ -400,13 +400,18 @@ TEST_F(NodeTest, DumpsHoldTheRequest) {
     EXPECT_EQ(text.substr(text.size() - 10), "facenum=0\n");
 
     std::filesystem::remove_all(root_.string() + kDumpFolder);
+    const auto unexpected = +[](int, const void*, std::size_t) -> ssize_t {
+        ADD_FAILURE() << "written without a file";
+        return -1;
+    };
+    const support::ImportPatch write(library_, "write", reinterpret_cast<void*>(unexpected));
     platform().log.clear();
     main_.list.Set(344, main_.bytes.data() + 80 * 48);
     EXPECT_EQ(Process(), 0u);
     EXPECT_TRUE(OutputIsRendered());
     EXPECT_EQ(platform().Texts(6),
-              Texts{"TSL_CTB: saveFile: #: Failed to open file: /data/vendor/camera/" + stem +
-                    "0_62x47_metadata.txt\n"});
+              Texts{"TSL_BTB: TSL_CTB: saveFile: #: Failed to open file: /data/vendor/camera/" +
+                    stem + "0_62x47_metadata.txt\n"});
 }
 
 TEST_F(NodeTest, DumpsFollowEveryRouteButNeedABufferForDepth) {

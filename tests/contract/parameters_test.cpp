@@ -62,9 +62,10 @@ TEST_F(NodeTest, RequestsWithoutTheirBuffersAreRefused) {
         request_.Set(40, test.what == std::string("no input array") ? nullptr : inputs_.data());
         request_.Set(56, test.what == std::string("no output array") ? nullptr : outputs_.data());
         EXPECT_EQ(Call(88, request_.data()), 5u);
-        EXPECT_EQ(platform().Texts(6), (Texts{"GetBokehParams: #: errCode = 5: NULL POINTER!",
-                                              "BaseProcessRequest: #:  res: 5 NULL POINTER!",
-                                              "ProcessRequest: #:  res: 5 NULL POINTER!"}));
+        EXPECT_EQ(platform().Texts(6),
+                  (Texts{"TSL_BTB: GetBokehParams: #: errCode = 5: NULL POINTER!",
+                         "TSL_BTB: BaseProcessRequest: #:  res: 5 NULL POINTER!",
+                         "TSL_CTB: ProcessRequest: #:  res: 5 NULL POINTER!"}));
         EXPECT_TRUE(platform().published.empty());
         EXPECT_TRUE(OutputIsBlank());
         inputs_ = inputs;
@@ -75,12 +76,13 @@ TEST_F(NodeTest, RequestsWithoutTheirBuffersAreRefused) {
     platform().metadata.erase(TagId("InputMetadataBokeh") | 0x08000000);
     platform().log.clear();
     EXPECT_EQ(Process(), 5u);
-    EXPECT_EQ(platform().Texts(6), (Texts{"BaseProcessRequest: #: errCode = 5: NULL POINTER!",
-                                          "ProcessRequest: #:  res: 5 NULL POINTER!"}));
+    EXPECT_EQ(platform().Texts(6),
+              (Texts{"TSL_BTB: BaseProcessRequest: #: errCode = 5: NULL POINTER!",
+                     "TSL_CTB: ProcessRequest: #:  res: 5 NULL POINTER!"}));
     EXPECT_EQ(platform().Texts(3),
-              (Texts{"TSL_CTB: NodeProcRequest: #:  (IN)\n",
-                     "TSL_CTB: ProcessRequest: #: : inputNum(2), outputNum(1)(IN)\n",
-                     "TSL_CTB: NodeProcRequest: #:  (OUT) res = 5\n"}));
+              (Texts{"TSL_CTB: TSL_CTB: NodeProcRequest: #:  (IN)\n",
+                     "TSL_CTB: TSL_CTB: ProcessRequest: #: : inputNum(2), outputNum(1)(IN)\n",
+                     "TSL_CTB: TSL_CTB: NodeProcRequest: #:  (OUT) res = 5\n"}));
 }
 
 TEST_F(NodeTest, MasterCameraPicksTheMainImage) {
@@ -93,7 +95,7 @@ TEST_F(NodeTest, MasterCameraPicksTheMainImage) {
     };
     const Case cases[] = {
         {"by its place", 20, {}, {0, 1}, false},
-        {"unknown: the primary", 99, {}, {0, 1}, true},
+        {"unknown: the primary", 99, {}, {0, 1}, false},
         {"mapped", 10, {{501, 2, 5, 10}}, {1, 5}, false},
         {"last entry wins", 10, {{501, 2, 5, 10}, {501, 2, 6, 10}}, {6, 5}, true},
         {"of other nodes", 10, {{500, 2, 5, 10}, {501, 1, 6, 10}}, {0, 5}, true},
@@ -112,42 +114,46 @@ TEST_F(NodeTest, MasterCameraPicksTheMainImage) {
         main_.list.Set(824, test.ports[0]);
         aux_.list.Set(824, test.ports[1]);
         CreateAndProcess();
-        EXPECT_TRUE(output_.Pixels() == (test.firstIsMain ? main_ : aux_).Pixels());
+        EXPECT_TRUE(OutputShows(test.firstIsMain ? main_ : aux_));
         Destroy();
     }
 }
 
 TEST_F(NodeTest, CalibrationMustFitTheCameras) {
     platform().properties["persist.vendor.camera.tessola.log"] = "6";
-    platform().engine.calibrationSizes[0] = 6499; // still 64 pixels
-    metadata_.Set(Slot(1) + 396, 50);
+    metadata_.Set(Slot(1) + 396, 122);
     Create();
     const auto errors = [this] {
         platform().log.clear();
         Process();
         return platform().Texts(6);
     };
-    const Texts auxDiffers = {
-        "TSL_CTB: CheckParamConsistency: #: Aux camera parameter inconsistency!Calibration [w, h]: "
-        "[64, 48], ActiveArraySize [w, h]: [64, 50]\n"};
-    EXPECT_EQ(errors(), auxDiffers);
+    const auto differs = [](const char* role, const char* calibration, const char* activeArray) {
+        return std::string("TSL_BTB: TSL_CTB: CheckParamConsistency: #: ") + role +
+               " camera parameter inconsistency!Calibration [w, h]: [" + calibration +
+               "], ActiveArraySize [w, h]: [" + activeArray + "]\n";
+    };
+    const std::string auxDiffers = differs("Aux", "168, 120", "168, 122");
+    EXPECT_EQ(errors(), Texts{auxDiffers});
     EXPECT_TRUE(OutputIsMain());
     const Texts debug = platform().Texts(3);
     EXPECT_EQ(std::count(debug.begin(), debug.end(),
-                         "TSL_CTB: ProcessRequest: #: CalibDataSuccess falil, copy image!\n"),
+                         "TSL_CTB: TSL_CTB: ProcessRequest: #: CalibDataSuccess falil, copy "
+                         "image!\n"),
               1);
-    EXPECT_EQ(errors(), auxDiffers) << "checked again until it fits";
-    metadata_.Set(Slot(0) + 392, 65);
-    EXPECT_EQ(errors(),
-              (Texts{"TSL_CTB: CheckParamConsistency: #: Master camera parameter "
-                     "inconsistency!Calibration [w, h]: [64, 48], ActiveArraySize [w, h]: [65, "
-                     "48]\n",
-                     auxDiffers[0]}));
-    metadata_.Set(Slot(0) + 392, 64);
-    metadata_.Set(Slot(1) + 396, 48);
+    EXPECT_EQ(errors(), Texts{auxDiffers}) << "checked again until it fits";
+    metadata_.Set(Slot(0) + 392, 129);
+    EXPECT_EQ(errors(), (Texts{differs("Master", "128, 96", "129, 96"), auxDiffers}));
+    metadata_.Set(Slot(0) + 392, 128);
+    metadata_.Set(Slot(1) + 396, 120);
+    metadata_.Set(16, 20u);
+    EXPECT_EQ(errors(), (Texts{differs("Aux", "168, 120", "128, 96"),
+                               differs("Master", "128, 96", "168, 120")}))
+        << "the second input is the master's";
+    metadata_.Set(16, 10u);
     EXPECT_EQ(errors(), Texts{});
     EXPECT_TRUE(OutputIsMain()) << "a node that did not fit never renders";
-    metadata_.Set(Slot(1) + 396, 50);
+    metadata_.Set(Slot(1) + 396, 122);
     EXPECT_EQ(errors(), Texts{}) << "checked no more once it fits";
     for (const std::string& text : platform().Texts(3)) {
         EXPECT_EQ(text.find("Calibration sizes"), std::string::npos);
@@ -155,39 +161,99 @@ TEST_F(NodeTest, CalibrationMustFitTheCameras) {
 }
 
 TEST_F(NodeTest, CropSizes) {
-    for (std::int32_t& size : platform().engine.calibrationSizes) {
-        size = 400000;
-    }
-    platform().engine.calibrationSizes[1] = platform().engine.calibrationSizes[3] = 300000;
     platform().properties["persist.vendor.camera.tessola.log"] = "6";
     struct Case {
+        Words activeArray;
         Words applied;
         int width, height;
         Words result;
         const char* total;
     };
+    const Words whole = {0, 0, 4000, 3000};
+    const std::string wholeText = "[0,0 4000x3000 (1.33333)]";
+    const Words negative = {-1000, -750, 4000, 3000};
+    constexpr std::int32_t kMost = INT32_MAX;
     const Case cases[] = {
-        {{0, 0, 4000, 3000}, 4000, 3000, {4000, 3000}, "[0,0 4000x3000 (1.33333)]"},
-        {{500, 375, 3000, 2250}, 4000, 3000, {3000, 2250}, "[500,375 3000x2250 (1.33333)]"},
-        {{0, 0, 4000, 2250}, 4000, 3000, {3000, 2250}, "[500,375 3000x2250 (1.33333)]"},
-        {{0, 0, 4000, 3000}, 4000, 2250, {4000, 2250}, "[0,375 4000x2250 (1.77778)]"},
-        {{500, 375, 3000, 2250}, 1920, 1080, {3000, 1688}, "[500,656 3000x1688 (1.77725)]"},
+        {whole, whole, 4000, 3000, {4000, 3000}, wholeText.c_str()},
+        {whole, {500, 375, 3000, 2250}, 4000, 3000, {3000, 2250}, "[500,375 3000x2250 (1.33333)]"},
+        {whole, {0, 0, 4000, 2250}, 4000, 3000, {3000, 2250}, "[500,375 3000x2250 (1.33333)]"},
+        {whole, whole, 4000, 2250, {4000, 2250}, "[0,375 4000x2250 (1.77778)]"},
+        {whole, {500, 375, 3000, 2250}, 1920, 1080, {3000, 1688}, "[500,656 3000x1688 (1.77725)]"},
+        {{100, 40, 4000, 3000},
+         {300, 0, 3400, 3000},
+         4000,
+         3000,
+         {3400, 2550},
+         "[400,265 3400x2550 (1.33333)]"},
+        // A wider crop cuts as its columns were cut, a taller one as its rows.
+        {whole, {500, 0, 3000, 1500}, 4000, 3000, {2000, 1500}, "[1000,750 2000x1500 (1.33333)]"},
+        {whole, {0, 600, 1800, 1800}, 4000, 3000, {1800, 1350}, "[1100,825 1800x1350 (1.33333)]"},
         // Without area: the rectangle stays.
-        {{0, 0, 0, 0}, 4000, 3000, {4000, 3000}, "[0,0 4000x3000 (1.33333)]"},
-        {{0, 0, 4000, 0}, 4000, 3000, {4000, 3000}, "[0,0 4000x3000 (1.33333)]"},
-        {{-2000, -1500, 4000, 3000}, 4000, 3000, {4000, 3000}, "[0,0 4000x3000 (1.33333)]"},
-        {{0, 0, 4000, 3000}, 0, 0, {4000, 3000}, "[0,0 4000x3000 (1.33333)]"},
+        {whole, {0, 0, 0, 0}, 4000, 3000, {4000, 3000}, wholeText.c_str()},
+        {whole, {0, 0, 4000, 0}, 4000, 3000, {4000, 3000}, wholeText.c_str()},
+        {whole, {0, 0, 0, 3000}, 4000, 3000, {4000, 3000}, wholeText.c_str()},
+        {whole, {500, 375, 0, 0}, 4000, 3000, {4000, 3000}, wholeText.c_str()},
+        {whole, {-2000, -1500, 4000, 3000}, 4000, 3000, {4000, 3000}, wholeText.c_str()},
+        {whole, whole, 0, 0, {4000, 3000}, wholeText.c_str()},
+        {whole, whole, 0, 3000, {4000, 3000}, wholeText.c_str()},
+        {whole, whole, 4000, 0, {4000, 3000}, wholeText.c_str()},
         // Slightly too narrow: one pixel more at either side.
-        {{0, 0, 4000, 3000}, 13340, 10000, {4002, 3000}, "[-1,0 4002x3000 (1.334)]"},
+        {whole, whole, 13340, 10000, {4002, 3000}, "[-1,0 4002x3000 (1.334)]"},
+        // Aspects 0.001 and 0.002: the tolerance itself, to the last bit.
+        {{0, 0, 100, 100000},
+         {0, 0, 100, 100000},
+         200,
+         100000,
+         {100, 100000},
+         "[0,0 100x100000 (0.001)]"},
+        // Negative offsets widen.
+        {whole, negative, 4000, 3000, {8000, 6000}, "[-2000,-1500 8000x6000 (1.33333)]"},
+        // What no 32-bit word can hold stays as it is: extents, and starts in each direction.
+        {{0, 0, 1200000000, 900000000},
+         negative,
+         4000,
+         3000,
+         {1200000000, 900000000},
+         "[0,0 1200000000x900000000 (1.33333)]"},
+        {{0, 0, 900000000, 1200000000},
+         negative,
+         4000,
+         3000,
+         {900000000, 675000000},
+         "[0,262500000 900000000x675000000 (1.33333)]"},
+        {{INT32_MIN + 10, 0, 4000, 3000},
+         negative,
+         4000,
+         3000,
+         {4000, 3000},
+         "[-2147483638,0 4000x3000 (1.33333)]"},
+        {{kMost - 10, 0, 4000, 3000},
+         {500, 375, 3000, 2250},
+         4000,
+         3000,
+         {4000, 3000},
+         "[2147483637,0 4000x3000 (1.33333)]"},
+        {{0, kMost - 10, 4000, 3000},
+         {500, 375, 3000, 2250},
+         4000,
+         3000,
+         {4000, 3000},
+         "[0,2147483637 4000x3000 (1.33333)]"},
+        {{kMost - 500, kMost - 375, 4000, 3000},
+         {500, 375, 3000, 2250},
+         4000,
+         3000,
+         {3000, 2250},
+         "[2147483647,2147483647 3000x2250 (1.33333)]"},
     };
+    metadata_.SetWords(Slot(1) + 384, {0, 0, 2000, 1500});
+    metadata_.SetWords(Slot(1) + 88, {0, 0, 2000, 1500});
+    const std::int32_t calibration[] = {400000, 300000, 200000, 150000};
+    std::copy_n(calibration, 4, platform().engine.calibrationSizes); // the engine runs
     Create();
     for (const Case& test : cases) {
-        SCOPED_TRACE(test.total);
-        for (int slot = 0; slot < 2; ++slot) {
-            metadata_.SetWords(Slot(slot) + 8, {0, 0, 4000, 3000});
-            metadata_.SetWords(Slot(slot) + 88, {0, 0, 4000, 3000});
-            metadata_.SetWords(Slot(slot) + 384, {0, 0, 4000, 3000});
-        }
+        SCOPED_TRACE(std::to_string(&test - cases));
+        metadata_.SetWords(Slot(0) + 384, test.activeArray);
         metadata_.SetWords(Slot(0) + 88, test.applied);
         SetSize(main_, test.width, test.height);
         platform().log.clear();
@@ -203,22 +269,29 @@ TEST_F(NodeTest, CropSizes) {
                 paramsLine = text;
             }
         }
-        EXPECT_NE(cropLine.find("totalCropRegion: " + std::string(test.total) +
-                                ", preAppliedCropRegion: " + test.total),
-                  std::string::npos)
-            << cropLine;
+        const std::string total = test.total;
+        EXPECT_NE(cropLine.find("totalCropRegion: " + total), std::string::npos) << cropLine;
+        EXPECT_NE(cropLine.find("preAppliedCropRegion: " + total), std::string::npos);
         const std::string sizes = "[" + std::to_string(test.result[0]) + " " +
-                                  std::to_string(test.result[1]) + "], AuxCam[w, h]:[4000 3000]";
+                                  std::to_string(test.result[1]) + "], AuxCam[w, h]:[2000 1430]";
         EXPECT_NE(paramsLine.find(sizes), std::string::npos) << paramsLine;
     }
 }
 
 TEST_F(NodeTest, EngineGetsTheRequestsImageInfo) {
     platform().imageDegree = 270;
-    metadata_.SetWords(Slot(0) + 88, {8, 6, 48, 36});
     CreateAndProcess();
-    EXPECT_EQ(platform().engine.imageInfos.back(), (Words{48, 36, 64, 48, 270}));
-    EXPECT_EQ(platform().engine.blur, 37);
+    const Engine& engine = platform().engine;
+    const void* const mainLuma = main_.bytes.data();
+    const void* const auxLuma = aux_.bytes.data();
+    const void* const outputLuma = output_.bytes.data();
+    EXPECT_EQ(engine.imageInfos.back(), (Words{96, 72, 126, 90, 270}));
+    EXPECT_EQ(engine.images, (std::vector<const void*>{mainLuma, auxLuma, mainLuma, outputLuma}));
+    EXPECT_EQ(engine.focus, (Words{19, 18, 0}));
+    EXPECT_EQ(engine.room, engine.size);
+    EXPECT_EQ(engine.processSize, engine.activeSize);
+    EXPECT_EQ(engine.processData, engine.depthValue);
+    EXPECT_EQ(engine.blur, 37);
     for (const std::uint32_t level : {0u, 99u, 100u, 150u, 0x80000000u, 0xFFFFFFFFu}) {
         metadata_.Set(4, level);
         Process();
@@ -227,7 +300,18 @@ TEST_F(NodeTest, EngineGetsTheRequestsImageInfo) {
     Destroy();
     platform().hasSettings = false;
     CreateAndProcess();
-    EXPECT_EQ(platform().engine.imageInfos.back()[4], 0);
+    EXPECT_EQ(engine.imageInfos.back()[4], 0);
+    Destroy();
+
+    metadata_.Set(16, 20u); // now the second input is the master's
+    platform().engine.calibrationSizes[0] = 16800;
+    platform().engine.calibrationSizes[1] = 12000;
+    platform().engine.calibrationSizes[2] = 12800;
+    platform().engine.calibrationSizes[3] = 9600;
+    CreateAndProcess();
+    EXPECT_EQ(engine.imageInfos.back(), (Words{126, 90, 96, 72, 0}));
+    EXPECT_EQ(engine.images, (std::vector<const void*>{auxLuma, mainLuma, auxLuma, outputLuma}));
+    EXPECT_EQ(engine.focus, (Words{20, 34, 0}));
 }
 
 TEST_F(NodeTest, FocusFollowsTheAutoFocusRegion) {
@@ -239,8 +323,10 @@ TEST_F(NodeTest, FocusFollowsTheAutoFocusRegion) {
         Words point;
     };
     const Case cases[] = {
-        {"scale 1", 4000, 3000, {0, 0, 4000, 3000}, {1000, 1000, 1999, 1999}, {1500, 1500}},
-        {"odd size", 4000, 3000, {0, 0, 4000, 3000}, {1000, 1000, 1998, 1998}, {1499, 1499}},
+        {"scale 1", 4000, 3000, {0, 0, 4000, 3000}, {1000, 700, 1999, 1299}, {1500, 1000}},
+        {"odd size", 4000, 3000, {0, 0, 4000, 3000}, {1000, 700, 1998, 1298}, {1499, 999}},
+        {"y of 0", 4000, 3000, {0, 0, 4000, 3000}, {500, 0, 700, 0}, {2000, 1500}},
+        {"one pixel", 4000, 3000, {0, 0, 4000, 3000}, {7, 5, 7, 5}, {7, 5}},
         {"all zero", 4000, 3000, {0, 0, 4000, 3000}, {0, 0, 0, 0}, {2000, 1500}},
         {"x of 0", 4000, 3000, {0, 0, 4000, 3000}, {0, 500, 1, 700}, {1, 600}},
         {"left of the crop", 4000, 3000, {1000, 500, 2000, 1500}, {100, 800, 599, 899}, {500, 700}},
@@ -272,83 +358,68 @@ TEST_F(NodeTest, FocusFollowsTheAutoFocusRegion) {
     }
 }
 
-TEST_F(NodeTest, FacesAreCleanedMappedAndFocused) {
+// A main image of 4000 x 3000 pixels that shows 8000 x 6000 sensor pixels from (100, 40) on.
+class FaceTest : public NodeTest {
+protected:
+    FaceTest() {
+        SetSize(main_, 4000, 3000);
+        metadata_.SetWords(Slot(0) + 8, {100, 40, 8000, 6000});
+        metadata_.SetWords(Slot(0) + 136, {2000, 2000, 3999, 3999});
+        metadata_.Set(Slot(0) + 400, 4);
+        platform().metadata[TagId("OEMFDResults") | 0x08000000] = faceResults_.data();
+        Create();
+    }
+
+    void SetFaces(const std::vector<Words>& faces) {
+        for (std::size_t k = 0; k < faces.size(); ++k) {
+            metadata_.SetWords(Slot(0) + 204 + 16 * k, faces[k]);
+        }
+        metadata_.Set(Slot(0) + 192, static_cast<std::uint8_t>(faces.size()));
+    }
+
+    Record faceResults_{408};
+};
+
+TEST_F(FaceTest, FacesAreCleanedMappedAndFocused) {
     struct Case {
         const char* what;
         std::vector<Words> faces;
-        int count;
         std::int32_t afMode;
         std::int64_t selected; // -1: not supplied
-        std::int32_t rotation;
         Words seen; // by the engine: point, count, then left, top, right, bottom, orientation
         int cleaned;
     };
+    const std::vector<Words> pair = {{100, 140, 80, 90}, {200, 80, 60, 40}};
     const Case cases[] = {
-        {"none", {}, 0, 4, -1, 0, {1500, 1500, 0}, 0},
-        {"half scale",
-         {{1001, 1001, 101, 101}},
-         1,
-         4,
-         -1,
-         0,
-         {525, 525, 1, 501, 501, 550, 550, 1},
-         1},
+        {"none", {}, 4, -1, {1450, 1480, 0}, 0},
+        {"half scale", {{1001, 945, 101, 61}}, 4, -1, {475, 467, 1, 451, 453, 500, 482, 1}, 1},
         {"too small dropped, largest chosen",
-         {{0, 0, 1, 50}, {100, 100, 40, 40}, {200, 200, 60, 60}},
-         3,
+         {{0, 0, 1, 50}, {100, 140, 40, 60}, {200, 80, 50, 1}, {300, 90, 60, 80}},
          4,
          -1,
-         -90,
-         {114, 114, 2, 50, 50, 69, 69, 2, 100, 100, 129, 129, 2},
+         {114, 44, 2, 0, 50, 19, 79, 1, 100, 25, 129, 64, 1},
          2},
-        {"equal areas: the first",
-         {{100, 100, 40, 40}, {200, 200, 40, 40}},
-         2,
+        {"two by two is a face",
+         {{100, 140, 1, 2}, {100, 140, 2, 2}, {100, 140, 2, 1}},
          4,
          -1,
-         44,
-         {59, 59, 2, 50, 50, 69, 69, 1, 100, 100, 119, 119, 1},
-         2},
-        {"selected",
-         {{100, 100, 80, 80}, {200, 200, 40, 40}},
-         2,
-         4,
-         1,
-         45,
-         {109, 109, 2, 50, 50, 89, 89, 3, 100, 100, 119, 119, 3},
-         2},
-        {"selected out of range",
-         {{100, 100, 80, 80}, {200, 200, 40, 40}},
-         2,
-         4,
-         2,
-         359,
-         {69, 69, 2, 50, 50, 89, 89, 1, 100, 100, 119, 119, 1},
-         2},
-        {"not continuous",
-         {{100, 100, 80, 80}},
-         1,
-         1,
-         -1,
-         180,
-         {1500, 1500, 1, 50, 50, 89, 89, 4},
+         {0, 50, 1, 0, 50, 0, 50, 1},
          1},
+        {"equal areas: the first",
+         {{100, 140, 40, 60}, {200, 80, 60, 40}},
+         4,
+         -1,
+         {9, 64, 2, 0, 50, 19, 79, 1, 50, 20, 79, 39, 1},
+         2},
+        {"selected", pair, 4, 1, {64, 29, 2, 0, 50, 39, 94, 1, 50, 20, 79, 39, 1}, 2},
+        {"selected out of range", pair, 4, 2, {19, 72, 2, 0, 50, 39, 94, 1, 50, 20, 79, 39, 1}, 2},
+        {"not continuous", pair, 1, 0, {1450, 1480, 2, 0, 50, 39, 94, 1, 50, 20, 79, 39, 1}, 2},
     };
-    SetSize(main_, 4000, 3000);
-    metadata_.SetWords(Slot(0) + 8, {0, 0, 8000, 6000});
-    metadata_.SetWords(Slot(0) + 136, {2000, 2000, 3999, 3999});
     std::uint32_t selected = 0;
-    Record oem(408);
-    platform().metadata[TagId("OEMFDResults") | 0x08000000] = oem.data();
-    Create();
     for (const Case& test : cases) {
         SCOPED_TRACE(test.what);
-        for (std::size_t k = 0; k < test.faces.size(); ++k) {
-            metadata_.SetWords(Slot(0) + 204 + 16 * k, test.faces[k]);
-        }
-        metadata_.Set(Slot(0) + 192, static_cast<std::uint8_t>(test.count));
+        SetFaces(test.faces);
         metadata_.Set(Slot(0) + 400, test.afMode);
-        oem.Set(404, test.rotation);
         selected = static_cast<std::uint32_t>(test.selected);
         const std::uint32_t tag = TagId("SelectFaceIndex") | 0x08000000;
         platform().metadata.erase(tag);
@@ -360,14 +431,37 @@ TEST_F(NodeTest, FacesAreCleanedMappedAndFocused) {
         EXPECT_EQ(FocusPoint(LastPublished()), Words(test.seen.begin(), test.seen.begin() + 2));
         EXPECT_EQ(metadata_.Get<std::uint8_t>(Slot(0) + 192), test.cleaned);
     }
-    // More faces than the record has room for, and a reference without area.
-    for (std::size_t k = 0; k < 10; ++k) {
-        metadata_.SetWords(Slot(0) + 204 + 16 * k, {10, 10, 100, 100});
+}
+
+TEST_F(FaceTest, RotationBecomesTheNearestQuarterTurn) {
+    SetFaces({{100, 140, 80, 90}});
+    for (const auto& [rotation, code] : {std::pair(0, 1),
+                                         {44, 1},
+                                         {45, 3},
+                                         {134, 3},
+                                         {135, 4},
+                                         {224, 4},
+                                         {225, 2},
+                                         {314, 2},
+                                         {315, 1},
+                                         {359, 1},
+                                         {360, 1},
+                                         {450, 3},
+                                         {-90, 2},
+                                         {-45, 1},
+                                         {-46, 2},
+                                         {-360, 1}}) {
+        SCOPED_TRACE(rotation);
+        faceResults_.Set(404, rotation);
+        ASSERT_EQ(Process(), 0u);
+        EXPECT_EQ(platform().engine.focus.back(), code);
     }
+}
+
+TEST_F(FaceTest, MoreFacesThanTheRecordHoldsAndNoAreaToMapThemFrom) {
+    SetFaces(std::vector<Words>(10, {10, 10, 100, 100}));
     metadata_.Set(Slot(0) + 192, std::uint8_t{255});
     metadata_.SetWords(Slot(0) + 8, {0, 0, 0, 0});
-    metadata_.Set(Slot(0) + 400, 4);
-    oem.Set(404, 0);
     ASSERT_EQ(Process(), 0u);
     ASSERT_EQ(platform().engine.focus.size(), 3u + 10 * 5);
     EXPECT_EQ(Words(platform().engine.focus.begin() + 2, platform().engine.focus.begin() + 8),
@@ -379,16 +473,16 @@ TEST_F(NodeTest, FacesAreCleanedMappedAndFocused) {
 TEST_F(NodeTest, BareFaceIndexIsReadWithoutAPool) {
     std::uint32_t selected = 1;
     metadata_.Set(Slot(0) + 192, std::uint8_t{2});
-    metadata_.SetWords(Slot(0) + 204, {0, 0, 40, 40, 30, 30, 10, 10});
+    metadata_.SetWords(Slot(0) + 204, {9, 8, 20, 10, 20, 16, 5, 6});
     metadata_.Set(Slot(0) + 400, 4);
     platform().metadata[TagId("SelectFaceIndex")] = &selected;
     CreateAndProcess();
-    EXPECT_EQ(FocusPoint(LastPublished()), (Words{19, 19}));
+    EXPECT_EQ(FocusPoint(LastPublished()), (Words{21, 13}));
     Destroy();
     createInfo_.Set(36, 2u);
     metadata_.Set(Slot(0) + 192, std::uint8_t{2});
     CreateAndProcess();
-    EXPECT_EQ(FocusPoint(LastPublished()), (Words{34, 34}));
+    EXPECT_EQ(FocusPoint(LastPublished()), (Words{28, 25}));
 }
 
 TEST_F(NodeTest, AnyMetadataIsHarmless) {

@@ -481,7 +481,7 @@ TEST_F(Sweep, SoakOfOneNode) {
         platform().engine.size = 500 + i % 1000;
         const int width = 8 + 2 * (i % 29);
         for (Image* image : {&main_, &aux_, &output_}) {
-            image->list.SetWords(8, {width, 48 - i % 40});
+            image->list.SetWords(8, {width, image->height - i % 39});
         }
         metadata_.Set(Slot(0) + 192, static_cast<std::uint8_t>(i % 12));
         ASSERT_EQ(Process(), 0u);

@@ -84,11 +84,11 @@ TEST_F(OperationsTest, AbsentRecordsAreRefusedByName) {
     ChiNodeEntry(&callbacks);
     EXPECT_EQ(callbacks.processRequest(&request), CDKResultEInvalidPointer);
 
-    EXPECT_EQ(Errors(), (Texts{"BaseInitialize: #: errCode = 5: NULL POINTER!",
-                               "FillVendorTagIds: #: errCode = 5: NULL POINTER!",
-                               "GetBokehParams: #: errCode = 5: NULL POINTER!",
-                               "UpdateActiveMap: #: NULL POINTER!",
-                               "NodeProcRequest: #: errCode = 5: NULL POINTER!"}));
+    EXPECT_EQ(Errors(), (Texts{"TSL_BTB: BaseInitialize: #: errCode = 5: NULL POINTER!",
+                               "TSL_BTB: FillVendorTagIds: #: errCode = 5: NULL POINTER!",
+                               "TSL_BTB: GetBokehParams: #: errCode = 5: NULL POINTER!",
+                               "TSL_BTB: UpdateActiveMap: #: NULL POINTER!",
+                               "TSL_CTB: NodeProcRequest: #: errCode = 5: NULL POINTER!"}));
 }
 
 TEST_F(OperationsTest, EmptyCameraEntriesArePassedOver) {

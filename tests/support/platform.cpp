@@ -36,23 +36,32 @@ bool Fails(const char* function) {
     return !platform().idle && platform().calls.Fails(function);
 }
 
-constexpr std::string_view kTags[] = {
-    "InputMetadataBokeh",
-    "OutputMetadataBokeh",
-    "depthpicturesize",
-    "PhysicalCameraConfigs",
-    "PhysicalCameraInputConfig",
-    "OEMFDResults",
-    "StreamCropInfo",
-    "EnableStreamCrop",
-    "status",
-    "SelectFaceIndex",
-    "PtFocus",
-    "InduceSleep",
+constexpr std::uint32_t kFirstTagId = 0x8100;
+
+struct Tag {
+    std::string_view section;
+    std::string_view name;
+};
+
+constexpr Tag kTags[] = {
+    {"com.qti.chi.multicamerainputmetadata", "InputMetadataBokeh"},
+    {"com.qti.chi.multicameraoutputmetadata", "OutputMetadataBokeh"},
+    {"com.qti.chi.multicameracontrol", "depthpicturesize"},
+    {"com.qti.chi.cameraconfiguration", "PhysicalCameraConfigs"},
+    {"com.qti.chi.cameraconfiguration", "PhysicalCameraInputConfig"},
+    {"org.quic.camera2.oemfdresults", "OEMFDResults"},
+    {"com.qti.camera.streamCropInfo", "StreamCropInfo"},
+    {"com.qti.camera.streamCropInfo", "EnableStreamCrop"},
+    {"com.qti.chi.multicameracontrol", "status"},
+    {"com.qti.chi.multicameracontrol", "SelectFaceIndex"},
+    {"com.qti.chi.multicameracontrol", "PtFocus"},
+    {"org.quic.camera.induceSleepInChiNode", "InduceSleep"},
 };
 
 std::uint32_t GetVendorTagBase(void* query) {
+    const char* section;
     const char* tag;
+    std::memcpy(&section, static_cast<char*>(query) + 8, sizeof(section));
     std::memcpy(&tag, static_cast<char*>(query) + 16, sizeof(tag));
     if (Fails("GetVendorTagBase")) {
         return 6;
@@ -62,6 +71,9 @@ std::uint32_t GetVendorTagBase(void* query) {
         return failure->second;
     }
     const std::uint32_t id = TagId(tag);
+    if (id == 0 || kTags[id - kFirstTagId].section != section) {
+        return 6;
+    }
     std::memcpy(static_cast<char*>(query) + 4, &id, sizeof(id));
     return 0;
 }
@@ -129,8 +141,8 @@ Platform& platform() {
 std::vector<std::string> Platform::Texts(int priority) const {
     std::vector<std::string> texts;
     for (const LogLine& line : log) {
-        if (priority == 0 || line.priority == priority) {
-            texts.push_back(line.text);
+        if (line.priority == priority) {
+            texts.push_back(line.tag + ": " + line.text);
         }
     }
     return texts;
@@ -138,8 +150,8 @@ std::vector<std::string> Platform::Texts(int priority) const {
 
 std::uint32_t TagId(std::string_view tag) {
     for (std::uint32_t i = 0; i < std::size(kTags); ++i) {
-        if (tag == kTags[i]) {
-            return 0x8100 + i;
+        if (tag == kTags[i].name) {
+            return kFirstTagId + i;
         }
     }
     return 0;
@@ -282,11 +294,8 @@ void RecordFocus(const void* focus) {
 extern "C" {
 
 const void* TSL_DCIR_GetVersion() {
-    static support::Record record = [] {
-        support::Record version(40);
-        version.Set<const char*>(32, "contract engine");
-        return version;
-    }();
+    static support::Record record(40);
+    record.Set<const char*>(32, platform().engine.versionText);
     return Called("TSL_DCIR_GetVersion") == 0 && platform().engine.hasVersion ? record.data()
                                                                               : nullptr;
 }
@@ -336,8 +345,9 @@ std::int64_t TSL_DCIR_GetImageSizeInCalibration(void*, std::int32_t* mainWidth,
     return Called("TSL_DCIR_GetImageSizeInCalibration");
 }
 
-std::int64_t TSL_DCIR_CalcDisparityData(void*, void*, void*, void* focus) {
+std::int64_t TSL_DCIR_CalcDisparityData(void*, void* main, void* aux, void* focus) {
     if (!platform().idle) {
+        platform().engine.images = {support::At<void*>(main, 16), support::At<void*>(aux, 16)};
         RecordFocus(focus);
     }
     return Called("TSL_DCIR_CalcDisparityData");
@@ -349,6 +359,7 @@ std::int64_t TSL_DCIR_GetDisparityDataSize(void*, std::int32_t* size) {
 }
 
 std::int64_t TSL_DCIR_GetDisparityData(void*, void* data, std::int32_t* size) {
+    platform().engine.room = *size;
     if (*size > 0 && !platform().idle) {
         std::memset(data, platform().engine.depthValue, static_cast<std::size_t>(*size));
     }
@@ -356,12 +367,16 @@ std::int64_t TSL_DCIR_GetDisparityData(void*, void* data, std::int32_t* size) {
     return Called("TSL_DCIR_GetDisparityData");
 }
 
-std::int64_t TSL_DCIR_Process(void*, void*, void*, std::int32_t size, void* blur, void*,
-                              void* output) {
+std::int64_t TSL_DCIR_Process(void*, void* main, void* disparity, std::int32_t size, void* blur,
+                              void* focus, void* output) {
     support::Engine& engine = platform().engine;
     engine.processSize = size;
     engine.blur = support::At<std::int32_t>(blur, 0);
     if (!platform().idle) {
+        engine.images.push_back(support::At<void*>(main, 16));
+        engine.images.push_back(support::At<void*>(output, 16));
+        engine.processData = *static_cast<const std::uint8_t*>(disparity);
+        RecordFocus(focus);
         FillRows(output, 0, engine.renderValue);
         FillRows(output, 1, engine.renderValue);
     }

@@ -63,15 +63,19 @@ struct Engine {
     std::int32_t activeSize = 900;                            // answered to the read-out
     std::uint8_t depthValue = 0xD0;
     std::uint8_t renderValue = 0xE0;
-    std::int32_t calibrationSizes[4] = {6400, 4800, 6400, 4800};
+    std::int32_t calibrationSizes[4] = {12849, 9651, 16899, 12001}; // hundredths of a pixel
     bool hasVersion = true;
+    const char* versionText = "contract engine";
 
     std::vector<std::string> calls;
     int instances = 0;
     std::vector<std::vector<std::int32_t>> imageInfos; // five words a call
     std::vector<std::int32_t> focus; // x, y, faces, then each face and orientation
     std::int32_t blur = -1;
+    std::vector<const void*> images; // luma of the last two calls: main, aux; main, output
+    std::int32_t room = -1;          // for the disparity data, as the read-out was told
     std::int32_t processSize = -1;
+    std::uint8_t processData = 0; // first byte of the disparity that the rendering got
     std::string calibration;
 };
 
@@ -104,7 +108,7 @@ struct Platform {
     Engine engine;
     Calls calls;
 
-    // Texts at this priority or, at 0, all.
+    // Tag and text, as "TAG: text", of each line at this priority.
     std::vector<std::string> Texts(int priority) const;
 };
 
