@@ -138,9 +138,10 @@ TEST_F(OperationsTest, AResultWithoutANameReadsTheSameInBothLines) {
     EXPECT_EQ(node_->BaseInitialize(&info, node_->m_cameraInfo, node_->m_frameParams,
                                     node_->m_resultDataCTB),
               0xFFFFFFFE);
-    EXPECT_EQ(Errors(), (Texts{"TSL_CTB: operator(): #: Error: -2 during GetVendorTagBase for: "
-                               "com.qti.chi.multicamerainputmetadata InputMetadataBokeh\n",
-                               "BaseInitialize: #:  res: -2 NULL POINTER!"}));
+    EXPECT_EQ(Errors(),
+              (Texts{"TSL_BTB: TSL_CTB: operator(): #: Error: -2 during GetVendorTagBase for: "
+                     "com.qti.chi.multicamerainputmetadata InputMetadataBokeh\n",
+                     "TSL_BTB: BaseInitialize: #:  res: -2 NULL POINTER!"}));
 }
 
 TEST_F(OperationsTest, FaceArraysThatExistStayAsTheyAre) {
