@@ -44,7 +44,7 @@ struct Work {
 host::Image ImageOf(const Work& work, DumpRole role) {
     const DumpFile& file = work.File(role);
     const int width = role == DumpRole::kAux ? work.capture.auxWidth : work.capture.width;
-    return ReadNv12Dump(file.path, width, file.name.first, file.name.height);
+    return ReadImageDump(file, width);
 }
 
 Corrupted Truncate(Work& work) {
@@ -77,7 +77,7 @@ Corrupted MisnamePitch(Work& work) {
     const int pitch = name.first + (work.Below(2) == 0 ? step : -step);
     if (work.Below(2) == 0) {
         Bytes bytes = work.Read(role);
-        bytes.resize(Nv12Bytes(pitch, name.height));
+        bytes.resize(ImageBytes(host::Image::Format::Nv12, pitch, name.height));
         work.Write(role, bytes);
     }
     if (role == DumpRole::kMain) { // all names that say the main image's pitch
@@ -95,7 +95,7 @@ Corrupted MisnameHeight(Work& work) {
     const int height = name.height + (work.Below(2) == 0 ? step : -step);
     if (work.Below(2) == 0) {
         Bytes bytes = work.Read(role);
-        bytes.resize(Nv12Bytes(name.first, height));
+        bytes.resize(ImageBytes(host::Image::Format::Nv12, name.first, height));
         work.Write(role, bytes);
     }
     work.Rename(role, name.first, height);
@@ -201,8 +201,7 @@ Corrupted OtherAux(Work& work) {
     }
     const DumpSet other = FindDumpSet(work.other.folder / work.other.stem);
     const DumpFile& file = *other.file(DumpRole::kAux);
-    WriteAux(work, Nv12ToRgb(ReadNv12Dump(file.path, work.other.auxWidth, file.name.first,
-                                          file.name.height)));
+    WriteAux(work, Nv12ToRgb(ReadImageDump(file, work.other.auxWidth)));
     return {"aux of " + work.other.stem, Problem::kMoment, DumpRole::kAux};
 }
 
@@ -230,8 +229,7 @@ Corrupted Remove(Work& work) {
 // What a text of the node never says.
 Corrupted Contradict(Work& work) {
     const Bytes bytes = work.Read(DumpRole::kParameters);
-    DumpParameters values =
-        ParseParameterText({reinterpret_cast<const char*>(bytes.data()), bytes.size()}).values;
+    DumpParameters values = ParseParameterText(bytes).values;
     const int width = work.capture.width;
     std::string text;
     const int way = work.Below(12);

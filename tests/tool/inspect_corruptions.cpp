@@ -79,7 +79,7 @@ int InspectCorruptedSets(const Options& options, const std::vector<MadeCapture>&
         } else {
             std::printf("not named: %s (%s), %s, of %s, number %d%s\n", capture.stem.c_str(),
                         capture.scene ? "scene" : "photo", corrupted.what.c_str(),
-                        corrupted.file ? RoleWord(*corrupted.file) : "the pair", i,
+                        corrupted.file ? RoleName(*corrupted.file) : "the pair", i,
                         InWords(inspection.findings).c_str());
         }
     }

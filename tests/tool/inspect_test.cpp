@@ -80,7 +80,7 @@ TEST(Inspect, SaysThatAPictureIsOneValueAllOver) {
         const DumpFile& file = *set.file(role);
         std::ofstream(file.path, std::ios::binary) << std::string(file.bytes, '\0');
         const ToolRun run = RunTool({"inspect", "camera"}, folder.path());
-        const std::string note = std::string(RoleWord(role)) + " is 0 all over";
+        const std::string note = std::string(RoleName(role)) + " is 0 all over";
         EXPECT_NE(run.output.find(note), std::string::npos) << run.output;
         EXPECT_EQ(run.output.find("rows repeat"), std::string::npos) << run.output;
     }
@@ -93,8 +93,7 @@ TEST(Inspect, TakesCamerasOfDifferentFieldsOfView) {
     const MadeCapture capture = maker.MakeAll(620, 1, folder.path()).front();
     const DumpSet set = FindDumpSet(folder.path() / capture.stem);
     const DumpFile& aux = *set.file(DumpRole::kAux);
-    const RgbImage whole =
-        Nv12ToRgb(ReadNv12Dump(aux.path, capture.auxWidth, aux.name.first, aux.name.height));
+    const RgbImage whole = Nv12ToRgb(ReadImageDump(aux, capture.auxWidth));
     const double share = 0.78;
     const RgbImage middle = Paint(whole.width, whole.height, [&](int x, int y) {
         const auto from = [&](int at, int side) {

@@ -168,9 +168,9 @@ Written WriteDump(const ConvertOptions& options, const fs::path& path, const Rgb
     const SizedName target{name ? name->base : path.stem().string(), image.pitch(), image.height(),
                            kind == Kind::kNv12 ? device::kImageDumpEnding
                                                : device::kDisparityDumpEnding};
-    CheckResult(options, folder.path() / target.Text(), true, earlier);
-    folder.Write(target.Text(), image.bytes());
-    return {path, folder.path() / target.Text(), image.width(), image.height()};
+    CheckResult(options, folder.path() / target.FileName(), true, earlier);
+    folder.Write(target.FileName(), image.bytes());
+    return {path, folder.path() / target.FileName(), image.width(), image.height()};
 }
 
 Written ConvertOne(const ConvertOptions& options, const fs::path& path, const Results& earlier) {

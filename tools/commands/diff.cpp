@@ -15,7 +15,6 @@
 #include "host/picture/errors.h"
 #include "host/picture/image_file.h"
 #include "tools/compare/difference.h"
-#include "tools/compare/difference_json.h"
 #include "tools/dumps/dump_image.h"
 #include "tools/dumps/picture_file.h"
 #include "tools/files/json_text.h"
@@ -44,9 +43,9 @@ void AgreeOnWidth(PictureFile& picture, const PictureFile& other) {
     const bool narrower = !picture.widthKnown && other.widthKnown && picture.kind != Kind::kRgb &&
                           other.width() < picture.width();
     if (narrower) {
-        const auto make = picture.kind == Kind::kNv12 ? Nv12FromBytes : Y8FromBytes;
         const host::Image& image = picture.image;
-        picture.image = make(image.bytes(), other.width(), image.pitch(), image.height());
+        picture.image = ImageFromBytes(image.format(), image.bytes(), other.width(), image.pitch(),
+                                       image.height());
     }
 }
 
@@ -86,11 +85,11 @@ void CheckHeatMap(const DiffOptions& options) {
 
 void WriteHeatMap(const fs::path& path, const Pictures& pictures) {
     const Progress progress("drawing the differences");
-    const NumberMap map = pictures.a.kind == Kind::kRgb
-                              ? DifferenceMap(pictures.a.rgb, pictures.b.rgb)
-                              : DifferenceMap(pictures.a.image, pictures.b.image);
+    const host::Image map = pictures.a.kind == Kind::kRgb
+                                ? DifferenceMap(pictures.a.rgb, pictures.b.rgb)
+                                : DifferenceMap(pictures.a.image, pictures.b.image);
     OutputFolder folder(fs::absolute(path).parent_path());
-    folder.Write(path.filename().string(), EncodePng(FalseColour(map)));
+    folder.Write(path.filename().string(), EncodePng(HeatMap(map)));
     folder.Commit();
 }
 
@@ -110,7 +109,7 @@ void NoteSurplus(const fs::path& path, const PictureFile& picture) {
 void Print(const DiffOptions& options, const Pictures& pictures,
            const PictureDifference& difference) {
     if (!options.json) {
-        std::printf("%s", InWords(difference).c_str());
+        std::printf("%s", ToText(difference).c_str());
         return;
     }
     nlohmann::ordered_json report{{"a", options.a.string()},

@@ -39,7 +39,7 @@ void WritePictures(const Inspection& inspection, const fs::path& output, const s
     OutputFolder folder(output);
     for (const DumpRole role : {DumpRole::kMain, DumpRole::kAux, DumpRole::kOutput}) {
         if (const auto& image = inspection.image(role)) {
-            folder.Write(name + "_" + RoleWord(role) + ".png", EncodePng(Nv12ToRgb(*image)));
+            folder.Write(name + "_" + RoleName(role) + ".png", EncodePng(Nv12ToRgb(*image)));
         }
     }
     if (const auto& disparity = inspection.image(DumpRole::kDisparity)) {

@@ -56,7 +56,7 @@ void WriteFiles(OutputFolder& folder, const std::string& stem, const Replayed& r
     const std::string map = stem + "_difference.png";
     if (replayed.outputDifference && !replayed.outputDifference->identical()) {
         folder.Write(map,
-                     EncodePng(FalseColour(DifferenceMap(replayed.dumpedOutput, replayed.output))));
+                     EncodePng(HeatMap(DifferenceMap(replayed.dumpedOutput, replayed.output))));
     } else {
         folder.Drop(map);
     }

@@ -1,211 +1,187 @@
 #include "tools/compare/difference.h"
 
+#include <opencv2/imgproc.hpp>
+
 #include <algorithm>
-#include <cmath>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <limits>
+#include <string_view>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "tools/compare/matrix.h"
+
+using Json = nlohmann::ordered_json;
 
 namespace {
 
-constexpr int kLongestMapSide = 2000;
-
-// The same plane of two pictures: samples `step` bytes apart, each for a square of `cell` pixels.
+// The samples of one plane in both pictures.
 struct PlanePair {
-    const char* name;
-    const std::uint8_t* a;
-    const std::uint8_t* b;
-    std::ptrdiff_t pitchA;
-    std::ptrdiff_t pitchB;
-    int columns;
-    int rows;
-    std::ptrdiff_t step;
-    int cell;
+    std::string name;
+    cv::Mat a;
+    cv::Mat b;
+    int cell; // a sample stands for a square of this many pixels on a side
 };
 
+// `names`: a letter for each channel of the matrices.
+void AddPlanes(std::vector<PlanePair>& planes, std::string_view names, const cv::Mat& a,
+               const cv::Mat& b, int cell) {
+    std::vector<cv::Mat> channelsA;
+    std::vector<cv::Mat> channelsB;
+    cv::split(a, channelsA);
+    cv::split(b, channelsB);
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        planes.push_back({std::string(1, names[i]), channelsA[i], channelsB[i], cell});
+    }
+}
+
 std::vector<PlanePair> PlanesOf(const host::Image& a, const host::Image& b) {
-    std::vector<PlanePair> planes{
-        {"Y", a.plane(0), b.plane(0), a.pitch(), b.pitch(), a.width(), a.height(), 1, 1}};
+    std::vector<PlanePair> planes;
+    AddPlanes(planes, "Y", MatrixOf(a, 0), MatrixOf(b, 0), 1);
     if (a.format() == host::Image::Format::Nv12) {
-        for (const auto& [name, at] : {std::pair("U", 0), std::pair("V", 1)}) {
-            planes.push_back({name, a.plane(1) + at, b.plane(1) + at, a.pitch(), b.pitch(),
-                              a.rowBytes(1) / 2, a.planeRows(1), 2, 2});
-        }
+        AddPlanes(planes, "UV", MatrixOf(a, 1), MatrixOf(b, 1), 2);
     }
     return planes;
 }
 
 std::vector<PlanePair> PlanesOf(const RgbImage& a, const RgbImage& b) {
     std::vector<PlanePair> planes;
-    for (const auto& [name, at] : {std::pair("R", 0), std::pair("G", 1), std::pair("B", 2)}) {
-        planes.push_back({name, a.bytes.data() + at, b.bytes.data() + at, a.pitch(), b.pitch(),
-                          a.width, a.height, 3, 1});
-    }
+    AddPlanes(planes, "RGB", MatrixOf(a), MatrixOf(b), 1);
     return planes;
 }
 
-struct RowSums {
-    std::uint32_t differing = 0;
-    std::uint64_t squares = 0;
-    int largest = 0;
-};
-
-// The step as a constant lets the compiler take many samples at a time.
-template <std::ptrdiff_t kStep>
-RowSums SumRow(const std::uint8_t* a, const std::uint8_t* b, int columns) {
-    RowSums sums;
-    std::uint32_t squares = 0; // of 65536 samples at most, whose sum stays within 32 bits
-    for (std::ptrdiff_t x = 0; x < columns; ++x) {
-        const int difference = a[x * kStep] - b[x * kStep];
-        sums.differing += difference != 0 ? 1u : 0u;
-        squares += static_cast<std::uint32_t>(difference * difference);
-        sums.largest = std::max(sums.largest, std::abs(difference));
-    }
-    sums.squares = squares;
-    return sums;
+// `difference`: the plane's, without padding and not zero everywhere.
+DifferingPixel FirstDifference(const PlanePair& plane, const cv::Mat& difference) {
+    const auto at = static_cast<int>(
+        std::find_if(difference.datastart, difference.dataend, [](auto v) { return v != 0; }) -
+        difference.datastart);
+    const int x = at % difference.cols;
+    const int y = at / difference.cols;
+    return {x * plane.cell, y * plane.cell, plane.name, plane.a.at<std::uint8_t>(y, x),
+            plane.b.at<std::uint8_t>(y, x)};
 }
 
-RowSums SumRow(const PlanePair& plane, int row) {
-    const std::uint8_t* a = plane.a + row * plane.pitchA;
-    const std::uint8_t* b = plane.b + row * plane.pitchB;
-    switch (plane.step) {
-    case 1:
-        return SumRow<1>(a, b, plane.columns);
-    case 2:
-        return SumRow<2>(a, b, plane.columns);
-    default:
-        return SumRow<3>(a, b, plane.columns);
-    }
-}
-
-DifferingPixel FirstInRow(const PlanePair& plane, int row) {
-    const std::uint8_t* a = plane.a + row * plane.pitchA;
-    const std::uint8_t* b = plane.b + row * plane.pitchB;
-    int x = 0;
-    while (a[x * plane.step] == b[x * plane.step]) {
-        ++x;
-    }
-    return {x * plane.cell, row * plane.cell, plane.name, a[x * plane.step], b[x * plane.step]};
-}
-
-void KeepFirst(PictureDifference& difference, const DifferingPixel& pixel) {
-    const auto& first = difference.first;
-    if (!first || pixel.y < first->y || (pixel.y == first->y && pixel.x < first->x)) {
-        difference.first = pixel;
-    }
-}
-
-template <typename Picture>
-PictureDifference CompareAll(const Picture& a, const Picture& b) {
-    PictureDifference difference;
-    for (const PlanePair& plane : PlanesOf(a, b)) {
-        PlaneDifference result;
-        result.plane = plane.name;
-        result.samples =
-            static_cast<std::uint64_t>(plane.columns) * static_cast<std::uint64_t>(plane.rows);
-        std::uint64_t squares = 0;
-        for (int row = 0; row < plane.rows; ++row) {
-            const RowSums sums = SumRow(plane, row);
-            if (sums.differing != 0 && result.differing == 0) {
-                KeepFirst(difference, FirstInRow(plane, row));
-            }
-            result.differing += sums.differing;
-            result.largest = std::max(result.largest, sums.largest);
-            squares += sums.squares;
+PictureDifference CompareAll(const std::vector<PlanePair>& planes) {
+    PictureDifference result;
+    for (const PlanePair& plane : planes) {
+        cv::Mat difference;
+        cv::absdiff(plane.a, plane.b, difference);
+        PlaneDifference& entry = result.planes.emplace_back();
+        entry.plane = plane.name;
+        entry.samples = difference.total();
+        entry.differing = static_cast<std::uint64_t>(cv::countNonZero(difference));
+        if (entry.differing == 0) {
+            continue;
         }
-        if (squares != 0) {
-            const double mean = static_cast<double>(squares) / static_cast<double>(result.samples);
-            result.psnr = 10 * std::log10(255.0 * 255.0 / mean);
-        }
-        difference.planes.push_back(result);
-    }
-    return difference;
-}
-
-template <typename Picture>
-NumberMap MapAll(const Picture& a, const Picture& b, int width, int height) {
-    const int reduction = (std::max(width, height) + kLongestMapSide - 1) / kLongestMapSide;
-    NumberMap map;
-    map.width = (width + reduction - 1) / reduction;
-    map.height = (height + reduction - 1) / reduction;
-    map.unit = "difference";
-    map.values.assign(static_cast<std::size_t>(map.width) * static_cast<std::size_t>(map.height),
-                      0.0f);
-    for (const PlanePair& plane : PlanesOf(a, b)) {
-        for (int y = 0; y < height; ++y) {
-            const int row = std::min(y / plane.cell, plane.rows - 1);
-            const std::uint8_t* rowA = plane.a + row * plane.pitchA;
-            const std::uint8_t* rowB = plane.b + row * plane.pitchB;
-            float* out = &map.values[static_cast<std::size_t>(y / reduction) *
-                                     static_cast<std::size_t>(map.width)];
-            for (int x = 0; x < width; ++x) {
-                const std::ptrdiff_t at = std::min(x / plane.cell, plane.columns - 1) * plane.step;
-                const auto value = static_cast<float>(std::abs(rowA[at] - rowB[at]));
-                out[x / reduction] = std::max(out[x / reduction], value);
-            }
+        double largest = 0;
+        cv::minMaxLoc(difference, nullptr, &largest);
+        entry.largest = static_cast<int>(largest);
+        entry.psnr = cv::PSNR(plane.a, plane.b);
+        const DifferingPixel pixel = FirstDifference(plane, difference);
+        if (!result.first ||
+            std::pair(pixel.y, pixel.x) < std::pair(result.first->y, result.first->x)) {
+            result.first = pixel;
         }
     }
-    std::ranges::replace(map.values, 0.0f, std::numeric_limits<float>::quiet_NaN());
-    return map;
+    return result;
+}
+
+host::Image MapAll(const std::vector<PlanePair>& planes) {
+    cv::Mat map;
+    for (const PlanePair& plane : planes) {
+        cv::Mat difference;
+        cv::absdiff(plane.a, plane.b, difference);
+        if (plane.cell > 1) {
+            cv::resize(difference, difference, {}, plane.cell, plane.cell, cv::INTER_NEAREST);
+        }
+        if (map.empty()) {
+            map = difference;
+            continue;
+        }
+        // An odd last row has no chroma, an odd last column shares it with nothing.
+        const cv::Rect shared(0, 0, std::min(map.cols, difference.cols),
+                              std::min(map.rows, difference.rows));
+        cv::Mat part = map(shared);
+        cv::max(part, difference(shared), part);
+    }
+    constexpr int kLongestSide = 2000;
+    const int reduction = (std::max(map.cols, map.rows) + kLongestSide - 1) / kLongestSide;
+    const cv::Size size((map.cols + reduction - 1) / reduction,
+                        (map.rows + reduction - 1) / reduction);
+    if (reduction > 1) {
+        cv::copyMakeBorder(map, map, 0, size.height * reduction - map.rows, 0,
+                           size.width * reduction - map.cols, cv::BORDER_CONSTANT);
+        // Dilation with its anchor in the corner puts a square's maximum where the resizing takes
+        // its one sample of the square.
+        cv::dilate(map, map, cv::Mat::ones(reduction, reduction, CV_8UC1), {0, 0});
+        cv::resize(map, map, size, 0, 0, cv::INTER_NEAREST);
+    }
+    host::Image image(host::Image::Format::Y8, size.width, size.height, size.width);
+    map.copyTo(cv::Mat(size, CV_8UC1, image.plane(0)));
+    return image;
 }
 
 } // namespace
 
-std::uint64_t PictureDifference::differing() const {
-    std::uint64_t count = 0;
-    for (const PlaneDifference& plane : planes) {
-        count += plane.differing;
-    }
-    return count;
-}
-
-int PictureDifference::largest() const {
-    int value = 0;
-    for (const PlaneDifference& plane : planes) {
-        value = std::max(value, plane.largest);
-    }
-    return value;
-}
-
 PictureDifference Compare(const host::Image& a, const host::Image& b) {
-    return CompareAll(a, b);
+    return CompareAll(PlanesOf(a, b));
 }
 
 PictureDifference Compare(const RgbImage& a, const RgbImage& b) {
-    return CompareAll(a, b);
+    return CompareAll(PlanesOf(a, b));
 }
 
-NumberMap DifferenceMap(const host::Image& a, const host::Image& b) {
-    return MapAll(a, b, a.width(), a.height());
-}
-
-NumberMap DifferenceMap(const RgbImage& a, const RgbImage& b) {
-    return MapAll(a, b, a.width, a.height);
-}
-
-std::string InWords(const PictureDifference& difference) {
+std::string ToText(const PictureDifference& difference) {
     if (difference.identical()) {
         return "identical\n";
     }
     const DifferingPixel& first = *difference.first;
-    std::string text = "first difference at " + std::to_string(first.x) + "," +
-                       std::to_string(first.y) + ": " + first.plane + " " +
-                       std::to_string(first.a) + ", " + std::to_string(first.b) + "\n";
+    std::string text = fmt::format("first difference at {},{}: {} {}, {}\n", first.x, first.y,
+                                   first.plane, first.a, first.b);
     for (const PlaneDifference& plane : difference.planes) {
-        char line[160];
-        if (plane.psnr) {
-            std::snprintf(line, sizeof line,
-                          "%s: %llu of %llu differ (%.3g %%), by %d at most, PSNR %.2f dB\n",
-                          plane.plane.c_str(), static_cast<unsigned long long>(plane.differing),
-                          static_cast<unsigned long long>(plane.samples),
-                          100.0 * static_cast<double>(plane.differing) /
-                              static_cast<double>(plane.samples),
-                          plane.largest, *plane.psnr);
-        } else {
-            std::snprintf(line, sizeof line, "%s: identical\n", plane.plane.c_str());
-        }
-        text += line;
+        text += plane.psnr
+                    ? fmt::format("{}: {} of {} differ ({:.3g} %), by {} at most, PSNR {:.2f} dB\n",
+                                  plane.plane, plane.differing, plane.samples,
+                                  100.0 * static_cast<double>(plane.differing) /
+                                      static_cast<double>(plane.samples),
+                                  plane.largest, *plane.psnr)
+                    : fmt::format("{}: identical\n", plane.plane);
     }
     return text;
+}
+
+Json ToJson(const PictureDifference& difference) {
+    Json planes = Json::array();
+    for (const PlaneDifference& plane : difference.planes) {
+        planes.push_back({{"plane", plane.plane},
+                          {"samples", plane.samples},
+                          {"differing", plane.differing},
+                          {"largest", plane.largest},
+                          {"psnr", plane.psnr ? Json(*plane.psnr) : Json(nullptr)}});
+    }
+    Json first = nullptr;
+    if (const auto& pixel = difference.first) {
+        first = {{"x", pixel->x},
+                 {"y", pixel->y},
+                 {"plane", pixel->plane},
+                 {"values", {pixel->a, pixel->b}}};
+    }
+    return {{"identical", difference.identical()}, {"first", first}, {"planes", planes}};
+}
+
+host::Image DifferenceMap(const host::Image& a, const host::Image& b) {
+    return MapAll(PlanesOf(a, b));
+}
+
+host::Image DifferenceMap(const RgbImage& a, const RgbImage& b) {
+    return MapAll(PlanesOf(a, b));
+}
+
+RgbImage HeatMap(const host::Image& differenceMap) {
+    NumberMap map{differenceMap.width(), differenceMap.height(), {}, "difference"};
+    std::ranges::transform(
+        differenceMap.bytes(), std::back_inserter(map.values), [](std::uint8_t value) {
+            return value == 0 ? std::numeric_limits<float>::quiet_NaN() : static_cast<float>(value);
+        });
+    return FalseColour(map);
 }

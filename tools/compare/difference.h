@@ -5,23 +5,24 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json_fwd.hpp>
+
 #include "host/picture/false_colour.h"
 #include "host/picture/image.h"
 #include "host/picture/rgb_image.h"
 
-// Where and how far two pictures of one size differ; padding is not looked at.
+// Where and by how much two pictures of one format and size differ. Padding is not compared.
 
 struct PlaneDifference {
     std::string plane; // Y, U, V, or R, G, B
     std::uint64_t samples = 0;
-    std::uint64_t differing = 0; // samples that differ at all
-    int largest = 0;
-    // 10 log10(255^2 / mean squared difference), in dB; nothing where all are the same.
-    std::optional<double> psnr;
+    std::uint64_t differing = 0; // samples that are not equal
+    int largest = 0;             // absolute difference of a sample
+    std::optional<double> psnr;  // dB against a peak of 255; nothing where all samples are equal
 };
 
 struct DifferingPixel {
-    int x = 0; // picture pixels; of chroma the upper left of the four that share it
+    int x = 0; // pixels; of the four pixels that share a chroma sample the upper left one
     int y = 0;
     std::string plane;
     int a = 0;
@@ -30,21 +31,22 @@ struct DifferingPixel {
 
 struct PictureDifference {
     std::vector<PlaneDifference> planes;
-    std::optional<DifferingPixel> first; // from the top, then from the left
+    std::optional<DifferingPixel> first; // in reading order
 
     bool identical() const { return !first; }
-    std::uint64_t differing() const;
-    int largest() const;
 };
 
-// Both of the same format, width and height.
 PictureDifference Compare(const host::Image& a, const host::Image& b);
 PictureDifference Compare(const RgbImage& a, const RgbImage& b);
 
-// The largest difference of any plane at each place, none where there is no difference; reduced so
-// that no side is longer than 2000, each place then holding the largest of those it stands for.
-NumberMap DifferenceMap(const host::Image& a, const host::Image& b);
-NumberMap DifferenceMap(const RgbImage& a, const RgbImage& b);
+// "identical", or the first differing pixel and a line of counts and PSNR for each plane.
+std::string ToText(const PictureDifference& difference);
+nlohmann::ordered_json ToJson(const PictureDifference& difference);
 
-// "identical", or the first pixel, counts and PSNR, a line for each plane.
-std::string InWords(const PictureDifference& difference);
+// The largest difference of any plane at each pixel, as a Y8 image. A map with a side of more than
+// 2000 pixels is reduced; a pixel then holds the largest difference of those it stands for.
+host::Image DifferenceMap(const host::Image& a, const host::Image& b);
+host::Image DifferenceMap(const RgbImage& a, const RgbImage& b);
+
+// A difference map in false colours; equal pixels are grey.
+RgbImage HeatMap(const host::Image& differenceMap);

@@ -1,99 +1,57 @@
 #include "tools/dumps/dump_image.h"
 
+#include <opencv2/core.hpp>
+
 #include <algorithm>
 #include <cmath>
-#include <cstring>
-#include <string>
+#include <cstdint>
+#include <optional>
+
+#include <fmt/format.h>
 
 #include "host/picture/errors.h"
 
 namespace fs = std::filesystem;
+using Format = host::Image::Format;
 
 namespace {
 
-host::Image FromBytes(host::Image::Format format, const Bytes& bytes, int width, int pitch,
-                      int height) {
-    host::Image image(format, std::min(width, pitch), height, pitch);
-    if (!bytes.empty()) {
-        std::memcpy(image.bytes().data(), bytes.data(),
-                    std::min(bytes.size(), image.bytes().size()));
-    }
-    return image;
-}
-
-Bytes ReadAtLeast(const fs::path& path, std::size_t expected, int pitch, int height) {
-    Bytes bytes = ReadFileBytes(path);
-    if (bytes.size() < expected) {
-        throw UseError(path.string() + ": expected " + std::to_string(expected) + " bytes for " +
-                       std::to_string(pitch) + "x" + std::to_string(height) + ", found " +
-                       std::to_string(bytes.size()));
-    }
-    return bytes;
-}
-
-// Columns before the padding: behind them every byte of both planes is the same as the one above.
-int WidthBeforePadding(const Bytes& bytes, int pitch, int height) {
-    if (bytes.size() < Nv12Bytes(pitch, height)) {
-        return pitch;
-    }
-    const auto constant = [&](int column) {
-        const auto at = [&](int row) {
-            return bytes[static_cast<std::size_t>(row) * static_cast<std::size_t>(pitch) +
-                         static_cast<std::size_t>(column)];
-        };
-        for (int row = 1; row < height + height / 2; ++row) {
-            if (row != height && at(row) != at(row - 1)) {
-                return false;
-            }
-        }
-        return true;
-    };
-    int width = pitch;
-    while (width > 0 && constant(width - 1)) {
-        --width;
-    }
-    return width + width % 2;
-}
-
-} // namespace
-
-std::size_t Nv12Bytes(int pitch, int height) {
-    return static_cast<std::size_t>(pitch) * static_cast<std::size_t>(height + height / 2);
-}
-
-std::size_t Y8Bytes(int pitch, int height) {
-    return static_cast<std::size_t>(pitch) * static_cast<std::size_t>(height);
-}
-
-host::Image ReadNv12Dump(const fs::path& path, int width, int pitch, int height) {
-    return Nv12FromBytes(ReadAtLeast(path, Nv12Bytes(pitch, height), pitch, height), width, pitch,
-                         height);
-}
-
-host::Image ReadY8Dump(const fs::path& path, int width, int pitch, int height) {
-    return Y8FromBytes(ReadAtLeast(path, Y8Bytes(pitch, height), pitch, height), width, pitch,
-                       height);
-}
-
-host::Image Nv12FromBytes(const Bytes& bytes, int width, int pitch, int height) {
-    return FromBytes(host::Image::Format::Nv12, bytes, width, pitch, height);
-}
-
-host::Image Y8FromBytes(const Bytes& bytes, int width, int pitch, int height) {
-    return FromBytes(host::Image::Format::Y8, bytes, width, pitch, height);
-}
-
-namespace {
-
-// The width in the parameters' name, where it can be that of a file with this name.
-std::optional<int> NamedWidth(const DumpSet& set, const DumpName& name) {
+// The width of this image by the parameters' name, if the two names can be of one image.
+std::optional<int> NamedWidth(const DumpSet& set, const DumpName& image) {
     const auto& parameters = set.file(DumpRole::kParameters);
-    const bool fits = parameters && parameters->name.height == name.height &&
-                      parameters->name.first <= name.first;
+    const bool fits = parameters && parameters->name.height == image.height &&
+                      parameters->name.first <= image.first;
     return fits ? std::optional(parameters->name.first) : std::nullopt;
 }
 
-// What an aux image's width can be by the part of the sensor that it shows.
+// Columns before the padding, in which no plane's bytes change from row to row. The pitch where
+// that holds for all columns: then they show nothing.
+int WidthBeforePadding(const Bytes& bytes, int pitch, int height) {
+    if (bytes.size() < ImageBytes(Format::Nv12, pitch, height)) {
+        return pitch;
+    }
+    int width = 0;
+    auto* plane = const_cast<std::uint8_t*>(bytes.data()); // which the matrix only reads
+    for (const int rows : {height, height / 2}) {
+        const cv::Mat matrix(rows, pitch, CV_8UC1, plane);
+        plane += matrix.total();
+        if (matrix.empty()) {
+            continue;
+        }
+        cv::Mat1b lowest;
+        cv::Mat1b highest;
+        cv::reduce(matrix, lowest, 0, cv::REDUCE_MIN);
+        cv::reduce(matrix, highest, 0, cv::REDUCE_MAX);
+        int end = pitch;
+        while (end > width && lowest(0, end - 1) == highest(0, end - 1)) {
+            --end;
+        }
+        width = end;
+    }
+    return width == 0 ? pitch : width + width % 2;
+}
+
+// The widths that the aspect of the sensor's part allows an image of this height.
 struct AspectWidth {
     double lowest = 0;
     double highest = 0;
@@ -101,7 +59,7 @@ struct AspectWidth {
 };
 
 AspectWidth WidthByAspect(const DumpParameters& parameters, int height) {
-    // Sides of the sensor's part are whole pixels, cut off at both ends: two off at the most.
+    // Each side of the part was rounded to whole pixels at both ends: it may be two pixels off.
     const auto across = static_cast<double>(parameters.auxCropWidth);
     const auto down = static_cast<double>(parameters.auxCropHeight);
     return {height * (across - 2) / (down + 2), height * (across + 2) / std::max(down - 2, 1.0),
@@ -110,18 +68,59 @@ AspectWidth WidthByAspect(const DumpParameters& parameters, int height) {
 
 } // namespace
 
-int MainWidth(const DumpSet& set) {
-    const auto& main = set.file(DumpRole::kMain);
-    const auto& parameters = set.file(DumpRole::kParameters);
-    if (main) {
-        return NamedWidth(set, main->name).value_or(main->name.first);
-    }
-    return parameters ? parameters->name.first : 0;
+Format FormatOf(DumpRole role) {
+    return role == DumpRole::kDisparity ? Format::Y8 : Format::Nv12;
 }
 
-int OutputWidth(const DumpSet& set) {
-    const DumpName& output = set.file(DumpRole::kOutput)->name;
-    return NamedWidth(set, output).value_or(output.first);
+std::size_t ImageBytes(Format format, int pitch, int height) {
+    const int rows = format == Format::Nv12 ? height + height / 2 : height;
+    return static_cast<std::size_t>(pitch) * static_cast<std::size_t>(rows);
+}
+
+std::size_t ImageBytes(const DumpName& name) {
+    return ImageBytes(FormatOf(name.role), name.first, name.height);
+}
+
+host::Image ImageFromBytes(Format format, const Bytes& bytes, int width, int pitch, int height) {
+    host::Image image(format, std::min(width, pitch), height, pitch);
+    std::copy_n(bytes.begin(), std::min(bytes.size(), image.bytes().size()), image.bytes().begin());
+    return image;
+}
+
+host::Image ReadImageDump(const fs::path& path, Format format, int width, int pitch, int height) {
+    const Bytes bytes = ReadFileBytes(path);
+    const std::size_t expected = ImageBytes(format, pitch, height);
+    if (bytes.size() < expected) {
+        throw UseError(fmt::format("{}: expected {} bytes for {}x{}, found {}", path.string(),
+                                   expected, pitch, height, bytes.size()));
+    }
+    return ImageFromBytes(format, bytes, width, pitch, height);
+}
+
+host::Image ReadImageDump(const DumpFile& file, int width) {
+    return ReadImageDump(file.path, FormatOf(file.name.role), width, file.name.first,
+                         file.name.height);
+}
+
+ParameterText ReadParameters(const DumpSet& set) {
+    const auto& file = set.file(DumpRole::kParameters);
+    if (!file) {
+        throw UseError(set.name() + ": expected a parameter text, found none");
+    }
+    return ParseParameterText(ReadFileBytes(file->path));
+}
+
+int WidthOf(const DumpSet& set, DumpRole role) {
+    const auto& file = set.file(role);
+    const auto& parameters = set.file(DumpRole::kParameters);
+    if (role != DumpRole::kAux) {
+        return file         ? NamedWidth(set, file->name).value_or(file->name.first)
+               : parameters ? parameters->name.first
+                            : 0;
+    }
+    const ParameterText text = parameters ? ReadParameters(set) : ParameterText{};
+    const bool usable = parameters && text.problems.empty();
+    return AuxWidth(set, usable ? &text.values : nullptr, ReadFileBytes(file->path));
 }
 
 int AuxWidth(const DumpSet& set, const DumpParameters* parameters, const Bytes& bytes) {
@@ -129,9 +128,9 @@ int AuxWidth(const DumpSet& set, const DumpParameters* parameters, const Bytes& 
     const DumpName& aux = set.file(DumpRole::kAux)->name;
     const auto& main = set.file(DumpRole::kMain);
     if (main && main->name.first == aux.first && main->name.height == aux.height) {
-        return MainWidth(set);
+        return WidthOf(set, DumpRole::kMain);
     }
-    // Names that say so have changed places.
+    // The parameters' name fits the aux image alone: main and aux have exchanged their names.
     if (main && !NamedWidth(set, main->name) && NamedWidth(set, aux)) {
         return *NamedWidth(set, aux);
     }
@@ -140,36 +139,9 @@ int AuxWidth(const DumpSet& set, const DumpParameters* parameters, const Bytes& 
         return padded;
     }
     const AspectWidth width = WidthByAspect(*parameters, aux.height);
-    const bool padding = padded >= width.lowest - 1 && padded <= width.highest + 1;
+    const bool agrees = padded >= width.lowest - 1 && padded <= width.highest + 1;
     const bool plausible = width.likeliest <= aux.first &&
                            width.likeliest > aux.first - kMostPadding &&
                            width.likeliest > aux.first * 7 / 10;
-    return !padding && plausible ? width.likeliest : padded;
-}
-
-ParameterText ReadParameters(const DumpSet& set) {
-    const auto& file = set.file(DumpRole::kParameters);
-    if (!file) {
-        throw UseError(set.name() + ": expected a parameter text, found none");
-    }
-    const Bytes bytes = ReadFileBytes(file->path);
-    return ParseParameterText(
-        std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
-}
-
-int WidthOf(const DumpSet& set, DumpRole role) {
-    switch (role) {
-    case DumpRole::kOutput:
-        return OutputWidth(set);
-    case DumpRole::kAux:
-        if (set.file(DumpRole::kParameters)) {
-            const ParameterText text = ReadParameters(set);
-            const bool read = text.problems.empty();
-            return AuxWidth(set, read ? &text.values : nullptr,
-                            ReadFileBytes(set.file(DumpRole::kAux)->path));
-        }
-        return AuxWidth(set, nullptr, ReadFileBytes(set.file(DumpRole::kAux)->path));
-    default:
-        return MainWidth(set);
-    }
+    return !agrees && plausible ? width.likeliest : padded;
 }

@@ -1,41 +1,42 @@
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
-#include <optional>
 
 #include "host/picture/file_bytes.h"
 #include "host/picture/image.h"
 #include "tools/dumps/dump_set.h"
 #include "tools/dumps/parameter_text.h"
 
-// What a dump's bytes should be, and the image they make.
+// Dumped images: how many bytes they have, how wide they are, their pixels. Sizes are in pixels,
+// pitches in bytes.
 
-// Bytes of an NV12 dump of this pitch and height.
-std::size_t Nv12Bytes(int pitch, int height);
-std::size_t Y8Bytes(int pitch, int height);
+// Y8 for the disparity, NV12 for the three images.
+host::Image::Format FormatOf(DumpRole role);
 
-// The image, of `width` pixels a row; what the file has beyond it is left out. Throws UseError that
-// names the file where it has fewer bytes than its name says.
-host::Image ReadNv12Dump(const std::filesystem::path& path, int width, int pitch, int height);
-host::Image ReadY8Dump(const std::filesystem::path& path, int width, int pitch, int height);
+// Bytes of an image with this pitch and height, or with those that the dump's name gives.
+std::size_t ImageBytes(host::Image::Format format, int pitch, int height);
+std::size_t ImageBytes(const DumpName& name);
 
-// The same from bytes; what is missing stays 0.
-host::Image Nv12FromBytes(const Bytes& bytes, int width, int pitch, int height);
-host::Image Y8FromBytes(const Bytes& bytes, int width, int pitch, int height);
+// The image that a dump's bytes hold. Bytes that are missing are 0, further ones are ignored.
+// `width` is limited to the pitch. For NV12 the pitch must be even.
+host::Image ImageFromBytes(host::Image::Format format, const Bytes& bytes, int width, int pitch,
+                           int height);
 
-// Pixels in a row of the main image, which the parameters' name tells; its pitch where it does not.
-int MainWidth(const DumpSet& set);
+// The same from a file. Throws UseError if it cannot be read or has too few bytes.
+host::Image ReadImageDump(const std::filesystem::path& path, host::Image::Format format, int width,
+                          int pitch, int height);
+host::Image ReadImageDump(const DumpFile& file, int width);
 
-// The same for the output: the main image's where they are as high.
-int OutputWidth(const DumpSet& set);
+// Throws UseError if the set has no parameters or they cannot be read.
+ParameterText ReadParameters(const DumpSet& set);
 
-// For the aux image no name tells it. It is the main image's where pitch and height are the same;
-// else the part of the sensor that it shows has its aspect, and padding that is one value from top
-// to bottom gives the width where the aspect leaves a choice. `bytes` are the file's.
-int AuxWidth(const DumpSet& set, const DumpParameters* parameters, const Bytes& bytes);
-
-// Pixels in a row of this file of the set, read where needed.
+// Width of a file's image, read where needed. Names give it for the main image, by way of the
+// parameters' name, and so for the output and the disparity. Where they do not it is the pitch.
 int WidthOf(const DumpSet& set, DumpRole role);
 
-// The set's parameters. Throws UseError where there are none.
-ParameterText ReadParameters(const DumpSet& set);
+// Width of the aux image, which no name gives. With the main image's pitch and height it has the
+// main image's width, too. Otherwise its aspect is that of the sensor's part that it shows, and
+// padding, which has one value from top to bottom, decides where the aspect leaves a choice.
+// `parameters` may be null; `bytes` are the aux file's.
+int AuxWidth(const DumpSet& set, const DumpParameters* parameters, const Bytes& bytes);

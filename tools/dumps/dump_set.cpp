@@ -6,6 +6,8 @@
 #include <system_error>
 #include <utility>
 
+#include <fmt/format.h>
+
 #include "host/picture/errors.h"
 
 namespace fs = std::filesystem;
@@ -39,14 +41,14 @@ void Add(Sets& sets, const fs::path& path) {
 void AddFolder(Sets& sets, const fs::path& folder) {
     std::error_code error;
     fs::recursive_directory_iterator entries(folder, error);
-    fs::path reading = folder; // what an error is about
+    fs::path reading = folder; // the path that an error concerns
     while (!error && entries != fs::recursive_directory_iterator()) {
         reading = entries->path();
         Add(sets, reading);
         entries.increment(error);
     }
     if (error) {
-        throw UseError(reading.string() + ": cannot be read: " + error.message());
+        throw UseError(fmt::format("{}: cannot be read: {}", reading.string(), error.message()));
     }
 }
 
@@ -115,8 +117,10 @@ std::vector<DumpSet> FindDumpSets(const std::vector<fs::path>& places) {
 DumpSet FindDumpSet(const fs::path& place) {
     std::vector<DumpSet> sets = FindDumpSets({place});
     if (sets.size() != 1) {
-        throw UseError(place.string() + ": expected one dump set, found " +
-                       std::to_string(sets.size()) + "; name a file of one, or use --all");
+        throw UseError(
+            fmt::format("{}: expected one dump set, found {}; name a file of one, or use "
+                        "--all",
+                        place.string(), sets.size()));
     }
     return std::move(sets.front());
 }
@@ -127,7 +131,7 @@ std::vector<std::string> DistinctNames(const std::vector<DumpSet>& sets) {
     for (const DumpSet& set : sets) {
         std::string name = set.stem;
         for (int i = 2; !taken.insert(name).second; ++i) {
-            name = set.stem + "-" + std::to_string(i);
+            name = fmt::format("{}-{}", set.stem, i);
         }
         names.push_back(name);
     }

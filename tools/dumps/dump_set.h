@@ -20,20 +20,20 @@ struct DumpSet {
     std::filesystem::path folder;
     std::string stem;
     std::array<std::optional<DumpFile>, 5> files; // by role
-    // Further files of the same role and second, of another capture: only the latest of a role is
-    // in `files`.
+    // Two captures of one second have the same stem. Of the files of one role, `files` holds the
+    // one that was written last and this list the others.
     std::vector<std::filesystem::path> surplus;
 
     const std::optional<DumpFile>& file(DumpRole role) const {
         return files[static_cast<std::size_t>(role)];
     }
-    // As messages and results call it.
+    // For messages and results.
     std::string name() const { return (folder / stem).string(); }
 };
 
-// The sets in these places, sorted by name: a folder stands for all sets in it and below, a file
-// for the set that it belongs to, and so does "folder/stem". Throws UseError for a place that does
-// not exist, holds no set or cannot be read.
+// The sets in these places, sorted by name. A place is a folder, for all sets in it and in the
+// folders below, or a file of a set, or a set's "folder/stem". Throws UseError for a place that
+// does not exist, holds no set or cannot be read.
 std::vector<DumpSet> FindDumpSets(const std::vector<std::filesystem::path>& places);
 
 struct RefusedPlace {
@@ -41,17 +41,17 @@ struct RefusedPlace {
     std::string mistake;
 };
 
-// The same, where a place that would throw is listed instead and the others are read.
+// The same, but a place that would throw is added to `refused`, and the other places are read.
 std::vector<DumpSet> FindDumpSets(const std::vector<std::filesystem::path>& places,
                                   std::vector<RefusedPlace>& refused);
 
-// The one set of this place; UseError where there are more.
+// The only set in this place. Throws UseError if there is none or more than one.
 DumpSet FindDumpSet(const std::filesystem::path& place);
 
-// For each set a name for its results: the stem, with a number where sets of several folders share
-// it. The same sets give the same names.
+// A name for the results of each set: its stem, with a number appended if sets of several folders
+// share it. The names depend on the sets and their order alone.
 std::vector<std::string> DistinctNames(const std::vector<DumpSet>& sets);
 
-// The set that a single dump belongs to, of which the file need not be readable; nothing for a file
-// with another kind of name.
+// The set of a dump, by the dump's name; the file itself is not read. Nothing if the name is not
+// a dump's or the folder has no such set.
 std::optional<DumpSet> SetOfFile(const std::filesystem::path& file);

@@ -2,7 +2,11 @@
 
 #include <algorithm>
 #include <charconv>
+#include <string_view>
 #include <utility>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "engine/refocus_engine.h"
 
@@ -36,167 +40,170 @@ constexpr FaceField kFaceFields[] = {
 
 constexpr char kFaceCount[] = "facenum";
 
-std::vector<std::string> LinesOf(std::string_view text) {
-    std::vector<std::string> lines;
-    while (!text.empty()) {
-        const auto end = text.find('\n');
-        lines.emplace_back(text.substr(0, end));
-        text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
-    }
-    return lines;
+// The start of a line, in quotes and without bytes that a terminal would obey.
+std::string Quoted(std::string_view line) {
+    std::string shown(line.substr(0, 40));
+    std::ranges::replace_if(
+        shown, [](char character) { return character < ' ' || character > '~'; }, '?');
+    return fmt::format("\"{}\"", shown);
 }
 
-// A line as a message can show it.
-std::string Shown(const std::string& line) {
-    std::string shown = line.substr(0, 40);
-    for (char& character : shown) {
-        if (character < ' ' || character > '~') {
-            character = '?';
-        }
-    }
-    return "\"" + shown + "\"";
-}
-
-// Walks the lines; keeps to the order in which the node writes them.
+// Reads the lines in the order in which the node writes them.
 class Reader {
 public:
-    Reader(std::string_view text, std::vector<std::string>& problems)
-        : lines_(LinesOf(text)), problems_(problems) {}
+    explicit Reader(std::string_view text) : rest_(text) {}
 
     void Fixed(const std::string& expected) {
-        if (at_ < lines_.size() && lines_[at_] == expected) {
-            ++at_;
+        if (!atEnd() && Line() == expected) {
+            Advance();
         } else {
-            Refuse(expected.empty() ? "an empty line" : "\"" + expected + "\"");
+            Refuse(expected.empty() ? "an empty line" : Quoted(expected));
         }
     }
 
-    std::int32_t Value(const std::string& name) {
-        std::int32_t value = 0;
-        const std::string start = name + "=";
-        if (at_ < lines_.size() && lines_[at_].starts_with(start)) {
-            const std::string& line = lines_[at_];
-            const char* const end = line.data() + line.size();
-            const auto [next, error] = std::from_chars(line.data() + start.size(), end, value);
+    std::int32_t Value(std::string_view name) {
+        const std::string start = fmt::format("{}=", name);
+        if (Line().starts_with(start)) {
+            std::int32_t value = 0;
+            const std::string_view digits = Line().substr(start.size());
+            const char* const end = digits.data() + digits.size();
+            const auto [next, error] = std::from_chars(digits.data(), end, value);
             if (error == std::errc() && next == end) {
-                ++at_;
+                Advance();
                 return value;
             }
         }
-        Refuse("\"" + start + "\" and a number");
+        Refuse(fmt::format("\"{}\" and a number", start));
         return 0;
     }
 
-    bool AtEnd() const { return at_ >= lines_.size(); }
+    bool atEnd() const { return rest_.empty(); }
 
     void End() {
-        if (!AtEnd()) {
+        if (!atEnd()) {
             Refuse("nothing more");
         }
     }
 
+    // The first line that differs; those after it would only follow from it.
+    const std::string& problem() const { return problem_; }
+
 private:
-    // A line in the wrong place is passed over only where the one after it goes on as it should, so
-    // that one fault is one problem.
-    void Refuse(const std::string& expected) {
-        if (failed_) {
-            return;
-        }
-        failed_ = true;
-        problems_.push_back("line " + std::to_string(at_ + 1) + ": expected " + expected +
-                            ", found " + (AtEnd() ? "the end" : Shown(lines_[at_])));
+    std::string_view Line() const { return rest_.substr(0, rest_.find('\n')); }
+
+    void Advance() {
+        rest_.remove_prefix(std::min(Line().size() + 1, rest_.size()));
+        ++number_;
     }
 
-    std::vector<std::string> lines_;
-    std::vector<std::string>& problems_;
-    std::size_t at_ = 0;
-    bool failed_ = false;
+    void Refuse(const std::string& expected) {
+        if (problem_.empty()) {
+            problem_ = fmt::format("line {}: expected {}, found {}", number_, expected,
+                                   atEnd() ? "the end" : Quoted(Line()));
+        }
+    }
+
+    std::string_view rest_;
+    std::size_t number_ = 1; // of the line at the start of `rest_`
+    std::string problem_;
 };
 
-std::string FaceHead(std::int32_t face) {
-    return "[0_face_" + std::to_string(face) + "]";
+std::string FaceHead(std::size_t face) {
+    return fmt::format("[0_face_{}]", face);
 }
 
-std::string FaceText(const DumpedFace& face) {
-    std::string text;
-    for (const FaceField& field : kFaceFields) {
-        text += std::string(text.empty() ? "" : ",") + std::to_string(face.*field.value);
+std::string FaceText(const std::vector<DumpedFace>& faces, std::size_t index) {
+    if (index >= faces.size()) {
+        return "none";
     }
-    return text;
+    const DumpedFace& face = faces[index];
+    return fmt::format("{},{},{},{},{}", face.left, face.top, face.right, face.bottom, face.orient);
 }
 
 } // namespace
 
-ParameterText ParseParameterText(std::string_view text) {
+ParameterText ParseParameterText(const Bytes& bytes) {
+    const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     ParameterText parsed;
-    Reader reader(text, parsed.problems);
+    Reader reader(text);
     reader.Fixed("[0]");
     for (const Field& field : kFields) {
         parsed.values.*field.value = reader.Value(field.name);
     }
     reader.Fixed("");
     const std::int32_t count = reader.Value(kFaceCount);
-    if (count < 0 || count > kFaceCapacity) {
-        parsed.problems.push_back("facenum: expected 0 to " + std::to_string(kFaceCapacity) +
-                                  ", found " + std::to_string(count));
-    }
-    for (std::int32_t i = 0; i < std::clamp(count, 0, kFaceCapacity) && !reader.AtEnd(); ++i) {
-        reader.Fixed(FaceHead(i));
-        DumpedFace face;
+    const bool possible = count >= 0 && count <= kFaceCapacity;
+    for (std::int32_t i = 0; i < std::clamp(count, 0, kFaceCapacity) && !reader.atEnd(); ++i) {
+        reader.Fixed(FaceHead(parsed.values.faces.size()));
+        DumpedFace& face = parsed.values.faces.emplace_back();
         for (const FaceField& field : kFaceFields) {
             face.*field.value = reader.Value(field.name);
         }
-        parsed.values.faces.push_back(face);
     }
-    if (std::cmp_less(parsed.values.faces.size(), count) && parsed.problems.empty()) {
-        parsed.problems.push_back("facenum says " + std::to_string(count) + " faces, found " +
-                                  std::to_string(parsed.values.faces.size()));
+    if (!possible) {
+        parsed.problems.push_back(
+            fmt::format("facenum: expected 0 to {}, found {}", kFaceCapacity, count));
+    } else if (std::cmp_less(parsed.values.faces.size(), count) && reader.problem().empty()) {
+        parsed.problems.push_back(
+            fmt::format("facenum: expected {} faces, found {}", count, parsed.values.faces.size()));
     }
     if (!text.empty() && text.back() != '\n') {
-        parsed.problems.emplace_back("the last line has no end");
+        parsed.problems.emplace_back("the last line does not end in a newline");
     }
     reader.End();
+    if (!reader.problem().empty()) {
+        parsed.problems.insert(parsed.problems.begin(), reader.problem());
+    }
     return parsed;
 }
 
 std::string FormatParameterText(const DumpParameters& parameters) {
     std::string text = "[0]\n";
-    const auto add = [&text](const std::string& name, std::int32_t value) {
-        text += name + "=" + std::to_string(value) + "\n";
+    const auto add = [&text](const char* name, auto value) {
+        text += fmt::format("{}={}\n", name, value);
     };
     for (const Field& field : kFields) {
         add(field.name, parameters.*field.value);
     }
     text += "\n";
-    const auto count = static_cast<std::int32_t>(parameters.faces.size());
-    add(kFaceCount, count);
-    for (std::int32_t i = 0; i < count; ++i) {
+    add(kFaceCount, parameters.faces.size());
+    for (std::size_t i = 0; i < parameters.faces.size(); ++i) {
         text += FaceHead(i) + "\n";
         for (const FaceField& field : kFaceFields) {
-            add(field.name, parameters.faces[static_cast<std::size_t>(i)].*field.value);
+            add(field.name, parameters.faces[i].*field.value);
         }
     }
     return text;
 }
 
+nlohmann::ordered_json ToJson(const DumpParameters& parameters) {
+    nlohmann::ordered_json faces = nlohmann::ordered_json::array();
+    for (const DumpedFace& face : parameters.faces) {
+        nlohmann::ordered_json& entry = faces.emplace_back();
+        for (const FaceField& field : kFaceFields) {
+            entry[field.name] = face.*field.value;
+        }
+    }
+    return {{"blur", parameters.blur},
+            {"focus", {parameters.focusX, parameters.focusY}},
+            {"mainCrop", {parameters.mainCropWidth, parameters.mainCropHeight}},
+            {"auxCrop", {parameters.auxCropWidth, parameters.auxCropHeight}},
+            {"rotation", parameters.degree},
+            {"faces", faces}};
+}
+
 std::vector<std::string> DifferencesOf(const DumpParameters& before, const DumpParameters& after) {
     std::vector<std::string> differences;
-    const auto compare = [&](const std::string& name, const std::string& old,
-                             const std::string& now) {
+    const auto compare = [&](const std::string& name, const auto& old, const auto& now) {
         if (old != now) {
-            differences.push_back(name + ": " + old + " -> " + now);
+            differences.push_back(fmt::format("{}: {} -> {}", name, old, now));
         }
     };
     for (const Field& field : kFields) {
-        compare(field.name, std::to_string(before.*field.value),
-                std::to_string(after.*field.value));
+        compare(field.name, before.*field.value, after.*field.value);
     }
-    const std::size_t faces = std::max(before.faces.size(), after.faces.size());
-    for (std::size_t i = 0; i < faces; ++i) {
-        const auto text = [i](const std::vector<DumpedFace>& list) {
-            return i < list.size() ? FaceText(list[i]) : std::string("none");
-        };
-        compare("face " + std::to_string(i), text(before.faces), text(after.faces));
+    for (std::size_t i = 0; i < std::max(before.faces.size(), after.faces.size()); ++i) {
+        compare(fmt::format("face {}", i), FaceText(before.faces, i), FaceText(after.faces, i));
     }
     return differences;
 }

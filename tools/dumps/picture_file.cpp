@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <string>
 
+#include <fmt/format.h>
+
 #include "host/picture/errors.h"
 #include "host/picture/image_file.h"
 #include "host/picture/nv12.h"
@@ -13,12 +15,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Nothing where only the pitch is known.
+// Nothing if only the pitch is known.
 std::optional<int> DumpWidth(const fs::path& path, const SizedName& name,
                              std::optional<int> width) {
     if (width && *width > name.first) {
-        throw UseError("--width: expected at most " + std::to_string(name.first) +
-                       ", the pitch of " + path.string() + ", found " + std::to_string(*width));
+        throw UseError(fmt::format("--width: expected at most {}, the pitch of {}, found {}",
+                                   name.first, path.string(), *width));
     }
     if (!width) {
         const auto set = SetOfFile(path);
@@ -27,6 +29,17 @@ std::optional<int> DumpWidth(const fs::path& path, const SizedName& name,
         }
     }
     return width;
+}
+
+RgbImage GreyToRgb(const host::Image& image) {
+    RgbImage picture(image.width(), image.height());
+    for (int y = 0; y < picture.height; ++y) {
+        const std::uint8_t* row = image.plane(0) + static_cast<std::ptrdiff_t>(y) * image.pitch();
+        for (int x = 0; x < picture.width; ++x) {
+            picture.Set(x, y, {row[x], row[x], row[x]});
+        }
+    }
+    return picture;
 }
 
 } // namespace
@@ -50,33 +63,22 @@ PictureFile ReadPictureFile(const fs::path& path, std::optional<int> width) {
     }
     const auto name = ParseSizedName(path.filename().string());
     if (!name) {
-        throw UseError(path.string() +
-                       ": expected a name that ends in pitch and height, such as _4096x3000" +
-                       path.extension().string() + ", found none in it");
+        throw UseError(fmt::format("{}: expected a name that ends in pitch and height, such as "
+                                   "_4096x3000{}, found none in it",
+                                   path.string(), path.extension().string()));
     }
     const bool nv12 = picture.kind == PictureFile::Kind::kNv12;
-    const auto read = nv12 ? ReadNv12Dump : ReadY8Dump;
     if (!fs::exists(path)) {
-        ReadFileBytes(path); // says so
+        ReadFileBytes(path); // throws, and its message is the one for a missing file
     }
     if (nv12 && (name->first % 2 != 0 || name->second < 2)) {
-        throw UseError(path.string() + ": expected an even pitch and two rows or more, found " +
-                       std::to_string(name->first) + "x" + std::to_string(name->second));
+        throw UseError(fmt::format("{}: expected an even pitch and at least two rows, found {}x{}",
+                                   path.string(), name->first, name->second));
     }
     const auto known = DumpWidth(path, *name, width);
     picture.widthKnown = known.has_value();
-    picture.image = read(path, known.value_or(name->first), name->first, name->second);
-    return picture;
-}
-
-RgbImage GreyToRgb(const host::Image& image) {
-    RgbImage picture(image.width(), image.height());
-    for (int y = 0; y < picture.height; ++y) {
-        const std::uint8_t* row = image.plane(0) + static_cast<std::ptrdiff_t>(y) * image.pitch();
-        for (int x = 0; x < picture.width; ++x) {
-            picture.Set(x, y, {row[x], row[x], row[x]});
-        }
-    }
+    picture.image = ReadImageDump(path, nv12 ? host::Image::Format::Nv12 : host::Image::Format::Y8,
+                                  known.value_or(name->first), name->first, name->second);
     return picture;
 }
 

@@ -6,7 +6,7 @@
 #include "host/picture/image.h"
 #include "host/picture/rgb_image.h"
 
-// A file that holds a picture, whatever its kind.
+// A file that holds a picture: PNG or JPEG, or a dump.
 struct PictureFile {
     enum class Kind { kRgb, kNv12, kY8 };
 
@@ -19,15 +19,12 @@ struct PictureFile {
     int height() const { return kind == Kind::kRgb ? rgb.height : image.height(); }
 };
 
-// The picture's kind by the file's name; everything that is no dump counts as PNG or JPEG.
+// The kind by the file name's extension: .nv12 and .Y8 are dumps, all others PNG or JPEG.
 PictureFile::Kind KindOf(const std::filesystem::path& path);
 
-// Dumps are told by ".nv12" and ".Y8", and their names say pitch and height. `width`, in pixels, is
-// that of a dump; without one it comes from the other files of its set, else it is the pitch.
-// Throws UseError.
+// A dump's name gives its pitch and height. Its width is `width`, in pixels, or else follows from
+// the other files of its set, or else is the pitch. Throws UseError.
 PictureFile ReadPictureFile(const std::filesystem::path& path, std::optional<int> width);
 
-// Any kind as red, green and blue; disparity as grey.
+// The picture in red, green and blue; a disparity in grey.
 RgbImage ToRgb(const PictureFile& picture);
-
-RgbImage GreyToRgb(const host::Image& image);

@@ -35,8 +35,7 @@ std::string Named(const DumpFile& file) {
 
 std::optional<int> WrongPitch(const DumpFile& file, const Bytes& bytes) {
     // Luma alone, for which two thirds of the file are too much where rows are missing at its end.
-    const std::size_t luma =
-        std::min(bytes.size(), Nv12Bytes(file.name.first, file.name.height)) / 2;
+    const std::size_t luma = std::min(bytes.size(), ImageBytes(file.name)) / 2;
     const auto period = FindRowPeriod(std::span(bytes).first(luma), file.name.first);
     if (!period || std::abs(period->pitch - file.name.first) < kLeastPitchChange ||
         period->namedLikeness < kLeastUnlike ||
@@ -77,7 +76,8 @@ std::optional<int> HeightByLength(const DumpSet& set, const DumpFile& file) {
     for (const auto& other : set.files) {
         if (other && other->name.height != file.name.height &&
             IsNamedHeight(set, file, other->name.height) &&
-            file.bytes == Nv12Bytes(file.name.first, other->name.height)) {
+            file.bytes ==
+                ImageBytes(host::Image::Format::Nv12, file.name.first, other->name.height)) {
             return other->name.height;
         }
     }
@@ -87,7 +87,7 @@ std::optional<int> HeightByLength(const DumpSet& set, const DumpFile& file) {
 void CheckLayout(Inspection& inspection, const DumpFile& file) {
     const DumpRole role = file.name.role;
     const Bytes& bytes = inspection.bytes[static_cast<std::size_t>(role)];
-    const std::size_t expected = Nv12Bytes(file.name.first, file.name.height);
+    const std::size_t expected = ImageBytes(file.name);
     const auto report = [&](Problem problem, const std::string& text) {
         inspection.findings.push_back({problem, role, Named(file) + ", " + text});
     };
@@ -121,7 +121,7 @@ void CheckPresence(Inspection& inspection) {
         if (!set.file(role)) {
             inspection.findings.push_back(
                 {Problem::kMissing, role,
-                 std::string("expected the ") + RoleWord(role) + " file, found none"});
+                 std::string("expected the ") + RoleName(role) + " file, found none"});
         }
     }
     if (!set.file(DumpRole::kDisparity)) {
@@ -161,7 +161,7 @@ void CheckDisparitySize(Inspection& inspection) {
     if (!file) {
         return;
     }
-    const std::size_t expected = Y8Bytes(file->name.first, file->name.height);
+    const std::size_t expected = ImageBytes(file->name);
     if (file->bytes < expected) {
         inspection.findings.push_back({Problem::kDisparity, DumpRole::kDisparity,
                                        Named(*file) + ", expected " + std::to_string(expected) +

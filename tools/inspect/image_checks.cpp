@@ -208,7 +208,7 @@ void CheckWritten(Inspection& inspection) {
          {DumpRole::kMain, DumpRole::kAux, DumpRole::kOutput, DumpRole::kDisparity}) {
         const host::Image* image = Sound(inspection, role);
         if (image != nullptr && IsOneValue(*image)) {
-            inspection.notes.push_back(std::string(RoleWord(role)) + " is " +
+            inspection.notes.push_back(std::string(RoleName(role)) + " is " +
                                        std::to_string(*image->plane(0)) +
                                        " all over: was it ever written?");
         }
@@ -309,6 +309,6 @@ void CheckChroma(Inspection& inspection) {
                           : ofAux           ? DumpRole::kAux
                                             : DumpRole::kOutput;
     inspection.findings.push_back({Problem::kChroma, file,
-                                   std::string("the colours of the ") + RoleWord(file) +
+                                   std::string("the colours of the ") + RoleName(file) +
                                        " image fit the other images only with U and V swapped"});
 }

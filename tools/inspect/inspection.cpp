@@ -19,7 +19,7 @@ int WidthOfImage(const Inspection& inspection, DumpRole role) {
         return AuxWidth(inspection.set, inspection.parameters ? &*inspection.parameters : nullptr,
                         inspection.bytes[static_cast<std::size_t>(role)]);
     }
-    return role == DumpRole::kOutput ? OutputWidth(inspection.set) : MainWidth(inspection.set);
+    return WidthOf(inspection.set, role);
 }
 
 // Whether there can be an image of this name: an even pitch for NV12, and not so large that the
@@ -27,7 +27,8 @@ int WidthOfImage(const Inspection& inspection, DumpRole role) {
 bool CanBeRead(const DumpFile& file) {
     constexpr std::size_t kAlwaysRead = std::size_t{1} << 26;
     const bool nv12 = file.name.role != DumpRole::kDisparity;
-    const std::size_t expected = Nv12Bytes(file.name.first, file.name.height);
+    const std::size_t expected =
+        ImageBytes(host::Image::Format::Nv12, file.name.first, file.name.height);
     return (!nv12 || (file.name.first % 2 == 0 && file.name.height >= 2)) &&
            (expected <= kAlwaysRead || expected / 4 <= file.bytes);
 }
@@ -39,10 +40,9 @@ void ReadImages(Inspection& inspection) {
         if (!file || !CanBeRead(*file)) {
             continue;
         }
-        const auto make = role != DumpRole::kDisparity ? Nv12FromBytes : Y8FromBytes;
         inspection.images[static_cast<std::size_t>(role)] =
-            make(inspection.bytes[static_cast<std::size_t>(role)], WidthOfImage(inspection, role),
-                 file->name.first, file->name.height);
+            ImageFromBytes(FormatOf(role), inspection.bytes[static_cast<std::size_t>(role)],
+                           WidthOfImage(inspection, role), file->name.first, file->name.height);
     }
 }
 
@@ -101,8 +101,7 @@ Inspection Inspect(const DumpSet& set) {
     }
     if (set.file(DumpRole::kParameters)) {
         const Bytes& bytes = inspection.bytes[static_cast<std::size_t>(DumpRole::kParameters)];
-        ParameterText text = ParseParameterText(
-            std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
+        ParameterText text = ParseParameterText(bytes);
         for (std::string& problem : text.problems) {
             inspection.findings.push_back(
                 {Problem::kParameters, DumpRole::kParameters, std::move(problem)});

@@ -14,10 +14,10 @@ std::string FileLine(const Inspection& inspection, const DumpFile& file) {
     const auto& image = inspection.image(file.name.role);
     if (image) {
         std::snprintf(line, sizeof line, "  %-11s %dx%d, pitch %d, %ju bytes\n",
-                      RoleWord(file.name.role), image->width(), image->height(), image->pitch(),
+                      RoleName(file.name.role), image->width(), image->height(), image->pitch(),
                       file.bytes);
     } else {
-        std::snprintf(line, sizeof line, "  %-11s %ju bytes\n", RoleWord(file.name.role),
+        std::snprintf(line, sizeof line, "  %-11s %ju bytes\n", RoleName(file.name.role),
                       file.bytes);
     }
     return line;
@@ -67,23 +67,6 @@ std::string InWords(const Inspection& inspection) {
     return text + (inspection.findings.empty() ? "  nothing wrong found\n" : "");
 }
 
-Json ToJson(const DumpParameters& parameters) {
-    Json faces = Json::array();
-    for (const DumpedFace& face : parameters.faces) {
-        faces.push_back({{"left", face.left},
-                         {"top", face.top},
-                         {"right", face.right},
-                         {"bottom", face.bottom},
-                         {"orient", face.orient}});
-    }
-    return {{"blur", parameters.blur},
-            {"focus", {parameters.focusX, parameters.focusY}},
-            {"mainCrop", {parameters.mainCropWidth, parameters.mainCropHeight}},
-            {"auxCrop", {parameters.auxCropWidth, parameters.auxCropHeight}},
-            {"rotation", parameters.degree},
-            {"faces", faces}};
-}
-
 Json ToJson(const Inspection& inspection) {
     Json files = Json::object();
     for (const DumpRole role : kRoles) {
@@ -97,12 +80,12 @@ Json ToJson(const Inspection& inspection) {
                           {"height", image->height()},
                           {"pitch", image->pitch()}});
         }
-        files[RoleWord(role)] = entry;
+        files[RoleName(role)] = entry;
     }
     Json findings = Json::array();
     for (const Finding& finding : inspection.findings) {
         findings.push_back({{"problem", NameOf(finding.problem)},
-                            {"file", finding.file ? Json(RoleWord(*finding.file)) : Json(nullptr)},
+                            {"file", finding.file ? Json(RoleName(*finding.file)) : Json(nullptr)},
                             {"text", finding.text}});
     }
     return {{"set", inspection.set.name()},

@@ -9,5 +9,3 @@
 // Files, parameters, findings and notes, for a reader and as JSON.
 std::string InWords(const Inspection& inspection);
 nlohmann::ordered_json ToJson(const Inspection& inspection);
-
-nlohmann::ordered_json ToJson(const DumpParameters& parameters);

@@ -75,7 +75,7 @@ void CheckAuxCrop(Inspection& inspection) {
         1.0 * image->height() * values.auxCropWidth / std::max(values.auxCropHeight, 1);
     const bool fits = byAspect < image->pitch() + 4 && byAspect > image->pitch() - kMostPadding &&
                       byAspect > image->pitch() * 0.7;
-    const int width = fits && image->width() != MainWidth(inspection.set)
+    const int width = fits && image->width() != WidthOf(inspection.set, DumpRole::kMain)
                           ? static_cast<int>(std::lround(byAspect))
                           : image->width();
     CheckCrop(inspection, "i32Aux", values.auxCropWidth, values.auxCropHeight,

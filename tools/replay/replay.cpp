@@ -38,7 +38,7 @@ std::string Text(Size size) {
 const DumpFile& Required(const DumpSet& set, DumpRole role) {
     const auto& file = set.file(role);
     if (!file) {
-        throw UseError(set.name() + ": expected the " + RoleWord(role) + " file, found none");
+        throw UseError(set.name() + ": expected the " + RoleName(role) + " file, found none");
     }
     return *file;
 }
@@ -50,7 +50,7 @@ host::Image ReadInput(const DumpSet& set, DumpRole role, std::optional<int> give
         throw UseError(file.path.string() + ": expected an even width of at most the pitch, " +
                        std::to_string(file.name.first) + ", found " + std::to_string(width));
     }
-    return ReadNv12Dump(file.path, width, file.name.first, file.name.height);
+    return ReadImageDump(file, width);
 }
 
 struct Sensors {
@@ -231,9 +231,7 @@ void TakeDumps(const DeviceFolder& device, const std::string& stem, Replayed& re
         name->stem = stem;
         Bytes bytes = ReadFileBytes(path);
         if (name->role == DumpRole::kParameters) {
-            replayed.taken =
-                ParseParameterText({reinterpret_cast<const char*>(bytes.data()), bytes.size()})
-                    .values;
+            replayed.taken = ParseParameterText(bytes).values;
         }
         replayed.files.emplace_back(DumpFileName(*name), std::move(bytes));
     }
@@ -246,8 +244,7 @@ void CompareOutput(const DumpSet& set, Replayed& replayed) {
         return;
     }
     replayed.dumpedOutput =
-        ReadNv12Dump(file->path, std::min(replayed.output.width(), file->name.first),
-                     file->name.first, file->name.height);
+        ReadImageDump(*file, std::min(replayed.output.width(), file->name.first));
     if (replayed.dumpedOutput.width() == replayed.output.width() &&
         replayed.dumpedOutput.height() == replayed.output.height()) {
         replayed.outputDifference = Compare(replayed.dumpedOutput, replayed.output);
@@ -270,9 +267,10 @@ void CompareDisparity(const DumpSet& set, const host::Image& depth, Replayed& re
     }
     const int pitch = depth.pitch();
     const int height = depth.height();
-    const auto expected = Y8Bytes(pitch, height);
+    const auto expected = ImageBytes(host::Image::Format::Y8, pitch, height);
     const auto bytes = [](std::uintmax_t count) { return std::to_string(count) + " bytes"; };
-    replayed.disparity = Y8FromBytes(depth.bytes(), pitch, pitch, height);
+    replayed.disparity =
+        ImageFromBytes(host::Image::Format::Y8, depth.bytes(), pitch, pitch, height);
     if (file->name.first != pitch || file->name.height != height || file->bytes < expected) {
         replayed.notes.push_back("the set's disparity has another size: expected " +
                                  Text({pitch, height}) + ", " + bytes(expected) + ", found " +
@@ -284,7 +282,7 @@ void CompareDisparity(const DumpSet& set, const host::Image& depth, Replayed& re
         replayed.notes.push_back("the set's disparity has " + bytes(file->bytes) +
                                  ", compared are the first " + std::to_string(expected));
     }
-    replayed.dumpedDisparity = ReadY8Dump(file->path, pitch, pitch, height);
+    replayed.dumpedDisparity = ReadImageDump(*file, pitch);
     replayed.disparityDifference = Compare(replayed.dumpedDisparity, replayed.disparity);
 }
 
@@ -351,7 +349,7 @@ DumpParameters Changed(const DumpParameters& dumped, const ReplayOptions& option
 
 void CheckFocus(const DumpSet& set, const ReplayOptions& options) {
     if (options.focus) {
-        const int width = options.mainWidth.value_or(MainWidth(set));
+        const int width = options.mainWidth.value_or(WidthOf(set, DumpRole::kMain));
         RequireInside(*options.focus, {width, Required(set, DumpRole::kMain).name.height});
         RequireFocus(Changed(ReadDumped(set), options));
     }

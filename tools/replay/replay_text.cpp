@@ -1,6 +1,5 @@
 #include "tools/replay/replay_text.h"
 
-#include "tools/compare/difference_json.h"
 #include "tools/inspect/inspection_text.h"
 
 using Json = nlohmann::ordered_json;
@@ -24,7 +23,7 @@ void AddDifference(std::string& text, const char* what,
         return;
     }
     text += std::string("  ") + what + ":";
-    text += difference->identical() ? " identical\n" : "\n" + Indented(InWords(*difference));
+    text += difference->identical() ? " identical\n" : "\n" + Indented(ToText(*difference));
 }
 
 Json OrNull(const std::optional<PictureDifference>& difference) {

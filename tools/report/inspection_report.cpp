@@ -13,11 +13,11 @@ void AddImages(Report& report, const Inspection& inspection) {
     const auto& output = inspection.image(DumpRole::kOutput);
     for (const DumpRole role : {DumpRole::kMain, DumpRole::kAux, DumpRole::kOutput}) {
         if (const auto& image = inspection.image(role)) {
-            AddPicture(report, RoleWord(role), *image);
+            AddPicture(report, RoleName(role), *image);
         }
     }
     if (main && output) {
-        AddComparison(report, RoleWord(DumpRole::kMain), *main, RoleWord(DumpRole::kOutput),
+        AddComparison(report, RoleName(DumpRole::kMain), *main, RoleName(DumpRole::kOutput),
                       *output);
     }
     if (const auto& disparity = inspection.image(DumpRole::kDisparity)) {
@@ -48,7 +48,7 @@ void AddParameters(Report& report, const DumpParameters& parameters) {
 void AddDumpLinks(Report& report, const DumpSet& set) {
     for (const DumpRole role : kRoles) {
         if (const auto& file = set.file(role)) {
-            report.links.push_back({std::string("dumped ") + RoleWord(role), file->path});
+            report.links.push_back({std::string("dumped ") + RoleName(role), file->path});
         }
     }
 }

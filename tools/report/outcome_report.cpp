@@ -60,7 +60,7 @@ void AddDifference(Report& report, const char* what,
                    const std::optional<PictureDifference>& difference) {
     if (difference) {
         const Kind kind = difference->identical() ? Kind::kGood : Kind::kNote;
-        report.findings.push_back({kind, std::string(what), InWords(*difference)});
+        report.findings.push_back({kind, std::string(what), ToText(*difference)});
     }
 }
 

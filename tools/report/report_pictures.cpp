@@ -1,7 +1,6 @@
 #include "tools/report/report_pictures.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdint>
 #include <span>
 #include <string_view>
@@ -68,14 +67,6 @@ host::Image Sampled(const host::Image& grey, int width) {
     return sampled;
 }
 
-host::Image GreyOf(const NumberMap& map) {
-    host::Image grey(host::Image::Format::Y8, map.width, map.height, map.width);
-    std::ranges::transform(map.values, grey.bytes().begin(), [](float value) {
-        return std::isfinite(value) ? static_cast<std::uint8_t>(value) : std::uint8_t{0};
-    });
-    return grey;
-}
-
 } // namespace
 
 void AddPicture(Report& report, const std::string& name, const host::Image& image) {
@@ -93,10 +84,10 @@ void AddComparison(Report& report, const std::string& before, const host::Image&
     if (a.width() != b.width() || a.height() != b.height()) {
         return;
     }
-    const host::Image grey = GreyOf(DifferenceMap(a, b));
-    const int largest = *std::ranges::max_element(grey.bytes());
+    const host::Image map = DifferenceMap(a, b);
+    const int largest = *std::ranges::max_element(map.bytes());
     report.comparisons.push_back(
-        {before, after, {{a.width(), a.height()}, PngUri(grey), 0, largest}});
+        {before, after, {{a.width(), a.height()}, PngUri(map), 0, largest}});
 }
 
 void SetDisparity(Report& report, const host::Image& disparity, int width) {
