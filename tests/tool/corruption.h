@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "tests/tool/made_capture.h"
-#include "tools/inspect/finding.h"
+#include "tools/inspect/inspection.h"
 
 // Ways in which a dump set can be wrong, done to good ones.
 

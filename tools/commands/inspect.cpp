@@ -19,7 +19,6 @@
 #include "tools/files/output_folder.h"
 #include "tools/files/progress.h"
 #include "tools/inspect/inspection.h"
-#include "tools/inspect/inspection_text.h"
 #include "tools/report/inspection_report.h"
 #include "tools/report/report_file.h"
 
@@ -108,7 +107,7 @@ int InspectAll(const InspectOptions& options) {
         if (options.json) {
             report.push_back(ToJson(inspection));
         } else {
-            std::printf("%s", InWords(inspection).c_str());
+            std::printf("%s", ToText(inspection).c_str());
         }
     }
     for (const RefusedPlace& place : refused) {
@@ -141,9 +140,9 @@ std::function<int()> PrepareInspect(CLI::App& command) {
     command.add_flag("--json", options->json, "say it as JSON");
     AddReportOption(command, options->report);
     command.footer(
-        "Looks for missing files, wrong lengths, pitch or height that the content denies,\n"
-        "swapped U and V, a turned aux image, main and aux in each other's place, images of\n"
-        "different moments, an output that is only a copy, parameters that cannot be.\n"
+        "Looks for missing files, wrong lengths, a pitch or height that the content contradicts,\n"
+        "exchanged U and V, a rotated aux image, exchanged main and aux images, images of\n"
+        "different moments, an output that is only a copy, and impossible parameters.\n"
         "--report takes one set.\n"
         "\n"
         "Examples:\n"

@@ -2,20 +2,20 @@
 
 #include "tools/inspect/inspection.h"
 
-// One check a function. Each adds what it finds, and may look at what those before it found: a
-// file whose layout is wrong is not compared with others.
+// Each check adds its findings and may read those of the checks before it: an image whose layout is
+// wrong is not compared with others.
 using InspectionCheck = void (*)(Inspection& inspection);
 
-// Of names and bytes: what is there, how long it is, how its rows run.
+// Names and lengths of the files, and the layout of their rows.
 void CheckPresence(Inspection& inspection);
 void CheckImageLayouts(Inspection& inspection);
 void CheckDisparitySize(Inspection& inspection);
 void CheckNames(Inspection& inspection);
 
-// Of the parameter text.
+// The parameter text.
 void CheckParameters(Inspection& inspection);
 
-// Of what the images show, by themselves and against one another.
+// What the images show, each by itself and compared with one another.
 void CheckWritten(Inspection& inspection);
 void CheckFallback(Inspection& inspection);
 void CheckSwapped(Inspection& inspection);

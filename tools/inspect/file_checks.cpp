@@ -1,8 +1,10 @@
-// What names and lengths of the files tell, and how the rows in them run.
+// Checks of the files' names and lengths and of the rows in them.
 
 #include <algorithm>
 #include <cstdlib>
 #include <string>
+
+#include <fmt/format.h>
 
 #include "tools/dumps/dump_image.h"
 #include "tools/inspect/checks.h"
@@ -10,42 +12,38 @@
 
 namespace {
 
-constexpr DumpRole kImages[] = {DumpRole::kMain, DumpRole::kAux, DumpRole::kOutput};
-
-// How much better another pitch must fit than the named one.
+// Another pitch is reported only if its mean step is below this share of the named pitch's.
 constexpr double kPitchFit = 0.82;
-constexpr double kLeastUnlike = 0.5; // mean step to the next row: with less there is nothing to fit
+// With a smaller mean step (grey levels) to the next row the image has no structure to judge by.
+constexpr double kLeastStep = 0.5;
 constexpr int kLeastPitchChange = 8; // slanted structure fits best a few bytes beside its pitch
 
-// How much better chroma must start at another row than at the named one: with an edge that stands
-// out, little of a gain will do.
+// Another height is reported only if luma ends there clearly better than at the named one: a small
+// gain is enough where a sharp edge between the rows confirms it.
 constexpr double kChromaGain = 0.12;
 constexpr double kChromaEdge = 1.6;
 constexpr double kLeastGain = 0.03;
 constexpr double kSharpEdge = 3.0;
 constexpr int kLeastHeightChange = 4;
 
-std::string SizeText(int first, int second) {
-    return std::to_string(first) + "x" + std::to_string(second);
-}
-
 std::string Named(const DumpFile& file) {
-    return file.path.filename().string() + ": named " + SizeText(file.name.first, file.name.height);
+    return fmt::format("{}: named {}x{}", file.path.filename().string(), file.name.first,
+                       file.name.height);
 }
 
 std::optional<int> WrongPitch(const DumpFile& file, const Bytes& bytes) {
-    // Luma alone, for which two thirds of the file are too much where rows are missing at its end.
+    // Two thirds of an image are luma; half of it holds no chroma even if the height is wrong.
     const std::size_t luma = std::min(bytes.size(), ImageBytes(file.name)) / 2;
     const auto period = FindRowPeriod(std::span(bytes).first(luma), file.name.first);
     if (!period || std::abs(period->pitch - file.name.first) < kLeastPitchChange ||
-        period->namedLikeness < kLeastUnlike ||
-        period->likeness > kPitchFit * period->namedLikeness) {
+        period->namedMeanStep < kLeastStep ||
+        period->meanStep > kPitchFit * period->namedMeanStep) {
         return std::nullopt;
     }
     return period->pitch;
 }
 
-// Whether another file's name says this height; the aux image's says nothing of the others.
+// Whether the name of another file gives this height. Only the aux image may have its own height.
 bool IsNamedHeight(const DumpSet& set, const DumpFile& file, int height) {
     return file.name.role != DumpRole::kAux &&
            std::ranges::any_of(set.files, [&](const std::optional<DumpFile>& other) {
@@ -58,8 +56,8 @@ std::optional<int> WrongHeight(const DumpSet& set, const DumpFile& file, const B
     if (!start || std::abs(start->row - file.name.height) < kLeastHeightChange) {
         return std::nullopt;
     }
-    // A file that ends within its luma has no chroma to start anywhere; a few rows of it are enough
-    // only behind a sharp edge.
+    // A file that ends within its luma has no chroma: enough rows must follow, of which a sharp
+    // edge needs few.
     const int behind = start->edge > kSharpEdge ? 8 : start->row / 8;
     const bool inside = start->row >= 8 && start->row + behind < start->rows;
     const bool clear = start->edge > 2 * start->namedEdge &&
@@ -70,14 +68,14 @@ std::optional<int> WrongHeight(const DumpSet& set, const DumpFile& file, const B
     return inside && (clear || agreed) ? std::optional(start->row) : std::nullopt;
 }
 
-// Where the content does not tell the height: the height that the other names say, if the file's
-// length is just that of it.
+// For content that does not tell the height: another file's height, if this file has exactly the
+// length that belongs to it.
 std::optional<int> HeightByLength(const DumpSet& set, const DumpFile& file) {
     for (const auto& other : set.files) {
         if (other && other->name.height != file.name.height &&
             IsNamedHeight(set, file, other->name.height) &&
             file.bytes ==
-                ImageBytes(host::Image::Format::Nv12, file.name.first, other->name.height)) {
+                ImageBytes(FormatOf(file.name.role), file.name.first, other->name.height)) {
             return other->name.height;
         }
     }
@@ -87,28 +85,27 @@ std::optional<int> HeightByLength(const DumpSet& set, const DumpFile& file) {
 void CheckLayout(Inspection& inspection, const DumpFile& file) {
     const DumpRole role = file.name.role;
     const Bytes& bytes = inspection.bytes[static_cast<std::size_t>(role)];
-    const std::size_t expected = ImageBytes(file.name);
-    const auto report = [&](Problem problem, const std::string& text) {
-        inspection.findings.push_back({problem, role, Named(file) + ", " + text});
-    };
     if (const auto pitch = WrongPitch(file, bytes)) {
-        report(Problem::kPitch, "but its rows repeat every " + std::to_string(*pitch) + " bytes");
+        inspection.Report(
+            Problem::kPitch, role,
+            fmt::format("{}, but its rows repeat every {} bytes", Named(file), *pitch));
         return;
     }
+    const std::size_t expected = ImageBytes(file.name);
     auto height = WrongHeight(inspection.set, file, bytes);
     if (!height && bytes.size() != expected) {
         height = HeightByLength(inspection.set, file);
     }
     if (height) {
-        report(Problem::kHeight,
-               "but its chroma starts after " + std::to_string(*height) + " rows");
+        inspection.Report(
+            Problem::kHeight, role,
+            fmt::format("{}, but its chroma starts after {} rows", Named(file), *height));
     } else if (bytes.size() != expected) {
-        report(bytes.size() < expected ? Problem::kTruncated : Problem::kGrown,
-               "expected " + std::to_string(expected) + " bytes, found " +
-                   std::to_string(bytes.size()) +
-                   (bytes.size() < expected
-                        ? ""
-                        : "; an older, longer file of this name keeps its tail"));
+        const bool truncated = bytes.size() < expected;
+        inspection.Report(truncated ? Problem::kTruncated : Problem::kGrown, role,
+                          fmt::format("{}, expected {} bytes, found {}{}", Named(file), expected,
+                                      bytes.size(),
+                                      truncated ? "" : "; the end is left of a longer file"));
     }
 }
 
@@ -119,9 +116,8 @@ void CheckPresence(Inspection& inspection) {
     for (const DumpRole role :
          {DumpRole::kMain, DumpRole::kAux, DumpRole::kOutput, DumpRole::kParameters}) {
         if (!set.file(role)) {
-            inspection.findings.push_back(
-                {Problem::kMissing, role,
-                 std::string("expected the ") + RoleName(role) + " file, found none"});
+            inspection.Report(Problem::kMissing, role,
+                              fmt::format("expected the {} file, found none", RoleName(role)));
         }
     }
     if (!set.file(DumpRole::kDisparity)) {
@@ -130,29 +126,24 @@ void CheckPresence(Inspection& inspection) {
             "calibration");
     }
     for (const auto& path : set.surplus) {
-        inspection.findings.push_back({Problem::kSurplus, std::nullopt,
-                                       path.filename().string() +
-                                           ": expected one file of its kind, found another of the "
-                                           "same second; the later one is looked at"});
+        inspection.Report(Problem::kSurplus, std::nullopt,
+                          path.filename().string() +
+                              ": expected one file of its kind, found another of the same second; "
+                              "the later one is inspected");
     }
 }
 
 void CheckImageLayouts(Inspection& inspection) {
-    for (const DumpRole role : kImages) {
+    for (const DumpRole role : {DumpRole::kMain, DumpRole::kAux, DumpRole::kOutput}) {
         const auto& file = inspection.set.file(role);
-        if (!file) {
-            continue;
+        if (file && inspection.image(role)) {
+            CheckLayout(inspection, *file);
+        } else if (file) {
+            inspection.Report(Problem::kNames, role,
+                              fmt::format("{}, expected an even pitch, at least two rows, and a "
+                                          "size near that of the file's {} bytes",
+                                          Named(*file), file->bytes));
         }
-        if (!inspection.image(role)) {
-            inspection.findings.push_back(
-                {Problem::kNames, role,
-                 Named(*file) +
-                     ", expected an even pitch, two rows or more, and a size near that of the "
-                     "file's " +
-                     std::to_string(file->bytes) + " bytes"});
-            continue;
-        }
-        CheckLayout(inspection, *file);
     }
 }
 
@@ -162,44 +153,36 @@ void CheckDisparitySize(Inspection& inspection) {
         return;
     }
     const std::size_t expected = ImageBytes(file->name);
-    if (file->bytes < expected) {
-        inspection.findings.push_back({Problem::kDisparity, DumpRole::kDisparity,
-                                       Named(*file) + ", expected " + std::to_string(expected) +
-                                           " bytes, found " + std::to_string(file->bytes)});
-    } else if (file->bytes > expected) {
-        inspection.findings.push_back(
-            {Problem::kGrown, DumpRole::kDisparity,
-             Named(*file) + ", expected " + std::to_string(expected) + " bytes, found " +
-                 std::to_string(file->bytes) +
-                 "; the node's buffer was made for a larger picture, or an older file of this "
-                 "name keeps its tail"});
+    const bool truncated = file->bytes < expected;
+    if (file->bytes != expected) {
+        inspection.Report(truncated ? Problem::kDisparity : Problem::kGrown, DumpRole::kDisparity,
+                          fmt::format("{}, expected {} bytes, found {}{}", Named(*file), expected,
+                                      file->bytes,
+                                      truncated ? ""
+                                                : "; the node's buffer was made for a larger "
+                                                  "picture, or the end is left of a longer file"));
     }
 }
 
 void CheckNames(Inspection& inspection) {
-    const DumpSet& set = inspection.set;
-    const auto& main = set.file(DumpRole::kMain);
-    if (!main) {
+    if (!inspection.set.file(DumpRole::kMain)) {
         return;
     }
-    const auto differ = [&](const DumpFile& file, const std::string& why) {
-        inspection.findings.push_back({Problem::kNames, file.name.role,
-                                       Named(file) + ", " + why + ", the main image " +
-                                           SizeText(main->name.first, main->name.height)});
+    const DumpName& main = inspection.set.file(DumpRole::kMain)->name;
+    const auto require = [&](DumpRole role, const char* expected, const auto& agrees) {
+        const auto& file = inspection.set.file(role);
+        if (file && !agrees(file->name)) {
+            inspection.Report(Problem::kNames, role,
+                              fmt::format("{}, expected the main image's {}, which is {}x{}",
+                                          Named(*file), expected, main.first, main.height));
+        }
     };
-    if (const auto& file = set.file(DumpRole::kParameters)) {
-        if (file->name.height != main->name.height || file->name.first > main->name.first) {
-            differ(*file, "expected the main image's height and at most its pitch");
-        }
-    }
-    if (const auto& file = set.file(DumpRole::kDisparity)) {
-        if (file->name.height != main->name.height || file->name.first != main->name.first) {
-            differ(*file, "expected the main image's pitch and height");
-        }
-    }
-    if (const auto& file = set.file(DumpRole::kOutput)) {
-        if (file->name.height != main->name.height) {
-            differ(*file, "expected the main image's height");
-        }
-    }
+    require(DumpRole::kParameters, "height and at most its pitch", [&](const DumpName& name) {
+        return name.height == main.height && name.first <= main.first;
+    });
+    require(DumpRole::kDisparity, "pitch and height", [&](const DumpName& name) {
+        return name.height == main.height && name.first == main.first;
+    });
+    require(DumpRole::kOutput, "height",
+            [&](const DumpName& name) { return name.height == main.height; });
 }

@@ -9,9 +9,9 @@ namespace {
 
 constexpr int kSegmentBytes = 64;
 constexpr int kSegments = 400;
-constexpr int kSmooth = 4; // bytes averaged, against noise
+constexpr int kSmooth = 4; // bytes averaged against noise
 
-// Sums of kSmooth bytes next to one another.
+// Sums of kSmooth adjacent bytes.
 std::vector<std::uint16_t> Smoothed(std::span<const std::uint8_t> bytes) {
     std::vector<std::uint16_t> sums(bytes.size() - kSmooth + 1);
     for (std::size_t i = 0; i < sums.size(); ++i) {
@@ -20,7 +20,8 @@ std::vector<std::uint16_t> Smoothed(std::span<const std::uint8_t> bytes) {
     return sums;
 }
 
-double LikenessAt(const std::vector<std::uint16_t>& sums, int pitch, std::size_t room) {
+// Mean step over `pitch` bytes, sampled in segments that are spread over the first `room` sums.
+double MeanStep(const std::vector<std::uint16_t>& sums, int pitch, std::size_t room) {
     std::uint64_t total = 0;
     for (int segment = 0; segment < kSegments; ++segment) {
         const std::size_t start = room * static_cast<std::size_t>(segment) / kSegments;
@@ -35,18 +36,20 @@ double LikenessAt(const std::vector<std::uint16_t>& sums, int pitch, std::size_t
     return static_cast<double>(total) / (kSegments * kSegmentBytes * kSmooth);
 }
 
-struct RowLook {
-    double luma = 0; // above 0: like luma, below: like chroma; -1 to 1
-    double step = 0; // mean difference from the row before
+struct RowStatistics {
+    double lumaScore = 0; // -1 to 1; positive for luma, negative for interleaved chroma
+    double step = 0;      // mean absolute difference from the row before
 };
 
-std::vector<RowLook> LooksOf(std::span<const std::uint8_t> bytes, std::size_t pitch) {
-    std::vector<RowLook> looks(bytes.size() / pitch);
-    for (std::size_t r = 0; r < looks.size(); ++r) {
+// Adjacent bytes of luma are adjacent pixels and resemble each other more than bytes two apart. In
+// interleaved chroma it is the other way round: adjacent bytes are U and V.
+std::vector<RowStatistics> AnalyseRows(std::span<const std::uint8_t> bytes, std::size_t pitch) {
+    std::vector<RowStatistics> statistics(bytes.size() / pitch);
+    for (std::size_t r = 0; r < statistics.size(); ++r) {
         const std::uint8_t* row = bytes.data() + r * pitch;
         const std::uint8_t* before = r == 0 ? row : row - pitch;
-        std::uint64_t next = 0; // to the byte beside: of luma the next pixel, of chroma V beside U
-        std::uint64_t second = 0;
+        std::uint64_t next = 0;   // sum of steps to the adjacent byte
+        std::uint64_t second = 0; // and to the one after it
         std::uint64_t step = 0;
         std::uint64_t colour = 0;
         for (std::size_t x = 0; x + 2 < pitch; ++x) {
@@ -58,14 +61,14 @@ std::vector<RowLook> LooksOf(std::span<const std::uint8_t> bytes, std::size_t pi
         const auto count = static_cast<double>(pitch);
         const double a = static_cast<double>(next) / count;
         const double b = static_cast<double>(second) / count;
-        looks[r].luma = (b - a) / (a + b + 1);
-        // Without colour both bytes are near 128 and smooth.
+        statistics[r].lumaScore = (b - a) / (a + b + 1);
+        // The chroma of a colourless row is smooth and near 128, so that its steps tell nothing.
         if (a < 2.5 && static_cast<double>(colour) / count < 8) {
-            looks[r].luma = -0.3;
+            statistics[r].lumaScore = -0.3;
         }
-        looks[r].step = static_cast<double>(step) / count;
+        statistics[r].step = static_cast<double>(step) / count;
     }
-    return looks;
+    return statistics;
 }
 
 double Median(std::vector<double> values) {
@@ -84,12 +87,12 @@ std::optional<RowPeriod> FindRowPeriod(std::span<const std::uint8_t> bytes, int 
     }
     const std::vector<std::uint16_t> sums = Smoothed(bytes);
     const std::size_t room = sums.size() - static_cast<std::size_t>(longest + kSegmentBytes);
-    RowPeriod best{0, INFINITY, LikenessAt(sums, namedPitch, room)};
+    RowPeriod best{0, INFINITY, MeanStep(sums, namedPitch, room)};
     for (int pitch = (namedPitch / 2 + 1) / 2 * 2; pitch <= longest; pitch += 2) {
-        const double likeness = LikenessAt(sums, pitch, room);
-        if (likeness < best.likeness) {
+        const double meanStep = MeanStep(sums, pitch, room);
+        if (meanStep < best.meanStep) {
             best.pitch = pitch;
-            best.likeness = likeness;
+            best.meanStep = meanStep;
         }
     }
     return best;
@@ -97,17 +100,19 @@ std::optional<RowPeriod> FindRowPeriod(std::span<const std::uint8_t> bytes, int 
 
 std::optional<ChromaStart> FindChromaStart(std::span<const std::uint8_t> bytes, int pitch,
                                            int namedRow) {
-    const std::vector<RowLook> looks = LooksOf(bytes, static_cast<std::size_t>(pitch));
-    const int rows = static_cast<int>(looks.size());
+    const std::vector<RowStatistics> statistics =
+        AnalyseRows(bytes, static_cast<std::size_t>(pitch));
+    const int rows = static_cast<int>(statistics.size());
     if (rows < 24) {
         return std::nullopt;
     }
-    // total[r]: sum of looks before row r. Best where luma before minus luma behind is largest.
-    std::vector<double> total(looks.size() + 1);
+    // total[r] is the sum of the luma scores before row r. Chroma starts where the sum before the
+    // row exceeds the sum from it on by most.
+    std::vector<double> total(statistics.size() + 1);
     std::vector<double> steps;
-    for (std::size_t r = 0; r < looks.size(); ++r) {
-        total[r + 1] = total[r] + looks[r].luma;
-        steps.push_back(looks[r].step);
+    for (std::size_t r = 0; r < statistics.size(); ++r) {
+        total[r + 1] = total[r] + statistics[r].lumaScore;
+        steps.push_back(statistics[r].step);
     }
     const auto score = [&](int row) {
         return 2 * total[static_cast<std::size_t>(row)] - total.back();
@@ -116,10 +121,11 @@ std::optional<ChromaStart> FindChromaStart(std::span<const std::uint8_t> bytes, 
     for (int row = 1; row <= rows; ++row) {
         best = score(row) > score(best) ? row : best;
     }
-    // Looks say it to a few rows; the step from luma to chroma to one.
+    // The scores find the row within a few rows. The largest step near it is the exact one.
     const double usual = Median(steps) + 0.5;
     const auto edge = [&](int row) {
-        return row <= 0 || row >= rows ? 0.0 : looks[static_cast<std::size_t>(row)].step / usual;
+        return row <= 0 || row >= rows ? 0.0
+                                       : statistics[static_cast<std::size_t>(row)].step / usual;
     };
     int sharpest = best;
     for (int row = best - 6; row <= best + 6; ++row) {

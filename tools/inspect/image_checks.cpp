@@ -1,4 +1,4 @@
-// What the images of a set tell about one another.
+// Checks of what the images show, each by itself and compared with one another.
 
 #include <opencv2/imgproc.hpp>
 
@@ -6,20 +6,22 @@
 #include <cmath>
 #include <string>
 
+#include <fmt/format.h>
+
 #include "tools/compare/difference.h"
+#include "tools/compare/matrix.h"
+#include "tools/inspect/block_matching.h"
 #include "tools/inspect/checks.h"
-#include "tools/inspect/pair_match.h"
 
 namespace {
 
-// Share of places that go together: of one scene more, of two scenes fewer.
-constexpr double kOneScene = 0.6;
-// How far the images may stand aside of the line of the cameras, as a share of the picture's side.
-constexpr double kFarthestAside = 0.022;
-constexpr std::size_t kFewestPlaces = 6; // with fewer nothing is said
+constexpr double kOneScene = 0.6;         // smallest inlier share of two images of one scene
+constexpr double kLargestOffset = 0.022;  // across the line of the cameras, for a pair in order
+constexpr std::size_t kFewestMatches = 6; // with fewer nothing can be concluded
 
-// The image, where it is there, large enough to show something and its rows are as its name says.
-const host::Image* Sound(const Inspection& inspection, DumpRole role) {
+// The image of this role if it was read intact and is at least 16 pixels on each side; otherwise
+// null.
+const host::Image* IntactImage(const Inspection& inspection, DumpRole role) {
     for (const Problem problem : {Problem::kPitch, Problem::kHeight, Problem::kTruncated}) {
         if (inspection.Has(problem, role)) {
             return nullptr;
@@ -27,16 +29,28 @@ const host::Image* Sound(const Inspection& inspection, DumpRole role) {
     }
     constexpr int kLeastSide = 16;
     const auto& image = inspection.image(role);
-    const bool shows = image && std::min(image->width(), image->height()) >= kLeastSide;
-    return shows ? &*image : nullptr;
+    const bool large = image && std::min(image->width(), image->height()) >= kLeastSide;
+    return large ? &*image : nullptr;
 }
+
+// The three NV12 images as far as they are intact.
+struct IntactImages {
+    explicit IntactImages(const Inspection& inspection)
+        : main(IntactImage(inspection, DumpRole::kMain)),
+          aux(IntactImage(inspection, DumpRole::kAux)),
+          output(IntactImage(inspection, DumpRole::kOutput)) {}
+
+    const host::Image* main;
+    const host::Image* aux;
+    const host::Image* output;
+};
 
 bool SameSize(const host::Image& a, const host::Image& b) {
     return a.width() == b.width() && a.height() == b.height();
 }
 
-// Share of luma pixels that are the same in both; 0 for images of different sizes.
-double ShareOfSamePixels(const host::Image& a, const host::Image& b) {
+// Share of luma pixels that are equal; 0 for images of different sizes.
+double ShareOfEqualPixels(const host::Image& a, const host::Image& b) {
     if (!SameSize(a, b)) {
         return 0;
     }
@@ -44,97 +58,64 @@ double ShareOfSamePixels(const host::Image& a, const host::Image& b) {
     return 1 - static_cast<double>(luma.differing) / static_cast<double>(luma.samples);
 }
 
-// Mean difference of the two at a size at which blur and noise count little.
-double SmallDifference(const host::Image& a, const host::Image& b) {
-    cv::Mat smallA = SmallLuma(a);
-    cv::Mat smallB = SmallLuma(b);
-    cv::resize(smallB, smallB, smallA.size(), 0, 0, cv::INTER_AREA);
-    cv::Mat difference;
-    cv::absdiff(smallA, smallB, difference);
-    return cv::mean(difference)[0];
+bool ShowsOtherScene(const EpipolarConsistency& consistency) {
+    return consistency.matches >= kFewestMatches && consistency.inlierShare < kOneScene;
 }
 
-cv::Mat Turned(const cv::Mat& picture, int quarters) {
-    constexpr int kCodes[] = {cv::ROTATE_90_CLOCKWISE, cv::ROTATE_180,
-                              cv::ROTATE_90_COUNTERCLOCKWISE};
-    cv::Mat turned;
-    cv::rotate(picture, turned, kCodes[quarters - 1]);
-    return turned;
-}
-
-Fit FitOf(const cv::Mat& first, const cv::Mat& second) {
-    return FitOf(MatchPlaces(first, second), first.size());
-}
-
-bool OtherScene(const Fit& fit) {
-    return fit.places >= kFewestPlaces && fit.together < kOneScene;
-}
-
-cv::Mat Middle(const cv::Mat& picture, double share) {
+cv::Mat Centre(const cv::Mat& picture, double share) {
     const cv::Size size(cvRound(picture.cols * share), cvRound(picture.rows * share));
     return picture(
         cv::Rect({(picture.cols - size.width) / 2, (picture.rows - size.height) / 2}, size));
 }
 
-// Of cameras with different fields of view the middle of one shows what the other does. Among many
-// tries chance finds something, so that here it must fit well.
-bool FitsOtherField(const cv::Mat& first, const cv::Mat& second) {
+// Whether the centre of one image shows what all of the other does, as with cameras of different
+// fields of view. Several sizes are tried, so that a stricter limit has to rule out chance.
+bool MatchesOtherFieldOfView(const cv::Mat& first, const cv::Mat& second) {
     constexpr double kShares[] = {0.9, 0.85, 0.8, 0.75, 0.7, 0.65, 0.6};
-    constexpr double kFitsWell = 0.7;
-    constexpr std::size_t kEnoughPlaces = 12;
-    const auto good = [](const Fit& fit) {
-        return fit.places >= kEnoughPlaces && fit.together > kFitsWell &&
-               fit.aside < kFarthestAside;
+    constexpr double kStrictShare = 0.7;
+    constexpr std::size_t kEnoughMatches = 12;
+    const auto good = [](const EpipolarConsistency& consistency) {
+        return consistency.matches >= kEnoughMatches && consistency.inlierShare > kStrictShare &&
+               consistency.offset < kLargestOffset;
     };
     return std::ranges::any_of(kShares, [&](double share) {
-        return good(FitOf(first, Middle(second, share))) ||
-               good(FitOf(Middle(first, share), second));
+        return good(MeasureConsistency(first, Centre(second, share))) ||
+               good(MeasureConsistency(Centre(first, share), second));
     });
 }
 
-struct ChromaCost {
-    double straight = 0; // mean difference, U with U and V with V
-    double crossed = 0;  // U with V and V with U
-};
-
-ChromaCost CostOf(const host::Image& a, const host::Image& b) {
-    const std::array<cv::Mat, 2> first = SmallChroma(a);
-    std::array<cv::Mat, 2> second = SmallChroma(b);
-    for (cv::Mat& plane : second) {
-        cv::resize(plane, plane, first[0].size(), 0, 0, cv::INTER_AREA);
+// Whether the colours of the two agree clearly better with U and V exchanged in one of them.
+bool HaveExchangedChroma(const host::Image* a, const host::Image* b) {
+    if (a == nullptr || b == nullptr) {
+        return false;
     }
-    const auto cost = [](const cv::Mat& x, const cv::Mat& y) {
-        cv::Mat difference;
-        cv::absdiff(x, y, difference);
-        return cv::mean(difference)[0];
-    };
-    return {cost(first[0], second[0]) + cost(first[1], second[1]),
-            cost(first[0], second[1]) + cost(first[1], second[0])};
+    const std::array<cv::Mat, 2> first = ChromaThumbnails(*a);
+    const std::array<cv::Mat, 2> second = ChromaThumbnails(*b);
+    const double straight =
+        MeanDifference(first[0], second[0]) + MeanDifference(first[1], second[1]);
+    const double exchanged =
+        MeanDifference(first[0], second[1]) + MeanDifference(first[1], second[0]);
+    return straight > 2 && exchanged < 0.6 * straight;
 }
 
-bool Crossed(const ChromaCost& cost) {
-    return cost.straight > 2 && cost.crossed < 0.6 * cost.straight;
-}
-
-// The disparities that a face shows in its middle half, but for the farthest and nearest tenth.
-std::pair<int, int> DepthOf(const DumpedFace& face, const host::Image& disparity) {
+// The disparities in the middle half of a face, without the farthest and the nearest tenth.
+std::pair<int, int> DepthRange(const DumpedFace& face, const host::Image& disparity) {
     const int width = face.right - face.left + 1;
     const int height = face.bottom - face.top + 1;
-    std::vector<int> values;
-    for (int y = face.top + height / 4; y <= face.bottom - height / 4; ++y) {
-        const std::uint8_t* row =
-            disparity.plane(0) + static_cast<std::ptrdiff_t>(y) * disparity.pitch();
-        values.insert(values.end(), row + face.left + width / 4, row + face.right - width / 4 + 1);
-    }
-    std::ranges::sort(values);
-    return {values[values.size() / 10], values[values.size() * 9 / 10]};
+    cv::Mat1b values =
+        MatrixOf(disparity, 0)(cv::Range(face.top + height / 4, face.bottom - height / 4 + 1),
+                               cv::Range(face.left + width / 4, face.right - width / 4 + 1))
+            .clone()
+            .reshape(1, 1);
+    cv::sort(values, values, cv::SORT_EVERY_ROW | cv::SORT_ASCENDING);
+    return {values(values.cols / 10), values(values.cols * 9 / 10)};
 }
 
-// How much of the disparity's 255 steps may lie out of focus: all, but for those of a face in which
-// the focus lies.
+// How far from the focus, in steps of disparity, anything can be: 255, but if the focus lies in a
+// face, the distance from the face's own range to the farther end.
 int StepsOutOfFocus(const Inspection& inspection, const host::Image& main) {
     constexpr int kAll = 255;
-    const host::Image* disparity = Sound(inspection, DumpRole::kDisparity);
+    const host::Image* disparity = IntactImage(inspection, DumpRole::kDisparity);
     if (disparity == nullptr || inspection.Has(Problem::kDisparity) ||
         disparity->width() < main.width() || disparity->height() != main.height()) {
         return kAll;
@@ -145,170 +126,162 @@ int StepsOutOfFocus(const Inspection& inspection, const host::Image& main) {
                              face.bottom < main.height();
         if (inImage && face.left <= parameters.focusX && parameters.focusX <= face.right &&
             face.top <= parameters.focusY && parameters.focusY <= face.bottom) {
-            const auto [low, high] = DepthOf(face, *disparity);
+            const auto [low, high] = DepthRange(face, *disparity);
             return std::max(low, kAll - high);
         }
     }
     return kAll;
 }
 
-// Blur grows with the level, the picture and the distance from the focus; below about a pixel it
-// changes nothing.
+// Whether the blur may be too weak to change a pixel. Its radius grows with the level, the size of
+// the picture and the distance from the focus, and has no effect below about a pixel.
 bool IsFaint(const Inspection& inspection, const host::Image& main) {
     const std::int64_t side = std::max(main.width(), main.height());
     constexpr std::int64_t kFaint = 6000L * 255;
     return inspection.parameters->blur * side * StepsOutOfFocus(inspection, main) < kFaint;
 }
 
-bool IsOneValue(const host::Image& image) {
-    for (int y = 0; y < image.height(); ++y) {
-        const std::uint8_t* row = image.plane(0) + static_cast<std::ptrdiff_t>(y) * image.pitch();
-        if (std::any_of(row, row + image.width(),
-                        [&](std::uint8_t value) { return value != *image.plane(0); })) {
-            return false;
-        }
-    }
-    return true;
-}
-
-std::string Percent(double share) {
-    return std::to_string(std::lround(100 * share)) + " %";
-}
-
 } // namespace
 
 void CheckSwapped(Inspection& inspection) {
-    const host::Image* main = Sound(inspection, DumpRole::kMain);
-    const host::Image* aux = Sound(inspection, DumpRole::kAux);
-    const host::Image* output = Sound(inspection, DumpRole::kOutput);
+    const auto [main, aux, output] = IntactImages(inspection);
     if (main == nullptr || aux == nullptr || output == nullptr) {
         return;
     }
-    const double ofMain = ShareOfSamePixels(*main, *output);
-    const double ofAux = ShareOfSamePixels(*aux, *output);
-    const double fromMain = SmallDifference(*main, *output);
-    const double fromAux = SmallDifference(*aux, *output);
-    // What is in focus is the main image's pixels; what is not is at least in their place.
-    const bool likeAux = fromAux < 0.7 * fromMain && (ofAux > ofMain || !SameSize(*main, *output));
+    // In focus the output has the main image's pixels, out of focus at least similar ones there.
+    const cv::Mat thumbnail = LumaThumbnail(*output);
+    const bool nearerToAux = MeanDifference(LumaThumbnail(*aux), thumbnail) <
+                             0.7 * MeanDifference(LumaThumbnail(*main), thumbnail);
+    const double ofMain = ShareOfEqualPixels(*main, *output);
+    const double ofAux = ShareOfEqualPixels(*aux, *output);
     if (ofAux == 1 && ofMain < 1) {
-        inspection.findings.push_back(
-            {Problem::kSwapped, std::nullopt,
-             "the output is the aux image: debug view 2, or main and aux image have changed "
-             "places"});
-    } else if (likeAux && (SameSize(*aux, *output) || !SameSize(*main, *output))) {
-        inspection.findings.push_back(
-            {Problem::kSwapped, std::nullopt,
-             "the output is made from the image named aux (" + Percent(ofAux) +
-                 " of its pixels) and not from that named main (" + Percent(ofMain) + ")"});
+        inspection.Report(Problem::kSwapped, std::nullopt,
+                          "the output is the aux image: debug view 2, or main and aux image are "
+                          "exchanged");
+    } else if (nearerToAux &&
+               (!SameSize(*main, *output) || (ofAux > ofMain && SameSize(*aux, *output)))) {
+        inspection.Report(
+            Problem::kSwapped, std::nullopt,
+            fmt::format("the output is made from the image named aux ({:.0f} % of its "
+                        "pixels) and not from that named main ({:.0f} %)",
+                        100 * ofAux, 100 * ofMain));
     }
 }
 
 void CheckWritten(Inspection& inspection) {
     for (const DumpRole role :
          {DumpRole::kMain, DumpRole::kAux, DumpRole::kOutput, DumpRole::kDisparity}) {
-        const host::Image* image = Sound(inspection, role);
-        if (image != nullptr && IsOneValue(*image)) {
-            inspection.notes.push_back(std::string(RoleName(role)) + " is " +
-                                       std::to_string(*image->plane(0)) +
-                                       " all over: was it ever written?");
+        if (const host::Image* image = IntactImage(inspection, role)) {
+            double lowest = 0;
+            double highest = 0;
+            cv::minMaxLoc(MatrixOf(*image, 0), &lowest, &highest);
+            if (lowest == highest) {
+                inspection.notes.push_back(
+                    fmt::format("{} is {} all over: was it ever written?", RoleName(role), lowest));
+            }
         }
     }
 }
 
 void CheckFallback(Inspection& inspection) {
-    const host::Image* main = Sound(inspection, DumpRole::kMain);
-    const host::Image* output = Sound(inspection, DumpRole::kOutput);
+    const auto [main, aux, output] = IntactImages(inspection);
     if (main == nullptr || output == nullptr || !SameSize(*main, *output) ||
         !Compare(*main, *output).identical()) {
         return;
     }
     if (inspection.parameters && IsFaint(inspection, *main)) {
-        inspection.notes.push_back("the output is the main image, which blur " +
-                                   std::to_string(inspection.parameters->blur) +
-                                   " can leave as it is at this size and focus");
+        inspection.notes.push_back(fmt::format("the output equals the main image, which blur {} "
+                                               "can leave unchanged at this size and focus",
+                                               inspection.parameters->blur));
         return;
     }
-    inspection.findings.push_back(
-        {Problem::kFallback, DumpRole::kOutput,
-         "the output is the main image, pixel for pixel: the node fell back to a copy, or a debug "
-         "view asked for it"});
+    inspection.Report(Problem::kFallback, DumpRole::kOutput,
+                      "the output is the main image, pixel for pixel: the node fell back to a "
+                      "copy, or a debug view asked for it");
 }
 
 void CheckAuxRotation(Inspection& inspection) {
-    const host::Image* main = Sound(inspection, DumpRole::kMain);
-    const host::Image* aux = Sound(inspection, DumpRole::kAux);
+    const auto [main, aux, output] = IntactImages(inspection);
     if (main == nullptr || aux == nullptr) {
         return;
     }
-    const cv::Mat first = SmallLuma(*main);
-    const cv::Mat second = SmallLuma(*aux);
-    Fit best = FitOf(first, second);
-    if (!OtherScene(best)) {
+    const cv::Mat first = LumaThumbnail(*main);
+    const cv::Mat second = LumaThumbnail(*aux);
+    EpipolarConsistency best = MeasureConsistency(first, second);
+    if (!ShowsOtherScene(best)) {
         return;
     }
-    int quarters = 0; // by which the aux image has to be turned, clockwise
-    for (int turn = 1; turn < 4; ++turn) {
-        const Fit fit = FitOf(first, Turned(second, turn));
-        if (fit.together > best.together) {
-            best = fit;
-            quarters = turn;
+    int degrees = 0; // by which the aux image must be rotated, clockwise
+    for (const auto& [code, clockwise] :
+         {std::pair(cv::ROTATE_90_CLOCKWISE, 90), std::pair(cv::ROTATE_180, 180),
+          std::pair(cv::ROTATE_90_COUNTERCLOCKWISE, 270)}) {
+        cv::Mat rotated;
+        cv::rotate(second, rotated, code);
+        const EpipolarConsistency consistency = MeasureConsistency(first, rotated);
+        if (consistency.inlierShare > best.inlierShare) {
+            best = consistency;
+            degrees = clockwise;
         }
     }
-    if (quarters != 0 && !OtherScene(best)) {
-        inspection.findings.push_back({Problem::kAuxRotated, DumpRole::kAux,
-                                       "the aux image fits the main one only when turned by " +
-                                           std::to_string(90 * quarters) + " degrees clockwise"});
+    if (degrees != 0 && !ShowsOtherScene(best)) {
+        inspection.Report(Problem::kAuxRotated, DumpRole::kAux,
+                          fmt::format("the aux image matches the main image only if it is rotated "
+                                      "by {} degrees clockwise",
+                                      degrees));
     }
 }
 
-void CheckMoment(Inspection& inspection) {
-    const host::Image* main = Sound(inspection, DumpRole::kMain);
-    const host::Image* aux = Sound(inspection, DumpRole::kAux);
-    const host::Image* output = Sound(inspection, DumpRole::kOutput);
-    const auto report = [&](DumpRole role, const std::string& text) {
-        inspection.findings.push_back({Problem::kMoment, role, text});
-    };
-    if (main != nullptr && aux != nullptr && !inspection.Has(Problem::kAuxRotated)) {
-        const cv::Mat first = SmallLuma(*main);
-        const cv::Mat second = SmallLuma(*aux);
-        const Fit fit = FitOf(first, second);
-        if (OtherScene(fit)) {
-            if (FitsOtherField(first, second)) {
-                inspection.notes.emplace_back("main and aux image have different fields of view");
-            } else {
-                report(DumpRole::kAux, "main and aux image do not show the same scene");
-            }
-        } else if (fit.places >= kFewestPlaces && fit.aside > kFarthestAside) {
-            report(DumpRole::kAux,
-                   "main and aux image are shifted by " + Percent(fit.aside) +
-                       " of the picture, across the line of the cameras: not of one moment, or a "
-                       "module out of its place");
+namespace {
+
+void CheckPair(Inspection& inspection, const host::Image& main, const host::Image& aux) {
+    const cv::Mat first = LumaThumbnail(main);
+    const cv::Mat second = LumaThumbnail(aux);
+    const EpipolarConsistency consistency = MeasureConsistency(first, second);
+    if (!ShowsOtherScene(consistency)) {
+        if (consistency.matches >= kFewestMatches && consistency.offset > kLargestOffset) {
+            inspection.Report(Problem::kMoment, DumpRole::kAux,
+                              fmt::format("main and aux image are shifted by {:.0f} % of the "
+                                          "picture, across the line of the cameras: not of one "
+                                          "moment, or a camera module is out of place",
+                                          100 * consistency.offset));
         }
+    } else if (MatchesOtherFieldOfView(first, second)) {
+        inspection.notes.emplace_back("main and aux image have different fields of view");
+    } else {
+        inspection.Report(Problem::kMoment, DumpRole::kAux,
+                          "main and aux image do not show the same scene");
+    }
+}
+
+} // namespace
+
+void CheckMoment(Inspection& inspection) {
+    const auto [main, aux, output] = IntactImages(inspection);
+    if (main != nullptr && aux != nullptr && !inspection.Has(Problem::kAuxRotated)) {
+        CheckPair(inspection, *main, *aux);
     }
     if (main != nullptr && output != nullptr && !inspection.Has(Problem::kSwapped) &&
-        OtherScene(FitOf(SmallLuma(*output), SmallLuma(*main)))) {
-        report(DumpRole::kOutput, "the output does not show the main image's scene");
+        ShowsOtherScene(MeasureConsistency(LumaThumbnail(*output), LumaThumbnail(*main)))) {
+        inspection.Report(Problem::kMoment, DumpRole::kOutput,
+                          "the output does not show the main image's scene");
     }
 }
 
 void CheckChroma(Inspection& inspection) {
-    const host::Image* main = Sound(inspection, DumpRole::kMain);
-    const host::Image* aux = Sound(inspection, DumpRole::kAux);
-    const host::Image* output = Sound(inspection, DumpRole::kOutput);
     // Images of different scenes differ in colour anyway.
-    const bool oneScene =
-        !inspection.Has(Problem::kMoment) && !inspection.Has(Problem::kAuxRotated);
-    const bool ofAux =
-        oneScene && main != nullptr && aux != nullptr && Crossed(CostOf(*main, *aux));
-    const bool ofOutput =
-        oneScene && main != nullptr && output != nullptr && Crossed(CostOf(*main, *output));
-    if (!ofAux && !ofOutput) {
+    if (inspection.Has(Problem::kMoment) || inspection.Has(Problem::kAuxRotated)) {
         return;
     }
-    const DumpRole file = ofAux && ofOutput ? DumpRole::kMain
-                          : ofAux           ? DumpRole::kAux
-                                            : DumpRole::kOutput;
-    inspection.findings.push_back({Problem::kChroma, file,
-                                   std::string("the colours of the ") + RoleName(file) +
-                                       " image fit the other images only with U and V swapped"});
+    const auto [main, aux, output] = IntactImages(inspection);
+    const bool fromAux = HaveExchangedChroma(main, aux);
+    const bool fromOutput = HaveExchangedChroma(main, output);
+    if (fromAux || fromOutput) {
+        const DumpRole file = fromAux && fromOutput ? DumpRole::kMain
+                              : fromAux             ? DumpRole::kAux
+                                                    : DumpRole::kOutput;
+        inspection.Report(Problem::kChroma, file,
+                          fmt::format("the colours of the {} image match the other images only "
+                                      "with U and V exchanged",
+                                      RoleName(file)));
+    }
 }

@@ -2,84 +2,81 @@
 
 #include <algorithm>
 
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
 #include "tools/dumps/dump_image.h"
 #include "tools/inspect/checks.h"
 
+using Json = nlohmann::ordered_json;
+
 namespace {
 
-// In this order: later ones look at what earlier ones found.
+// The order matters: see checks.h.
 constexpr InspectionCheck kChecks[] = {
     CheckPresence,    CheckImageLayouts, CheckDisparitySize, CheckNames,
     CheckParameters,  CheckWritten,      CheckSwapped,       CheckFallback,
     CheckAuxRotation, CheckMoment,       CheckChroma,
 };
 
-int WidthOfImage(const Inspection& inspection, DumpRole role) {
-    if (role == DumpRole::kAux) {
-        return AuxWidth(inspection.set, inspection.parameters ? &*inspection.parameters : nullptr,
-                        inspection.bytes[static_cast<std::size_t>(role)]);
-    }
-    return WidthOf(inspection.set, role);
-}
+// By Problem.
+constexpr const char* kProblemNames[] = {
+    "missing",         "two-captures",     "pitch",       "height", "truncated",  "grown",
+    "disparity-small", "main-aux-swapped", "aux-rotated", "names",  "parameters", "not-one-moment",
+    "u-v-swapped",     "fallback",
+};
+static_assert(std::size(kProblemNames) == static_cast<std::size_t>(Problem::kFallback) + 1);
 
-// Whether there can be an image of this name: an even pitch for NV12, and not so large that the
-// file's bytes are next to nothing of it.
+// Whether there can be an image of this name: NV12 needs an even pitch and two rows, and the file
+// must hold a good part of a large image, or a wrong name would cost gigabytes.
 bool CanBeRead(const DumpFile& file) {
     constexpr std::size_t kAlwaysRead = std::size_t{1} << 26;
-    const bool nv12 = file.name.role != DumpRole::kDisparity;
-    const std::size_t expected =
-        ImageBytes(host::Image::Format::Nv12, file.name.first, file.name.height);
-    return (!nv12 || (file.name.first % 2 == 0 && file.name.height >= 2)) &&
+    const host::Image::Format format = FormatOf(file.name.role);
+    const std::size_t expected = ImageBytes(file.name);
+    return (format == host::Image::Format::Y8 ||
+            (file.name.first % 2 == 0 && file.name.height >= 2)) &&
            (expected <= kAlwaysRead || expected / 4 <= file.bytes);
 }
 
-void ReadImages(Inspection& inspection) {
-    for (const DumpRole role :
-         {DumpRole::kMain, DumpRole::kAux, DumpRole::kOutput, DumpRole::kDisparity}) {
-        const auto& file = inspection.set.file(role);
-        if (!file || !CanBeRead(*file)) {
-            continue;
-        }
-        inspection.images[static_cast<std::size_t>(role)] =
-            ImageFromBytes(FormatOf(role), inspection.bytes[static_cast<std::size_t>(role)],
-                           WidthOfImage(inspection, role), file->name.first, file->name.height);
+void ReadImage(Inspection& inspection, DumpRole role) {
+    const auto& file = inspection.set.file(role);
+    if (!file || !CanBeRead(*file)) {
+        return;
     }
+    const Bytes& bytes = inspection.bytes[static_cast<std::size_t>(role)];
+    const auto& parameters = inspection.parameters;
+    const int width = role == DumpRole::kAux
+                          ? AuxWidth(inspection.set, parameters ? &*parameters : nullptr, bytes)
+                          : WidthOf(inspection.set, role);
+    inspection.images[static_cast<std::size_t>(role)] =
+        ImageFromBytes(FormatOf(role), bytes, width, file->name.first, file->name.height);
+}
+
+constexpr DumpRole kRolesShown[] = {DumpRole::kMain, DumpRole::kAux, DumpRole::kOutput,
+                                    DumpRole::kDisparity, DumpRole::kParameters};
+
+std::string ParameterLines(const DumpParameters& values) {
+    std::string text;
+    const auto line = [&text](const char* name, const std::string& value) {
+        text += fmt::format("    {:<17} {}\n", name, value);
+    };
+    line("blur", fmt::to_string(values.blur));
+    line("focus", fmt::format("{},{}", values.focusX, values.focusY));
+    line("main crop", fmt::format("{}x{}", values.mainCropWidth, values.mainCropHeight));
+    line("aux crop", fmt::format("{}x{}", values.auxCropWidth, values.auxCropHeight));
+    line("rotation", fmt::to_string(values.degree));
+    line("faces", fmt::to_string(values.faces.size()));
+    for (const DumpedFace& face : values.faces) {
+        line("", fmt::format("{},{} to {},{}, orientation {}", face.left, face.top, face.right,
+                             face.bottom, face.orient));
+    }
+    return text;
 }
 
 } // namespace
 
 const char* NameOf(Problem problem) {
-    switch (problem) {
-    case Problem::kMissing:
-        return "missing";
-    case Problem::kSurplus:
-        return "two-captures";
-    case Problem::kTruncated:
-        return "truncated";
-    case Problem::kGrown:
-        return "grown";
-    case Problem::kPitch:
-        return "pitch";
-    case Problem::kHeight:
-        return "height";
-    case Problem::kDisparity:
-        return "disparity-small";
-    case Problem::kNames:
-        return "names";
-    case Problem::kParameters:
-        return "parameters";
-    case Problem::kAuxRotated:
-        return "aux-rotated";
-    case Problem::kSwapped:
-        return "main-aux-swapped";
-    case Problem::kChroma:
-        return "u-v-swapped";
-    case Problem::kMoment:
-        return "not-one-moment";
-    case Problem::kFallback:
-        return "fallback";
-    }
-    return "";
+    return kProblemNames[static_cast<std::size_t>(problem)];
 }
 
 bool Inspection::Has(Problem problem) const {
@@ -100,20 +97,74 @@ Inspection Inspect(const DumpSet& set) {
         }
     }
     if (set.file(DumpRole::kParameters)) {
-        const Bytes& bytes = inspection.bytes[static_cast<std::size_t>(DumpRole::kParameters)];
-        ParameterText text = ParseParameterText(bytes);
+        ParameterText text =
+            ParseParameterText(inspection.bytes[static_cast<std::size_t>(DumpRole::kParameters)]);
         for (std::string& problem : text.problems) {
-            inspection.findings.push_back(
-                {Problem::kParameters, DumpRole::kParameters, std::move(problem)});
+            inspection.Report(Problem::kParameters, DumpRole::kParameters, std::move(problem));
         }
         if (inspection.findings.empty()) {
             inspection.parameters = std::move(text.values);
         }
     }
-    ReadImages(inspection);
+    for (const DumpRole role :
+         {DumpRole::kMain, DumpRole::kAux, DumpRole::kOutput, DumpRole::kDisparity}) {
+        ReadImage(inspection, role);
+    }
     for (const InspectionCheck check : kChecks) {
         check(inspection);
     }
     std::ranges::stable_sort(inspection.findings, {}, &Finding::problem);
     return inspection;
+}
+
+std::string ToText(const Inspection& inspection) {
+    std::string text = inspection.set.name() + "\n";
+    for (const DumpRole role : kRolesShown) {
+        if (const auto& file = inspection.set.file(role)) {
+            const auto& image = inspection.image(role);
+            text += fmt::format("  {:<11} {}{} bytes\n", RoleName(role),
+                                image ? fmt::format("{}x{}, pitch {}, ", image->width(),
+                                                    image->height(), image->pitch())
+                                      : "",
+                                file->bytes);
+        }
+    }
+    if (inspection.parameters) {
+        text += ParameterLines(*inspection.parameters);
+    }
+    for (const Finding& finding : inspection.findings) {
+        text += fmt::format("  WRONG {}: {}\n", NameOf(finding.problem), finding.text);
+    }
+    for (const std::string& note : inspection.notes) {
+        text += fmt::format("  note: {}\n", note);
+    }
+    return text + (inspection.findings.empty() ? "  nothing wrong found\n" : "");
+}
+
+Json ToJson(const Inspection& inspection) {
+    Json files = Json::object();
+    for (const DumpRole role : kRolesShown) {
+        const auto& file = inspection.set.file(role);
+        if (!file) {
+            continue;
+        }
+        Json& entry = files[RoleName(role)];
+        entry = {{"file", file->path.string()}, {"bytes", file->bytes}};
+        if (const auto& image = inspection.image(role)) {
+            entry.update({{"width", image->width()},
+                          {"height", image->height()},
+                          {"pitch", image->pitch()}});
+        }
+    }
+    Json findings = Json::array();
+    for (const Finding& finding : inspection.findings) {
+        findings.push_back({{"problem", NameOf(finding.problem)},
+                            {"file", finding.file ? Json(RoleName(*finding.file)) : Json(nullptr)},
+                            {"text", finding.text}});
+    }
+    return {{"set", inspection.set.name()},
+            {"files", files},
+            {"parameters", inspection.parameters ? ToJson(*inspection.parameters) : Json(nullptr)},
+            {"findings", findings},
+            {"notes", inspection.notes}};
 }

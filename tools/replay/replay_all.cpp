@@ -24,7 +24,6 @@
 #include "tools/files/json_text.h"
 #include "tools/files/output_folder.h"
 #include "tools/files/progress.h"
-#include "tools/inspect/inspection_text.h"
 #include "tools/replay/replay.h"
 #include "tools/replay/replay_text.h"
 #include "tools/run/device_folder.h"

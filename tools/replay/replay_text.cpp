@@ -1,7 +1,5 @@
 #include "tools/replay/replay_text.h"
 
-#include "tools/inspect/inspection_text.h"
-
 using Json = nlohmann::ordered_json;
 
 namespace {

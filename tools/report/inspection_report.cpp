@@ -1,6 +1,5 @@
 #include "tools/report/inspection_report.h"
 
-#include "tools/inspect/inspection_text.h"
 #include "tools/report/report_pictures.h"
 
 namespace {

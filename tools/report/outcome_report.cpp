@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "tools/inspect/inspection_text.h"
 #include "tools/replay/replay_text.h"
 #include "tools/report/inspection_report.h"
 #include "tools/report/report_pictures.h"
