@@ -5,8 +5,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <optional>
+
+#include <fmt/format.h>
 
 #include "host/picture/errors.h"
 #include "host/picture/image_file.h"
@@ -17,12 +18,14 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::size_t kFewestViews = 3;
-constexpr double kWorstAgainstMiddle = 3.0; // of the views' errors
-constexpr double kAlwaysGood = 0.5;         // pixels
+// A view is dropped if its error exceeds this multiple of the median, unless it is small anyway.
+constexpr double kWorstOfMedian = 3.0;
+constexpr double kAlwaysGood = 0.5; // pixels
 
 using Corners = std::vector<cv::Point2f>;
 
-struct Seen {
+// The board as both cameras see it in one view.
+struct Detection {
     std::size_t view = 0;
     Corners main;
     Corners aux;
@@ -33,10 +36,6 @@ struct Sizes {
     cv::Size aux;
 };
 
-std::string Text(cv::Size size) {
-    return std::to_string(size.width) + "x" + std::to_string(size.height);
-}
-
 cv::Mat ReadGrey(const fs::path& path, cv::Size& size) {
     RgbImage picture = ReadImageFile(path);
     const cv::Mat rgb(picture.height, picture.width, CV_8UC3, picture.bytes.data());
@@ -44,8 +43,8 @@ cv::Mat ReadGrey(const fs::path& path, cv::Size& size) {
         size = rgb.size();
     }
     if (rgb.size() != size) {
-        throw UseError(path.string() + ": expected " + Text(size) +
-                       " as the camera's first photo, found " + Text(rgb.size()));
+        throw UseError(fmt::format("{}: expected {}x{} as the camera's first photo, found {}x{}",
+                                   path.string(), size.width, size.height, rgb.cols, rgb.rows));
     }
     cv::Mat grey;
     cv::cvtColor(rgb, grey, cv::COLOR_RGB2GRAY);
@@ -60,7 +59,7 @@ std::optional<Corners> FindCorners(const cv::Mat& grey, const Board& board) {
     if (!found) {
         return std::nullopt;
     }
-    // No farther than half a square of the smallest.
+    // The search window stays within the squares around a corner.
     const double step = cv::norm(corners[1] - corners[0]);
     const int reach = std::clamp(static_cast<int>(step / 3), 2, 11);
     cv::cornerSubPix(grey, corners, {reach, reach}, {-1, -1},
@@ -68,30 +67,32 @@ std::optional<Corners> FindCorners(const cv::Mat& grey, const Board& board) {
     return corners;
 }
 
-// A board looks the same upside down: both photos must have counted it from the same end.
-void CountAlike(Seen& seen) {
-    const cv::Point2f main = seen.main.back() - seen.main.front();
-    const cv::Point2f aux = seen.aux.back() - seen.aux.front();
+// The detector may start at either end of the board, which looks the same upside down. Both photos
+// must list the corners in one order.
+void UnifyOrder(Detection& detection) {
+    const cv::Point2f main = detection.main.back() - detection.main.front();
+    const cv::Point2f aux = detection.aux.back() - detection.aux.front();
     if (main.dot(aux) < 0) {
-        std::ranges::reverse(seen.aux);
+        std::ranges::reverse(detection.aux);
     }
 }
 
-std::vector<Seen> SeeBoards(std::vector<BoardView>& views, const Board& board, Sizes& sizes) {
-    std::vector<Seen> seen;
+std::vector<Detection> DetectBoards(std::vector<BoardView>& views, const Board& board,
+                                    Sizes& sizes) {
+    std::vector<Detection> detections;
     for (std::size_t i = 0; i < views.size(); ++i) {
         const auto main = FindCorners(ReadGrey(views[i].main, sizes.main), board);
         const auto aux = FindCorners(ReadGrey(views[i].aux, sizes.aux), board);
         if (main && aux) {
-            seen.push_back({i, *main, *aux});
-            CountAlike(seen.back());
+            detections.push_back({i, *main, *aux});
+            UnifyOrder(detections.back());
         } else {
-            views[i].dropped = "no whole board of " + std::to_string(board.columns) + "x" +
-                               std::to_string(board.rows) + " inner corners in " +
-                               (main ? views[i].aux : views[i].main).filename().string();
+            views[i].dropped =
+                fmt::format("no whole board of {}x{} inner corners in {}", board.columns,
+                            board.rows, (main ? views[i].aux : views[i].main).filename().string());
         }
     }
-    return seen;
+    return detections;
 }
 
 std::vector<cv::Point3f> BoardPoints(const Board& board) {
@@ -110,24 +111,24 @@ struct Solution {
     LensMatrices aux;
     cv::Mat rotation;
     cv::Mat translation;
-    cv::Mat errors; // a row a view: main, aux
+    cv::Mat1d errors; // a row for each view: main, aux
     double error = 0;
 };
 
-Solution Solve(const std::vector<Seen>& seen, const Board& board, const Sizes& sizes) {
+Solution Solve(const std::vector<Detection>& detections, const Board& board, const Sizes& sizes) {
     std::vector<Corners> main;
     std::vector<Corners> aux;
-    for (const Seen& view : seen) {
+    for (const Detection& view : detections) {
         main.push_back(view.main);
         aux.push_back(view.aux);
     }
-    const std::vector<std::vector<cv::Point3f>> points(seen.size(), BoardPoints(board));
+    const std::vector<std::vector<cv::Point3f>> points(detections.size(), BoardPoints(board));
     Solution solution;
     const auto single = [&](const std::vector<Corners>& corners, cv::Size size,
                             LensMatrices& lens) {
         std::vector<cv::Mat> rotations;
         std::vector<cv::Mat> translations;
-        // Three radial terms take more views than boards usually give.
+        // A third radial term needs more views than users usually take.
         cv::calibrateCamera(points, corners, size, lens.camera, lens.distortion, rotations,
                             translations, cv::CALIB_FIX_K3);
     };
@@ -142,39 +143,32 @@ Solution Solve(const std::vector<Seen>& seen, const Board& board, const Sizes& s
     return solution;
 }
 
-double ErrorOf(const Solution& solution, int view) {
-    return std::max(solution.errors.at<double>(view, 0), solution.errors.at<double>(view, 1));
-}
-
-// Drops the worst view that fits badly; false where all fit.
-bool DropWorst(const Solution& solution, std::vector<Seen>& seen, std::vector<BoardView>& views) {
+// Drops the view with the largest error if it stands out. Returns false if none does.
+bool DropWorst(const Solution& solution, std::vector<Detection>& detections,
+               std::vector<BoardView>& views) {
     std::vector<double> errors;
-    errors.reserve(seen.size());
     for (int i = 0; i < solution.errors.rows; ++i) {
-        errors.push_back(ErrorOf(solution, i));
+        errors.push_back(std::max(solution.errors(i, 0), solution.errors(i, 1)));
     }
     const auto worst = std::ranges::max_element(errors);
     const auto at = worst - errors.begin();
     std::vector<double> sorted = errors;
     std::ranges::sort(sorted);
-    const double limit = std::max(kAlwaysGood, kWorstAgainstMiddle * sorted[sorted.size() / 2]);
-    if (*worst <= limit) {
+    const double median = sorted[sorted.size() / 2];
+    if (*worst <= std::max(kAlwaysGood, kWorstOfMedian * median)) {
         return false;
     }
-    char text[80];
-    std::snprintf(text, sizeof text, "fits badly: %.2f pixels, the middle view has %.2f", *worst,
-                  sorted[sorted.size() / 2]);
-    views[seen[static_cast<std::size_t>(at)].view].dropped = text;
-    seen.erase(seen.begin() + at);
+    views[detections[static_cast<std::size_t>(at)].view].dropped =
+        fmt::format("fits badly: {:.2f} pixels, the median of the views is {:.2f}", *worst, median);
+    detections.erase(detections.begin() + at);
     return true;
 }
 
-[[noreturn]] void TooFew(const std::vector<BoardView>& views, std::size_t left) {
-    std::string text = "expected at least " + std::to_string(kFewestViews) + " good views, found " +
-                       std::to_string(left);
+[[noreturn]] void RefuseTooFew(const std::vector<BoardView>& views, std::size_t left) {
+    std::string text = fmt::format("expected at least {} good views, found {}", kFewestViews, left);
     for (const BoardView& view : views) {
         if (!view.dropped.empty()) {
-            text += "\n  " + view.main.filename().string() + ": " + view.dropped;
+            text += fmt::format("\n  {}: {}", view.main.filename().string(), view.dropped);
         }
     }
     throw UseError(text);
@@ -189,18 +183,18 @@ BoardCalibration CalibrateFromBoards(const std::vector<std::pair<fs::path, fs::p
         result.views.push_back({main, aux, "", 0, 0});
     }
     Sizes sizes;
-    std::vector<Seen> seen = SeeBoards(result.views, board, sizes);
+    std::vector<Detection> detections = DetectBoards(result.views, board, sizes);
     Solution solution;
     do {
-        if (seen.size() < kFewestViews) {
-            TooFew(result.views, seen.size());
+        if (detections.size() < kFewestViews) {
+            RefuseTooFew(result.views, detections.size());
         }
-        solution = Solve(seen, board, sizes);
-    } while (DropWorst(solution, seen, result.views));
-    for (std::size_t i = 0; i < seen.size(); ++i) {
-        BoardView& view = result.views[seen[i].view];
-        view.mainError = solution.errors.at<double>(static_cast<int>(i), 0);
-        view.auxError = solution.errors.at<double>(static_cast<int>(i), 1);
+        solution = Solve(detections, board, sizes);
+    } while (DropWorst(solution, detections, result.views));
+    for (std::size_t i = 0; i < detections.size(); ++i) {
+        BoardView& view = result.views[detections[i].view];
+        view.mainError = solution.errors(static_cast<int>(i), 0);
+        view.auxError = solution.errors(static_cast<int>(i), 1);
     }
     result.error = solution.error;
     result.calibration =

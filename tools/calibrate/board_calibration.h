@@ -12,28 +12,29 @@
 // calibrateCamera and stereoCalibrate.
 
 struct Board {
-    int columns = 9; // inner corners
+    int columns = 9; // inner corners in a row
     int rows = 6;
-    double square = 25; // mm
+    double square = 25; // side in mm
 };
 
 struct BoardView {
     std::filesystem::path main;
     std::filesystem::path aux;
-    std::string dropped;  // why it is not used; empty for a view that is
-    double mainError = 0; // root of the mean squared distance of corners from where they should be
-    double auxError = 0;  // in pixels
+    std::string dropped;  // the reason why the view is not used; empty if it is used
+    double mainError = 0; // root mean square reprojection error of the corners, in pixels
+    double auxError = 0;
 };
 
 struct BoardCalibration {
     refocus::Calibration calibration; // mount angle and nearest distance are left 0
     std::vector<BoardView> views;
-    double error = 0; // of all used views together, pixels
+    double error = 0; // of all used views together, in pixels
 };
 
-// The photos of a view are of one moment; all of one camera have the same size. Views without a
-// whole board in both photos, and views that fit the others badly, are dropped. Throws UseError
-// where fewer than three remain or a photo cannot be read.
+// Each pair of photos, main and aux, is one view of the board at one moment; all photos of a camera
+// have the same size. A view is dropped if the whole board is not found in both photos or if its
+// reprojection error stands out. Throws UseError if fewer than three views remain or a photo cannot
+// be read.
 BoardCalibration CalibrateFromBoards(
     const std::vector<std::pair<std::filesystem::path, std::filesystem::path>>& photos,
     const Board& board);

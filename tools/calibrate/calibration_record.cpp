@@ -1,7 +1,11 @@
 #include "tools/calibrate/calibration_record.h"
 
 #include <algorithm>
-#include <string>
+#include <cmath>
+#include <numbers>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "host/picture/errors.h"
 #include "host/picture/file_bytes.h"
@@ -19,9 +23,9 @@ refocus::CameraCalibration CameraOf(const LensMatrices& lens, Size size, const c
     constexpr int kTerms = 8;
     for (int i = kTerms; i < distortion.cols; ++i) {
         if (distortion.at<double>(0, i) != 0) {
-            throw UseError(std::string(name) +
-                           " camera: expected at most 8 terms of distortion, found a thin prism's "
-                           "or a tilt's");
+            throw UseError(fmt::format("{} camera: expected at most 8 terms of distortion, found "
+                                       "those of a thin prism or a tilt",
+                                       name));
         }
     }
     const auto term = [&](int i) {
@@ -39,7 +43,7 @@ refocus::CameraCalibration CameraOf(const LensMatrices& lens, Size size, const c
     return record;
 }
 
-// OpenCV makes room for whatever count of numbers a file states; a lens has few.
+// OpenCV allocates as many numbers as the file states, and a damaged file may state billions.
 bool IsSmallMatrix(const cv::FileNode& node) {
     constexpr int kMost = 100;
     const auto isFew = [](const cv::FileNode& side) {
@@ -48,39 +52,75 @@ bool IsSmallMatrix(const cv::FileNode& node) {
     return node.isMap() && isFew(node["rows"]) && isFew(node["cols"]);
 }
 
+// `elements`: how many numbers the matrix must have; 0: at least four.
 cv::Mat ReadMatrix(cv::FileStorage& storage, const fs::path& path, const char* name, int elements) {
     const cv::FileNode node = storage[name];
-    const UseError noMatrix(path.string() + ": expected a matrix " + name +
-                            ", found something else under this name");
+    const UseError noMatrix(fmt::format(
+        "{}: expected a matrix {}, found something else under this name", path.string(), name));
     if (!node.empty() && !IsSmallMatrix(node)) {
         throw noMatrix;
     }
     cv::Mat matrix;
     try {
         node >> matrix;
-    } catch (const cv::Exception&) { // numbers that are none, or not as many as stated
+    } catch (const cv::Exception&) { // not numbers, or not as many as stated
         throw noMatrix;
     }
     const auto count = static_cast<int>(matrix.total());
     if (matrix.channels() != 1 || (elements > 0 ? count != elements : count < 4)) {
-        throw UseError(path.string() + ": expected a matrix " + name + " of " +
-                       (elements > 0 ? std::to_string(elements) : "4 or more") +
-                       " numbers, found " + (count == 0 ? "none" : std::to_string(count)));
+        throw UseError(fmt::format("{}: expected a matrix {} of {} numbers, found {}",
+                                   path.string(), name,
+                                   elements > 0 ? fmt::to_string(elements) : "4 or more",
+                                   count == 0 ? "none" : fmt::to_string(count)));
     }
     return matrix;
 }
 
 cv::FileStorage Open(const fs::path& path) {
-    const Bytes bytes = ReadFileBytes(path); // says why not, where it cannot be read
+    const Bytes bytes = ReadFileBytes(path); // whose message for an unreadable file is better
     const std::string text(bytes.begin(), bytes.end());
     try {
         cv::FileStorage storage(text, cv::FileStorage::READ | cv::FileStorage::MEMORY);
         if (storage.isOpened()) {
             return storage;
         }
-    } catch (const cv::Exception&) { // it is no such file
+    } catch (const cv::Exception&) { // another kind of file
     }
     throw UseError(path.string() + ": expected OpenCV's YAML, found another kind of file");
+}
+
+constexpr double kDegrees = 180 / std::numbers::pi;
+
+double Pixels(std::int32_t units) {
+    return static_cast<double>(units) / kCalibrationUnitsPerPixel;
+}
+
+// Lines with a heading of twelve characters before the first.
+std::string CameraText(const char* name, const refocus::CameraCalibration& camera) {
+    const double width = Pixels(camera.width);
+    const double height = Pixels(camera.height);
+    const auto view = [](double side, double focal) {
+        return 2 * std::atan(side / 2 / focal) * kDegrees;
+    };
+    std::string text =
+        fmt::format("{:<12} {:g}x{:g} pixels, field of view {:.1f} x {:.1f} degrees\n"
+                    "{:12} focal length {:.2f}, {:.2f} pixels, centre {:.2f}, {:.2f}\n",
+                    name, width, height, view(width, camera.fx), view(height, camera.fy), "",
+                    camera.fx, camera.fy, camera.cx, camera.cy);
+    const auto isZero = [](double term) { return term == 0; };
+    if (std::ranges::all_of(camera.k, isZero) && std::ranges::all_of(camera.p, isZero)) {
+        return text + fmt::format("{:12} no distortion\n", "");
+    }
+    return text + fmt::format("{:12} distortion: radial {:.4g}, tangential {:.4g}\n", "",
+                              fmt::join(camera.k, " "), fmt::join(camera.p, " "));
+}
+
+// Where the aux camera is. The translation is the main camera's position in the aux camera's frame,
+// so that the signs are reversed.
+const char* SideOf(const std::array<double, 3>& translation) {
+    const bool beside = std::abs(translation[0]) >= std::abs(translation[1]);
+    const double along = beside ? translation[0] : translation[1];
+    return beside ? (along < 0 ? "right of" : "left of") : (along < 0 ? "below" : "above");
 }
 
 } // namespace
@@ -97,13 +137,11 @@ refocus::Calibration RecordOf(const LensMatrices& main, Size mainSize, const Len
     std::copy_n(r.ptr<double>(), calibration.rotation.size(), calibration.rotation.begin());
     std::copy_n(t.ptr<double>(), calibration.translation.size(), calibration.translation.begin());
     if (refocus::ValidateCalibration(calibration) != refocus::Error::kNone) {
-        throw UseError(
-            "expected numbers that a pair of cameras side by side can have, found: focal "
-            "lengths " +
-            std::to_string(calibration.main.fx) + " and " + std::to_string(calibration.aux.fx) +
-            " pixels, translation " + std::to_string(calibration.translation[0]) + ", " +
-            std::to_string(calibration.translation[1]) + ", " +
-            std::to_string(calibration.translation[2]) + " mm");
+        const auto& [x, y, z] = calibration.translation;
+        throw UseError(fmt::format(
+            "expected numbers that a pair of cameras side by side can have, found: focal lengths "
+            "{:f} and {:f} pixels, translation {:f}, {:f}, {:f} mm",
+            calibration.main.fx, calibration.aux.fx, x, y, z));
     }
     return calibration;
 }
@@ -111,12 +149,45 @@ refocus::Calibration RecordOf(const LensMatrices& main, Size mainSize, const Len
 refocus::Calibration ReadOpenCvFiles(const fs::path& intrinsics, const fs::path& extrinsics,
                                      Size mainSize, Size auxSize, double unit) {
     cv::FileStorage lenses = Open(intrinsics);
-    cv::FileStorage places = Open(extrinsics);
+    cv::FileStorage pose = Open(extrinsics);
     const LensMatrices main{ReadMatrix(lenses, intrinsics, "M1", 9),
                             ReadMatrix(lenses, intrinsics, "D1", 0)};
     const LensMatrices aux{ReadMatrix(lenses, intrinsics, "M2", 9),
                            ReadMatrix(lenses, intrinsics, "D2", 0)};
-    const cv::Mat rotation = ReadMatrix(places, extrinsics, "R", 9);
-    const cv::Mat translation = ReadMatrix(places, extrinsics, "T", 3);
+    const cv::Mat rotation = ReadMatrix(pose, extrinsics, "R", 9);
+    const cv::Mat translation = ReadMatrix(pose, extrinsics, "T", 3);
     return RecordOf(main, mainSize, aux, auxSize, rotation, translation * unit);
+}
+
+std::string ToText(const refocus::Calibration& calibration) {
+    const auto& r = calibration.rotation;
+    const auto& t = calibration.translation;
+    // The trace of a rotation matrix is 1 + 2 cos(angle).
+    const double cosine = std::clamp((r[0] + r[4] + r[8] - 1) / 2, -1.0, 1.0);
+    return CameraText("main camera", calibration.main) + CameraText("aux camera", calibration.aux) +
+           fmt::format("{:<12} the aux camera is {:.2f} mm {} the main one ({:.3f})\n"
+                       "{:<12} the cameras look {:.2f} degrees apart\n"
+                       "{:<12} {} degrees\n"
+                       "{:<12} {}\n",
+                       "distance", std::hypot(t[0], t[1], t[2]), SideOf(t), fmt::join(t, ", "),
+                       "rotation", std::acos(cosine) * kDegrees, "mount angle",
+                       calibration.mountAngle, "nearest",
+                       calibration.nearestDistance > 0
+                           ? fmt::format("{:.0f} mm", calibration.nearestDistance)
+                           : "unknown");
+}
+
+nlohmann::ordered_json ToJson(const refocus::Calibration& calibration) {
+    const auto camera = [](const refocus::CameraCalibration& c) {
+        return nlohmann::ordered_json{{"width", Pixels(c.width)},
+                                      {"height", Pixels(c.height)},
+                                      {"focalLength", {c.fx, c.fy}},
+                                      {"centre", {c.cx, c.cy}},
+                                      {"radial", c.k},
+                                      {"tangential", c.p}};
+    };
+    return {
+        {"main", camera(calibration.main)},     {"aux", camera(calibration.aux)},
+        {"rotation", calibration.rotation},     {"translation", calibration.translation},
+        {"mountAngle", calibration.mountAngle}, {"nearestDistance", calibration.nearestDistance}};
 }

@@ -16,7 +16,6 @@
 #include "host/picture/image_file.h"
 #include "tools/calibrate/board_calibration.h"
 #include "tools/calibrate/calibration_record.h"
-#include "tools/calibrate/calibration_text.h"
 #include "tools/commands/options.h"
 #include "tools/files/json_text.h"
 #include "tools/files/output_folder.h"
@@ -85,7 +84,7 @@ void ShowResult(const CalibrateOptions& options, const refocus::Calibration& cal
     if (boards != nullptr) {
         PrintViews(*boards);
     }
-    std::printf("%s", InWords(calibration).c_str());
+    std::printf("%s", ToText(calibration).c_str());
 }
 
 int Show(const CalibrateOptions& options) {
