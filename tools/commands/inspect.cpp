@@ -19,8 +19,7 @@
 #include "tools/files/output_folder.h"
 #include "tools/files/progress.h"
 #include "tools/inspect/inspection.h"
-#include "tools/report/inspection_report.h"
-#include "tools/report/report_file.h"
+#include "tools/report/report_contents.h"
 
 namespace fs = std::filesystem;
 
@@ -63,9 +62,11 @@ void WriteReport(ReportFile& file, const InspectOptions& options, const Inspecti
                  const std::string& name) {
     Report report = ReportOf(inspection);
     if (!options.output.empty()) {
-        for (const ReportPicture& picture : report.pictures) {
-            report.links.push_back(
-                {picture.name, options.output / (name + "_" + picture.name + ".png")});
+        for (const DumpRole role : {DumpRole::kMain, DumpRole::kAux, DumpRole::kOutput}) {
+            if (inspection.image(role)) {
+                const char* const image = RoleName(role);
+                report.AddLink(image, options.output / (name + "_" + image + ".png"));
+            }
         }
     }
     file.Write(report);

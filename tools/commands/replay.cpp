@@ -20,8 +20,7 @@
 #include "tools/replay/replay.h"
 #include "tools/replay/replay_all.h"
 #include "tools/replay/replay_text.h"
-#include "tools/report/outcome_report.h"
-#include "tools/report/report_file.h"
+#include "tools/report/report_contents.h"
 
 namespace fs = std::filesystem;
 
@@ -71,8 +70,7 @@ void WriteReport(ReportFile& file, const ReplayCommandOptions& options, const Du
     progress.reset();
     Report report = ReportOf(inspection, replayed);
     if (!options.output.empty() && replayed.result.published) {
-        report.links.insert(report.links.begin(),
-                            {"output", options.output / (set.stem + "_output.png")});
+        report.AddLink("output", options.output / (set.stem + "_output.png"));
     }
     file.Write(report);
     file.Commit();

@@ -5,9 +5,9 @@ const data = JSON.parse(document.getElementById("data").textContent);
 
 const byId = (id) => document.getElementById(id);
 
-const LABEL_PIXELS = 13;
-const MARK_PIXELS = 11;
-const SLIDER_STEP = 2; // percent
+const LABEL_PIXELS = 13; // height of the labels' font
+const MARK_PIXELS = 11; // radius of the focus mark
+const SLIDER_STEP = 2; // percent of the picture's width
 const BLINK_MILLISECONDS = 700;
 const GAINS = [1, 4, 16];
 const PRIORITIES = ["V", "D", "I", "W", "E", "F"];
@@ -26,20 +26,27 @@ function makeSvg(name, attributes) {
   return element;
 }
 
+// `key`: shown beside the text, as the key that does the same; may be empty.
 function makeButton(text, key, press) {
   const button = make("button");
   button.type = "button";
   if (key) button.append(make("kbd", key));
   button.append(text);
   button.addEventListener("click", (event) => {
-    press(button);
-    // After a tap or a click the keys are the page's again.
+    press();
+    // A button that keeps the focus would also get the keys that are meant for the page.
     if (event.detail > 0) button.blur();
   });
   return button;
 }
 
-// The stage is busy until all that it is to show is decoded and drawn.
+function makeToggle(text, key, pressed, press) {
+  const button = makeButton(text, key, press);
+  button.setAttribute("aria-pressed", pressed);
+  return button;
+}
+
+// Marks the stage as busy until everything that it shows is decoded and drawn.
 let unfinished = 0;
 async function untilDone(work) {
   unfinished++;
@@ -63,7 +70,7 @@ function colourAt(share) {
   return from.map((value, i) => Math.round(value + (to[i] - value) * (place - step)));
 }
 
-// The numbers of a map, once its picture is decoded.
+// The numbers of a map, which its picture holds as shades of grey.
 async function numbersOf(map) {
   if (!map.numbers) {
     const image = new Image();
@@ -146,7 +153,7 @@ function showScale(title, low, high, colourOf, focus) {
 const overlayNames = { focus: "Focus", afRegion: "AF region", faces: "Faces", crop: "Crop" };
 const overlaysShown = new Set(Object.keys(overlayNames));
 
-// A shape twice, dark below and coloured above, so that it shows on any picture.
+// A shape drawn twice, with a dark outline under a coloured one, to be visible on any picture.
 function shape(group, name, attributes, className = "") {
   for (const layer of ["under", `over ${className}`]) {
     group.append(makeSvg(name, { ...attributes, class: layer }));
@@ -159,7 +166,7 @@ function label(group, x, y, text, unit, size) {
   });
   element.textContent = text;
   group.append(element);
-  // Whatever its place, it is to be read.
+  // Moved into the picture where it would stick out.
   const width = element.getComputedTextLength();
   element.setAttribute("x", Math.max(Math.min(x, size[0] - width - 4 * unit), 4 * unit));
   element.setAttribute("y", Math.max(Math.min(y, size[1] - 5 * unit), (LABEL_PIXELS + 2) * unit));
@@ -193,7 +200,7 @@ const drawers = {
       group.append(face);
       const [width, height] = [Math.max(right - left + 1, 0), Math.max(bottom - top + 1, 0)];
       shape(face, "rect", { x: left, y: top, width, height });
-      // The arrow leaves the face where its forehead is.
+      // An arrow points out of the face at its forehead.
       const [cx, cy] = [left + width / 2, top + height / 2];
       const half = (turn % 180 === 0 ? height : width) / 2;
       const head = 7 * unit;
@@ -208,8 +215,8 @@ const drawers = {
     });
   },
 
-  // The sensor in small, and on it the part that the picture shows; where the sensor's size is not
-  // known, that part alone.
+  // The sensor in miniature and on it the part that the picture shows, or that part alone if the
+  // sensor's size is not known.
   crop(group, unit, size, crop) {
     const sensor = crop.sensor ?? crop.part;
     const longest = Math.min(96 * unit, size[0] / 7);
@@ -261,11 +268,10 @@ function drawOverlays() {
 function showOverlayButtons() {
   const names = overlaysOf(view);
   byId("overlays").replaceChildren(...names.map((name) => {
-    const button = makeButton(overlayNames[name], "", () => {
+    const button = makeToggle(overlayNames[name], "", overlaysShown.has(name), () => {
       if (!overlaysShown.delete(name)) overlaysShown.add(name);
       refreshOverlays();
     });
-    button.setAttribute("aria-pressed", overlaysShown.has(name));
     button.prepend(make("span", undefined, `swatch ${name}`));
     return button;
   }));
@@ -303,7 +309,7 @@ function showPictures(before, after) {
     if (name && image.dataset.name !== name) {
       image.dataset.name = name;
       image.src = data.pictures[name].uri;
-      untilDone(image.decode().catch(() => {})); // fails where the next view is chosen before
+      untilDone(image.decode().catch(() => {})); // rejected if another view is chosen meanwhile
       image.alt = `${name} picture`;
     }
     byId(`${id}Name`).hidden = !name;
@@ -331,12 +337,6 @@ function stopBlinking() {
 
 function showChoices(...buttons) {
   byId("choices").replaceChildren(...buttons);
-}
-
-function makeToggle(text, key, pressed, press) {
-  const button = makeButton(text, key, press);
-  button.setAttribute("aria-pressed", pressed);
-  return button;
 }
 
 function showBlink() {
@@ -415,7 +415,7 @@ function makeViews() {
 
 const views = makeViews();
 
-// As wide as the page, and no higher than leaves room for what belongs to it.
+// The stage is as wide as the page, but leaves room in height for its buttons.
 function fitStage() {
   const stage = byId("stage");
   const room = byId("viewer").clientWidth;
@@ -573,8 +573,8 @@ function lineOf(value) {
   return words.join(", ") || "none";
 }
 
-// Names and values: objects in rows of their own, "main.width" and so on, and so the items of a
-// list of lists or objects.
+// Rows of names and values. The members of an object get rows of their own, named "main.width" and
+// so on, and so do the items of a list of lists or objects.
 function rowsOf(values, above = "") {
   return Object.entries(values).flatMap(([key, value]) => {
     const name = above + key;
@@ -593,28 +593,27 @@ function addSection(title, className) {
   return section;
 }
 
+// `rows`: pairs of a name and a text or an element.
+function addTable(title, rows) {
+  const table = make("table");
+  for (const [name, value] of rows) {
+    const row = table.insertRow();
+    row.append(make("th", name), make("td"));
+    row.firstChild.scope = "row";
+    row.lastChild.append(value);
+  }
+  addSection(title).append(table);
+  return table;
+}
+
 function showSections() {
-  for (const { title, values } of data.sections) {
-    const table = make("table");
-    for (const [name, value] of rowsOf(values)) {
-      const row = table.insertRow();
-      row.append(make("th", name), make("td", value));
-      row.firstChild.scope = "row";
-    }
-    addSection(title).append(table);
-  }
-  if (data.links.length) {
-    const table = make("table");
-    table.id = "links";
-    for (const { name, file, target } of data.links) {
-      const link = make("a", file);
-      link.href = target;
-      const row = table.insertRow();
-      row.append(make("th", name), make("td"));
-      row.lastChild.append(link);
-    }
-    addSection("Originals").append(table);
-  }
+  for (const { title, values } of data.sections) addTable(title, rowsOf(values));
+  if (!data.links.length) return;
+  addTable("Originals", data.links.map(({ name, file, target }) => {
+    const link = make("a", file);
+    link.href = target;
+    return [name, link];
+  })).id = "links";
 }
 
 function showLog() {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -9,78 +8,69 @@
 #include <nlohmann/json.hpp>
 
 #include "host/log/log_control.h"
+#include "host/picture/geometry.h"
+#include "host/picture/image.h"
 #include "platform/chi_metadata.h"
 #include "tools/dumps/parameter_text.h"
-#include "tools/run/run_options.h"
+#include "tools/files/output_folder.h"
 
-// What a report shows. Whatever is not known stays empty, and the page leaves it out. Places are
-// pixels of the main image.
+// A report: what is known of a run or a dump set, for a page that shows it. What is not added is
+// left out of the page. Points and regions are pixels of the main image.
+class Report {
+public:
+    // `command`: which made it.
+    Report(const std::string& command, const std::string& title);
 
-// A picture as the page holds it: scaled down where it is larger than a page needs.
-struct ReportPicture {
-    std::string name; // "main", "aux", "output", "dumped output"
-    Size full;        // before scaling
-    std::string uri;  // "data:" with the whole picture
-};
-
-// Numbers of 0 to 255 in the shades of a grey picture.
-struct ReportMap {
-    Size full;
-    std::string uri;
-    int low = 0; // the lowest and the highest number before scaling
-    int high = 0;
-};
-
-// Two of the pictures, of one size, to look at against each other.
-struct ReportComparison {
-    std::string before;
-    std::string after;
-    ReportMap difference; // the largest of the planes' at each place
-};
-
-// What of a camera's sensor its image shows.
-struct ReportCrop {
-    Size part;
-    std::optional<Size> sensor;
-};
-
-struct ReportOverlays {
-    std::optional<Point> focus;
-    std::optional<ChiWeightedRegion> afRegion;
-    std::vector<DumpedFace> faces;
-    std::optional<ReportCrop> mainCrop;
-    std::optional<ReportCrop> auxCrop;
-};
-
-struct ReportFinding {
     enum class Kind { kGood, kNote, kWrong };
 
-    Kind kind = Kind::kNote;
-    std::string name; // of the problem, may be empty
-    std::string text;
+    // `name`: of the problem, may be empty.
+    void AddFinding(Kind kind, const std::string& name, const std::string& text);
+    bool hasWrong() const { return hasWrong_; }
+
+    // An NV12 image, reduced if it is larger than a page needs. The first one added is the main
+    // image.
+    void AddPicture(const std::string& name, const host::Image& image);
+
+    // Two added images, to be compared in the page. Nothing happens if their sizes differ.
+    void AddComparison(const std::string& before, const host::Image& a, const std::string& after,
+                       const host::Image& b);
+
+    // To be drawn over the pictures.
+    void SetFocus(Point focus);
+    void SetAfRegion(const ChiWeightedRegion& region);
+    void SetSensors(Size main, Size aux);
+    // Focus, faces and crops, and a section of all parameters.
+    void SetParameters(const DumpParameters& parameters);
+
+    // The disparity, of which the first `width` bytes of each row belong to the main image. The
+    // focus must have been set before.
+    void SetDisparity(const host::Image& disparity, int width);
+
+    // `values`: an object.
+    void AddSection(const std::string& title, const nlohmann::ordered_json& values);
+    void AddLog(const std::vector<host::LogRecord>& log);
+    void AddLink(const std::string& name, const std::filesystem::path& file);
+
+    // The HTML page, which needs nothing else. `folder`: where it will stand, from which its links
+    // are relative.
+    std::string Page(const std::filesystem::path& folder) const;
+
+private:
+    nlohmann::ordered_json data_; // for the page's script
+    std::vector<std::pair<std::string, std::filesystem::path>> links_;
+    bool hasWrong_ = false;
 };
 
-struct ReportSection {
-    std::string title;
-    nlohmann::ordered_json values; // an object
-};
+// A page under way: the file appears when it is committed, and not before.
+class ReportFile {
+public:
+    // Makes the folder if it is missing. Throws UseError if no page can stand there.
+    explicit ReportFile(const std::filesystem::path& file);
 
-// A file to open beside the page.
-struct ReportLink {
-    std::string name;
-    std::filesystem::path file;
-};
+    void Write(const Report& report);
+    void Commit() { folder_.Commit(); }
 
-struct Report {
-    std::string command; // that made it
-    std::string title;
-    std::vector<ReportFinding> findings;
-    std::vector<ReportPicture> pictures; // the main one first
-    std::vector<ReportComparison> comparisons;
-    std::optional<ReportMap> disparity; // of the main image's size; larger is nearer
-    std::optional<int> focusDisparity;  // at the focus point
-    ReportOverlays overlays;
-    std::vector<ReportSection> sections;
-    std::vector<host::LogRecord> log;
-    std::vector<ReportLink> links;
+private:
+    OutputFolder folder_;
+    std::string name_;
 };

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <optional>
+#include <vector>
+
+#include "tools/inspect/inspection.h"
+#include "tools/replay/replay.h"
+#include "tools/report/report.h"
+#include "tools/run/run_json.h"
+
+// What the report of each command holds.
+
+// All that is known of a dump set.
+Report ReportOf(const Inspection& inspection);
+
+// A rendered pair. `dumps`: the inspection of what the node dumped of it.
+Report ReportOf(const RunFacts& facts, const Outcome& outcome,
+                const std::optional<Inspection>& dumps, const std::vector<host::LogRecord>& log);
+
+// A replayed set. `inspection`: what was known of it before.
+Report ReportOf(const Inspection& inspection, const Replayed& replayed);
