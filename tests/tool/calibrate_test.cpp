@@ -2,19 +2,15 @@
 
 #include <cmath>
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 
-#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include "host/picture/file_bytes.h"
 #include "host/picture/image_file.h"
 #include "host/refocus/calibration.h"
-#include "tests/tool/tool_runner.h"
+#include "tests/tool/tool_test.h"
 
-namespace fs = std::filesystem;
-using Names = std::vector<std::string>;
+using testing::HasSubstr;
 
 namespace {
 
@@ -78,17 +74,7 @@ RgbImage Photo(const Pose& pose, double offset) {
     });
 }
 
-class CalibrateTest : public testing::Test {
-protected:
-    ToolRun Run(const Names& arguments) { return RunTool(arguments, folder_); }
-
-    void Write(const std::string& name, const std::string& text) {
-        WriteBytes(folder_ / name, {text.begin(), text.end()});
-    }
-
-    const TestFolder temporary_;
-    const fs::path folder_ = temporary_.path();
-};
+using CalibrateTest = ToolTest;
 
 TEST_F(CalibrateTest, BoardsGiveTheCamerasAndBadViewsAreLeftOut) {
     Names arguments{"calibrate",     "--board", "9x6", "--square", "25",    "--json",
@@ -113,10 +99,8 @@ TEST_F(CalibrateTest, BoardsGiveTheCamerasAndBadViewsAreLeftOut) {
     ASSERT_EQ(run.exitCode, 0) << run.errors;
     const auto report = nlohmann::json::parse(run.output);
     ASSERT_EQ(report["views"].size(), count + 1);
-    EXPECT_NE(report["views"][2].value("dropped", "").find("fits badly"), std::string::npos)
-        << report["views"];
-    EXPECT_NE(report["views"][count].value("dropped", "").find("no whole board"),
-              std::string::npos);
+    EXPECT_THAT(report["views"][2].value("dropped", ""), HasSubstr("fits badly"));
+    EXPECT_THAT(report["views"][count].value("dropped", ""), HasSubstr("no whole board"));
     EXPECT_LT(report["error"], 0.2);
     EXPECT_LT(report["views"][0]["mainError"], 0.2);
 
@@ -133,7 +117,7 @@ TEST_F(CalibrateTest, BoardsGiveTheCamerasAndBadViewsAreLeftOut) {
 
     const ToolRun shown = Run({"calibrate", "--show", "cali.bin"});
     EXPECT_EQ(shown.exitCode, 0);
-    EXPECT_NE(shown.output.find("mm right of the main one"), std::string::npos) << shown.output;
+    EXPECT_THAT(shown.output, HasSubstr("mm right of the main one"));
 }
 
 constexpr char kIntrinsics[] = R"(%YAML:1.0
@@ -184,22 +168,19 @@ TEST_F(CalibrateTest, OpenCvFilesBecomeACalibration) {
     refocus::Calibration c;
     ASSERT_EQ(refocus::ParseCalibration(ReadFileBytes(folder_ / "deep/cali.bin"), c),
               refocus::Error::kNone);
-    EXPECT_EQ(c.main, (refocus::CameraCalibration{400000,
-                                                  300000,
-                                                  3200.5,
-                                                  3201.5,
-                                                  1999.5,
-                                                  1498.5,
-                                                  {0.11, 0.12, 0.13, 0, 0, 0},
-                                                  {0.001, 0.002}}));
-    EXPECT_EQ(c.aux, (refocus::CameraCalibration{200000,
-                                                 150000,
-                                                 1600,
-                                                 1601,
-                                                 999.5,
-                                                 749.5,
-                                                 {0.21, 0.22, 0.23, 0.24, 0.25, 0.26},
-                                                 {0.003, 0.004}}));
+    using Numbers = std::vector<double>;
+    const auto lens = [](const refocus::CameraCalibration& camera) {
+        Numbers numbers{camera.fx, camera.fy, camera.cx, camera.cy};
+        numbers.insert(numbers.end(), camera.k.begin(), camera.k.end());
+        numbers.insert(numbers.end(), camera.p.begin(), camera.p.end());
+        return numbers;
+    };
+    EXPECT_EQ(lens(c.main),
+              (Numbers{3200.5, 3201.5, 1999.5, 1498.5, 0.11, 0.12, 0.13, 0, 0, 0, 0.001, 0.002}));
+    EXPECT_EQ(lens(c.aux), (Numbers{1600, 1601, 999.5, 749.5, 0.21, 0.22, 0.23, 0.24, 0.25, 0.26,
+                                    0.003, 0.004}));
+    EXPECT_EQ(std::pair(c.main.width, c.main.height), std::pair(400000, 300000));
+    EXPECT_EQ(std::pair(c.aux.width, c.aux.height), std::pair(200000, 150000));
     EXPECT_EQ(c.translation, (std::array<double, 3>{-12, 0, 0.48}));
     EXPECT_EQ(c.nearestDistance, 300);
 }
@@ -249,7 +230,7 @@ TEST_F(CalibrateTest, RefusesWhatGivesNoCalibration) {
     for (const auto& [arguments, said] : cases) {
         const ToolRun run = Run(arguments);
         EXPECT_EQ(run.exitCode, 2) << said;
-        EXPECT_NE(run.errors.find(said), std::string::npos) << run.errors;
+        EXPECT_THAT(run.errors, HasSubstr(said));
     }
     EXPECT_EQ(NamesIn(folder_), before) << "nothing half-written";
 }
@@ -266,8 +247,7 @@ TEST_F(CalibrateTest, CompletionKnowsCommandsOptionsAndValues) {
                             "echo \"${COMPREPLY[*]}\" > said\n");
         const std::string command = "cd " + folder_.string() + " && bash ask.sh";
         EXPECT_EQ(std::system(command.c_str()), 0);
-        const Bytes bytes = ReadFileBytes(folder_ / "said");
-        return std::string(bytes.begin(), bytes.end());
+        return ReadText(folder_ / "said");
     };
     EXPECT_EQ(complete("re"), "render replay\n");
     EXPECT_EQ(complete("convert --to ''"), "png nv12 y8\n");

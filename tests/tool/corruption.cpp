@@ -6,6 +6,8 @@
 #include <fstream>
 #include <stdexcept>
 
+#include <fmt/format.h>
+
 #include "host/picture/nv12.h"
 #include "tests/tool/tool_runner.h"
 #include "tools/dumps/dump_image.h"
@@ -17,8 +19,8 @@ namespace {
 
 // One corruption under way.
 struct Work {
-    const MadeCapture& capture;
-    const MadeCapture& other;
+    const SyntheticCapture& capture;
+    const SyntheticCapture& other;
     std::mt19937 random;
     fs::path folder;
     DumpSet set;
@@ -68,24 +70,28 @@ Corrupted Grow(Work& work) {
     return {"grown by " + std::to_string(more), Problem::kGrown, role};
 }
 
-// The name says another pitch; the file keeps its length or has the one that the name says.
+// The name says another pitch or height; the file keeps its length or has the one that the name
+// says.
+void Misname(Work& work, DumpRole role, int pitch, int height) {
+    if (work.Below(2) == 0) {
+        Bytes bytes = work.Read(role);
+        bytes.resize(ImageBytes(host::Image::Format::Nv12, pitch, height));
+        work.Write(role, bytes);
+    }
+    work.Rename(role, pitch, height);
+}
+
 Corrupted MisnamePitch(Work& work) {
     const DumpRole role = work.AnyImage();
     const DumpName& name = work.File(role).name;
     constexpr std::array<int, 5> kSteps{16, 32, 48, 64, 128};
     const int step = kSteps[static_cast<std::size_t>(work.Below(5))];
     const int pitch = name.first + (work.Below(2) == 0 ? step : -step);
-    if (work.Below(2) == 0) {
-        Bytes bytes = work.Read(role);
-        bytes.resize(ImageBytes(host::Image::Format::Nv12, pitch, name.height));
-        work.Write(role, bytes);
-    }
-    if (role == DumpRole::kMain) { // all names that say the main image's pitch
+    if (role == DumpRole::kMain) { // the disparity's name says the main image's pitch, too
         work.Rename(DumpRole::kDisparity, pitch, name.height);
     }
-    work.Rename(role, pitch, name.height);
-    return {"pitch " + std::to_string(name.first) + " named " + std::to_string(pitch),
-            Problem::kPitch, role};
+    Misname(work, role, pitch, name.height);
+    return {fmt::format("pitch {} named {}", name.first, pitch), Problem::kPitch, role};
 }
 
 Corrupted MisnameHeight(Work& work) {
@@ -93,14 +99,8 @@ Corrupted MisnameHeight(Work& work) {
     const DumpName& name = work.File(role).name;
     const int step = 2 * work.Between(4, 32);
     const int height = name.height + (work.Below(2) == 0 ? step : -step);
-    if (work.Below(2) == 0) {
-        Bytes bytes = work.Read(role);
-        bytes.resize(ImageBytes(host::Image::Format::Nv12, name.first, height));
-        work.Write(role, bytes);
-    }
-    work.Rename(role, name.first, height);
-    return {"height " + std::to_string(name.height) + " named " + std::to_string(height),
-            Problem::kHeight, role};
+    Misname(work, role, name.first, height);
+    return {fmt::format("height {} named {}", name.height, height), Problem::kHeight, role};
 }
 
 Corrupted SwapChroma(Work& work) {
@@ -121,38 +121,30 @@ Corrupted RotateAux(Work& work) {
     const RgbImage picture = Nv12ToRgb(image);
     const int quarters = work.Between(1, 3);
     const bool upright = quarters == 2;
-    RgbImage turned(upright ? picture.width : picture.height,
-                    upright ? picture.height : picture.width);
-    for (int y = 0; y < picture.height; ++y) {
-        for (int x = 0; x < picture.width; ++x) {
-            const std::uint8_t* from =
-                &picture.bytes[static_cast<std::size_t>(y * picture.pitch() + x * 3)];
-            const int right = picture.width - 1 - x;
-            const int below = picture.height - 1 - y;
-            turned.Set(upright         ? right
-                       : quarters == 1 ? below
-                                       : y,
-                       upright         ? below
-                       : quarters == 1 ? x
-                                       : right,
-                       {from[0], from[1], from[2]});
-        }
-    }
-    const int pitch = upright ? image.pitch() : (turned.width + 31) / 32 * 32;
-    const host::Image result = RgbToNv12(turned, pitch);
+    const int right = picture.width - 1;
+    const int bottom = picture.height - 1;
+    const RgbImage rotated = Paint(upright ? picture.width : picture.height,
+                                   upright ? picture.height : picture.width, [&](int x, int y) {
+                                       return upright ? ColourAt(picture, right - x, bottom - y)
+                                              : quarters == 1 ? ColourAt(picture, y, bottom - x)
+                                                              : ColourAt(picture, right - y, x);
+                                   });
+    const int pitch = upright ? image.pitch() : (rotated.width + 31) / 32 * 32;
+    const host::Image result = RgbToNv12(rotated, pitch);
     work.Write(DumpRole::kAux, result.bytes());
     work.Rename(DumpRole::kAux, result.pitch(), result.height());
-    return {"aux turned by " + std::to_string(90 * quarters), Problem::kAuxRotated, DumpRole::kAux};
+    return {"aux rotated by " + std::to_string(90 * quarters), Problem::kAuxRotated,
+            DumpRole::kAux};
 }
 
 Corrupted SwapImages(Work& work) {
     DumpName main = work.File(DumpRole::kMain).name;
     DumpName aux = work.File(DumpRole::kAux).name;
-    const fs::path aside = work.folder / "aside";
-    fs::rename(work.File(DumpRole::kMain).path, aside);
+    const fs::path temporary = work.folder / "swapping";
+    fs::rename(work.File(DumpRole::kMain).path, temporary);
     std::swap(main.role, aux.role);
     fs::rename(work.File(DumpRole::kAux).path, work.folder / DumpFileName(aux));
-    fs::rename(aside, work.folder / DumpFileName(main));
+    fs::rename(temporary, work.folder / DumpFileName(main));
     return {"main and aux swapped", Problem::kSwapped, std::nullopt};
 }
 
@@ -177,19 +169,12 @@ Corrupted LaterAux(Work& work) {
                                                   .walkY = work.Between(-30, 30) / 1000.0}));
     } else { // a photo cannot be taken again: its part moves
         const RgbImage picture = Nv12ToRgb(ImageOf(work, DumpRole::kAux));
-        RgbImage moved(picture.width, picture.height);
-        for (int y = 0; y < picture.height; ++y) {
-            for (int x = 0; x < picture.width; ++x) {
-                const int fromX =
-                    std::clamp(x + static_cast<int>(across * picture.width), 0, picture.width - 1);
-                const int fromY =
-                    std::clamp(y + static_cast<int>(down * picture.width), 0, picture.height - 1);
-                const std::uint8_t* from =
-                    &picture.bytes[static_cast<std::size_t>(fromY * picture.pitch() + fromX * 3)];
-                moved.Set(x, y, {from[0], from[1], from[2]});
-            }
-        }
-        WriteAux(work, moved);
+        const int dx = static_cast<int>(across * picture.width);
+        const int dy = static_cast<int>(down * picture.width);
+        WriteAux(work, Paint(picture.width, picture.height, [&](int x, int y) {
+                     return ColourAt(picture, std::clamp(x + dx, 0, picture.width - 1),
+                                     std::clamp(y + dy, 0, picture.height - 1));
+                 }));
     }
     return {"aux of another moment, moved by " + std::to_string(down), Problem::kMoment,
             DumpRole::kAux};
@@ -285,7 +270,7 @@ Corrupted Contradict(Work& work) {
 
 } // namespace
 
-Corrupted Corrupt(int kind, const MadeCapture& capture, const MadeCapture& other,
+Corrupted Corrupt(int kind, const SyntheticCapture& capture, const SyntheticCapture& other,
                   std::uint32_t seed, const fs::path& folder) {
     constexpr std::array<Corrupted (*)(Work&), kCorruptionKinds> kKinds{
         Truncate, Grow,     MisnamePitch,    MisnameHeight, SwapChroma, RotateAux, SwapImages,

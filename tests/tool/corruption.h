@@ -7,20 +7,20 @@
 #include <string>
 #include <vector>
 
-#include "tests/tool/made_capture.h"
+#include "tests/tool/synthetic_capture.h"
 #include "tools/inspect/inspection.h"
 
-// Ways in which a dump set can be wrong, done to good ones.
+// Corrupts good dump sets in the ways in which one can be wrong.
 
 struct Corrupted {
-    std::string what;             // for a message
-    Problem problem{};            // that an inspection has to name first
-    std::optional<DumpRole> file; // of this file
+    std::string what;             // for messages
+    Problem problem{};            // which an inspection must name first
+    std::optional<DumpRole> file; // and the file that it must name
 };
 
 constexpr int kCorruptionKinds = 13;
 
 // Copies the capture's files into `folder`, which is emptied before, and corrupts them. `other` is
 // another capture, for pictures of another scene.
-Corrupted Corrupt(int kind, const MadeCapture& capture, const MadeCapture& other,
+Corrupted Corrupt(int kind, const SyntheticCapture& capture, const SyntheticCapture& other,
                   std::uint32_t seed, const std::filesystem::path& folder);

@@ -16,7 +16,7 @@
 
 #include "host/picture/image_file.h"
 #include "tests/tool/corruption.h"
-#include "tests/tool/made_capture.h"
+#include "tests/tool/synthetic_capture.h"
 #include "tools/inspect/inspection.h"
 
 namespace fs = std::filesystem;
@@ -32,7 +32,7 @@ struct Options {
     fs::path right;
 };
 
-std::string InWords(const std::vector<Finding>& findings) {
+std::string Describe(const std::vector<Finding>& findings) {
     std::string words;
     for (const Finding& finding : findings) {
         words += "\n    " + std::string(NameOf(finding.problem)) + ": " + finding.text;
@@ -40,14 +40,14 @@ std::string InWords(const std::vector<Finding>& findings) {
     return words.empty() ? "\n    nothing found" : words;
 }
 
-int InspectGoodSets(const std::vector<MadeCapture>& captures) {
+int InspectGoodSets(const std::vector<SyntheticCapture>& captures) {
     int alarms = 0;
-    for (const MadeCapture& capture : captures) {
+    for (const SyntheticCapture& capture : captures) {
         const Inspection inspection = Inspect(FindDumpSet(capture.folder / capture.stem));
         if (!inspection.findings.empty()) {
             ++alarms;
             std::printf("false alarm: %s (%s)%s\n", capture.stem.c_str(),
-                        capture.scene ? "scene" : "photo", InWords(inspection.findings).c_str());
+                        capture.scene ? "scene" : "photo", Describe(inspection.findings).c_str());
         }
     }
     std::printf("good sets suspected: %d of %zu (%.2f %%)\n", alarms, captures.size(),
@@ -60,13 +60,13 @@ bool Named(const Corrupted& corrupted, const std::vector<Finding>& findings) {
            findings.front().file == corrupted.file;
 }
 
-int InspectCorruptedSets(const Options& options, const std::vector<MadeCapture>& captures) {
+int InspectCorruptedSets(const Options& options, const std::vector<SyntheticCapture>& captures) {
     int right = 0;
     std::map<Problem, std::pair<int, int>> counts; // right, all
     for (int i = 0; i < options.corruptions; ++i) {
         const auto seed = options.seed * 100003u + static_cast<unsigned>(i);
         const std::size_t which = static_cast<std::size_t>(i / kCorruptionKinds) % captures.size();
-        const MadeCapture& capture = captures[which];
+        const SyntheticCapture& capture = captures[which];
         const fs::path folder = options.folder / "corrupted";
         const Corrupted corrupted = Corrupt(i % kCorruptionKinds, capture,
                                             captures[(which + 1) % captures.size()], seed, folder);
@@ -80,7 +80,7 @@ int InspectCorruptedSets(const Options& options, const std::vector<MadeCapture>&
             std::printf("not named: %s (%s), %s, of %s, number %d%s\n", capture.stem.c_str(),
                         capture.scene ? "scene" : "photo", corrupted.what.c_str(),
                         corrupted.file ? RoleName(*corrupted.file) : "the pair", i,
-                        InWords(inspection.findings).c_str());
+                        Describe(inspection.findings).c_str());
         }
     }
     for (const auto& [problem, count] : counts) {
@@ -99,7 +99,7 @@ int Run(const Options& options) {
         right = ReadImageFile(options.right);
     }
     CaptureMaker maker(NODE_LIBRARY, ENGINE_LIBRARY, std::move(left), std::move(right));
-    const std::vector<MadeCapture> captures =
+    const std::vector<SyntheticCapture> captures =
         maker.MakeAll(options.seed * 10007u, options.sets, options.folder / "good");
     const int alarms = InspectGoodSets(captures);
     const int missed = InspectCorruptedSets(options, captures);

@@ -3,22 +3,20 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <sstream>
 
-#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include "host/picture/image_file.h"
 #include "host/picture/nv12.h"
-#include "tests/tool/tool_runner.h"
+#include "tests/tool/tool_test.h"
 #include "tools/compare/difference.h"
 #include "tools/dumps/dump_image.h"
 #include "tools/dumps/parameter_text.h"
 
 namespace fs = std::filesystem;
+using testing::HasSubstr;
 using Format = host::Image::Format;
-using Names = std::vector<std::string>;
 
 namespace {
 
@@ -47,7 +45,12 @@ host::Image Dump() {
     return image;
 }
 
-class PictureCommandTest : public testing::Test {
+// The dump without its padding.
+host::Image Cropped() {
+    return ImageFromBytes(Format::Nv12, Dump().bytes(), kPictureWidth, kPitch, kPictureHeight);
+}
+
+class PictureCommandTest : public ToolTest {
 protected:
     PictureCommandTest() {
         const host::Image dump = Dump();
@@ -63,38 +66,26 @@ protected:
             disparity.push_back(static_cast<std::uint8_t>(i / 40));
         }
         WriteBytes(folder_ / kDisparity, disparity);
-        const std::string text = FormatParameterText({});
-        WriteBytes(folder_ / "IMG_20240131_235959_0_120x80_metadata.txt",
-                   {text.begin(), text.end()});
+        Write("IMG_20240131_235959_0_120x80_metadata.txt", FormatParameterText({}));
     }
-
-    ToolRun Run(const Names& arguments) { return RunTool(arguments, folder_); }
-
-    const TestFolder temporary_;
-    const fs::path folder_ = temporary_.path();
 };
 
-int Largest(const PictureDifference& difference) {
+int LargestDifference(const PictureDifference& difference) {
     return std::ranges::max(difference.planes, {}, &PlaneDifference::largest).largest;
-}
-
-int Worst(const RgbImage& a, const RgbImage& b) {
-    return a.width == b.width && a.height == b.height ? Largest(Compare(a, b)) : 255;
 }
 
 TEST_F(PictureCommandTest, ConvertsDumpsAndBack) {
     const ToolRun run = Run({"convert", kMain, kDisparity, "-o", "seen"});
     ASSERT_EQ(run.exitCode, 0) << run.errors;
     const fs::path png = folder_ / "seen/IMG_20240131_235959_0_128x80.png";
-    EXPECT_LE(Worst(ReadImageFile(png), Picture()), 4);
+    EXPECT_LE(LargestDifference(ReadImageFile(png), Picture()), 4);
 
     // The pitch stands in the name; what was disparity comes back byte for byte.
     ASSERT_EQ(Run({"convert", png, "-o", "back"}).exitCode, 0);
     const host::Image back = ReadImageDump(folder_ / "back" / kMain, Format::Nv12, kPictureWidth,
                                            kPitch, kPictureHeight);
-    const PictureDifference difference = Compare(
-        back, ImageFromBytes(Format::Nv12, Dump().bytes(), kPictureWidth, kPitch, kPictureHeight));
-    EXPECT_LE(Largest(difference), 3) << ToText(difference);
+    const PictureDifference difference = Compare(back, Cropped());
+    EXPECT_LE(LargestDifference(difference), 3) << ToText(difference);
     ASSERT_EQ(Run({"convert", "seen/IMG_20240131_235959_0_128x80_disparity.png", "--to", "y8",
                    "--pitch", "128", "-o", "back"})
                   .exitCode,
@@ -126,8 +117,8 @@ TEST_F(PictureCommandTest, PrintsCommandsThatOpenTheDumps) {
         const std::string command = "cd " + folder_.string() + " && " + line + " 2>ffmpeg.log";
         ASSERT_EQ(std::system(command.c_str()), 0) << command;
         ASSERT_LT(opened, pictures.size());
-        EXPECT_LE(Worst(ReadImageFile(folder_ / "IMG_20240131_235959_0_128x80.png"),
-                        ReadImageFile(folder_ / "seen" / pictures[opened])),
+        EXPECT_LE(LargestDifference(ReadImageFile(folder_ / "IMG_20240131_235959_0_128x80.png"),
+                                    ReadImageFile(folder_ / "seen" / pictures[opened])),
                   2)
             << line;
         ++opened;
@@ -152,29 +143,29 @@ TEST_F(PictureCommandTest, DiffFindsWhatDiffersAndLeavesOutPadding) {
     EXPECT_TRUE(planes[1]["psnr"].is_null());
     EXPECT_EQ(planes[2]["differing"], 1);
     const RgbImage heat = ReadImageFile(folder_ / "heat.png");
-    const auto colour = [&](int x, int y) {
-        const std::uint8_t* at = &heat.bytes[static_cast<std::size_t>(y * heat.pitch() + x * 3)];
-        return Colour{at[0], at[1], at[2]};
-    };
+    const auto colour = [&](int x, int y) { return ColourAt(heat, x, y); };
     EXPECT_EQ(colour(0, 0), colour(100, 70)) << "equal places have one colour";
     EXPECT_NE(colour(7, 3), colour(0, 0));
     EXPECT_NE(colour(31, 21), colour(0, 0)) << "chroma counts for each of its pixels";
 }
 
-struct DiffCase {
-    const char* name;
-    Names arguments;
-    int exitCode;
-    std::string said; // on either stream
-};
-
-void PrintTo(const DiffCase& test, std::ostream* out) {
-    *out << test.name;
+// Three pixels of a side become one.
+TEST(DifferenceMap, KeepsTheLargestDifferenceWhenItIsReduced) {
+    const RgbImage plain(4100, 10);
+    RgbImage changed = plain;
+    changed.Set(4, 4, {0, 9, 3});
+    changed.Set(5, 5, {7, 0, 0});
+    changed.Set(4099, 9, {0, 0, 5});
+    const host::Image map = DifferenceMap(plain, changed);
+    ASSERT_EQ(map.width(), 1367);
+    ASSERT_EQ(map.height(), 4);
+    Bytes expected(map.bytes().size());
+    expected[1367 + 1] = 9;
+    expected.back() = 5;
+    EXPECT_EQ(map.bytes(), expected);
 }
 
-class DiffTest : public PictureCommandTest, public testing::WithParamInterface<DiffCase> {};
-
-TEST_P(DiffTest, Answers) {
+TEST_F(PictureCommandTest, DiffAnswers) {
     const host::Image dump = Dump();
     WriteBytes(folder_ / "copy_128x80.nv12", dump.bytes());
     host::Image narrow = RgbToNv12(Picture(), kPictureWidth);
@@ -184,42 +175,35 @@ TEST_P(DiffTest, Answers) {
     longer.resize(longer.size() + 1000);
     WriteBytes(folder_ / "long_128x80.nv12", longer);
     WriteBytes(folder_ / "plain.nv12", dump.bytes());
-    WriteBytes(folder_ / "main.png",
-               EncodePng(Nv12ToRgb(ImageFromBytes(Format::Nv12, dump.bytes(), kPictureWidth, kPitch,
-                                                  kPictureHeight))));
+    WriteBytes(folder_ / "main.png", EncodePng(Nv12ToRgb(Cropped())));
     WriteBytes(folder_ / "small.png", EncodePng(RgbImage(20, 10)));
-    Names arguments{"diff"};
-    arguments.insert(arguments.end(), GetParam().arguments.begin(), GetParam().arguments.end());
-    const ToolRun run = Run(arguments);
-    EXPECT_EQ(run.exitCode, GetParam().exitCode) << run.output << run.errors;
-    EXPECT_NE((run.output + run.errors).find(GetParam().said), std::string::npos)
-        << run.output << run.errors;
+    const struct {
+        Names arguments;
+        int exitCode;
+        std::string said; // on either stream
+    } kCases[] = {
+        {{kMain, kMain}, 0, "identical"},
+        {{kMain, "copy_128x80.nv12"}, 0, "identical"},
+        {{kMain, "narrow_120x80.nv12"}, 0, "identical"},
+        {{"copy_128x80.nv12", "narrow_120x80.nv12"}, 1, "sizes differ: 128x80 and 120x80; --width"},
+        {{"copy_128x80.nv12", "narrow_120x80.nv12", "--width", "120"}, 0, "identical"},
+        {{kMain, "main.png"}, 0, "identical"},
+        {{kMain, kOutput}, 1, "first difference at 7,3: Y"},
+        {{"main.png", "small.png"}, 1, "120x80 and 20x10"},
+        {{kMain, kOutput, "--width", "129"}, 2, "at most 128"},
+        {{kMain, "none_128x80.nv12"}, 2, "none_128x80.nv12: expected a file"},
+        {{kMain, "short_128x80.nv12"}, 2, "expected 15360 bytes"},
+        {{kMain, "long_128x80.nv12"}, 0, "1000 bytes more than its name says"},
+        {{"plain.nv12", kMain}, 2, "a name that ends in pitch and height"},
+        {{kMain}, 2, "B is required"},
+    };
+    for (const auto& [arguments, exitCode, said] : kCases) {
+        SCOPED_TRACE(testing::PrintToString(arguments));
+        const ToolRun run = Run({"diff"}, arguments);
+        EXPECT_EQ(run.exitCode, exitCode);
+        EXPECT_THAT(run.output + run.errors, HasSubstr(said));
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, DiffTest,
-    testing::Values(
-        DiffCase{"Same", {kMain, kMain}, 0, "identical"},
-        DiffCase{"OneWidthKnown", {kMain, "copy_128x80.nv12"}, 0, "identical"},
-        DiffCase{"OtherPitch", {kMain, "narrow_120x80.nv12"}, 0, "identical"},
-        DiffCase{"WidthUnknown",
-                 {"copy_128x80.nv12", "narrow_120x80.nv12"},
-                 1,
-                 "sizes differ: 128x80 and 120x80; --width"},
-        DiffCase{"WidthGiven",
-                 {"copy_128x80.nv12", "narrow_120x80.nv12", "--width", "120"},
-                 0,
-                 "identical"},
-        DiffCase{"DumpWithPicture", {kMain, "main.png"}, 0, "identical"},
-        DiffCase{"Words", {kMain, kOutput}, 1, "first difference at 7,3: Y"},
-        DiffCase{"OtherSize", {"main.png", "small.png"}, 1, "120x80 and 20x10"},
-        DiffCase{"TooWide", {kMain, kOutput, "--width", "129"}, 2, "at most 128"},
-        DiffCase{"Missing", {kMain, "none_128x80.nv12"}, 2, "none_128x80.nv12: expected a file"},
-        DiffCase{"Short", {kMain, "short_128x80.nv12"}, 2, "expected 15360 bytes"},
-        DiffCase{"Long", {kMain, "long_128x80.nv12"}, 0, "1000 bytes more than its name says"},
-        DiffCase{"NoSize", {"plain.nv12", kMain}, 2, "a name that ends in pitch and height"},
-        DiffCase{"OneAlone", {kMain}, 2, "B is required"}),
-    [](const auto& test) { return std::string(test.param.name); });
 
 TEST_F(PictureCommandTest, ConvertRefusesWhatItCannotDo) {
     WriteBytes(folder_ / "colour.png", EncodePng(Picture()));
@@ -240,7 +224,7 @@ TEST_F(PictureCommandTest, ConvertRefusesWhatItCannotDo) {
     for (const auto& [arguments, said] : cases) {
         const ToolRun run = Run(arguments);
         EXPECT_EQ(run.exitCode, 2) << said;
-        EXPECT_NE(run.errors.find(said), std::string::npos) << run.errors;
+        EXPECT_THAT(run.errors, HasSubstr(said));
     }
     EXPECT_EQ(NamesIn(folder_), before) << "nothing half-written";
     EXPECT_EQ(ReadFileBytes(folder_ / kMain), Dump().bytes());
@@ -266,8 +250,8 @@ TEST_F(PictureCommandTest, GoesOnBehindWhatCannotBeRead) {
             EXPECT_NE(entry.contains(key), entry.contains("error")) << entry;
         }
         EXPECT_EQ(good, 1) << report;
-        EXPECT_NE(run.errors.find("loop_4x4.nv12: "), std::string::npos) << run.errors;
-        EXPECT_NE(run.errors.find("File name too long"), std::string::npos) << run.errors;
+        EXPECT_THAT(run.errors, HasSubstr("loop_4x4.nv12: "));
+        EXPECT_THAT(run.errors, HasSubstr("File name too long"));
     }
 }
 
@@ -276,20 +260,16 @@ TEST_F(PictureCommandTest, ConvertKeepsTheFirstOfTwoResultsOfOneName) {
     WriteBytes(folder_ / "other" / kMain, std::vector<std::uint8_t>(Dump().bytes().size(), 128));
     const ToolRun run = Run({"convert", kMain, std::string("other/") + kMain, "-o", "out"});
     EXPECT_EQ(run.exitCode, 2);
-    EXPECT_NE(run.errors.find("found a second one in the same run"), std::string::npos)
-        << run.errors;
+    EXPECT_THAT(run.errors, HasSubstr("found a second one in the same run"));
     const RgbImage kept = ReadImageFile(folder_ / "out/IMG_20240131_235959_0_128x80.png");
-    EXPECT_EQ(kept.bytes, Nv12ToRgb(ImageFromBytes(Format::Nv12, Dump().bytes(), kPictureWidth,
-                                                   kPitch, kPictureHeight))
-                              .bytes);
+    EXPECT_EQ(kept.bytes, Nv12ToRgb(Cropped()).bytes);
 }
 
 TEST_F(PictureCommandTest, OutputThatCannotBeWrittenIsAFailure) {
     const std::string command =
         std::string(BOKEHNODE) + " completion bash >/dev/full 2>" + (folder_ / "said").string();
     EXPECT_NE(std::system(command.c_str()), 0);
-    const auto said = ReadFileBytes(folder_ / "said");
-    EXPECT_NE(std::string(said.begin(), said.end()).find("cannot be written"), std::string::npos);
+    EXPECT_THAT(ReadText(folder_ / "said"), HasSubstr("cannot be written"));
 }
 
 TEST_F(PictureCommandTest, ConvertRoundsOddSidesForNv12Alone) {

@@ -6,7 +6,7 @@
 #include <exception>
 #include <filesystem>
 
-#include "tests/tool/made_capture.h"
+#include "tests/tool/synthetic_capture.h"
 #include "tests/tool/tool_runner.h"
 
 namespace fs = std::filesystem;
@@ -24,7 +24,7 @@ int main(int argc, char** argv) {
         unsigned seed = first;
         for (int i = 0; i < count; ++i) {
             const TestFolder folder;
-            const MadeCapture capture = maker.MakeAll(seed, 1, folder.path()).front();
+            const SyntheticCapture capture = maker.MakeAll(seed, 1, folder.path()).front();
             seed = capture.seed + 1;
             const ToolRun run = RunTool(
                 {"replay", capture.stem, "--calibration", capture.calibration.filename().string()},

@@ -1,26 +1,15 @@
 // --report, without a browser: what is in the page, and where it stands.
 
-#include <fstream>
-#include <sstream>
-
-#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include "host/picture/image_file.h"
-#include "tests/tool/made_capture.h"
-#include "tests/tool/tool_runner.h"
+#include "tests/tool/tool_test.h"
 #include "tools/dumps/dump_set.h"
 
 namespace fs = std::filesystem;
-using Names = std::vector<std::string>;
+using testing::HasSubstr;
 
 namespace {
-
-std::string ReadText(const fs::path& path) {
-    std::ostringstream text;
-    text << std::ifstream(path, std::ios::binary).rdbuf();
-    return text.str();
-}
 
 // What the page's script gets; checks that nothing else is needed to show it.
 nlohmann::json DataOf(const fs::path& page) {
@@ -36,20 +25,17 @@ nlohmann::json DataOf(const fs::path& page) {
     return data;
 }
 
-class ReportTest : public testing::Test {
+class ReportTest : public CaptureTest {
 protected:
     void SetUp() override {
-        CaptureMaker maker(NODE_LIBRARY, ENGINE_LIBRARY);
-        captures_ = maker.MakeAll(700, 2, folder_ / "camera");
+        captures_ = Make(700, 2);
         set_ = "camera/" + captures_[0].stem;
         for (const char* name : {"main.png", "aux.png"}) {
             WriteBytes(folder_ / name, EncodePng(Paint(64, 48, Texture)));
         }
     }
 
-    const TestFolder temporary_;
-    const fs::path folder_ = temporary_.path();
-    std::vector<MadeCapture> captures_;
+    std::vector<SyntheticCapture> captures_;
     std::string set_;
 };
 
@@ -77,9 +63,7 @@ TEST_F(ReportTest, HoldsWhatTheCommandKnows) {
     };
     for (const auto& run : kRuns) {
         SCOPED_TRACE(testing::PrintToString(run.arguments));
-        Names arguments = run.arguments;
-        arguments.insert(arguments.end(), {"--report", "pages/page.html"});
-        const ToolRun done = RunTool(arguments, folder_);
+        const ToolRun done = Run(run.arguments, {"--report", "pages/page.html"});
         ASSERT_NE(done.exitCode, 2) << done.errors;
         EXPECT_EQ(NamesIn(folder_ / "pages"), Names{"page.html"});
 
@@ -105,7 +89,7 @@ TEST_F(ReportTest, HoldsWhatTheCommandKnows) {
 }
 
 TEST_F(ReportTest, TellsWhereTheNodeFocused) {
-    ASSERT_EQ(RunTool({"inspect", set_, "--report", "page.html"}, folder_).exitCode, 0);
+    ASSERT_EQ(Run({"inspect", set_, "--report", "page.html"}).exitCode, 0);
     const auto data = DataOf(folder_ / "page.html");
     const DumpSet set = FindDumpSet(folder_ / set_);
     const auto& [width, height] = std::pair(captures_[0].width, captures_[0].height);
@@ -122,13 +106,13 @@ TEST_F(ReportTest, PutsAFallbackAndItsReasonFirst) {
     WriteBytes(folder_ / "flat.png", EncodePng(Paint(64, 48, [](int, int) {
                    return Colour{90, 140, 60};
                })));
-    const ToolRun run = RunTool(
-        {"render", "flat.png", "flat.png", "-o", "out", "--report", "out/page.html"}, folder_);
+    const ToolRun run =
+        Run({"render", "flat.png", "flat.png", "-o", "out", "--report", "out/page.html"});
     EXPECT_EQ(run.exitCode, 1) << run.errors;
     const auto data = DataOf(folder_ / "out/page.html");
     EXPECT_EQ(data["findings"][0]["kind"], "wrong");
     EXPECT_EQ(data["findings"][0]["name"], "copy");
-    EXPECT_NE(data["findings"][1]["text"].get<std::string>().find("TSL_DCIR_"), std::string::npos);
+    EXPECT_THAT(data["findings"][1]["text"].get<std::string>(), HasSubstr("TSL_DCIR_"));
 }
 
 TEST_F(ReportTest, RefusesWhatItCannotWriteAndLosesNothing) {
@@ -149,10 +133,10 @@ TEST_F(ReportTest, RefusesWhatItCannotWriteAndLosesNothing) {
     };
     const Names before = NamesIn(folder_);
     for (const auto& run : kRuns) {
-        const ToolRun done = RunTool(run.arguments, folder_);
+        const ToolRun done = Run(run.arguments);
         EXPECT_EQ(done.exitCode, 2) << testing::PrintToString(run.arguments);
         for (const std::string& text : run.said) {
-            EXPECT_NE(done.errors.find(text), std::string::npos) << text << " in:\n" << done.errors;
+            EXPECT_THAT(done.errors, HasSubstr(text));
         }
     }
     EXPECT_EQ(NamesIn(folder_), before);

@@ -1,4 +1,4 @@
-#include "tests/tool/made_capture.h"
+#include "tests/tool/synthetic_capture.h"
 
 #include <algorithm>
 #include <array>
@@ -61,14 +61,7 @@ ChiRect Zoomed(std::uint32_t width, std::uint32_t height, double zoom) {
 }
 
 RgbImage Part(const RgbImage& picture, int left, int top, int width, int height) {
-    RgbImage part(width, height);
-    for (int y = 0; y < height; ++y) {
-        const std::uint8_t* from =
-            &picture.bytes[static_cast<std::size_t>((top + y) * picture.pitch() + left * 3)];
-        std::copy_n(from, part.pitch(),
-                    part.bytes.begin() + static_cast<std::ptrdiff_t>(y) * part.pitch());
-    }
-    return part;
+    return Paint(width, height, [&](int x, int y) { return ColourAt(picture, left + x, top + y); });
 }
 
 void FillRequest(std::mt19937& random, host::Request& request) {
@@ -173,7 +166,7 @@ CaptureMaker::CaptureMaker(const fs::path& node, const fs::path& engine, RgbImag
     host::SetLogSink([](const host::LogRecord&) {}); // it is the dumps that are wanted
 }
 
-void CaptureMaker::PaintPair(const Plan& plan, MadeCapture& capture, host::Image& main,
+void CaptureMaker::PaintPair(const Plan& plan, SyntheticCapture& capture, host::Image& main,
                              host::Image& aux) {
     RgbImage left;
     RgbImage right;
@@ -193,7 +186,7 @@ void CaptureMaker::PaintPair(const Plan& plan, MadeCapture& capture, host::Image
         left = Part(photoLeft_, x, y, w, h);
         right = Part(photoRight_, x, y, w, h);
     } else {
-        const MadeScene& scene = *capture.scene;
+        const SyntheticScene& scene = *capture.scene;
         left = scene.Paint(plan.width, plan.height, {});
         right = scene.Paint(plan.auxWidth, plan.auxHeight, {.aux = true});
     }
@@ -201,9 +194,9 @@ void CaptureMaker::PaintPair(const Plan& plan, MadeCapture& capture, host::Image
     aux = ScaleNv12(RgbToNv12(right, 0), plan.auxWidth, plan.auxHeight, plan.auxPitch);
 }
 
-std::vector<MadeCapture> CaptureMaker::MakeAll(std::uint32_t firstSeed, int count,
-                                               const fs::path& folder) {
-    std::vector<MadeCapture> captures;
+std::vector<SyntheticCapture> CaptureMaker::MakeAll(std::uint32_t firstSeed, int count,
+                                                    const fs::path& folder) {
+    std::vector<SyntheticCapture> captures;
     for (std::uint32_t seed = firstSeed; std::cmp_less(captures.size(), count); ++seed) {
         if (auto capture = Make(seed, folder)) {
             captures.push_back(std::move(*capture));
@@ -212,10 +205,10 @@ std::vector<MadeCapture> CaptureMaker::MakeAll(std::uint32_t firstSeed, int coun
     return captures;
 }
 
-std::optional<MadeCapture> CaptureMaker::Make(std::uint32_t seed, const fs::path& folder) {
+std::optional<SyntheticCapture> CaptureMaker::Make(std::uint32_t seed, const fs::path& folder) {
     Plan plan(seed);
     plan.photo = photoLeft_.width > 0 && plan.Below(3) == 0;
-    MadeCapture capture{
+    SyntheticCapture capture{
         seed,        folder,      StemOf(seed),  folder / (StemOf(seed) + ".calibration"),
         plan.width,  plan.height, plan.auxWidth, plan.auxHeight,
         std::nullopt};

@@ -10,10 +10,10 @@
 
 #include "host/picture/rgb_image.h"
 #include "host/pipeline/pipeline.h"
-#include "tests/tool/made_scene.h"
+#include "tests/tool/synthetic_scene.h"
 
 // A dump set that the node wrote for a seeded request, with the calibration that it ran with.
-struct MadeCapture {
+struct SyntheticCapture {
     std::uint32_t seed = 0;
     std::filesystem::path folder;
     std::string stem;
@@ -22,32 +22,32 @@ struct MadeCapture {
     int height = 0;
     int auxWidth = 0;
     int auxHeight = 0;
-    std::optional<MadeScene> scene; // nothing where it shows a photo
+    std::optional<SyntheticScene> scene; // nothing if the capture shows a photo
 };
 
-// Makes dump sets: a scene, and a request with sizes, pitches, crops, focus, faces, blur and
-// rotation, all drawn from the seed, through the node and the engine of the build. One at a time;
-// it sets the process's device root and properties.
+// Makes dump sets with the build's node and engine. The seed decides the scene and the request:
+// sizes, pitches, crops, focus, faces, blur and rotation. Only one may exist at a time, since it
+// sets the process's device root and properties.
 class CaptureMaker {
 public:
-    // `photo`: a stereo pair to show in part of the captures; empty: scenes alone.
+    // `photoLeft`, `photoRight`: a stereo pair for some of the captures; empty: scenes only.
     CaptureMaker(const std::filesystem::path& node, const std::filesystem::path& engine,
                  RgbImage photoLeft = {}, RgbImage photoRight = {});
 
-    // As many captures as can be made from the seeds on from this one.
-    std::vector<MadeCapture> MakeAll(std::uint32_t firstSeed, int count,
-                                     const std::filesystem::path& folder);
+    // Makes `count` captures from ascending seeds.
+    std::vector<SyntheticCapture> MakeAll(std::uint32_t firstSeed, int count,
+                                          const std::filesystem::path& folder);
 
-    // The set lies in `folder`, under a stem of its own for each seed. Nothing where the engine
-    // found no depth in what the seed shows.
-    std::optional<MadeCapture> Make(std::uint32_t seed, const std::filesystem::path& folder);
+    // Each seed has its own stem in `folder`. Nothing if the engine found no depth in the scene.
+    std::optional<SyntheticCapture> Make(std::uint32_t seed, const std::filesystem::path& folder);
 
 private:
     struct Plan;
 
     bool RunOnDevice(const std::filesystem::path& root, const Plan& plan,
                      const host::UseCase& useCase, host::Request& request);
-    void PaintPair(const Plan& plan, MadeCapture& capture, host::Image& main, host::Image& aux);
+    void PaintPair(const Plan& plan, SyntheticCapture& capture, host::Image& main,
+                   host::Image& aux);
 
     host::NodeLibrary library_;
     RgbImage photoLeft_;

@@ -1,4 +1,4 @@
-#include "tests/tool/made_scene.h"
+#include "tests/tool/synthetic_scene.h"
 
 #include <algorithm>
 #include <cmath>
@@ -44,13 +44,13 @@ double Fractal(double x, double y, std::uint32_t seed) {
 
 } // namespace
 
-bool MadeScene::Layer::Covers(double px, double py) const {
+bool SyntheticScene::Layer::Covers(double px, double py) const {
     const double dx = (px - x) / radiusX;
     const double dy = (py - y) / radiusY;
     return ellipse ? dx * dx + dy * dy < 1 : std::abs(dx) < 1 && std::abs(dy) < 1;
 }
 
-MadeScene::MadeScene(std::uint32_t seed) : seed_(seed) {
+SyntheticScene::SyntheticScene(std::uint32_t seed) : seed_(seed) {
     std::mt19937 random(seed);
     const auto between = [&random](double low, double high) {
         return low + (high - low) * (static_cast<double>(random()) / 4294967296.0);
@@ -78,8 +78,8 @@ MadeScene::MadeScene(std::uint32_t seed) : seed_(seed) {
     }
 }
 
-const MadeScene::Layer& MadeScene::LayerAt(double x, double y, const View& view, double& u,
-                                           double& v) const {
+const SyntheticScene::Layer& SyntheticScene::LayerAt(double x, double y, const View& view,
+                                                     double& u, double& v) const {
     for (std::size_t i = 0; i < layers_.size(); ++i) {
         const Layer& layer = layers_[i];
         u = x + view.panX + (view.aux ? layer.disparity : 0) - (i == 0 ? view.walkX : 0);
@@ -91,7 +91,7 @@ const MadeScene::Layer& MadeScene::LayerAt(double x, double y, const View& view,
     return layers_.back();
 }
 
-Colour MadeScene::ColourOf(const Layer& layer, double u, double v, double grain) {
+Colour SyntheticScene::ColourOf(const Layer& layer, double u, double v, double grain) {
     const double mix = Noise(u * layer.scale * 0.7, v * layer.scale * 0.7, layer.texture + 7);
     const double light = 0.45 + 0.9 * Fractal(u * layer.scale, v * layer.scale, layer.texture);
     Colour colour{};
@@ -102,7 +102,7 @@ Colour MadeScene::ColourOf(const Layer& layer, double u, double v, double grain)
     return colour;
 }
 
-RgbImage MadeScene::Paint(int width, int height, const View& view) const {
+RgbImage SyntheticScene::Paint(int width, int height, const View& view) const {
     RgbImage picture(width, height);
     const std::uint32_t sensor = seed_ + (view.aux ? 1u : 2u);
     for (int y = 0; y < height; ++y) {

@@ -5,17 +5,17 @@
 
 #include "host/picture/rgb_image.h"
 
-// A made-up scene with structure at every scale, colours and depth: a far wall and things before
-// it. Lengths are shares of the picture's width.
-class MadeScene {
+// A synthetic scene with structure at every scale, colours and depth: a far wall and objects in
+// front of it. Lengths are shares of the picture's width.
+class SyntheticScene {
 public:
-    explicit MadeScene(std::uint32_t seed);
+    explicit SyntheticScene(std::uint32_t seed);
 
     struct View {
         bool aux = false;
-        double panX = 0; // where the camera has turned since
+        double panX = 0; // how far the camera has turned
         double panY = 0;
-        double walkX = 0; // how far the nearest thing has gone since
+        double walkX = 0; // how far the nearest object has moved
         double walkY = 0;
     };
 
@@ -25,9 +25,9 @@ private:
     struct Layer {
         double disparity = 0;
         bool ellipse = false;
-        double x = 0, y = 0, radiusX = 0, radiusY = 0; // middle and extent; of the wall unused
+        double x = 0, y = 0, radiusX = 0, radiusY = 0; // middle and extent; unused by the wall
         std::uint32_t texture = 0;
-        double scale = 0; // largest structure
+        double scale = 0; // periods of the coarsest structure across the picture
         double first[3] = {};
         double second[3] = {};
 
@@ -38,6 +38,6 @@ private:
     static Colour ColourOf(const Layer& layer, double u, double v, double grain);
 
     std::vector<Layer> layers_; // nearest first, the wall last
-    double gain_[3] = {};       // the aux camera's colours against the main one's
+    double gain_[3] = {};       // of the aux camera's colours, relative to the main camera's
     std::uint32_t seed_;
 };

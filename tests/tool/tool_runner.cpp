@@ -17,12 +17,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string ReadText(const fs::path& path) {
-    std::ostringstream text;
-    text << std::ifstream(path, std::ios::binary).rdbuf();
-    return text.str();
-}
-
 [[noreturn]] void Become(const std::vector<std::string>& arguments, const fs::path& folder,
                          const fs::path& output, const fs::path& errors) {
     std::vector<char*> pointers{const_cast<char*>(BOKEHNODE)};
@@ -93,6 +87,19 @@ RgbImage Paint(int width, int height, const std::function<Colour(int x, int y)>&
     return picture;
 }
 
+Colour ColourAt(const RgbImage& picture, int x, int y) {
+    const std::uint8_t* at = &picture.bytes[static_cast<std::size_t>(y * picture.pitch() + x * 3)];
+    return {at[0], at[1], at[2]};
+}
+
+int LargestDifference(const RgbImage& a, const RgbImage& b) {
+    int largest = a.width == b.width && a.height == b.height ? 0 : 255;
+    for (std::size_t i = 0; largest < 255 && i < a.bytes.size(); ++i) {
+        largest = std::max(largest, std::abs(a.bytes[i] - b.bytes[i]));
+    }
+    return largest;
+}
+
 Colour Texture(int x, int y) {
     auto hash = static_cast<std::uint32_t>(x / 2) * 2654435761u ^
                 static_cast<std::uint32_t>(y / 2) * 2246822519u;
@@ -116,4 +123,10 @@ void WriteBytes(const fs::path& path, const std::vector<std::uint8_t>& bytes) {
     std::ofstream stream(path, std::ios::binary);
     stream.write(reinterpret_cast<const char*>(bytes.data()),
                  static_cast<std::streamsize>(bytes.size()));
+}
+
+std::string ReadText(const fs::path& path) {
+    std::ostringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    return text.str();
 }

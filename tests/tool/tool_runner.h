@@ -21,7 +21,7 @@ private:
     std::filesystem::path path_;
 };
 
-// What a run of the tool came to.
+// The result of a run of the tool.
 struct ToolRun {
     int exitCode = -1; // -1: it did not exit by itself
     std::string output;
@@ -31,18 +31,24 @@ struct ToolRun {
 // Runs the built tool in this working folder. Standard error is no terminal.
 ToolRun RunTool(const std::vector<std::string>& arguments, const std::filesystem::path& folder);
 
-// Starts the tool, and ends it with SIGTERM as soon as `started` holds. Its temporary folders are
-// in the working folder too. Returns the signal that ended it, or 0.
+// Starts the tool and ends it with SIGTERM as soon as `started` holds. It makes its temporary
+// folders in the working folder. Returns the signal that ended it, or 0.
 int InterruptTool(const std::vector<std::string>& arguments, const std::filesystem::path& folder,
                   const std::function<bool()>& started);
 
 // A picture by the colour of each pixel.
 RgbImage Paint(int width, int height, const std::function<Colour(int x, int y)>& colourAt);
 
-// Texture without repetition, so that each place of it has one match only.
+Colour ColourAt(const RgbImage& picture, int x, int y);
+
+// The largest difference of two pictures in any channel; 255 for pictures of different sizes.
+int LargestDifference(const RgbImage& a, const RgbImage& b);
+
+// Texture without repetition, so that each block of it has one match only.
 Colour Texture(int x, int y);
 
-// Names in the folder, sorted; none where there is no folder.
+// Names in the folder, sorted; none if there is no folder.
 std::vector<std::string> NamesIn(const std::filesystem::path& folder);
 
 void WriteBytes(const std::filesystem::path& path, const std::vector<std::uint8_t>& bytes);
+std::string ReadText(const std::filesystem::path& path);
