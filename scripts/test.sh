@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Checks the format, builds everything and runs all tests, optimised and under the address and
 # undefined-behaviour sanitizers, and checks the node with clang-tidy. With --all also under the
-# thread sanitizer, as 64-bit ARM code, under clang, with clang-tidy over everything but the tests,
+# thread sanitizer, as 64-bit ARM code, the node as a device builds it, under clang, with clang-tidy over everything but the tests,
 # the device build file, reports in a browser, the branch coverage of the node and a minute of
 # fuzzing. Needs Debian 12 and root or sudo, for what is not installed yet.
 set -euo pipefail
@@ -30,7 +30,8 @@ if [ $# -eq 0 ]; then
     scripts/check-tidy node bokehbase engine
     exit
 fi
-for preset in tsan aarch64 clang coverage; do
+scripts/fetch-arm64-libcxx build/arm64-libcxx
+for preset in tsan aarch64 device clang coverage; do
     run_preset "$preset"
 done
 scripts/check-tidy

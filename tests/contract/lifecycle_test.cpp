@@ -367,9 +367,19 @@ void* AllocateArray(std::size_t size, const std::nothrow_t& tag) noexcept {
     return g_allocationsLeft-- == 0 ? nullptr : ::operator new[](size, tag);
 }
 
+void* AllocateRaw(std::size_t size) {
+    return g_allocationsLeft-- == 0 ? nullptr : std::malloc(size);
+}
+
 TEST_F(NodeTest, OutOfMemoryAtCreation) {
+    const bool raw = support::HoldsCppRuntime(library_);
+    const auto patchOf = [&](const char* symbol, auto* replacement) {
+        return support::ImportPatch(library_, raw ? "malloc" : symbol,
+                                    raw ? reinterpret_cast<void*>(&AllocateRaw)
+                                        : reinterpret_cast<void*>(replacement));
+    };
     {
-        const support::ImportPatch patch(library_, "_Znwm", reinterpret_cast<void*>(&AllocateSome));
+        const auto patch = patchOf("_Znwm", &AllocateSome);
         for (const int nth : {0, 1}) { // the object, its vector
             platform().log.clear();
             g_allocationsLeft = nth;
@@ -377,9 +387,9 @@ TEST_F(NodeTest, OutOfMemoryAtCreation) {
             EXPECT_EQ(platform().Texts(6), Texts{"TSL_CTB: NodeCreate: #: res: 1 NULL POINTER!"});
         }
     }
-    const support::ImportPatch patch(library_, "_ZnamRKSt9nothrow_t",
-                                     reinterpret_cast<void*>(&AllocateArray));
-    for (int nth = 0; nth < 5; ++nth) { // four face arrays, the calibration bytes
+    const auto patch = patchOf("_ZnamRKSt9nothrow_t", &AllocateArray);
+    const int first = raw ? 2 : 0;
+    for (int nth = first; nth < first + 5; ++nth) { // four face arrays, the calibration bytes
         SCOPED_TRACE(nth);
         std::filesystem::remove(root_.string() + kSecondCalibration);
         g_allocationsLeft = nth;

@@ -196,8 +196,10 @@ NodeEntry LoadNode() {
     patch("close", CloseFile);
     patch("gettimeofday", GetTime);
     patch("malloc", Allocate);
-    patch("_Znwm", New);
-    patch("_ZnamRKSt9nothrow_t", NewArray);
+    if (!support::HoldsCppRuntime(library)) {
+        patch("_Znwm", New);
+        patch("_ZnamRKSt9nothrow_t", NewArray);
+    }
     return reinterpret_cast<NodeEntry>(dlsym(library, "ChiNodeEntry"));
 }
 

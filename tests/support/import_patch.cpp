@@ -74,6 +74,10 @@ std::set<std::string> ImportNames(void* library) {
     return names;
 }
 
+bool HoldsCppRuntime(void* library) {
+    return !ImportNames(library).contains("_Znwm");
+}
+
 ImportPatch::ImportPatch(void* library, const std::string& symbol, void* replacement) {
     ForEachImport(library, [&](const char* name, void** slot) {
         if (symbol == name) {

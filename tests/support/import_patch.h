@@ -8,6 +8,10 @@ namespace support {
 // Names of all that a loaded library imports. `library` is a dlopen handle.
 std::set<std::string> ImportNames(void* library);
 
+// True where the C++ runtime is part of the library, as on a device: what `new` asks for then shows
+// as a call of malloc.
+bool HoldsCppRuntime(void* library);
+
 // Replaces one imported function of one loaded library for this object's life: only that library's
 // calls are changed, whatever else the process does, sanitizers included. Patches of one function
 // nest. Not for several threads; the library must be bound (RTLD_NOW).
