@@ -30,6 +30,7 @@ CDKResult ChiNodeBokehBase::GetCalibrationBinData(TSL_DCR_CALDATA* data, const c
         BASE_ERROR("TSL_CTB: %s: %d: : %s readCaliData fail\n", name);
         return CDKResultEFailed;
     }
+    // The length tells a calibration from any other file before a byte of it is read.
     std::fseek(file.get(), 0, SEEK_END);
     const long size = std::ftell(file.get());
     if (size != kCalibrationFileSize) {
@@ -47,7 +48,7 @@ CDKResult ChiNodeBokehBase::GetCalibrationBinData(TSL_DCR_CALDATA* data, const c
         BASE_ERROR("TSL_CTB: %s: %d: : %s readCaliData read file size error!\n", name);
         return CDKResultEFailed;
     }
-    delete[] data->pCaliData;
+    delete[] data->pCaliData; // left by a file that the engine refused
     data->pCaliData = bytes.release();
     data->i32CaliDataSize = kCalibrationFileSize;
     if (!HandCalibrationToEngine(data)) {
@@ -74,6 +75,7 @@ bool ChiNodeBokehBase::HandCalibrationToEngine(TSL_DCR_CALDATA* data) {
                       m_caliAuxWidth / kCalibrationUnitsPerPixel,
                       m_caliAuxHeight / kCalibrationUnitsPerPixel);
     }
+    // Sizes that are still 0 say that the engine took the bytes but found no calibration in them.
     return m_caliMainWidth != 0 && m_caliMainHeight != 0 && m_caliAuxWidth != 0 &&
            m_caliAuxHeight != 0;
 }

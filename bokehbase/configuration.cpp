@@ -79,7 +79,7 @@ CDKResult ChiNodeBokehBase::BaseInitialize(ChiNodeCreateInfo* createInfo,
         BASE_ERROR(kTextNullPointerCode, CDKResultEInvalidPointer);
         return CDKResultEInvalidPointer;
     }
-    m_numLinkedCameras = 2;
+    m_numLinkedCameras = 2; // until the configuration says how many there are
     m_nodeId = createInfo->nodeId;
     m_nodeInstanceId = createInfo->nodeInstanceId;
     m_faceIndexTagBare = (createInfo->flags & kCreateFlagFaceIndexBare) != 0;
@@ -96,6 +96,7 @@ CDKResult ChiNodeBokehBase::BaseInitialize(ChiNodeCreateInfo* createInfo,
         result.masterCameraId = primary->cameraId;
     }
 
+    // The rotation is read even where the cameras failed, as their failure is reported at the end.
     CamX::SettingsManager* manager = CamX::SettingsManager::GetInstance();
     const CamX::StaticSettings* settings =
         manager != nullptr ? manager->GetStaticSettings() : nullptr;
@@ -132,6 +133,7 @@ CDKResult ChiNodeBokehBase::FillVendorTagIds(BokehTagInfo& tagInfo) {
         return result;
     };
 
+    // The first failure ends it: the ids behind it stay as they were, and no node is created.
     for (const VendorTag& row : kVendorTags) {
         if (const CDKResult result = resolve(row); result != CDKResultSuccess) {
             return result;
@@ -148,6 +150,7 @@ CDKResult ChiNodeBokehBase::ConfigureCameraInfo(BokehTagInfo tagInfo,
         BASE_ERROR("TSL_CTB: %s: %d: pPhysicalCameraConfigs not updated for BOKEH\n");
         return CDKResultEFailed;
     }
+    // The platform's record has room for eight cameras, the node's vector for four.
     m_numLinkedCameras = configs->numPhysicalCameras;
     if (m_numLinkedCameras > kMaxLinkedCameras) {
         BASE_ERROR("TSL_CTB: %s: %d: Number of linked cameras %d, exceeds max supported linked "
@@ -190,6 +193,7 @@ CDKResult ChiNodeBokehBase::ConfigureInputBufferMapping(const BokehTagInfo& tagI
         BASE_ERROR("TSL_CTB: %s: %d: pCameraInputConfig not updated for BOKEH\n");
         return CDKResultEFailed;
     }
+    // The list covers all nodes of the pipeline; the last entry for a camera counts.
     for (std::uint32_t k = 0; k < config->numInputs; ++k) {
         const CameraInputConfig& input = config->inputs()[k];
         if (input.nodeId != m_nodeId || input.nodeInstanceId != m_nodeInstanceId) {

@@ -66,6 +66,7 @@ void ChiNodeBokehBase::DumpAndSaveYUV(frame_params_t params, timeval time, const
     DumpYUVData(&params.stMainImage, mainName);
     DumpYUVData(&params.stOutputImage, outputName);
 
+    // Named after the image rather than its pitch: what reads the dumps takes the width from here.
     const ChiPlaneFormat& plane = params.pMainBuffer->format.plane[0];
     char path[kPathSize];
     FormatPath(path, mainName, plane.width, plane.height, device::kParameterDumpEnding);
@@ -79,6 +80,7 @@ void ChiNodeBokehBase::saveFile(const char* path, const frame_params_t& params) 
         BASE_ERROR("TSL_CTB: %s: %d: Failed to open file: %s\n", path);
         return;
     }
+    // One value a line, in the order in which a replay reads them back.
     const TSL_DCR_CAMERAIMAGEINFO& info = params.cameraImageInfo;
     std::fwrite("[0]\n", 1, 4, file);
     std::fprintf(file, "i32BlurIntensity=%d\n", params.i32BlurIntensity);
@@ -112,6 +114,7 @@ void ChiNodeBokehBase::DumpYUVData(PLIM_OFFSCREEN* image, const char* name) {
     BASE_DEBUG("TSL_CTB: %s: %d:  try to open file : %s (IN)\n", path);
     if (const int file = OpenDump(path); file >= 0) {
         BASE_DEBUG("TSL_CTB: %s: %d:  : DumpYUVData open success\n");
+        // A plane goes out whole, row padding included; what cannot be written is not tried again.
         ssize_t written = write(file, image->pu8Plane[0], PlaneBytes(pitch, height));
         BASE_DEBUG("TSL_CTB: %s: %d:   plane[0] bytes_read: %u\n",
                    static_cast<unsigned int>(written));

@@ -43,10 +43,12 @@ std::optional<MappedRect> MapRectToInputData(const ChiRect& source, const ChiRec
         reference.width == 0 || reference.height == 0) {
         return std::nullopt;
     }
+    // Single precision, each product rounded on its own: a replay must give the device's pixels.
     const float scaleX = static_cast<float>(width) / static_cast<float>(reference.width);
     const float scaleY = static_cast<float>(height) / static_cast<float>(reference.height);
     const auto dx = static_cast<float>(OffsetFrom(source.left, reference.left));
     const auto dy = static_cast<float>(OffsetFrom(source.top, reference.top));
+    // Starts go to the nearest pixel, sizes are cut, so that no rectangle grows by the mapping.
     const MappedRect mapped = {
         .x = ClampToUint32(std::round(dx * scaleX)),
         .y = ClampToUint32(std::round(dy * scaleY)),
@@ -93,6 +95,7 @@ std::uint32_t FilterFaces(CameraMetadata& camera) {
     std::uint32_t removed = 0;
     for (std::uint32_t k = 0; k < count; ++k) {
         ChiRect face = camera.faces[k];
+        // Moved before it is judged: a face that stays closes the gap, another is overwritten.
         if (removed > 0) {
             camera.faces[k - removed] = face;
         }
@@ -158,6 +161,7 @@ void ChiNodeBokehBase::UpdateFocusROI(unsigned char cameraIndex, frame_params_t&
         MapRectToInputData(source, m_rtIFERect, width, height).value_or(MappedRect{});
     params.ptFocus = {ClampToInt32(static_cast<std::int64_t>(mapped.x) + mapped.w / 2),
                       ClampToInt32(static_cast<std::int64_t>(mapped.y) + mapped.h / 2)};
+    // A region that is missing or cannot be mapped comes out at 0.
     if (params.ptFocus.x == 0 || params.ptFocus.y == 0) {
         params.ptFocus = {width / 2, height / 2};
     }
@@ -167,6 +171,7 @@ void ChiNodeBokehBase::UpdateFocusROI(unsigned char cameraIndex, frame_params_t&
 
 void ChiNodeBokehBase::UpdateFocusROIBasedFace(unsigned char cameraIndex, frame_params_t& params) {
     CameraMetadata& camera = params.pInputMetadata->cameraMetadata[cameraIndex];
+    // The pipeline's choice, where it made one.
     const std::uint32_t pool = m_faceIndexTagBare ? 0 : kTagPoolRequest;
     const auto* selected = static_cast<const std::uint32_t*>(ReadMetadata(
         params.tagInfo, params.tagInfo.requestId, params.tagInfo.selectFaceIndexTagId | pool));
@@ -174,6 +179,7 @@ void ChiNodeBokehBase::UpdateFocusROIBasedFace(unsigned char cameraIndex, frame_
     BASE_DEBUG("TSL_CTB: %s: %d: afMode %d, numFaces %d, maxFaceIndex %d\n", camera.afMode,
                camera.faceCount, face);
 
+    // Whoever reads the metadata after the node sees the cleaned list too.
     const std::uint32_t count = FilterFaces(camera);
     if (params.pFaceRects == nullptr || params.pFaceOrients == nullptr) {
         return;

@@ -66,6 +66,7 @@ CDKResult ChiNodeBokehBase::BaseProcessRequest(ChiNodeProcessRequestInfo* reques
     ForgetRequest(params);
     params.tagInfo.requestId = request->frameNumber;
 
+    // A platform without this query stops no request.
     ChiRequestStateQuery state = {};
     if (params.tagInfo.pChiNodeInterface->queryRequestState != nullptr) {
         params.tagInfo.pChiNodeInterface->queryRequestState(params.tagInfo.hChiSession, &state);
@@ -96,6 +97,7 @@ CDKResult ChiNodeBokehBase::GetBokehParams(ChiNodeProcessRequestInfo* request,
         BASE_ERROR(kTextNullPointerCode, CDKResultEInvalidPointer);
         return CDKResultEInvalidPointer;
     }
+    // Which input is the main image, and where the results go.
     const std::uint32_t masterIndex =
         MasterInputIndex(params.pInputMetadata->masterCameraId, cameraInfo);
     unsigned char mainSlot = 0;
@@ -104,14 +106,17 @@ CDKResult ChiNodeBokehBase::GetBokehParams(ChiNodeProcessRequestInfo* request,
         return CDKResultEInvalidPointer;
     }
 
+    // Until the cameras were found to fit once: they do not change while the node lives.
     if (m_paramsConsistent == 0) {
         CheckParamConsistency(mainSlot, params);
     }
+    // The crops and the focus depend on the sizes of the images.
     PrepareImage(params.pMainBuffer, params.stMainImage);
     PrepareImage(params.pAuxBuffer, params.stAuxImage);
     PrepareImage(params.pOutputBuffer, params.stOutputImage);
     GetFrameParams(mainSlot, params);
 
+    // Unsigned: a negative level comes out as full blur.
     constexpr std::uint32_t kFullBlur = 100;
     params.i32BlurIntensity =
         static_cast<std::int32_t>(std::min(params.pInputMetadata->blurLevel, kFullBlur));
@@ -142,6 +147,7 @@ void ChiNodeBokehBase::CheckParamConsistency(unsigned char mainSlot, frame_param
     BASE_DEBUG("TSL_CTB: %s: %d: Calibration sizes: main [w, h]: [%d, %d], aux [w, h]: [%d, %d]\n",
                mainWidth, mainHeight, auxWidth, auxHeight);
 
+    // Both are checked and reported, so that one log tells all that does not fit.
     bool consistent = true;
     for (unsigned char slot = 0; slot < 2; ++slot) {
         const bool isMain = slot == mainSlot;
@@ -186,6 +192,7 @@ void ChiNodeBokehBase::GetFrameParams(unsigned char mainSlot, frame_params_t& pa
             BASE_DEBUG("TSL_CTB: %s: %d:  cameraMetadata[%d].auxcameraId is %d\n", slot,
                        camera.cameraId);
         }
+        // The image arrives as the front end left it, so the crop left to do is the image itself.
         camera.ifeResidualCrop = WholeImage(image);
         const CropSize size = getCropRegions(&camera, image.i32Width, image.i32Height);
         if (isMain) {

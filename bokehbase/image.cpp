@@ -25,7 +25,8 @@ void ChiNodeBokehBase::PrepareImage(ChiImageList* pNodeBuff, PLIM_OFFSCREEN& stI
     BASE_DEBUG("TSL_CTB: %s: %d:  stImage(PLIM_PAF_NV12)\n");
     BASE_DEBUG("TSL_CTB: %s: %d:  numberOfPlanes = %d\n", format.numberOfPlanes);
 
-    // The descriptor has room for four planes; a list that claims more gives its first four.
+    // The descriptor has room for four planes; a list that claims more gives its first four. Chroma
+    // rows of NV12 take as many bytes as luma rows, so the first plane's stride is that of all.
     const std::uint32_t planes = std::min(format.numberOfPlanes, kChiMaxPlanes);
     for (std::uint32_t i = 0; i < planes; ++i) {
         stImage.i32Pitch[i] = static_cast<std::int32_t>(format.plane[0].stride);

@@ -8,20 +8,22 @@
 // the node uses them.
 //
 // Every function that returns a number returns 0 on success; anything else is a failure code of the
-// engine's own. An instance is used by one thread at a time; different instances are independent.
+// engine's own. No pointer may be null, no argument overlaps another, and the engine keeps no
+// pointer beyond the call, unless a function says otherwise. An instance is used by one thread at a
+// time; different instances are independent.
 
 constexpr std::uint32_t PLIM_PAF_NV12 = 0x801;
 
 // An image by address; it owns no pixels. NV12: plane 0 holds i32Height rows of i32Width bytes of
-// luma, plane 1 i32Height / 2 rows of i32Width / 2 pairs of chroma, U first. Pitches are the bytes
-// from the start of one row to the next.
+// luma, plane 1 i32Height / 2 rows of i32Width / 2 pairs of chroma, U first; planes 2 and 3 are not
+// used. The memory behind it lives as long as the request that brought it.
 struct PLIM_OFFSCREEN {
-    std::uint32_t u32Format;
-    std::int32_t i32Width;
-    std::int32_t i32Height;
+    std::uint32_t u32Format; // PLIM_PAF_NV12
+    std::int32_t i32Width;   // pixels
+    std::int32_t i32Height;  // rows
     std::uint32_t padding;
     std::uint8_t* pu8Plane[4];
-    std::int32_t i32Pitch[4];
+    std::int32_t i32Pitch[4]; // bytes from the start of one row to the next, at least the width
 };
 PIN_BINARY_RECORD(PLIM_OFFSCREEN);
 PIN_SIZE(PLIM_OFFSCREEN, 64);
@@ -37,7 +39,7 @@ struct TSL_POINT {
 PIN_BINARY_RECORD(TSL_POINT);
 PIN_SIZE(TSL_POINT, 8);
 
-// All four edges are part of the rectangle.
+// In image pixels. All four edges are part of the rectangle.
 struct TSL_RECT {
     std::int32_t left;
     std::int32_t top;
@@ -63,13 +65,14 @@ PIN_BINARY_RECORD(TSL_DCR_CALDATA);
 PIN_SIZE(TSL_DCR_CALDATA, 16);
 PIN_OFFSET(TSL_DCR_CALDATA, i32CaliDataSize, 8);
 
-// Which part of each sensor the images show, in sensor pixels before any scaling.
+// Which part of each sensor the images show, in sensor pixels before any scaling. All zero before
+// the first request.
 struct TSL_DCR_CAMERAIMAGEINFO {
     std::int32_t i32MainWidth_CropNoScale;
     std::int32_t i32MainHeight_CropNoScale;
     std::int32_t i32AuxWidth_CropNoScale;
     std::int32_t i32AuxHeight_CropNoScale;
-    std::int32_t i32ImageDegree;
+    std::int32_t i32ImageDegree; // rotation of the images: 0, 90, 180 or 270
 };
 PIN_BINARY_RECORD(TSL_DCR_CAMERAIMAGEINFO);
 PIN_SIZE(TSL_DCR_CAMERAIMAGEINFO, 20);
@@ -93,6 +96,7 @@ constexpr std::int32_t FaceDegrees(std::int32_t orient) {
     return degrees;
 }
 
+// Where the subject is. The arrays are the caller's.
 struct TSL_DCR_FOCUSPARAM {
     TSL_POINT ptFocus; // main image pixels
     std::uint8_t reserved8[24];
@@ -119,35 +123,60 @@ constexpr std::int32_t kCalibrationUnitsPerPixel = 100;
 // The only mode the node starts an instance in.
 constexpr std::int32_t kEngineModeCapture = 1;
 
+// The calls in the order of an instance's life:
+//
+//   TSL_DCIR_Init
+//   TSL_DCIR_SetCameraImageInfo, TSL_DCIR_SetCaliData, TSL_DCIR_GetImageSizeInCalibration
+//   for each picture: TSL_DCIR_Reset, TSL_DCIR_SetCameraImageInfo, TSL_DCIR_CalcDisparityData,
+//       TSL_DCIR_GetDisparityDataSize, TSL_DCIR_GetDisparityData, TSL_DCIR_Process
+//   TSL_DCIR_Uninit
+//
+// A failed call does not end the instance: later calls may follow, and TSL_DCIR_Uninit must. The
+// images of a picture stay as they are from TSL_DCIR_CalcDisparityData until TSL_DCIR_Process has
+// returned.
 extern "C" {
 
-// Owned by the engine, valid as long as the library is loaded. May be null.
+// The library's version, owned by the engine and valid as long as the library is loaded. Needs no
+// instance. May be null, and so may the text in it.
 const TSL_DCR_VERSION* TSL_DCIR_GetVersion();
 
-// Stores the new instance's handle at `handle`; TSL_DCIR_Uninit ends it.
+// Starts an instance and stores its handle at `handle`, which holds null before. `mode`:
+// kEngineModeCapture.
 std::int64_t TSL_DCIR_Init(void** handle, std::int32_t mode);
+
+// Ends the instance. `handle` is where its handle is stored; its value is of no use afterwards.
 std::int64_t TSL_DCIR_Uninit(void** handle);
 
 // Forgets the images and the disparity of the last picture; calibration and image info stay.
 std::int64_t TSL_DCIR_Reset(void* handle);
 
+// Copies the record.
 std::int64_t TSL_DCIR_SetCameraImageInfo(void* handle, TSL_DCR_CAMERAIMAGEINFO* info);
+
+// Copies what it needs of the bytes; the caller frees them right after.
 std::int64_t TSL_DCIR_SetCaliData(void* handle, TSL_DCR_CALDATA* data);
 
-// The image sizes that the calibration was made for, in hundredths of a pixel.
+// The image sizes that the calibration was made for, in hundredths of a pixel. Follows a successful
+// TSL_DCIR_SetCaliData; a failure may leave the four numbers as they were.
 std::int64_t TSL_DCIR_GetImageSizeInCalibration(void* handle, std::int32_t* mainWidth,
                                                 std::int32_t* mainHeight, std::int32_t* auxWidth,
                                                 std::int32_t* auxHeight);
 
+// Computes the disparity of two images of the same moment. Reads the images and `focus`.
 std::int64_t TSL_DCIR_CalcDisparityData(void* handle, PLIM_OFFSCREEN* mainImage,
                                         PLIM_OFFSCREEN* auxImage, TSL_DCR_FOCUSPARAM* focus);
 
-// Size in bytes of the disparity data of the last TSL_DCIR_CalcDisparityData.
+// Size in bytes of the disparity data of the last TSL_DCIR_CalcDisparityData; below 1 where there
+// is none.
 std::int64_t TSL_DCIR_GetDisparityDataSize(void* handle, std::int32_t* size);
 
-// `size` holds the room at `data` on entry and the valid bytes afterwards.
+// Copies the disparity data to `data`. `size` holds the room there on entry, in bytes, and how many
+// of them are valid afterwards.
 std::int64_t TSL_DCIR_GetDisparityData(void* handle, void* data, std::int32_t* size);
 
+// Renders the picture into `outputImage`, which may be written in part where the call fails.
+// `disparity` holds `disparitySize` bytes as TSL_DCIR_GetDisparityData gave them. The image sizes
+// need not agree.
 std::int64_t TSL_DCIR_Process(void* handle, PLIM_OFFSCREEN* mainImage, void* disparity,
                               std::int32_t disparitySize, TSL_DCR_BLURPARAM* blur,
                               TSL_DCR_FOCUSPARAM* focus, PLIM_OFFSCREEN* outputImage);

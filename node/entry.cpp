@@ -7,7 +7,7 @@
 #include "platform/chi_node_utils.h"
 #include "platform/device_names.h"
 
-// The node's boundary. Each callback checks its pointers, then its record's size, then calls one
+// The node's boundary: the callbacks of its table. Each checks its record, then calls one
 // operation. No exception passes it.
 
 namespace {
@@ -16,16 +16,32 @@ ChiNodeCaptureBokeh* NodeFrom(void* handle) {
     return static_cast<ChiNodeCaptureBokeh*>(handle);
 }
 
+template <typename Record>
+bool NamesNode(const Record* record) {
+    return record != nullptr && record->hNodeSession != nullptr;
+}
+
+// What every callback checks first, in this order: that its pointers are there, as the caller has
+// found, and that the record is as long as this node knows it. Prints as the calling operation.
+template <typename Record>
+CDKResult Check(bool present, const Record* record, const char* tooSmall,
+                const char* operation = __builtin_FUNCTION(), int line = __builtin_LINE()) {
+    if (!present) {
+        __android_log_print(ANDROID_LOG_ERROR, kNodeTag, kTextNullPointer, operation, line);
+        return CDKResultEInvalidPointer;
+    }
+    if (record->size < sizeof(Record)) {
+        __android_log_print(ANDROID_LOG_ERROR, kNodeTag, tooSmall, operation, line);
+        return CDKResultEFailed;
+    }
+    return CDKResultSuccess;
+}
+
 CDKResult NodeGetCaps(ChiNodeCapsInfo* info) noexcept {
     NODE_DEBUG(kTextIn);
-    CDKResult result = CDKResultSuccess;
-    if (info == nullptr) {
-        NODE_ERROR(kTextNullPointer);
-        result = CDKResultEInvalidPointer;
-    } else if (info->size < sizeof(ChiNodeCapsInfo)) {
-        NODE_ERROR("TSL_CTB: %s: %d: CHINODECAPSINFO is smaller than expected\n");
-        result = CDKResultEFailed;
-    } else {
+    const CDKResult result =
+        Check(info != nullptr, info, "TSL_CTB: %s: %d: CHINODECAPSINFO is smaller than expected\n");
+    if (result == CDKResultSuccess) {
         info->nodeCapsMask = kNodeCapsCapture;
     }
     NODE_DEBUG(kTextOutResult, result);
@@ -46,7 +62,7 @@ CDKResult NodeQueryVendorTag(ChiQueryVendorTag* query) noexcept {
     return result;
 }
 
-// Makes a node, or none. Prints as NodeCreate.
+// Makes a node, or none: the handle's slot is written on success alone. Prints as NodeCreate.
 CDKResult CreateNode(ChiNodeCreateInfo* info) {
     CDKResult result = CDKResultEFailed;
     try {
@@ -56,7 +72,7 @@ CDKResult CreateNode(ChiNodeCreateInfo* info) {
             info->hNodeSession = node.release();
             return result;
         }
-        NODE_ERROR_AS("NodeCreate", kTextResult, result);
+        NODE_ERROR_AS("NodeCreate", kTextResult, result); // before the node's own exit trace
     } catch (...) {
         NODE_ERROR_AS("NodeCreate", kTextResult, result);
     }
@@ -65,15 +81,11 @@ CDKResult CreateNode(ChiNodeCreateInfo* info) {
 
 CDKResult NodeCreate(ChiNodeCreateInfo* info) noexcept {
     NODE_DEBUG(kTextIn);
-    CDKResult result = CDKResultSuccess;
-    if (info == nullptr) {
-        NODE_ERROR(kTextNullPointer);
-        result = CDKResultEInvalidPointer;
-    } else if (info->size < sizeof(ChiNodeCreateInfo)) {
-        NODE_ERROR("TSL_CTB: %s: %d: CHINODECREATEINFO is smaller than expected\n");
-        result = CDKResultEFailed;
+    CDKResult result = Check(info != nullptr, info,
+                             "TSL_CTB: %s: %d: CHINODECREATEINFO is smaller than expected\n");
+    if (result == CDKResultEFailed) {
         NODE_ERROR(kTextResult, result);
-    } else {
+    } else if (result == CDKResultSuccess) {
         result = CreateNode(info);
     }
     NODE_DEBUG(kTextOutResult, result);
@@ -82,14 +94,9 @@ CDKResult NodeCreate(ChiNodeCreateInfo* info) noexcept {
 
 CDKResult NodeDestroy(ChiNodedestroyInfo* info) noexcept {
     NODE_DEBUG(kTextIn);
-    CDKResult result = CDKResultSuccess;
-    if (info == nullptr || info->hNodeSession == nullptr) {
-        NODE_ERROR(kTextNullPointer);
-        result = CDKResultEInvalidPointer;
-    } else if (info->size < sizeof(ChiNodedestroyInfo)) {
-        NODE_ERROR("TSL_CTB: %s: %d:  CHINODEDESTROYINFO is smaller than expected\n");
-        result = CDKResultEFailed;
-    } else {
+    const CDKResult result = Check(
+        NamesNode(info), info, "TSL_CTB: %s: %d:  CHINODEDESTROYINFO is smaller than expected\n");
+    if (result == CDKResultSuccess) {
         delete NodeFrom(info->hNodeSession);
         info->hNodeSession = nullptr;
     }
@@ -99,14 +106,10 @@ CDKResult NodeDestroy(ChiNodedestroyInfo* info) noexcept {
 
 CDKResult NodeQueryBufferInfo(ChiNodeQueryBufferInfo* info) noexcept {
     NODE_DEBUG(kTextIn);
-    CDKResult result = CDKResultSuccess;
-    if (info == nullptr || info->hNodeSession == nullptr) {
-        NODE_ERROR(kTextNullPointer);
-        result = CDKResultEInvalidPointer;
-    } else if (info->size < sizeof(ChiNodeQueryBufferInfo)) {
-        NODE_ERROR("TSL_CTB: %s: %d:  CHINODEQUERYBUFFERINFO is smaller than expected\n");
-        result = CDKResultEFailed;
-    } else {
+    const CDKResult result =
+        Check(NamesNode(info), info,
+              "TSL_CTB: %s: %d:  CHINODEQUERYBUFFERINFO is smaller than expected\n");
+    if (result == CDKResultSuccess) {
         NodeFrom(info->hNodeSession)->QueryBufferInfo(info);
     }
     NODE_DEBUG(kTextOutResult, result);
@@ -115,14 +118,10 @@ CDKResult NodeQueryBufferInfo(ChiNodeQueryBufferInfo* info) noexcept {
 
 CDKResult NodeSetBufferInfo(ChiNodeSetBufferPropertiesInfo* info) noexcept {
     NODE_DEBUG(kTextIn);
-    CDKResult result = CDKResultSuccess;
-    if (info == nullptr || info->hNodeSession == nullptr) {
-        NODE_ERROR(kTextNullPointer);
-        result = CDKResultEInvalidPointer;
-    } else if (info->size < sizeof(ChiNodeSetBufferPropertiesInfo)) {
-        NODE_ERROR("TSL_CTB: %s: %d: CHINODESETBUFFERPROPERTIESINFO is smaller than expected\n");
-        result = CDKResultEFailed;
-    } else {
+    CDKResult result =
+        Check(NamesNode(info), info,
+              "TSL_CTB: %s: %d: CHINODESETBUFFERPROPERTIESINFO is smaller than expected\n");
+    if (result == CDKResultSuccess) {
         NODE_DEBUG("TSL_CTB: %s: %d:  Call SetBufferInfo\n");
         if (info->format == nullptr) {
             NODE_ERROR(kTextNullPointer);
@@ -137,18 +136,17 @@ CDKResult NodeSetBufferInfo(ChiNodeSetBufferPropertiesInfo* info) noexcept {
 
 CDKResult NodeProcRequest(ChiNodeProcessRequestInfo* request) noexcept {
     NODE_DEBUG(kTextIn);
-    CDKResult result = CDKResultSuccess;
-    if (request == nullptr || request->hNodeSession == nullptr) {
-        NODE_ERROR(kTextNullPointer);
-        result = CDKResultEInvalidPointer;
-    } else if (request->size < sizeof(ChiNodeProcessRequestInfo)) {
-        NODE_ERROR("TSL_CTB: %s: %d: CHINODEPROCESSREQUESTINFO is smaller than expected\n");
-        result = CDKResultEFailed;
-    } else if (!NodeFrom(request->hNodeSession)->HasNodeInterface()) {
-        result = CDKResultEInvalidPointer;
-        NODE_ERROR(kTextNullPointerCode, result);
-    } else {
-        result = NodeFrom(request->hNodeSession)->ProcessRequest(request);
+    CDKResult result =
+        Check(NamesNode(request), request,
+              "TSL_CTB: %s: %d: CHINODEPROCESSREQUESTINFO is smaller than expected\n");
+    if (result == CDKResultSuccess) {
+        ChiNodeCaptureBokeh& node = *NodeFrom(request->hNodeSession);
+        if (node.HasNodeInterface()) {
+            result = node.ProcessRequest(request);
+        } else {
+            result = CDKResultEInvalidPointer;
+            NODE_ERROR(kTextNullPointerCode, result);
+        }
     }
     NODE_DEBUG(kTextOutResultWide, result);
     return result;

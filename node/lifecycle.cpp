@@ -10,6 +10,7 @@
 
 namespace {
 
+// 0 for a property that is unset or does not begin with a number.
 int ReadIntProperty(const char* name) {
     char value[kPropertyValueMax] = {};
     property_get(name, value, "0");
@@ -36,17 +37,19 @@ void FreeFaceArrays(TSL_RECT*& rects, std::int32_t*& orients, std::int32_t& coun
 
 } // namespace
 
+// The camera entries are all made here: later steps fill them by index, and a request allocates
+// nothing.
 ChiNodeCaptureBokeh::ChiNodeCaptureBokeh() : m_cameraInfo(kMaxLinkedCameras) {}
 
 ChiNodeCaptureBokeh::~ChiNodeCaptureBokeh() {
     NODE_DEBUG(kTextIn);
     m_frameParams.tagInfo.hChiSession = nullptr;
-    Deinit();
+    Deinit(); // before the buffer goes that the engine has filled
     std::free(m_pDisparityData);
     m_pDisparityData = nullptr;
     m_i32DisparityDataBufferSize = 0;
     m_i32DisparityDataActiveSize = 0;
-    NODE_DEBUG(kTextOut);
+    NODE_DEBUG(kTextOut); // the last line of this node: the base class clears the mask
 }
 
 CDKResult ChiNodeCaptureBokeh::Initialize(ChiNodeCreateInfo* createInfo) {
@@ -56,6 +59,7 @@ CDKResult ChiNodeCaptureBokeh::Initialize(ChiNodeCreateInfo* createInfo) {
     m_frameParams.tagInfo.hChiSession = createInfo->hChiSession;
     m_currentMode = createInfo->nodeMode;
 
+    // Without an engine the node still serves: it copies the main image.
     if (!IniEngine()) {
         Deinit();
     }
@@ -77,6 +81,7 @@ bool ChiNodeCaptureBokeh::IniEngine() {
     if (!AllocateFaceBuffers()) {
         NODE_ERROR(kTextResult, CDKResultEFailed);
     } else {
+        // For the log alone, and asked for whatever the mask: the engine sees the same calls then.
         const TSL_DCR_VERSION* version = TSL_DCIR_GetVersion();
         if (version != nullptr && version->pVersion != nullptr) {
             NODE_DEBUG("TSL_CTB: %s: %d: pVersion: %s\n", version->pVersion);
@@ -85,6 +90,7 @@ bool ChiNodeCaptureBokeh::IniEngine() {
             result != 0) {
             NODE_ERROR("TSL_CTB: %s: %d: Initialize TSL_DCIR_Init res = %ld\n", result);
             NODE_ERROR(kTextResult, static_cast<int>(result));
+            // All zero: no request has filled the record yet.
         } else if (const std::int64_t infoResult =
                        TSL_DCIR_SetCameraImageInfo(m_hEngine, &m_frameParams.cameraImageInfo);
                    infoResult != 0) {
@@ -96,7 +102,7 @@ bool ChiNodeCaptureBokeh::IniEngine() {
         } else {
             started = GetCalibrationData(&calibration) == CDKResultSuccess;
             m_frameParams.CalibDataSuccess = started ? 1 : 0;
-            ReleaseCalibrationData(&calibration);
+            ReleaseCalibrationData(&calibration); // the engine has its own copy
         }
     }
     NODE_DEBUG(kTextOut);
@@ -152,6 +158,7 @@ void ChiNodeCaptureBokeh::SetBufferInfo(const ChiImageFormat& format) {
 }
 
 std::uint32_t ChiNodeCaptureBokeh::InduceSleep() const {
+    // A platform that does not know the tag leaves its id at 0, under which there is no data.
     ChiVendorTagBaseQuery query = {.size = sizeof(query),
                                    .section = device::tags::kInduceSleep.section,
                                    .tag = device::tags::kInduceSleep.tag};

@@ -25,7 +25,7 @@ void ChiNodeCaptureBokeh::UpdataCTBParam() {
     const frame_params_t& params = m_frameParams;
     m_focusParam.ptFocus = params.ptFocus;
     m_blurParam.i32BlurIntensity = params.i32BlurIntensity;
-    m_i32DisparityDataActiveSize = 0;
+    m_i32DisparityDataActiveSize = 0; // published as it is where the engine does not run
     m_BokehProcess = params.pInputMetadata->skipBokeh == 0 ? 1 : 0;
     NODE_DEBUG("TSL_CTB: %s: %d:  m_BokehProcess %d, i32BlurIntensity %d, ptFocus[%d %d]\n",
                m_BokehProcess, m_blurParam.i32BlurIntensity, m_focusParam.ptFocus.x,
@@ -61,6 +61,7 @@ void ChiNodeCaptureBokeh::DoProcess() {
 // kept. False: the output is not to be trusted.
 bool ChiNodeCaptureBokeh::RunEngine() {
     frame_params_t& params = m_frameParams;
+    // The disparity of the two images, and how many bytes it takes.
     bool good = Succeeded("TSL_DCIR_Reset", TSL_DCIR_Reset(m_hEngine));
     good &= Succeeded("TSL_DCIR_SetCameraImageInfo",
                       TSL_DCIR_SetCameraImageInfo(m_hEngine, &params.cameraImageInfo));
@@ -71,6 +72,7 @@ bool ChiNodeCaptureBokeh::RunEngine() {
     good &=
         Succeeded("TSL_DCIR_GetDisparityDataSize", TSL_DCIR_GetDisparityDataSize(m_hEngine, &size));
 
+    // Read it into the node's own buffer, from which it is delivered and rendered.
     EnsureDisparityBuffer(size);
     m_i32DisparityDataActiveSize = size;
     if (m_pDisparityData == nullptr) {
@@ -96,11 +98,13 @@ void ChiNodeCaptureBokeh::EnsureDisparityBuffer(std::int32_t size) {
     if (size < 1 || (m_pDisparityData != nullptr && size <= m_i32DisparityDataBufferSize)) {
         return;
     }
+    // The old bytes are not needed: what grows is about to be overwritten.
     std::free(m_pDisparityData);
     const auto bytes = static_cast<std::size_t>(size);
     NODE_DEBUG_AS(kOperation, "TSL_CTB: %s: %d:  malloc %lu buffer\n", bytes);
     m_pDisparityData = static_cast<std::uint8_t*>(std::malloc(bytes));
-    m_i32DisparityDataBufferSize = size;
+    m_i32DisparityDataBufferSize =
+        size; // without memory too: the pointer says so, and is tried again
 }
 
 void ChiNodeCaptureBokeh::WriteDepthOutput(std::int32_t size) {
@@ -110,12 +114,15 @@ void ChiNodeCaptureBokeh::WriteDepthOutput(std::int32_t size) {
         depth->planeAddress[0] == nullptr) {
         return;
     }
+    // The size that the engine announced, not what it filled: the reader of the buffer knows no
+    // other.
     NODE_DEBUG_AS(kOperation, "TSL_CTB: %s: %d:  depth picture copy\n");
     std::memcpy(depth->planeAddress[0], m_pDisparityData, bytes);
 }
 
 bool ChiNodeCaptureBokeh::Render() {
     frame_params_t& params = m_frameParams;
+    // The request asks for the disparity without a bokeh.
     if (m_BokehProcess == 0) {
         CopyImageToOutput(params.stMainImage);
         return true;

@@ -27,6 +27,7 @@ CDKResult ChiNodeCaptureBokeh::ProcessRequest(ChiNodeProcessRequestInfo* request
         NODE_ERROR(kTextResultWide, result);
         return result;
     }
+    // From here on the request succeeds: a failed rendering shows in the picture and the record.
     if (!m_requestStopped) {
         UpdataCTBParam();
         ReportUnusableImage();
@@ -35,7 +36,7 @@ CDKResult ChiNodeCaptureBokeh::ProcessRequest(ChiNodeProcessRequestInfo* request
             WriteDumps();
         }
         UpdateActiveMap();
-        ++m_processedFrame;
+        ++m_processedFrame; // before publishing: the number counts this request
         NODE_DEBUG("TSL_CTB: %s: %d: ProcessRequest m_processedFrame = %lu\n", m_processedFrame);
         UpdateMetaData();
     }
@@ -103,9 +104,12 @@ void ChiNodeCaptureBokeh::ProduceOutput() {
 }
 
 void ChiNodeCaptureBokeh::WriteDumps() {
+    // One time for all files of a request, so that their names share a stem.
     timeval now = {};
     gettimeofday(&now, nullptr);
     DumpAndSaveYUV(m_frameParams, now, device::kDumpPrefix);
+    // The whole buffer, which outlives requests: after a copied photo it still holds an earlier
+    // one's.
     if (m_pDisparityData != nullptr) {
         const PLIM_OFFSCREEN& image = m_frameParams.stMainImage;
         DumpDepthData(m_pDisparityData, m_i32DisparityDataBufferSize,
@@ -136,6 +140,7 @@ void ChiNodeCaptureBokeh::UpdateActiveMap() {
 
 void ChiNodeCaptureBokeh::UpdateMetaData() {
     const BokehTagInfo& tags = m_frameParams.tagInfo;
+    // What is not a member as it is published lives on the stack; the platform copies it.
     constexpr char supportedFeature[kSupportedFeatureSize] = "SupportedFeatureQavCTB";
     const auto currentMode = static_cast<std::uint8_t>(m_currentMode);
     const FrameDimension frameDimension = m_frameDimension;
@@ -151,6 +156,8 @@ void ChiNodeCaptureBokeh::UpdateMetaData() {
         tags.outputMetadataTagId,
         tags.ptFocusTagId,
     };
+    // Sizes of the node's own tags are counts of elements, as its table says; the platform counts
+    // the last three as they stand here.
     const auto entry = [&tags](const void* data, std::uint64_t dataSize) {
         return ChiTagData{.size = sizeof(ChiTagData),
                           .requestId = tags.requestId,

@@ -2,27 +2,26 @@
 
 #include <cstdint>
 
-#include "platform/layout.h"
-
 namespace CamX {
 
-// The platform's static settings, up to the only word the node reads.
+// The platform's static settings, up to the only word the node reads. They do not change while a
+// camera is open.
 struct StaticSettings {
     std::uint8_t reserved[25756];
     std::uint32_t imageDegree; // rotation of the images that reach the node, in degrees
 };
-PIN_BINARY_RECORD(StaticSettings);
-PIN_OFFSET(StaticSettings, imageDegree, 25756);
 
-// The settings record is the third slot of the virtual table, the destructor's two slots counted.
+// The call is resolved through the virtual table: the settings record is its third slot, after the
+// two of the destructor, so no virtual function may stand before it.
 class SettingsManager {
 public:
-    // The process-wide manager, owned by the platform.
+    // The process-wide manager, owned by the platform and never destroyed by the node. May be null.
+    // Thread-safe.
     static SettingsManager* GetInstance();
 
     virtual ~SettingsManager();
 
-    // May be null.
+    // Owned by the manager, valid as long as the process. May be null.
     virtual const StaticSettings* GetStaticSettings() = 0;
 };
 

@@ -2,8 +2,6 @@
 
 #include <cstdint>
 
-#include "platform/layout.h"
-
 // The platform's image buffers. A ChiImageList and the planes behind it belong to the pipeline and
 // are valid only while the request that names them is being processed.
 
@@ -14,50 +12,41 @@ constexpr std::uint32_t kChiFormatNV12Alt = 4; // taken as NV12 as well
 
 constexpr std::uint32_t kChiMaxPlanes = 4;
 
+// What is known of ChiImageList is where the platform puts four things: the format code at byte 16,
+// the first plane's size at 240, the first plane's address at 336 and the port index at 824. All
+// else is our arrangement, one of several that leave those four in place: image width and height
+// before the format code, the stride and size of a plane's rows, the plane count, and the addresses
+// of further planes after the first. Where a device's own headers say otherwise, they replace this
+// file (PLATFORM_HEADERS, docs/device.md).
+
 struct ChiPlaneFormat {
     std::uint32_t width;  // bytes of image data in a row
     std::uint32_t height; // rows
     std::uint32_t stride; // bytes from one row to the next
     std::uint32_t reserved[10];
 };
-PIN_BINARY_RECORD(ChiPlaneFormat);
-PIN_SIZE(ChiPlaneFormat, 52);
 
+// The format that a node's output was given comes as this record alone, width and height first.
 struct ChiImageFormat {
     std::uint32_t width;  // pixels
     std::uint32_t height; // rows
-    std::uint32_t format; // kChiFormat…
+    std::uint32_t format; // kChiFormat...
     std::uint32_t reserved;
+    // Thirteen words a plane fill the room from the format code to the plane count.
     ChiPlaneFormat plane[kChiMaxPlanes];
+    // Before the sizes, as in every record of this platform that counts an array.
     std::uint32_t numberOfPlanes;
     std::uint32_t padding;
     std::uint64_t planeSize[kChiMaxPlanes]; // bytes
 };
-PIN_BINARY_RECORD(ChiImageFormat);
-PIN_OFFSET(ChiImageFormat, width, 0);
-PIN_OFFSET(ChiImageFormat, height, 4);
 
-// Fixed by the platform: format code at 16, first plane's size at 240, first plane's address at
-// 336, port index at 824. The rest is the arrangement that those four leave: four plane formats of
-// 13 words fill the room from the format code to the plane count, which stands before the plane
-// sizes as in every record of this platform that counts an array.
 struct ChiImageList {
     std::uint32_t size;
     std::uint32_t reserved;
     ChiImageFormat format;
     std::uint8_t reservedImageHead[64];
-    std::uint8_t* planeAddress[kChiMaxPlanes]; // of the list's first image
+    std::uint8_t* planeAddress[kChiMaxPlanes]; // of the list's first image; null: no such plane
     std::uint8_t reservedImages[456];
     std::uint32_t portIndex; // index of the node's port that the buffer belongs to
     std::uint32_t reservedTail;
 };
-PIN_BINARY_RECORD(ChiImageList);
-PIN_OFFSET(ChiImageList, format.width, 8);
-PIN_OFFSET(ChiImageList, format.height, 12);
-PIN_OFFSET(ChiImageList, format.format, 16);
-PIN_OFFSET(ChiImageList, format.plane, 24);
-PIN_OFFSET(ChiImageList, format.numberOfPlanes, 232);
-PIN_OFFSET(ChiImageList, format.planeSize, 240);
-PIN_OFFSET(ChiImageList, planeAddress, 336);
-PIN_OFFSET(ChiImageList, portIndex, 824);
-PIN_SIZE(ChiImageList, 832);

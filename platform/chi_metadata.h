@@ -2,8 +2,6 @@
 
 #include <cstdint>
 
-#include "platform/layout.h"
-
 // The platform's metadata that the node reads, by the words it uses. All of it belongs to the
 // pipeline: use-case data lives as long as the pipeline, request data as long as the request.
 
@@ -13,8 +11,6 @@ struct ChiRect {
     std::uint32_t width;
     std::uint32_t height;
 };
-PIN_BINARY_RECORD(ChiRect);
-PIN_SIZE(ChiRect, 16);
 
 // Corners are inclusive.
 struct ChiWeightedRegion {
@@ -23,8 +19,6 @@ struct ChiWeightedRegion {
     std::int32_t xMax;
     std::int32_t yMax;
 };
-PIN_BINARY_RECORD(ChiWeightedRegion);
-PIN_SIZE(ChiWeightedRegion, 16);
 
 constexpr std::uint32_t kMaxFaces = 10;
 
@@ -53,20 +47,6 @@ struct CameraMetadata {
     std::int32_t afMode;
     std::uint8_t reserved404[4];
 };
-PIN_BINARY_RECORD(CameraMetadata);
-PIN_SIZE(CameraMetadata, 408);
-PIN_OFFSET(CameraMetadata, cameraId, 4);
-PIN_OFFSET(CameraMetadata, scalerCropRegion, 8);
-PIN_OFFSET(CameraMetadata, ifeAppliedCrop, 88);
-PIN_OFFSET(CameraMetadata, sensorAppliedCrop, 104);
-PIN_OFFSET(CameraMetadata, ifeResidualCrop, 120);
-PIN_OFFSET(CameraMetadata, focusRect, 136);
-PIN_OFFSET(CameraMetadata, focusDistance, 160);
-PIN_OFFSET(CameraMetadata, afStatus, 164);
-PIN_OFFSET(CameraMetadata, faceCount, 192);
-PIN_OFFSET(CameraMetadata, faces, 204);
-PIN_OFFSET(CameraMetadata, activeArraySize, 384);
-PIN_OFFSET(CameraMetadata, afMode, 400);
 
 // "InputMetadataBokeh", per request. Slot i describes the camera whose image is in input buffer i.
 struct InputMetadataBokeh {
@@ -79,12 +59,6 @@ struct InputMetadataBokeh {
     std::uint8_t reserved840[2464];
     std::uint32_t skipBokeh; // the engine renders only when this is 0
 };
-PIN_BINARY_RECORD(InputMetadataBokeh);
-PIN_OFFSET(InputMetadataBokeh, blurLevel, 4);
-PIN_OFFSET(InputMetadataBokeh, masterCameraId, 16);
-PIN_OFFSET(InputMetadataBokeh, cameraMetadata, 24);
-PIN_OFFSET(InputMetadataBokeh, cameraMetadata[1], 432);
-PIN_OFFSET(InputMetadataBokeh, skipBokeh, 3304);
 
 // "OutputMetadataBokeh", the node's result record.
 struct OutputMetadataBokeh {
@@ -92,10 +66,6 @@ struct OutputMetadataBokeh {
     std::uint32_t activeMap;       // 3 while two cameras are linked, else 0
     std::uint32_t depthEffectInfo; // 0: rendered; 1: the main image was copied after a failure
 };
-PIN_BINARY_RECORD(OutputMetadataBokeh);
-PIN_SIZE(OutputMetadataBokeh, 12);
-PIN_OFFSET(OutputMetadataBokeh, activeMap, 4);
-PIN_OFFSET(OutputMetadataBokeh, depthEffectInfo, 8);
 
 // One camera in "PhysicalCameraConfigs".
 struct PhysicalCameraConfig {
@@ -103,9 +73,6 @@ struct PhysicalCameraConfig {
     float masterRank; // of two linked cameras, the one with the greater value is the master
     std::uint8_t reserved[2048];
 };
-PIN_BINARY_RECORD(PhysicalCameraConfig);
-PIN_SIZE(PhysicalCameraConfig, 2056);
-PIN_OFFSET(PhysicalCameraConfig, masterRank, 4);
 
 // "PhysicalCameraConfigs", per use case.
 struct PhysicalCameraConfigs {
@@ -114,9 +81,6 @@ struct PhysicalCameraConfigs {
     PhysicalCameraConfig camera[8];
     std::uint32_t primaryCameraId;
 };
-PIN_BINARY_RECORD(PhysicalCameraConfigs);
-PIN_OFFSET(PhysicalCameraConfigs, camera, 8);
-PIN_OFFSET(PhysicalCameraConfigs, primaryCameraId, 16456);
 
 // One input of some node of the pipeline, in "PhysicalCameraInputConfig".
 struct CameraInputConfig {
@@ -127,11 +91,6 @@ struct CameraInputConfig {
     std::uint32_t cameraId;
     std::uint8_t reserved36[12];
 };
-PIN_BINARY_RECORD(CameraInputConfig);
-PIN_SIZE(CameraInputConfig, 48);
-PIN_OFFSET(CameraInputConfig, nodeInstanceId, 4);
-PIN_OFFSET(CameraInputConfig, fullInputBufferIndex, 8);
-PIN_OFFSET(CameraInputConfig, cameraId, 32);
 
 // "PhysicalCameraInputConfig", per use case; `numInputs` entries follow this head.
 struct PhysicalCameraInputConfig {
@@ -142,13 +101,9 @@ struct PhysicalCameraInputConfig {
         return reinterpret_cast<const CameraInputConfig*>(this + 1);
     }
 };
-PIN_BINARY_RECORD(PhysicalCameraInputConfig);
-PIN_SIZE(PhysicalCameraInputConfig, 8);
 
 // "OEMFDResults", per request, up to the only word the node reads.
 struct OEMFDResults {
     std::uint8_t reserved[404];
     std::int32_t rotation; // degrees
 };
-PIN_BINARY_RECORD(OEMFDResults);
-PIN_OFFSET(OEMFDResults, rotation, 404);

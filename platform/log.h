@@ -7,6 +7,8 @@ enum AndroidLogPriority : int {
     ANDROID_LOG_ERROR = 6,
 };
 
-// Thread-safe. `format` and its arguments follow printf; nothing is kept after the call.
+// Prints one line, or as many as the text has. `format` and its arguments follow printf; `tag`
+// names the speaker. Neither may be null, and nothing is kept after the call. The result is of no
+// use to the node. Thread-safe.
 extern "C" int __android_log_print(int priority, const char* tag, const char* format, ...)
     __attribute__((format(printf, 3, 4)));

@@ -6,5 +6,6 @@
 constexpr int kPropertyValueMax = 92;
 
 // Copies the property's text, or `default_value` where it is unset, into `value` (at least
-// kPropertyValueMax bytes). Returns the text's length. Thread-safe.
+// kPropertyValueMax bytes), with its terminator. All three are zero-terminated and not null.
+// Returns the text's length. Thread-safe.
 extern "C" int property_get(const char* key, char* value, const char* default_value);

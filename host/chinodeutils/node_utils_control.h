@@ -4,6 +4,7 @@
 
 #include "platform/chi_node.h"
 #include "platform/chi_node_utils.h"
+#include "platform/layout.h"
 
 // Control of the node utility stand-in (libcom.qti.chinodeutils.so), and the platform's side of the
 // records that the node passes through it unread.

@@ -279,11 +279,33 @@ TEST_F(OperationsTest, MergesAtAnyScaleAndAtNoneBelowOne) {
     }
 }
 
-TEST_F(OperationsTest, AnAbsentListLeavesItsDescriptor) {
+TEST_F(OperationsTest, DescriptorsFollowTheirListAndStayWithoutOne) {
     PLIM_OFFSCREEN image = {.u32Format = 7, .i32Width = 8};
     node_->PrepareImage(nullptr, image);
     EXPECT_EQ(image.i32Width, 8);
     EXPECT_EQ(image.u32Format, 7u);
+
+    // By the names of the list's fields, however a device's headers arrange them.
+    std::uint8_t pixels[2] = {};
+    ChiImageList list = {};
+    list.format.width = 30;
+    list.format.height = 20;
+    list.format.format = kChiFormatNV12;
+    list.format.plane[0].stride = 32;
+    list.format.plane[1].stride = 99;
+    list.format.numberOfPlanes = 2;
+    list.planeAddress[0] = pixels;
+    list.planeAddress[1] = pixels + 1;
+    list.planeAddress[2] = pixels;
+    node_->PrepareImage(&list, image);
+    EXPECT_EQ(image.u32Format, PLIM_PAF_NV12);
+    EXPECT_EQ(image.i32Width, 30);
+    EXPECT_EQ(image.i32Height, 20);
+    EXPECT_EQ(image.i32Pitch[0], 32);
+    EXPECT_EQ(image.i32Pitch[1], 32);
+    EXPECT_EQ(image.pu8Plane[0], pixels);
+    EXPECT_EQ(image.pu8Plane[1], pixels + 1);
+    EXPECT_EQ(image.pu8Plane[2], nullptr);
 }
 
 TEST_F(OperationsTest, CropsOfNegativeExtentFollowTheArithmetic) {
