@@ -5,6 +5,8 @@
 #include <charconv>
 #include <stdexcept>
 
+#include <fmt/format.h>
+
 namespace host {
 
 struct CallState {
@@ -60,7 +62,7 @@ CallState& Find(std::string_view name) {
     const auto found =
         std::ranges::find(calls, name, [](const CallState& call) { return call.description.name; });
     if (found == std::end(calls)) {
-        throw std::out_of_range("no stand-in has a function named " + std::string(name));
+        throw std::out_of_range(fmt::format("no stand-in has a function named {}", name));
     }
     return *found;
 }
@@ -73,10 +75,6 @@ CallState* FindAtStart(std::string_view text) {
         return text.starts_with(name) && (text.size() == name.size() || text[name.size()] == ':');
     });
     return found != std::end(calls) ? &*found : nullptr;
-}
-
-[[noreturn]] void Refuse(const std::string& expected, std::string_view found) {
-    throw std::invalid_argument("expected " + expected + ", found " + std::string(found));
 }
 
 // Takes ":NUMBER" from the start of the text; nothing if the text does not start so.
@@ -127,26 +125,25 @@ std::vector<CallDescription> Faults::List() {
 void Faults::Arm(std::string_view text) {
     CallState* const call = FindAtStart(text);
     if (call == nullptr) {
-        std::string names;
-        for (const CallState& known : calls) {
-            names.append(names.empty() ? "" : ", ").append(known.description.name);
-        }
-        Refuse("CALL[:N[:RESULT]] with one of the calls " + names, text);
+        throw std::invalid_argument(
+            fmt::format("expected CALL[:N[:RESULT]] with one of the calls {}, found {}",
+                        fmt::join(Names(), ", "), text));
     }
-    const CallDescription& description = call->description;
-    std::string_view rest = text.substr(description.name.size());
+    const auto& [name, effect, defaultResult] = call->description;
+    std::string_view rest = text.substr(name.size());
     const auto nth = TakeNumber<std::uint64_t>(rest);
     const auto result = nth ? TakeNumber<std::int64_t>(rest) : std::nullopt;
     constexpr std::uint64_t kMostCalls = 1'000'000'000; // leaves room to add to
-    if (!rest.empty() || nth == 0 || nth > kMostCalls || (result && !description.result)) {
-        Refuse(std::string(description.name) + (description.result ? "[:N[:RESULT]]" : "[:N]") +
-                   " with an N of 1 to " + std::to_string(kMostCalls),
-               text);
+    if (!rest.empty() || nth == 0 || nth > kMostCalls || (result && !defaultResult)) {
+        throw std::invalid_argument(fmt::format("expected {}{} with an N of 1 to {}, found {}",
+                                                name, defaultResult ? "[:N[:RESULT]]" : "[:N]",
+                                                kMostCalls, text));
     }
     if (IsPending(*call)) {
-        Refuse("one failure of " + std::string(description.name), "another, " + std::string(text));
+        throw std::invalid_argument(
+            fmt::format("expected one failure of {} at a time, found another, {}", name, text));
     }
-    ArmCall(*call, nth.value_or(1), result.value_or(description.result.value_or(0)), 1);
+    ArmCall(*call, nth.value_or(1), result.value_or(defaultResult.value_or(0)), 1);
 }
 
 std::vector<std::string> Faults::Pending() {
@@ -154,9 +151,9 @@ std::vector<std::string> Faults::Pending() {
     for (const CallState& call : calls) {
         if (IsPending(call)) {
             const std::uint64_t made = call.calls;
-            pending.push_back(std::string(call.description.name) + ":" +
-                              std::to_string(call.failFrom) + " (" + std::to_string(made) +
-                              (made == 1 ? " call" : " calls") + " so far)");
+            pending.push_back(fmt::format("{}:{} ({} {} so far)", call.description.name,
+                                          call.failFrom.load(), made,
+                                          made == 1 ? "call" : "calls"));
         }
     }
     return pending;

@@ -1,25 +1,83 @@
-#include "host/filesystem/device_files.h"
+// The C library's file functions, as far as the node uses them, in front of the C library's own.
+
+#include "host/filesystem/device_root.h"
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
 #include <map>
 #include <mutex>
 #include <string_view>
 #include <utility>
 
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "host/control/faults.h"
+
 namespace host {
 namespace {
+
+CallPoint fopenPoint("fopen");
+CallPoint fseekPoint("fseek");
+CallPoint ftellPoint("ftell");
+CallPoint freadPoint("fread");
+CallPoint fclosePoint("fclose");
+CallPoint openPoint("open");
+CallPoint writePoint("write");
+CallPoint closePoint("close");
 
 constexpr std::string_view kDeviceFolders[] = {"/mnt/vendor/persist/", "/vendor/etc/",
                                                "/data/vendor/"};
 
+// The open files of the device and their device paths, by stream or descriptor. Thread-safe.
+template <typename File>
+class OpenFiles {
+public:
+    void Add(File file, const char* devicePath) {
+        const std::lock_guard lock(mutex_);
+        paths_[file] = devicePath;
+        count_ = paths_.size();
+    }
+    bool Contains(File file) {
+        if (count_ == 0) {
+            return false;
+        }
+        const std::lock_guard lock(mutex_);
+        return paths_.contains(file);
+    }
+    // To be called before the file is closed, since another thread may be given its number right
+    // after. False if the file is not one of the device's.
+    bool Remove(File file) {
+        if (count_ == 0) {
+            return false;
+        }
+        const std::lock_guard lock(mutex_);
+        const bool found = paths_.erase(file) != 0;
+        count_ = paths_.size();
+        return found;
+    }
+    void AppendPaths(std::vector<std::string>& paths) {
+        const std::lock_guard lock(mutex_);
+        for (const auto& [file, path] : paths_) {
+            paths.push_back(path);
+        }
+    }
+
+private:
+    std::mutex mutex_;
+    std::map<File, std::string> paths_;
+    std::atomic<std::size_t> count_{0}; // lets the process's other files pass without the lock
+};
+
 struct State {
-    std::mutex mutex;
+    std::mutex mutex; // guards the root
     std::filesystem::path root;
-    std::map<const std::FILE*, std::string> streams;
-    std::map<int, std::string> descriptors;
-    // Lets the process's other files pass without the lock.
-    std::atomic<std::size_t> open{0};
+    OpenFiles<FILE*> streams;
+    OpenFiles<int> descriptors;
 };
 
 // Never destroyed: files are still closed while the process ends.
@@ -28,36 +86,56 @@ State& state() {
     return *instance;
 }
 
-bool StartsInDeviceFolder(std::string_view path) {
-    return std::any_of(std::begin(kDeviceFolders), std::end(kDeviceFolders),
-                       [path](std::string_view folder) { return path.starts_with(folder); });
+bool IsDevicePath(std::string_view path) {
+    return std::ranges::any_of(kDeviceFolders,
+                               [path](auto folder) { return path.starts_with(folder); });
 }
 
-template <typename Key>
-void Remember(std::map<Key, std::string>& files, Key file, const char* devicePath) {
-    const std::lock_guard lock(state().mutex);
-    files[file] = devicePath;
-    state().open = state().streams.size() + state().descriptors.size();
+// The device path's place in the device root, or an empty path if it is not to be found.
+std::filesystem::path Locate(const char* devicePath) {
+    // "..": a path that climbs out of the device's folders leads nowhere.
+    const std::filesystem::path plain = std::filesystem::path(devicePath).lexically_normal();
+    const std::filesystem::path root = DeviceRoot();
+    return root.empty() || !IsDevicePath(plain.native()) ? std::filesystem::path()
+                                                         : root / plain.relative_path();
 }
 
-template <typename Key>
-bool Contains(const std::map<Key, std::string>& files, Key file) {
-    if (state().open == 0) {
-        return false;
+// Opens a file by the C library's `next`; the place in the device root stands for a device path.
+template <typename File, typename Open>
+File OpenAt(CallPoint& point, OpenFiles<File>& files, File failed, const char* path, Open next) {
+    if (path == nullptr || !IsDevicePath(path)) {
+        return next(path);
     }
-    const std::lock_guard lock(state().mutex);
-    return files.contains(file);
+    if (point.Enter()) {
+        errno = EIO;
+        return failed;
+    }
+    const std::filesystem::path place = Locate(path);
+    if (place.empty()) {
+        errno = ENOENT;
+        return failed;
+    }
+    const File file = next(place.c_str());
+    if (file != failed) {
+        files.Add(file, path);
+    }
+    return file;
 }
 
-template <typename Key>
-bool Forget(std::map<Key, std::string>& files, Key file) {
-    if (state().open == 0) {
-        return false;
+// The result with which this call on an open file is to fail.
+template <typename File>
+std::optional<std::int64_t> Failure(CallPoint& point, OpenFiles<File>& files, File file) {
+    const auto failure = files.Contains(file) ? point.Enter() : std::nullopt;
+    if (failure) {
+        errno = EIO;
     }
-    const std::lock_guard lock(state().mutex);
-    const bool found = files.erase(file) != 0;
-    state().open = state().streams.size() + state().descriptors.size();
-    return found;
+    return failure;
+}
+
+// The C library's function of this name.
+template <typename Function>
+Function* Next(const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
 } // namespace
@@ -73,51 +151,79 @@ std::filesystem::path DeviceRoot() {
 }
 
 std::vector<std::string> OpenDeviceFiles() {
-    const std::lock_guard lock(state().mutex);
     std::vector<std::string> paths;
-    for (const auto& [stream, path] : state().streams) {
-        paths.push_back(path);
-    }
-    for (const auto& [descriptor, path] : state().descriptors) {
-        paths.push_back(path);
-    }
+    state().streams.AppendPaths(paths);
+    state().descriptors.AppendPaths(paths);
     return paths;
 }
 
-namespace devicefiles {
-
-bool IsDevicePath(const char* path) {
-    return path != nullptr && StartsInDeviceFolder(path);
-}
-
-std::string Locate(const char* devicePath) {
-    // "..": a path that climbs out of the device's folders leads nowhere.
-    const std::string plain = std::filesystem::path(devicePath).lexically_normal().string();
-    const std::filesystem::path root = DeviceRoot();
-    if (root.empty() || !StartsInDeviceFolder(plain)) {
-        return {};
-    }
-    return (root / plain.substr(1)).string();
-}
-
-void Opened(std::FILE* stream, const char* devicePath) {
-    Remember<const std::FILE*>(state().streams, stream, devicePath);
-}
-void Opened(int descriptor, const char* devicePath) {
-    Remember(state().descriptors, descriptor, devicePath);
-}
-bool IsOpen(const std::FILE* stream) {
-    return Contains(state().streams, stream);
-}
-bool IsOpen(int descriptor) {
-    return Contains(state().descriptors, descriptor);
-}
-bool Closing(const std::FILE* stream) {
-    return Forget(state().streams, stream);
-}
-bool Closing(int descriptor) {
-    return Forget(state().descriptors, descriptor);
-}
-
-} // namespace devicefiles
 } // namespace host
+
+using namespace host;
+
+extern "C" {
+
+FILE* fopen(const char* path, const char* mode) {
+    static auto* const next = Next<FILE*(const char*, const char*)>("fopen");
+    return OpenAt<FILE*>(fopenPoint, state().streams, nullptr, path,
+                         [mode](const char* place) { return next(place, mode); });
+}
+
+int open(const char* path, int flags, ...) {
+    static auto* const next = Next<int(const char*, int, ...)>("open");
+    // The permission argument exists only if the call can create a file.
+    const bool creates = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+    std::va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = creates ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    return OpenAt(openPoint, state().descriptors, -1, path,
+                  [flags, mode](const char* place) { return next(place, flags, mode); });
+}
+
+int fseek(FILE* stream, long offset, int whence) {
+    static auto* const next = Next<int(FILE*, long, int)>("fseek");
+    const auto failure = Failure(fseekPoint, state().streams, stream);
+    return failure ? static_cast<int>(*failure) : next(stream, offset, whence);
+}
+
+long ftell(FILE* stream) {
+    static auto* const next = Next<long(FILE*)>("ftell");
+    const auto failure = Failure(ftellPoint, state().streams, stream);
+    return failure ? static_cast<long>(*failure) : next(stream);
+}
+
+size_t fread(void* data, size_t size, size_t count, FILE* stream) {
+    static auto* const next = Next<size_t(void*, size_t, size_t, FILE*)>("fread");
+    if (const auto failure = Failure(freadPoint, state().streams, stream)) {
+        count = std::min(count, static_cast<size_t>(std::max<std::int64_t>(*failure, 0)));
+    }
+    return next(data, size, count, stream);
+}
+
+ssize_t write(int descriptor, const void* data, size_t size) {
+    static auto* const next = Next<ssize_t(int, const void*, size_t)>("write");
+    if (const auto failure = Failure(writePoint, state().descriptors, descriptor)) {
+        if (*failure < 0) {
+            return -1;
+        }
+        size = std::min(size, static_cast<size_t>(*failure));
+    }
+    return next(descriptor, data, size);
+}
+
+int fclose(FILE* stream) {
+    static auto* const next = Next<int(FILE*)>("fclose");
+    const auto failure = state().streams.Remove(stream) ? fclosePoint.Enter() : std::nullopt;
+    const int result = next(stream);
+    return failure ? static_cast<int>(*failure) : result;
+}
+
+int close(int descriptor) {
+    static auto* const next = Next<int(int)>("close");
+    const auto failure = state().descriptors.Remove(descriptor) ? closePoint.Enter() : std::nullopt;
+    const int result = next(descriptor);
+    return failure ? static_cast<int>(*failure) : result;
+}
+
+} // extern "C"

@@ -4,14 +4,12 @@
 #include <functional>
 #include <mutex>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include <sys/types.h>
 
-// Control of the log stand-in (liblog.so). Without a sink, messages go to standard error as
-// `logcat` prints them: at start in the format that ANDROID_PRINTF_LOG names and through the filter
-// that ANDROID_LOG_TAGS holds, without these in the brief format and all of them.
+// Control of the log stand-in (liblog.so). Messages go to standard error as LogText gives them,
+// unless a sink takes them.
 namespace host {
 
 struct LogRecord {
@@ -19,33 +17,23 @@ struct LogRecord {
     std::string tag;
     std::string format; // as the caller passed it
     std::string text;   // formatted, cut where the device's log cuts it
-    pid_t pid = 0;      // who logged, and when
-    pid_t tid = 0;
-    timespec time = {};
+    pid_t pid = 0;      // of the process that logged
+    timespec time = {}; // since 1970, UTC
 };
 
 using LogSink = std::function<void(const LogRecord&)>;
 
-// Hands every later message to `sink` instead of printing it; null prints again. Calls of the sink
-// never overlap, and none is under way once this returns. A sink must not log.
+// Hands every later message to `sink` instead of printing it; null prints again. Messages of all
+// threads come one at a time, and no call of the old sink is under way once this returns. A sink
+// must not log. Thread-safe.
 void SetLogSink(LogSink sink);
 
-// The format, by the names of `logcat -v`: brief, process, tag, thread, raw, time, threadtime,
-// long. False for any other name; then nothing changes. Thread-safe, as all that follows.
-bool SetLogFormat(std::string_view name);
-
-// The filter, as logcat's command line takes it: "TSL_CTB:D *:S" shows TSL_CTB from debug on and
-// nothing else. It chooses what is printed; a sink gets every message. Empty: everything. False
-// where logcat would refuse; then nothing changes.
-bool SetLogFilter(std::string_view expressions);
-
-// Back to what the two variables say now.
-void ReadLogEnvironment();
-
-// What is printed for the message; empty where the filter withholds it. A sink may call this.
+// The message as `logcat -v brief` prints it: each of its lines with the head "D/TSL_CTB ( 1234): "
+// and a newline at the end. Thread-safe; a sink may call it.
 std::string LogText(const LogRecord& record);
 
-// Collects all messages of all threads during its life. One at a time.
+// Collects all messages of all threads during its life. It is the sink: only one may live at a
+// time.
 class LogCollector {
 public:
     LogCollector();
@@ -53,7 +41,7 @@ public:
     LogCollector(const LogCollector&) = delete;
     LogCollector& operator=(const LogCollector&) = delete;
 
-    // What came since the last call, in order.
+    // The messages since the last call, in order. Thread-safe.
     std::vector<LogRecord> Take();
 
 private:

@@ -34,11 +34,9 @@ bool SamePixels(const Image& a, const Image& b) {
     }
     for (int plane = 0; plane < a.planeCount(); ++plane) {
         for (int row = 0; row < a.planeRows(plane); ++row) {
-            const auto at = [plane, row](const Image& image) {
-                return image.plane(plane) + static_cast<std::ptrdiff_t>(row) * image.pitch();
-            };
             // The byte that fills up an odd row of pairs is no pixel.
-            if (std::memcmp(at(a), at(b), static_cast<std::size_t>(a.width())) != 0) {
+            if (std::memcmp(a.row(plane, row), b.row(plane, row),
+                            static_cast<std::size_t>(a.width())) != 0) {
                 return false;
             }
         }

@@ -26,6 +26,9 @@ public:
     // 0 for luma, 1 for chroma.
     std::uint8_t* plane(int index) { return bytes_.data() + PlaneOffset(index); }
     const std::uint8_t* plane(int index) const { return bytes_.data() + PlaneOffset(index); }
+    // The first byte of row `y` of a plane; rows count from 0.
+    std::uint8_t* row(int index, int y) { return plane(index) + RowOffset(y); }
+    const std::uint8_t* row(int index, int y) const { return plane(index) + RowOffset(y); }
     int planeRows(int index) const { return index == 0 ? height_ : height_ / 2; }
     int rowBytes(int index) const; // bytes of image data in each row
     int planeCount() const { return format_ == Format::Nv12 ? 2 : 1; }
@@ -38,6 +41,7 @@ public:
     const std::vector<std::uint8_t>& bytes() const { return bytes_; }
 
 private:
+    std::ptrdiff_t RowOffset(int y) const { return static_cast<std::ptrdiff_t>(y) * pitch_; }
     std::size_t PlaneOffset(int index) const { return index == 0 ? 0 : planeSize(0); }
 
     Format format_ = Format::Nv12;

@@ -1,11 +1,15 @@
+#include <condition_variable>
 #include <cstring>
+#include <iterator>
+#include <mutex>
 #include <utility>
+
+#include <fmt/format.h>
 
 #include "host/pipeline/pipeline.h"
 #include "host/pipeline/pipeline_session.h"
 #include "host/pipeline/request_buffers.h"
-#include "host/pipeline/rotation_setting.h"
-#include "host/pipeline/text.h"
+#include "host/settings/settings_control.h"
 
 // The platform's side of a record that the node does not read.
 struct ChiNodePostPipelineCreateInput {
@@ -16,50 +20,78 @@ struct ChiNodePostPipelineCreateInput {
 namespace host {
 namespace {
 
-[[noreturn]] void Refuse(const char* step, CDKResult code) {
-    throw PipelineError(Text("the node's ", step, " answers ", code), code);
+// Holds the platform's rotation setting while a node is created. The setting is one for the whole
+// process: creations that want the same value run side by side, others wait for one another.
+class RotationSetting {
+public:
+    explicit RotationSetting(std::uint32_t degrees) {
+        std::unique_lock lock(mutex_);
+        freed_.wait(lock, [degrees] { return holders_ == 0 || setting_ == degrees; });
+        if (holders_ == 0) {
+            setting_ = degrees;
+            SetImageDegree(degrees);
+        }
+        ++holders_;
+    }
+    ~RotationSetting() {
+        const std::lock_guard lock(mutex_);
+        --holders_;
+        freed_.notify_all();
+    }
+    RotationSetting(const RotationSetting&) = delete;
+    RotationSetting& operator=(const RotationSetting&) = delete;
+
+private:
+    static inline std::mutex mutex_;
+    static inline std::condition_variable freed_;
+    static inline int holders_ = 0;
+    static inline std::uint32_t setting_ = 0;
+};
+
+// Throws unless the node's answer to this step is success.
+void Require(CDKResult code, const char* step) {
+    if (code != CDKResultSuccess) {
+        throw PipelineError(fmt::format("the node's {} answers {}", step, code), code);
+    }
+}
+
+void KeepForLater(const std::vector<std::string>& complaints) {
+    for (const std::string& complaint : complaints) {
+        Sessions::Instance().Complain(complaint);
+    }
 }
 
 } // namespace
 
 struct Node::Session {
-    Session(const NodeLibrary& library, UseCase use)
-        : callbacks(library.callbacks()), useCase(std::move(use)),
-          pipeline(Sessions::Instance().Open(useCase)) {}
+    explicit Session(const ChiNodeCallbacks& table)
+        : callbacks(table), pipeline(Sessions::Instance().Open()) {}
     ~Session() { Sessions::Instance().Close(pipeline->handle()); }
 
-    void Create();
-    void Destroy();
-    void Negotiate(std::uint32_t width, std::uint32_t height);
+    void Create(std::uint32_t imageDegree);
+    void Negotiate(Size output);
     void PipelineCreated();
-    void CheckPublishing(const Request& request, const RequestResult& result, int calls);
+    // Destroys the node, if there is one, and returns the complaints that were not taken yet.
+    std::vector<std::string> End();
 
     const ChiNodeCallbacks& callbacks;
-    const UseCase useCase;
     const std::shared_ptr<PipelineSession> pipeline;
-    void* node = nullptr;
-    BufferNegotiation negotiation{};
-    std::uint64_t delay = 0;
+    void* node = nullptr; // the node's handle, null while there is no node
 };
 
-void Node::Session::Create() {
+void Node::Session::Create(std::uint32_t imageDegree) {
     ChiNodeCreateInfo info{};
     info.size = sizeof(info);
     info.hChiSession = pipeline->handle();
-    info.nodeId = useCase.nodeId;
-    info.nodeMode = useCase.nodeMode;
-    info.flags = useCase.bareFaceIndex ? kCreateFlagFaceIndexBare : 0;
-    info.nodeInstanceId = useCase.nodeInstanceId;
+    info.nodeId = kNodeId;
     ChiNodeCreateInfo expected = info;
 
-    const RotationSetting rotation(useCase.imageDegree);
+    const RotationSetting rotation(imageDegree);
     const CDKResult code = callbacks.create(&info);
-    if (code != CDKResultSuccess) {
-        if (info.hNodeSession != nullptr) {
-            Sessions::Instance().Complain("a node that was not created left a handle");
-        }
-        Refuse("creation", code);
+    if (code != CDKResultSuccess && info.hNodeSession != nullptr) {
+        pipeline->Complain("a node that was not created left a handle");
     }
+    Require(code, "creation");
     if (info.hNodeSession == nullptr) {
         throw PipelineError("the node was created without a handle");
     }
@@ -70,41 +102,25 @@ void Node::Session::Create() {
     }
 }
 
-void Node::Session::Destroy() {
-    ChiNodedestroyInfo info{sizeof(info), 0, node};
-    const CDKResult code = callbacks.destroy(&info);
-    if (code != CDKResultSuccess) {
-        Sessions::Instance().Complain(Text("the node's destruction answers ", code));
-    } else if (info.hNodeSession != nullptr) {
-        Sessions::Instance().Complain("destruction left the node's handle in its record");
-    }
-    node = nullptr;
-}
-
-void Node::Session::Negotiate(std::uint32_t width, std::uint32_t height) {
+void Node::Session::Negotiate(Size output) {
     ChiNodeQueryBufferInfo query{};
     query.size = sizeof(query);
     query.hNodeSession = node;
     BufferNegotiation wanted{};
-    wanted.wantedWidth = width;
-    wanted.wantedHeight = height;
+    wanted.wantedWidth = static_cast<std::uint32_t>(output.width);
+    wanted.wantedHeight = static_cast<std::uint32_t>(output.height);
     std::memcpy(query.negotiation, &wanted, sizeof(wanted));
-    if (const CDKResult code = callbacks.queryBufferInfo(&query); code != CDKResultSuccess) {
-        Refuse("buffer query", code);
-    }
-    std::memcpy(&negotiation, query.negotiation, sizeof(negotiation));
+    Require(callbacks.queryBufferInfo(&query), "buffer query");
 
     ChiImageFormat format{};
-    format.width = width;
-    format.height = height;
+    format.width = wanted.wantedWidth;
+    format.height = wanted.wantedHeight;
     format.format = kChiFormatNV12;
     ChiNodeSetBufferPropertiesInfo properties{};
     properties.size = sizeof(properties);
     properties.hNodeSession = node;
     properties.format = &format;
-    if (const CDKResult code = callbacks.setBufferInfo(&properties); code != CDKResultSuccess) {
-        Refuse("buffer setting", code);
-    }
+    Require(callbacks.setBufferInfo(&properties), "buffer setting");
 }
 
 void Node::Session::PipelineCreated() {
@@ -112,85 +128,84 @@ void Node::Session::PipelineCreated() {
     ChiNodePostPipelineCreateOutput output;
     std::memset(static_cast<void*>(&output), 0xA5, sizeof(output));
     ChiNodePostPipelineCreateOutput expected = output;
-    if (const CDKResult code = callbacks.postPipelineCreate(node, &input, &output);
-        code != CDKResultSuccess) {
-        Refuse("answer to the built pipeline", code);
-    }
-    delay = output.delay;
-    expected.delay = delay;
+    Require(callbacks.postPipelineCreate(node, &input, &output), "answer to the built pipeline");
+    expected.delay = output.delay;
     expected.reserved24 = 0;
     if (std::memcmp(&output, &expected, sizeof(output)) != 0) {
         pipeline->Complain("the answer to the built pipeline has other bytes than it should");
     }
 }
 
-void Node::Session::CheckPublishing(const Request& request, const RequestResult& result,
-                                    int calls) {
-    if (result.code != CDKResultSuccess && result.code != CDKResultEFailed &&
-        result.code != CDKResultEInvalidPointer) {
-        pipeline->Complain(Text("the request's result is ", result.code));
+std::vector<std::string> Node::Session::End() {
+    if (node != nullptr) {
+        ChiNodedestroyInfo info{sizeof(info), 0, node};
+        const CDKResult code = callbacks.destroy(&info);
+        if (code != CDKResultSuccess) {
+            pipeline->Complain(fmt::format("the node's destruction answers {}", code));
+        } else if (info.hNodeSession != nullptr) {
+            pipeline->Complain("destruction left the node's handle in its record");
+        }
+        node = nullptr;
     }
-    const int most = result.code == CDKResultSuccess ? 1 : 0;
-    const int least = request.stopped ? 0 : most;
-    if (calls < least || calls > most) {
-        pipeline->Complain(
-            Text("with result ", result.code, ", metadata was published ", calls, " times"));
-    }
+    return pipeline->TakeComplaints();
 }
 
-Node::Node(const NodeLibrary& library, UseCase useCase)
-    : session_(std::make_unique<Session>(library, std::move(useCase))) {
-    session_->Create();
+Node::Node(const NodeLibrary& library, const UseCase& useCase)
+    : session_(std::make_unique<Session>(library.callbacks_)) {
     try {
-        if (session_->useCase.outputWidth != 0 && session_->useCase.outputHeight != 0) {
-            session_->Negotiate(session_->useCase.outputWidth, session_->useCase.outputHeight);
-        }
+        session_->Create(useCase.imageDegree);
+        session_->Negotiate(useCase.output);
         session_->PipelineCreated();
     } catch (...) {
-        session_->Destroy();
+        KeepForLater(session_->End());
         throw;
     }
 }
 
 Node::~Node() {
-    session_->Destroy();
-    for (std::string& complaint : session_->pipeline->TakeComplaints()) {
-        Sessions::Instance().Complain(std::move(complaint));
+    if (session_) {
+        KeepForLater(session_->End());
     }
-}
-
-std::uint64_t Node::postCreateDelay() const {
-    return session_->delay;
-}
-
-BufferNegotiation Node::negotiation() const {
-    return session_->negotiation;
-}
-
-void* Node::handle() const {
-    return session_->node;
-}
-
-void Node::SetOutputSize(std::uint32_t width, std::uint32_t height) {
-    session_->Negotiate(width, height);
-}
-
-std::vector<std::string> Node::TakeComplaints() {
-    return session_->pipeline->TakeComplaints();
 }
 
 RequestResult Node::Process(Request& request) {
     RequestBuffers buffers(request, session_->node);
-    RequestResult result;
-    int publishCalls = 0;
     session_->pipeline->BeginRequest(request);
-    result.code = session_->callbacks.processRequest(buffers.record());
-    result.published = session_->pipeline->EndRequest(request, &publishCalls);
-
-    session_->CheckPublishing(request, result, publishCalls);
-    result.complaints = session_->pipeline->TakeComplaints();
-    buffers.Check(result.code == CDKResultSuccess && !request.stopped, result.complaints);
+    const CDKResult code = session_->callbacks.processRequest(buffers.record());
+    RequestResult result = session_->pipeline->EndRequest(request, code);
+    buffers.Check(code == CDKResultSuccess, result.complaints);
     return result;
+}
+
+std::vector<std::string> Node::End() {
+    std::vector<std::string> complaints;
+    if (session_) {
+        complaints = session_->End();
+        session_.reset();
+    }
+    std::ranges::move(TakeStrayComplaints(), std::back_inserter(complaints));
+    return complaints;
+}
+
+Request PlainRequest(const UseCase& useCase, std::uint64_t frameNumber) {
+    Request request;
+    request.frameNumber = frameNumber;
+    request.metadata.blurLevel = 100;
+    request.metadata.masterCameraId = 0;
+    std::uint32_t id = 0;
+    for (const Size sensor : {useCase.mainSensor, useCase.auxSensor}) {
+        CameraMetadata& camera = request.metadata.cameraMetadata[id];
+        const ChiRect whole{0, 0, static_cast<std::uint32_t>(sensor.width),
+                            static_cast<std::uint32_t>(sensor.height)};
+        camera.cameraId = id++;
+        camera.scalerCropRegion = camera.ifeAppliedCrop = camera.sensorAppliedCrop = whole;
+        camera.ifeResidualCrop = camera.activeArraySize = whole;
+        // The middle fifth of each side.
+        camera.focusRect = {sensor.width * 2 / 5, sensor.height * 2 / 5, sensor.width * 3 / 5 - 1,
+                            sensor.height * 3 / 5 - 1};
+        camera.afMode = kAfModeContinuousPicture;
+    }
+    return request;
 }
 
 } // namespace host

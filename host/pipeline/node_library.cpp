@@ -3,9 +3,10 @@
 
 #include <dlfcn.h>
 
+#include <fmt/format.h>
+
 #include "host/pipeline/pipeline.h"
-#include "host/pipeline/platform_interface.h"
-#include "host/pipeline/text.h"
+#include "host/pipeline/pipeline_session.h"
 #include "host/pipeline/vendor_tags.h"
 
 namespace host {
@@ -17,12 +18,12 @@ constexpr int kUntouched = 0xA5;
 void* Open(const std::filesystem::path& library, int flags) {
     void* const handle = dlopen(library.c_str(), RTLD_NOW | flags);
     if (handle == nullptr) {
-        throw PipelineError(Text("cannot load ", library.string(), ": ", dlerror()));
+        throw PipelineError(fmt::format("cannot load {}: {}", library.string(), dlerror()));
     }
     return handle;
 }
 
-// The engine stays: the tables of call points refer to it, and a second one would be hidden by it.
+// The engine stays loaded: the node's calls are bound to the first one, which would hide a second.
 void* OpenEngine(const std::filesystem::path& library) {
     static void* loaded = nullptr;
     void* const handle = Open(library, RTLD_GLOBAL | RTLD_NODELETE);
@@ -41,46 +42,39 @@ ChiNodeCallbacks EmptyTable() {
     return table;
 }
 
-// Whether the node gave the table this callback.
-template <typename Function>
-bool Filled(Function* callback) {
-    Function* untouched;
-    std::memset(&untouched, kUntouched, sizeof(untouched));
-    return callback != nullptr && callback != untouched;
-}
-
 void CheckTable(const ChiNodeCallbacks& table) {
     ChiNodeCallbacks expected = EmptyTable();
     expected.majorVersion = 1;
     expected.minorVersion = 0;
     if (std::memcmp(&table, &expected, offsetof(ChiNodeCallbacks, getCaps)) != 0) {
-        throw PipelineError(Text("the node's interface is version ", table.majorVersion, ".",
-                                 table.minorVersion, ", not 1.0"));
+        throw PipelineError(fmt::format("the node's interface is version {}.{}, not 1.0",
+                                        table.majorVersion, table.minorVersion));
     }
-    expected.getCaps = table.getCaps;
-    expected.queryVendorTag = table.queryVendorTag;
-    expected.create = table.create;
-    expected.destroy = table.destroy;
-    expected.queryBufferInfo = table.queryBufferInfo;
-    expected.setBufferInfo = table.setBufferInfo;
-    expected.processRequest = table.processRequest;
-    expected.setNodeInterface = table.setNodeInterface;
-    expected.postPipelineCreate = table.postPipelineCreate;
+    // Copies the callbacks that a node offers; the others must be as they were before.
+    const auto offered = [&](auto callback) {
+        if (table.*callback == expected.*callback || table.*callback == nullptr) {
+            throw PipelineError("the node left out a callback");
+        }
+        expected.*callback = table.*callback;
+    };
+    offered(&ChiNodeCallbacks::getCaps);
+    offered(&ChiNodeCallbacks::queryVendorTag);
+    offered(&ChiNodeCallbacks::create);
+    offered(&ChiNodeCallbacks::destroy);
+    offered(&ChiNodeCallbacks::queryBufferInfo);
+    offered(&ChiNodeCallbacks::setBufferInfo);
+    offered(&ChiNodeCallbacks::processRequest);
+    offered(&ChiNodeCallbacks::setNodeInterface);
+    offered(&ChiNodeCallbacks::postPipelineCreate);
     if (std::memcmp(&table, &expected, sizeof(table)) != 0) {
         throw PipelineError("the node wrote callbacks that it does not offer");
-    }
-    if (!Filled(table.getCaps) || !Filled(table.queryVendorTag) || !Filled(table.create) ||
-        !Filled(table.destroy) || !Filled(table.queryBufferInfo) || !Filled(table.setBufferInfo) ||
-        !Filled(table.processRequest) || !Filled(table.setNodeInterface) ||
-        !Filled(table.postPipelineCreate)) {
-        throw PipelineError("the node left out a callback");
     }
 }
 
 void QueryNode(const ChiNodeCallbacks& callbacks) {
     ChiQueryVendorTag query{sizeof(query), 0, nullptr};
     if (const CDKResult code = callbacks.queryVendorTag(&query); code != CDKResultSuccess) {
-        throw PipelineError(Text("the node's vendor tag query answers ", code), code);
+        throw PipelineError(fmt::format("the node's vendor tag query answers {}", code), code);
     }
     if (query.info == nullptr) {
         throw PipelineError("the node has no vendor tags");
@@ -89,10 +83,10 @@ void QueryNode(const ChiNodeCallbacks& callbacks) {
 
     ChiNodeCapsInfo caps{sizeof(caps), 0};
     if (const CDKResult code = callbacks.getCaps(&caps); code != CDKResultSuccess) {
-        throw PipelineError(Text("the node's capability query answers ", code), code);
+        throw PipelineError(fmt::format("the node's capability query answers {}", code), code);
     }
     if (caps.nodeCapsMask != kNodeCapsCapture) {
-        throw PipelineError(Text("the node's capability mask is ", caps.nodeCapsMask));
+        throw PipelineError(fmt::format("the node's capability mask is {}", caps.nodeCapsMask));
     }
 }
 
@@ -116,7 +110,7 @@ void NodeLibrary::Load(const std::filesystem::path& node, const std::filesystem:
     node_ = Open(node, RTLD_LOCAL);
     const auto entry = reinterpret_cast<void (*)(ChiNodeCallbacks*)>(dlsym(node_, "ChiNodeEntry"));
     if (entry == nullptr) {
-        throw PipelineError(Text(node.string(), " has no ChiNodeEntry"));
+        throw PipelineError(fmt::format("{} has no ChiNodeEntry", node.string()));
     }
     callbacks_ = EmptyTable();
     entry(&callbacks_);

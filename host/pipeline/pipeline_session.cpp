@@ -1,38 +1,74 @@
 #include "host/pipeline/pipeline_session.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
-#include "host/pipeline/platform_interface.h"
-#include "host/pipeline/published.h"
-#include "host/pipeline/text.h"
+#include <fmt/format.h>
+
 #include "host/pipeline/vendor_tags.h"
 
 namespace host {
+namespace {
 
-PipelineSession::PipelineSession(const UseCase& useCase, void* handle)
-    : handle_(handle), useCase_(useCase), bareFaceIndex_(useCase.bareFaceIndex) {
-    Supply(device::tags::kPhysicalCameraConfigs, kTagPoolCameraConfig, false,
-           useCase_.cameraConfigs());
-    Supply(device::tags::kPhysicalCameraInputConfig, kTagPoolUseCase, false,
-           useCase_.inputConfig());
-    Supply(device::tags::kInduceSleep, kTagPoolUseCase, false, useCase_.induceSleep());
+// Handles look like none of this machine's addresses, so that a node that follows one is stopped.
+constexpr std::uintptr_t kFirstHandle = 0x5E55000000000000;
+constexpr std::uintptr_t kHandleStep = 0x10;
+
+std::unique_ptr<PhysicalCameraConfigs> CameraConfigs() {
+    auto configs = std::make_unique<PhysicalCameraConfigs>();
+    configs->numPhysicalCameras = 2;
+    for (std::uint32_t id : {0, 1}) {
+        configs->camera[id].cameraId = id;
+        configs->camera[id].masterRank = id == 0 ? 2.f : 1.f;
+    }
+    return configs;
+}
+
+// Input configuration of all nodes of the pipeline, without a byte behind its last entry. The other
+// nodes' inputs stand around this one's and carry the same cameras at other indices, so that only
+// node and instance tell them apart.
+std::vector<std::byte> InputConfig() {
+    std::vector<CameraInputConfig> entries;
+    for (std::uint32_t camera : {0, 1}) {
+        const std::uint32_t others[][3] = {
+            {kNodeId + 1, 0, camera + 5}, {kNodeId, 0, camera}, {kNodeId, 1, camera + 9}};
+        for (const auto& [node, instance, index] : others) {
+            entries.push_back({.nodeId = node,
+                               .nodeInstanceId = instance,
+                               .fullInputBufferIndex = index,
+                               .cameraId = camera});
+        }
+    }
+    const PhysicalCameraInputConfig head{static_cast<std::uint32_t>(entries.size()), 0};
+    const std::size_t entryBytes = entries.size() * sizeof(CameraInputConfig);
+    std::vector<std::byte> bytes(sizeof(head) + entryBytes);
+    std::memcpy(bytes.data(), &head, sizeof(head));
+    std::memcpy(bytes.data() + sizeof(head), entries.data(), entryBytes);
+    return bytes;
+}
+
+} // namespace
+
+PipelineSession::PipelineSession(void* handle)
+    : handle_(handle), cameraConfigs_(CameraConfigs()), inputConfig_(InputConfig()) {
+    Supply(device::tags::kPhysicalCameraConfigs, kTagPoolCameraConfig, cameraConfigs_.get());
+    Supply(device::tags::kPhysicalCameraInputConfig, kTagPoolUseCase, inputConfig_.data());
+    Supply(device::tags::kInduceSleep, kTagPoolUseCase, nullptr);
     SupplyRequestData();
 }
 
-void PipelineSession::Supply(const device::VendorTagName& name, std::uint32_t pool, bool ofRequest,
+void PipelineSession::Supply(const device::VendorTagName& name, std::uint32_t pool,
                              const void* data) {
     const std::optional<std::uint32_t> id = VendorTags::Instance().Id(name);
     // The interface hands out writable addresses of all metadata.
-    entries_[id.value()] = {pool, ofRequest, const_cast<void*>(data)};
+    entries_[id.value()] = {pool, pool == kTagPoolRequest, const_cast<void*>(data)};
 }
 
 void PipelineSession::SupplyRequestData() {
-    Supply(device::tags::kInputMetadata, kTagPoolRequest, true,
-           live_ ? live_->metadata.get() : nullptr);
-    Supply(device::tags::kFaceResults, kTagPoolRequest, true,
-           live_ ? live_->faceResults.get() : nullptr);
-    Supply(device::tags::kSelectFaceIndex, bareFaceIndex_ ? 0 : kTagPoolRequest, true,
+    Supply(device::tags::kInputMetadata, kTagPoolRequest, live_ ? live_->metadata.get() : nullptr);
+    Supply(device::tags::kFaceResults, kTagPoolRequest, live_ ? live_->faceResults.get() : nullptr);
+    Supply(device::tags::kSelectFaceIndex, kTagPoolRequest,
            live_ ? live_->selectedFace.get() : nullptr);
 }
 
@@ -40,10 +76,7 @@ void PipelineSession::BeginRequest(const Request& request) {
     const std::lock_guard lock(mutex_);
     live_.emplace();
     live_->frameNumber = request.frameNumber;
-    live_->stopped = request.stopped;
-    if (request.hasMetadata) {
-        live_->metadata = std::make_unique<InputMetadataBokeh>(request.metadata);
-    }
+    live_->metadata = std::make_unique<InputMetadataBokeh>(request.metadata);
     if (request.selectedFace) {
         live_->selectedFace = std::make_unique<std::uint32_t>(*request.selectedFace);
     }
@@ -54,43 +87,46 @@ void PipelineSession::BeginRequest(const Request& request) {
     SupplyRequestData();
 }
 
-std::optional<Published> PipelineSession::EndRequest(Request& request, int* calls) {
+RequestResult PipelineSession::EndRequest(Request& request, CDKResult code) {
     const std::lock_guard lock(mutex_);
-    if (live_->metadata) {
-        request.metadata = *live_->metadata;
+    request.metadata = *live_->metadata;
+    if (code != CDKResultSuccess && code != CDKResultEFailed && code != CDKResultEInvalidPointer) {
+        complaints_.push_back(fmt::format("the request's result is {}", code));
     }
-    if (calls != nullptr) {
-        *calls = live_->publishCalls;
+    if (live_->publishCalls != (code == CDKResultSuccess ? 1 : 0)) {
+        complaints_.push_back(fmt::format("with result {}, metadata was published {} times", code,
+                                          live_->publishCalls));
     }
-    std::optional<Published> published = std::move(live_->published);
+    RequestResult result{code, std::move(live_->published), std::exchange(complaints_, {})};
     live_.reset();
     SupplyRequestData();
-    return published;
+    return result;
 }
 
-std::optional<std::string> PipelineSession::Objection(const MetadataQuery& query) const {
+std::optional<std::string> PipelineSession::Violation(const MetadataQuery& query) const {
     const std::uint32_t id = query.tagId & ~kTagPoolBits;
     const std::string name = VendorTags::Instance().Describe(id);
     const auto found = entries_.find(id);
     if (found == entries_.end()) {
-        return Text("read ", name, ", which the pipeline does not supply");
+        return fmt::format("read {}, which the pipeline does not supply", name);
     }
     const Entry& entry = found->second;
     if ((query.tagId & kTagPoolBits) != entry.pool) {
-        return Text("read ", name, " with pool bits ", Hex(query.tagId & kTagPoolBits), ", not ",
-                    Hex(entry.pool));
+        return fmt::format("read {} with pool bits {:#x}, not {:#x}", name,
+                           query.tagId & kTagPoolBits, entry.pool);
     }
     if (query.type != kChiMetadataTypeNode || query.cameraId != 0) {
-        return Text("read ", name, " as type ", query.type, " of camera ", query.cameraId);
+        return fmt::format("read {} as type {} of camera {}", name,
+                           static_cast<std::uint32_t>(query.type), query.cameraId);
     }
     if (query.platform == nullptr || !IsPlatformInterface(*query.platform)) {
-        return Text("read ", name, " through a table that is not the platform's");
+        return fmt::format("read {} through a table that is not the platform's", name);
     }
     if (entry.ofRequest && !live_) {
-        return Text("read ", name, " while no request is processed");
+        return fmt::format("read {} while no request is processed", name);
     }
     if (query.requestId != (entry.ofRequest ? live_->frameNumber : 0)) {
-        return Text("read ", name, " of request ", query.requestId);
+        return fmt::format("read {} of request {}", name, query.requestId);
     }
     return std::nullopt;
 }
@@ -100,14 +136,14 @@ void* PipelineSession::Find(const MetadataQuery& query) {
         return nullptr; // the platform refused to name the tag's id
     }
     const std::lock_guard lock(mutex_);
-    if (auto objection = Objection(query)) {
-        complaints_.push_back(std::move(*objection));
+    if (auto violation = Violation(query)) {
+        complaints_.push_back(std::move(*violation));
         return nullptr;
     }
     return entries_.at(query.tagId & ~kTagPoolBits).data;
 }
 
-std::uint32_t PipelineSession::QueryStop(const ChiRequestStateQuery& query) {
+void PipelineSession::CheckStateQuery(const ChiRequestStateQuery& query) {
     const std::lock_guard lock(mutex_);
     const auto* const bytes = reinterpret_cast<const std::uint8_t*>(&query);
     if (!std::all_of(bytes, bytes + sizeof(query), [](auto byte) { return byte == 0; })) {
@@ -116,7 +152,6 @@ std::uint32_t PipelineSession::QueryStop(const ChiRequestStateQuery& query) {
     if (!live_) {
         complaints_.push_back("asked for the state of a request while none is processed");
     }
-    return live_ && live_->stopped ? 1 : 0;
 }
 
 void PipelineSession::Publish(const ChiMetadataSet* set) {
@@ -139,6 +174,57 @@ void PipelineSession::Complain(std::string complaint) {
 std::vector<std::string> PipelineSession::TakeComplaints() {
     const std::lock_guard lock(mutex_);
     return std::exchange(complaints_, {});
+}
+
+// Never destroyed: nodes may end while the process does.
+Sessions& Sessions::Instance() {
+    static Sessions* const instance = new Sessions;
+    return *instance;
+}
+
+std::shared_ptr<PipelineSession> Sessions::Open() {
+    SetMetadataProvider(this);
+    const std::lock_guard lock(mutex_);
+    // NOLINTNEXTLINE(performance-no-int-to-ptr)
+    void* const handle = reinterpret_cast<void*>(kFirstHandle + kHandleStep * ++opened_);
+    auto session = std::make_shared<PipelineSession>(handle);
+    sessions_.emplace(handle, session);
+    return session;
+}
+
+void Sessions::Close(const void* handle) {
+    const std::lock_guard lock(mutex_);
+    sessions_.erase(handle);
+}
+
+std::shared_ptr<PipelineSession> Sessions::Get(const void* handle, const char* caller) {
+    const std::lock_guard lock(mutex_);
+    const auto found = sessions_.find(handle);
+    if (found != sessions_.end()) {
+        return found->second;
+    }
+    complaints_.push_back(
+        fmt::format("{} was called with a session that is not open: {}", caller, handle));
+    return nullptr;
+}
+
+void* Sessions::Find(const MetadataQuery& query) {
+    const auto session = Get(query.session, "GetDataList");
+    return session ? session->Find(query) : nullptr;
+}
+
+void Sessions::Complain(std::string complaint) {
+    const std::lock_guard lock(mutex_);
+    complaints_.push_back(std::move(complaint));
+}
+
+std::vector<std::string> Sessions::TakeComplaints() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(complaints_, {});
+}
+
+std::vector<std::string> TakeStrayComplaints() {
+    return Sessions::Instance().TakeComplaints();
 }
 
 } // namespace host

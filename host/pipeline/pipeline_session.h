@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -9,46 +10,51 @@
 
 #include "host/chinodeutils/node_utils_control.h"
 #include "host/pipeline/pipeline.h"
-#include "host/pipeline/use_case_data.h"
 #include "platform/device_names.h"
 
+// The platform's side of a node's session, which the node meets through the platform's callbacks
+// and the node utility library.
 namespace host {
 
-// What lives while a request is processed.
-struct LiveRequest {
-    std::uint64_t frameNumber = 0;
-    bool stopped = false;
-    std::unique_ptr<InputMetadataBokeh> metadata;
-    std::unique_ptr<std::uint32_t> selectedFace;
-    std::unique_ptr<OEMFDResults> faceResults;
-    std::optional<Published> published;
-    int publishCalls = 0;
-};
+// The node's id in the pipeline; its instance is 0.
+constexpr std::uint32_t kNodeId = 0x10001;
+
+// The platform's callback table, the same for all nodes of the process.
+ChiNodeInterface& PlatformInterface();
+
+// True for the table or a copy of it.
+bool IsPlatformInterface(const ChiNodeInterface& table);
+
+// Reads the metadata set that a node publishes for a request, and adds to `complaints` whatever is
+// not as the platform and the node's tag table have it. Nothing if the set cannot be read.
+std::optional<Published> ReadMetadataSet(const ChiMetadataSet& set, const void* session,
+                                         std::uint64_t frameNumber,
+                                         std::vector<std::string>& complaints);
 
 // One session of the pipeline: which metadata a node may read, when and how, and what it publishes.
-// Its functions are called on the thread that creates the node or runs the request; a node that
-// asks from another thread is served as well.
+// Thread-safe: the platform calls it on the thread that creates the node or runs the request, but a
+// node that asks from another thread is answered as well.
 class PipelineSession {
 public:
-    PipelineSession(const UseCase& useCase, void* handle);
+    explicit PipelineSession(void* handle);
 
     void* handle() const { return handle_; }
 
-    // Between these the request's own metadata can be read. It is a copy that ends with the
-    // request, so that a node that keeps the address is seen; what the node writes comes back into
-    // `request`.
+    // Between these two the request's own metadata can be read. It is a copy that ends with the
+    // request, so that a node that keeps the address is found out; what the node writes into it
+    // comes back into `request`.
     void BeginRequest(const Request& request);
-    // What the node published. `*calls`, if not null, is the number of its attempts.
-    std::optional<Published> EndRequest(Request& request, int* calls);
+    // `code` is the node's answer to the request, which decides whether it must have published.
+    RequestResult EndRequest(Request& request, CDKResult code);
 
-    // Null where the data is not there for this query. A query that no platform answers is a
+    // Null if the data is not there for this query. A query that no platform answers is a
     // complaint.
     void* Find(const MetadataQuery& query);
 
-    // The answer to the node's question about its request: 1 where it shall not be processed.
-    std::uint32_t QueryStop(const ChiRequestStateQuery& query);
+    // Checks the node's question about its request. All requests go on.
+    void CheckStateQuery(const ChiRequestStateQuery& query);
 
-    // `set` is null where the platform refused the call.
+    // `set` is null if the platform refused the call.
     void Publish(const ChiMetadataSet* set);
 
     void Complain(std::string complaint);
@@ -57,18 +63,27 @@ public:
 private:
     // Data that the node can read under one tag.
     struct Entry {
-        std::uint32_t pool = 0; // the bit that the query's tag id must have, 0 for none
+        std::uint32_t pool = 0; // the bit that the query's tag id must have
         bool ofRequest = false;
         void* data = nullptr; // null: not supplied
     };
-    void Supply(const device::VendorTagName& name, std::uint32_t pool, bool ofRequest,
-                const void* data);
+    // What lives while a request is processed.
+    struct LiveRequest {
+        std::uint64_t frameNumber = 0;
+        std::unique_ptr<InputMetadataBokeh> metadata;
+        std::unique_ptr<std::uint32_t> selectedFace;
+        std::unique_ptr<OEMFDResults> faceResults;
+        std::optional<Published> published;
+        int publishCalls = 0;
+    };
+
+    void Supply(const device::VendorTagName& name, std::uint32_t pool, const void* data);
     void SupplyRequestData();
-    std::optional<std::string> Objection(const MetadataQuery& query) const;
+    std::optional<std::string> Violation(const MetadataQuery& query) const;
 
     void* const handle_;
-    const UseCaseData useCase_;
-    const bool bareFaceIndex_;
+    const std::unique_ptr<PhysicalCameraConfigs> cameraConfigs_;
+    const std::vector<std::byte> inputConfig_; // PhysicalCameraInputConfig and its entries
 
     std::mutex mutex_;                       // guards all below
     std::map<std::uint32_t, Entry> entries_; // by tag id without pool bits
@@ -82,7 +97,7 @@ public:
     static Sessions& Instance();
 
     // The handle is no address and is never given again.
-    std::shared_ptr<PipelineSession> Open(const UseCase& useCase);
+    std::shared_ptr<PipelineSession> Open();
     void Close(const void* handle);
 
     // Null, and a stray complaint, for a handle of no open session.
@@ -90,6 +105,7 @@ public:
 
     void* Find(const MetadataQuery& query) override;
 
+    // The complaints of TakeStrayComplaints.
     void Complain(std::string complaint);
     std::vector<std::string> TakeComplaints();
 

@@ -1,14 +1,13 @@
-#include "host/pipeline/platform_interface.h"
+#include <fmt/format.h>
 
 #include "host/control/faults.h"
 #include "host/pipeline/pipeline_session.h"
-#include "host/pipeline/text.h"
 #include "host/pipeline/vendor_tags.h"
 
 namespace host {
 namespace {
 
-constexpr CDKResult kNoSuch = 6;
+constexpr CDKResult kNoSuch = 6; // the platform's CDKResultENoSuch
 
 CallPoint setMetadataPoint("setMetadata");
 CallPoint getVendorTagBasePoint("getVendorTagBase");
@@ -37,8 +36,9 @@ CDKResult GetVendorTagBase(ChiVendorTagBaseQuery* query) {
         return CDKResultEInvalidPointer;
     }
     if (query->size != sizeof(*query) || query->tagId != 0) {
-        Sessions::Instance().Complain(Text("the vendor tag query of size ", query->size,
-                                           " with tag id ", query->tagId, " is not a fresh one"));
+        Sessions::Instance().Complain(
+            fmt::format("the vendor tag query has size {} and tag id {}, not {} and 0", query->size,
+                        query->tagId, sizeof(*query)));
     }
     const auto id = VendorTags::Instance().Id({query->section, query->tag});
     if (!id) {
@@ -56,7 +56,8 @@ CDKResult QueryRequestState(void* hChiSession, ChiRequestStateQuery* query) {
     if (!session || query == nullptr) {
         return CDKResultEInvalidPointer;
     }
-    query->stop = session->QueryStop(*query);
+    session->CheckStateQuery(*query);
+    query->stop = 0;
     return CDKResultSuccess;
 }
 

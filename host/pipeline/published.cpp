@@ -1,10 +1,10 @@
-#include "host/pipeline/published.h"
-
 #include <algorithm>
 #include <cstring>
 #include <iterator>
 
-#include "host/pipeline/text.h"
+#include <fmt/format.h>
+
+#include "host/pipeline/pipeline_session.h"
 #include "host/pipeline/vendor_tags.h"
 
 namespace host {
@@ -70,7 +70,7 @@ constexpr ExpectedTag kExpectedTags[] = {
 template <typename Value>
 void Compare(const std::string& what, Value actual, Value expected, Complaints& complaints) {
     if (actual != expected) {
-        complaints.push_back(Text(what, " is ", actual, ", not ", expected));
+        complaints.push_back(fmt::format("{} is {}, not {}", what, actual, expected));
     }
 }
 
@@ -89,10 +89,10 @@ void CheckSet(const ChiMetadataSet& set, const void* session, Complaints& compla
 
 void CheckEntry(const ExpectedTag& expected, const VendorTag& tag, std::uint32_t id,
                 const ChiTagData& entry, std::uint64_t frameNumber, Complaints& complaints) {
-    const std::string name = Text("\"", expected.name.tag, "\"");
+    const std::string name = fmt::format("\"{}\"", expected.name.tag);
     if (id != tag.id) {
-        complaints.push_back(Text("in the place of ", name, " (", Hex(tag.id), ") stands ",
-                                  VendorTags::Instance().Describe(id), " (", Hex(id), ")"));
+        complaints.push_back(fmt::format("in the place of {} ({:#x}) stands {} ({:#x})", name,
+                                         tag.id, VendorTags::Instance().Describe(id), id));
     }
     Compare<std::uint32_t>("the entry size of " + name, entry.size, sizeof(entry), complaints);
     Compare("the request id of " + name, entry.requestId, frameNumber, complaints);
@@ -120,13 +120,13 @@ std::optional<Published> ReadMetadataSet(const ChiMetadataSet& set, const void* 
         const ExpectedTag& expected = kExpectedTags[index];
         const auto tag = VendorTags::Instance().Find(expected.name);
         if (!tag) {
-            complaints.push_back(Text("nobody registered \"", expected.name.tag, "\""));
+            complaints.push_back(fmt::format("nobody registered \"{}\"", expected.name.tag));
             continue;
         }
         const ChiTagData& entry = set.tagData[index];
         CheckEntry(expected, *tag, set.tagIds[index], entry, frameNumber, complaints);
         if (entry.data == nullptr) {
-            complaints.push_back(Text("\"", expected.name.tag, "\" has no data"));
+            complaints.push_back(fmt::format("\"{}\" has no data", expected.name.tag));
             continue;
         }
         expected.read(entry.data, published, complaints);

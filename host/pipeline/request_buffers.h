@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "host/pipeline/pipeline.h"
+#include "platform/chi_image.h"
 
 namespace host {
 
@@ -13,31 +14,28 @@ namespace host {
 // wrote nothing that is not its own. Lists end with the request, as on the device.
 class RequestBuffers {
 public:
-    // The request's images must outlive this.
+    // The request's images must outlive this. `node` is the node's handle.
     RequestBuffers(const Request& request, void* node);
 
     ChiNodeProcessRequestInfo* record() { return &record_; }
 
-    // `outputsFree`: the node was free to write its outputs.
-    void Check(bool outputsFree, std::vector<std::string>& complaints) const;
+    // Adds a complaint for everything that the node must not have written. `processed`: it was free
+    // to write the pixels of its outputs.
+    void Check(bool processed, std::vector<std::string>& complaints) const;
 
 private:
     struct Buffer {
         std::string name; // as complaints call it
         const Image* image = nullptr;
+        Image before;
         std::unique_ptr<ChiImageList> list;
         ChiImageList listBefore{};
-        std::uint64_t checksumBefore = 0;
-        std::vector<std::uint8_t> paddingBefore;
     };
 
-    void Add(std::vector<Buffer>& buffers, std::string name, Image* image, std::uint32_t port,
-             std::uint32_t nv12Code);
+    static void Add(std::vector<Buffer>& buffers, std::string name, Image* image,
+                    std::uint32_t port);
     static std::vector<ChiImageList*> Lists(const std::vector<Buffer>& buffers);
-    void CheckOutput(const Buffer& buffer, bool outputsFree,
-                     std::vector<std::string>& complaints) const;
 
-    const bool checkImages_;
     std::vector<Buffer> inputs_;
     std::vector<Buffer> outputs_;
     std::vector<ChiImageList*> inputLists_; // the record's arrays

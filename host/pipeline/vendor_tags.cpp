@@ -2,7 +2,8 @@
 
 #include <iterator>
 
-#include "host/pipeline/text.h"
+#include <fmt/format.h>
+
 #include "platform/chi_metadata.h"
 
 namespace host {
@@ -43,7 +44,7 @@ VendorTags::VendorTags() {
     for (const PlatformTag& tag : kPlatformTags) {
         Section& section = SectionOf(tag.name.section);
         const std::uint32_t id = section.base + static_cast<std::uint32_t>(section.tags.size());
-        section.tags.push_back({tag.name.section, tag.name.tag, id, tag.count});
+        section.tags.push_back({tag.name.tag, id, tag.count});
     }
 }
 
@@ -54,8 +55,8 @@ void VendorTags::Register(const CHIVENDORTAGINFO& info) {
         Section& entry = SectionOf(section.name);
         entry.tags.clear();
         for (std::uint32_t tag = 0; tag < section.numTags; ++tag) {
-            entry.tags.push_back({section.name, section.tags[tag].name,
-                                  entry.base + section.firstTag + tag, section.tags[tag].count});
+            entry.tags.push_back({section.tags[tag].name, entry.base + section.firstTag + tag,
+                                  section.tags[tag].count});
         }
     }
 }
@@ -97,11 +98,11 @@ std::string VendorTags::Describe(std::uint32_t id) const {
     for (const auto& [name, section] : sections_) {
         for (const VendorTag& tag : section.tags) {
             if (tag.id == id) {
-                return Text("\"", tag.name, "\"");
+                return fmt::format("\"{}\"", tag.name);
             }
         }
     }
-    return Text("tag ", Hex(id));
+    return fmt::format("tag {:#x}", id);
 }
 
 } // namespace host

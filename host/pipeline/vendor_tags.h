@@ -18,7 +18,6 @@ namespace host {
 constexpr std::uint32_t kTagPoolBits = kTagPoolCameraConfig | kTagPoolRequest | kTagPoolUseCase;
 
 struct VendorTag {
-    std::string section;
     std::string name;
     std::uint32_t id = 0;
     std::uint32_t count = 0; // elements
@@ -36,7 +35,7 @@ public:
     std::optional<std::uint32_t> Id(const device::VendorTagName& name) const;
     std::optional<VendorTag> Find(const device::VendorTagName& name) const;
 
-    // The tag's name and section in words, for complaints.
+    // The tag's name in quotation marks, or its number if it has none; for complaints.
     std::string Describe(std::uint32_t id) const;
 
 private:

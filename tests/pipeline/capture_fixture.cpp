@@ -21,9 +21,9 @@ constexpr int kPadding = 32;
 void CopyPlanes(stereo_scene::GuardedImage& from, host::Image& to) {
     for (int y = 0; y < to.height(); ++y) {
         for (int x = 0; x < to.width(); ++x) {
-            to.plane(0)[y * to.pitch() + x] = from.luma(x, y);
+            to.row(0, y)[x] = from.luma(x, y);
             if (y < to.height() / 2) {
-                to.plane(1)[y * to.pitch() + x] = from.chroma(x, y);
+                to.row(1, y)[x] = from.chroma(x, y);
             }
         }
     }
@@ -36,17 +36,10 @@ void WriteFile(const std::filesystem::path& path, std::span<const std::uint8_t> 
                static_cast<std::streamsize>(bytes.size()));
 }
 
-host::UseCase DualCamera(std::uint32_t width, std::uint32_t height) {
-    host::UseCase useCase = host::DualCamera(width, height, width, height);
-    useCase.outputWidth = width;
-    useCase.outputHeight = height;
-    return useCase;
-}
-
 } // namespace
 
 CaptureTest::CaptureTest(int width, int height)
-    : useCase_(DualCamera(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height))),
+    : useCase_{{width, height}, {width, height}, {width, height}},
       main_(host::Image::Format::Nv12, width, height, width + kPadding), aux_(main_),
       output_(main_), depth_(host::Image::Format::Y8, width + kPadding, height, width + kPadding) {
     stereo_scene::Pair pair = stereo_scene::Render({.width = width, .height = height});

@@ -13,7 +13,7 @@ namespace {
 double Detail(const host::Image& image, int left, int top, int width, int height) {
     long sum = 0;
     for (int y = top; y < top + height; ++y) {
-        const std::uint8_t* row = image.plane(0) + y * image.pitch();
+        const std::uint8_t* row = image.row(0, y);
         for (int x = left; x < left + width; ++x) {
             sum += std::abs(row[x + 1] - row[x]);
         }
@@ -40,8 +40,7 @@ TEST_F(CaptureTest, BackgroundIsBlurredSubjectIsNot) {
     EXPECT_GT(ratio(kWidth / 2 - 20, kHeight / 2 - 20), 0.95);
     EXPECT_LT(ratio(8, 8), 0.5);
     EXPECT_LT(ratio(kWidth - 50, kHeight - 50), 0.5);
-    EXPECT_GT(depth_.plane(0)[120 * depth_.pitch() + 160],
-              depth_.plane(0)[20 * depth_.pitch() + 60])
+    EXPECT_GT(depth_.row(0, 120)[160], depth_.row(0, 20)[60])
         << "nearer is larger in the depth output";
 }
 

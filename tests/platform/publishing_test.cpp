@@ -1,4 +1,5 @@
 #include <functional>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -6,8 +7,6 @@
 #include <gtest/gtest.h>
 
 #include "host/pipeline/pipeline_session.h"
-#include "host/pipeline/platform_interface.h"
-#include "host/pipeline/published.h"
 #include "host/pipeline/vendor_tags.h"
 
 // What the pipeline answers a node, and what it finds in what a node publishes.
@@ -24,21 +23,34 @@ void* Ask(const host::MetadataQuery& query) {
                                      query.cameraId);
 }
 
-TEST(Metadata, IsAnsweredOnlyUnderItsPoolTypeSessionAndRequest) {
-    const auto session = host::Sessions::Instance().Open(host::DualCamera(40, 30, 20, 16));
-    const auto other = host::Sessions::Instance().Open(host::DualCamera(40, 30, 20, 16));
-    host::Request request = host::PlainRequest(host::DualCamera(40, 30, 20, 16), 7);
-    session->BeginRequest(request);
-
-    const std::uint32_t configs = Id(device::tags::kPhysicalCameraConfigs);
-    const std::uint32_t input = Id(device::tags::kInputMetadata);
-    constexpr auto kType = kChiMetadataTypeNode;
-    const ChiNodeInterface& platform = host::PlatformInterface();
-    const host::MetadataQuery ofUseCase{
-        0, configs | kTagPoolCameraConfig, kType, &platform, session->handle(), 0};
-    const host::MetadataQuery ofRequest{7,         input | kTagPoolRequest, kType,
-                                        &platform, session->handle(),       0};
+class Metadata : public testing::Test {
+protected:
     using Query = host::MetadataQuery;
+
+    Metadata() { session_->BeginRequest(request_); }
+    ~Metadata() override {
+        host::Sessions::Instance().Close(session_->handle());
+        host::Sessions::Instance().Close(other_->handle());
+    }
+
+    const std::shared_ptr<host::PipelineSession> session_ = host::Sessions::Instance().Open();
+    const std::shared_ptr<host::PipelineSession> other_ = host::Sessions::Instance().Open();
+    host::Request request_ = host::PlainRequest({{40, 30}, {20, 16}, {40, 30}}, 7);
+    const Query ofUseCase_{0,
+                           Id(device::tags::kPhysicalCameraConfigs) | kTagPoolCameraConfig,
+                           kChiMetadataTypeNode,
+                           &host::PlatformInterface(),
+                           session_->handle(),
+                           0};
+    const Query ofRequest_{7,
+                           Id(device::tags::kInputMetadata) | kTagPoolRequest,
+                           kChiMetadataTypeNode,
+                           &host::PlatformInterface(),
+                           session_->handle(),
+                           0};
+};
+
+TEST_F(Metadata, IsAnsweredOnlyUnderItsPoolTypeAndRequest) {
     const struct {
         const char* what;
         Query query;
@@ -46,21 +58,21 @@ TEST(Metadata, IsAnsweredOnlyUnderItsPoolTypeSessionAndRequest) {
         bool answered;
         bool complained;
     } cases[] = {
-        {"use case", ofUseCase, [](Query&) {}, true, false},
-        {"other pool", ofUseCase, [](Query& query) { query.tagId ^= 0x24000000; }, false, true},
-        {"no pool", ofUseCase, [](Query& query) { query.tagId ^= 0x04000000; }, false, true},
-        {"in a request", ofUseCase, [](Query& query) { query.requestId = 7; }, false, true},
-        {"request", ofRequest, [](Query&) {}, true, false},
-        {"other request", ofRequest, [](Query& query) { query.requestId = 6; }, false, true},
-        {"other type", ofRequest, [](Query& query) { query.type = ChiMetadataType{1}; }, false,
+        {"use case", ofUseCase_, [](Query&) {}, true, false},
+        {"other pool", ofUseCase_, [](Query& query) { query.tagId ^= 0x24000000; }, false, true},
+        {"no pool", ofUseCase_, [](Query& query) { query.tagId ^= 0x04000000; }, false, true},
+        {"in a request", ofUseCase_, [](Query& query) { query.requestId = 7; }, false, true},
+        {"request", ofRequest_, [](Query&) {}, true, false},
+        {"other request", ofRequest_, [](Query& query) { query.requestId = 6; }, false, true},
+        {"other type", ofRequest_, [](Query& query) { query.type = ChiMetadataType{1}; }, false,
          true},
-        {"other camera", ofRequest, [](Query& query) { query.cameraId = 1; }, false, true},
-        {"no table", ofRequest, [](Query& query) { query.platform = nullptr; }, false, true},
-        {"not supplied", ofRequest,
+        {"other camera", ofRequest_, [](Query& query) { query.cameraId = 1; }, false, true},
+        {"no table", ofRequest_, [](Query& query) { query.platform = nullptr; }, false, true},
+        {"not supplied", ofRequest_,
          [](Query& query) { query.tagId = Id(device::tags::kSelectFaceIndex) | kTagPoolRequest; },
          false, false},
-        {"unknown tag", ofRequest, [](Query& query) { query.tagId = 0x80FF0000; }, false, true},
-        {"id of a refused query", ofRequest, [](Query& query) { query.tagId = kTagPoolRequest; },
+        {"unknown tag", ofRequest_, [](Query& query) { query.tagId = 0x80FF0000; }, false, true},
+        {"id of a refused query", ofRequest_, [](Query& query) { query.tagId = kTagPoolRequest; },
          false, false},
     };
     for (const auto& [what, start, change, answered, complained] : cases) {
@@ -68,23 +80,25 @@ TEST(Metadata, IsAnsweredOnlyUnderItsPoolTypeSessionAndRequest) {
         Query query = start;
         change(query);
         EXPECT_EQ(Ask(query) != nullptr, answered);
-        EXPECT_EQ(!session->TakeComplaints().empty(), complained);
+        EXPECT_EQ(!session_->TakeComplaints().empty(), complained);
     }
-    Query ofOther = ofRequest;
-    ofOther.session = other->handle();
-    EXPECT_EQ(Ask(ofOther), nullptr) << "no request runs there";
-    EXPECT_EQ(other->TakeComplaints().size(), 1u);
+}
 
-    auto* const data = static_cast<InputMetadataBokeh*>(Ask(ofRequest));
+TEST_F(Metadata, EndsWithItsRequestAndSession) {
+    Query ofOther = ofRequest_;
+    ofOther.session = other_->handle();
+    EXPECT_EQ(Ask(ofOther), nullptr) << "no request runs there";
+    EXPECT_EQ(other_->TakeComplaints().size(), 1u);
+
+    auto* const data = static_cast<InputMetadataBokeh*>(Ask(ofRequest_));
     ASSERT_NE(data, nullptr);
     data->blurLevel = 12;
-    session->EndRequest(request, nullptr);
-    EXPECT_EQ(request.metadata.blurLevel, 12u);
-    EXPECT_EQ(Ask(ofRequest), nullptr);
+    EXPECT_TRUE(session_->EndRequest(request_, CDKResultEFailed).complaints.empty());
+    EXPECT_EQ(request_.metadata.blurLevel, 12u);
+    EXPECT_EQ(Ask(ofRequest_), nullptr);
 
-    host::Sessions::Instance().Close(session->handle());
-    host::Sessions::Instance().Close(other->handle());
-    EXPECT_EQ(Ask(ofUseCase), nullptr);
+    host::Sessions::Instance().Close(session_->handle());
+    EXPECT_EQ(Ask(ofUseCase_), nullptr);
     EXPECT_EQ(host::TakeStrayComplaints().size(), 1u);
 }
 
@@ -163,6 +177,36 @@ TEST(PublishedSet, EverySpoiledPartIsNamed) {
         ASSERT_FALSE(complaints.empty());
         EXPECT_NE(complaints.front().find(complaint), std::string::npos) << complaints.front();
     }
+}
+
+TEST(Pipeline, NamesEveryViolationOfANode) {
+    const host::NodeLibrary library(NODE_LIBRARY, ENGINE_LIBRARY);
+    constexpr Size kSize{6, 4};
+    const host::UseCase useCase{kSize, kSize, kSize};
+    host::Image main(host::Image::Format::Nv12, 6, 4, 8);
+    host::Image aux = main;
+    host::Image output = main;
+    host::Image depth(host::Image::Format::Y8, 6, 4, 8);
+    host::Request request = host::PlainRequest(useCase, 1);
+    request.inputs = {&main, &aux};
+    request.output = &output;
+    request.depth = &depth;
+
+    using Complaints = std::vector<std::string>;
+    host::Node node(library, useCase);
+    EXPECT_EQ(node.Process(request).complaints,
+              (Complaints{
+                  "creation wrote more of its record than the node's handle",
+                  "the answer to the built pipeline has other bytes than it should",
+                  "with result 0, metadata was published 0 times", "the request record was written",
+                  "the image list of the depth output was written",
+                  "the pixels of input 0 were written", "the padding of the output was written"}));
+    EXPECT_EQ(node.End(), (Complaints{"the node's destruction answers 1",
+                                      "setMetadata was called without a set"}));
+    EXPECT_EQ(node.End(), Complaints{});
+
+    { host::Node dropped(library, useCase); }
+    EXPECT_EQ(host::TakeStrayComplaints().size(), 4u) << "two of creation, two of the end";
 }
 
 TEST(NodeInterface, CopiesWhatBothReleasesKnow) {

@@ -29,8 +29,6 @@ protected:
         ASSERT_NE(mkdtemp(name.data()), nullptr);
         root_ = name;
         host::ClearProperties();
-        host::SetLogFormat("brief");
-        host::SetLogFilter("");
     }
     void TearDown() override {
         host::Faults::Reset();

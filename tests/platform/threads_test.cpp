@@ -13,6 +13,7 @@
 #include "host/log/log_control.h"
 #include "host/pipeline/pipeline.h"
 #include "host/properties/property_control.h"
+#include "platform/device_names.h"
 
 namespace {
 
@@ -22,9 +23,8 @@ constexpr int kWidth = 64;
 constexpr int kHeight = 48;
 
 void Live(const host::NodeLibrary& library, int thread) {
-    host::UseCase useCase = host::DualCamera(kWidth, kHeight, kWidth, kHeight);
-    useCase.outputWidth = kWidth;
-    useCase.outputHeight = kHeight;
+    constexpr Size kSize{kWidth, kHeight};
+    const host::UseCase useCase{kSize, kSize, kSize};
     host::Image main(host::Image::Format::Nv12, kWidth, kHeight, kWidth + 16 * thread);
     std::iota(main.bytes().begin(), main.bytes().end(), static_cast<std::uint8_t>(37 * thread));
     host::Image aux = main;
@@ -35,7 +35,6 @@ void Live(const host::NodeLibrary& library, int thread) {
     }
     host::Node node(library, useCase);
     for (std::uint64_t frame = 1; frame <= 4; ++frame) {
-        node.SetOutputSize(kWidth, kHeight);
         host::Request request = host::PlainRequest(useCase, frame);
         request.inputs = {&main, &aux};
         request.output = &output;
@@ -44,6 +43,7 @@ void Live(const host::NodeLibrary& library, int thread) {
         EXPECT_TRUE(result.complaints.empty());
         EXPECT_TRUE(host::SamePixels(output, expected));
     }
+    EXPECT_TRUE(node.End().empty());
 }
 
 TEST(Threads, NodesLiveSideBySide) {
@@ -57,7 +57,7 @@ TEST(Threads, NodesLiveSideBySide) {
     std::filesystem::create_directories(root / "vendor/etc/camera");
     std::ofstream(root / "vendor/etc/camera/dualcam_cali.bin") << std::string(2048, 'c');
     host::SetDeviceRoot(root);
-    property_set("persist.vendor.camera.tessola.cb.dumpimg", "1");
+    property_set(device::kDumpProperty, "1");
     const host::NodeLibrary library(NODE_LIBRARY, ENGINE_LIBRARY);
     host::LogCollector log;
 
@@ -66,7 +66,7 @@ TEST(Threads, NodesLiveSideBySide) {
         threads.emplace_back([&library, thread] {
             for (int life = 0; life < kLives; ++life) {
                 // Another node's construction may read it at this moment.
-                property_set("persist.vendor.camera.tessola.log", life % 2 == 0 ? "6" : "0");
+                property_set(device::kLogMaskProperty, life % 2 == 0 ? "6" : "0");
                 Live(library, thread);
             }
         });

@@ -225,9 +225,13 @@ std::optional<SyntheticCapture> CaptureMaker::Make(std::uint32_t seed, const fs:
         FillPadding(*image, padding);
     }
 
-    host::UseCase useCase = host::DualCamera(plan.sensorWidth, plan.sensorHeight,
-                                             plan.auxSensorWidth, plan.auxSensorHeight);
-    useCase.imageDegree = plan.degree;
+    const auto sensor = [](std::uint32_t width, std::uint32_t height) {
+        return Size{static_cast<int>(width), static_cast<int>(height)};
+    };
+    const host::UseCase useCase{sensor(plan.sensorWidth, plan.sensorHeight),
+                                sensor(plan.auxSensorWidth, plan.auxSensorHeight),
+                                {plan.width, plan.height},
+                                plan.degree};
     host::Request request = host::PlainRequest(useCase, seed);
     request.metadata.cameraMetadata[0].ifeAppliedCrop = plan.crop;
     request.metadata.cameraMetadata[1].ifeAppliedCrop = plan.auxCrop;

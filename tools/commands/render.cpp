@@ -1,6 +1,8 @@
 #include "tools/commands/commands.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
@@ -59,7 +61,9 @@ host::RequestResult RunNode(const Libraries& libraries, const host::UseCase& use
         node.emplace(library, useCase);
     }
     const Progress progress("processing the request");
-    return node->Process(request);
+    host::RequestResult result = node->Process(request);
+    std::ranges::move(node->End(), std::back_inserter(result.complaints));
+    return result;
 }
 
 // Nothing is in its place before the caller commits.

@@ -1,6 +1,7 @@
 #include "tools/replay/replay.h"
 
 #include <algorithm>
+#include <iterator>
 #include <span>
 
 #include "engine/refocus_engine.h"
@@ -193,13 +194,7 @@ void SetFaces(host::Request& request, const DumpParameters& parameters) {
 
 host::UseCase UseCaseOf(const DumpParameters& parameters, const Sensors& sensors,
                         const host::Image& output) {
-    host::UseCase useCase =
-        host::DualCamera(Unsigned(sensors.main.width), Unsigned(sensors.main.height),
-                         Unsigned(sensors.aux.width), Unsigned(sensors.aux.height));
-    useCase.imageDegree = Unsigned(parameters.degree);
-    useCase.outputWidth = Unsigned(output.width());
-    useCase.outputHeight = Unsigned(output.height());
-    return useCase;
+    return {sensors.main, sensors.aux, SizeOf(output), Unsigned(parameters.degree)};
 }
 
 host::Request RequestOf(const ReplayOptions& options, const host::UseCase& useCase,
@@ -297,6 +292,7 @@ void RunNode(const Libraries& libraries, const host::UseCase& useCase, host::Req
     const Progress progress("processing the request");
     host::Node node(*library, useCase);
     replayed.result = node.Process(request);
+    std::ranges::move(node.End(), std::back_inserter(replayed.result.complaints));
 }
 
 Replayed ReadSet(const DumpSet& set, const ReplayOptions& options) {

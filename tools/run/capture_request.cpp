@@ -31,13 +31,7 @@ ChiWeightedRegion RegionAround(Point point, Size image) {
 } // namespace
 
 host::UseCase UseCaseOf(const RenderOptions& options, Size main, Size aux) {
-    const auto side = [](int pixels) { return static_cast<std::uint32_t>(pixels); };
-    host::UseCase useCase =
-        host::DualCamera(side(main.width), side(main.height), side(aux.width), side(aux.height));
-    useCase.imageDegree = options.rotation;
-    useCase.outputWidth = side(main.width);
-    useCase.outputHeight = side(main.height);
-    return useCase;
+    return {main, aux, main, options.rotation};
 }
 
 host::Request RequestOf(const RenderOptions& options, const host::UseCase& useCase, Size main) {
