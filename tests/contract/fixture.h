@@ -100,6 +100,9 @@ constexpr std::size_t Slot(int index) {
     return 24 + 408 * static_cast<std::size_t>(index);
 }
 
+// 2024-01-31 23:59:59 in the fixture's zone.
+constexpr std::int64_t kDumpTime = 1706745599 - 5 * 3600 - 1800;
+
 constexpr char kFirstCalibration[] = "/mnt/vendor/persist/camera/dualcam_cali.bin";
 constexpr char kSecondCalibration[] = "/vendor/etc/camera/dualcam_cali.bin";
 constexpr char kDumpFolder[] = "/data/vendor/camera";

@@ -2,7 +2,9 @@
 
 #include <dlfcn.h>
 
+#include <cstdlib>
 #include <new>
+#include <set>
 #include <utility>
 
 #include "tests/contract/fixture.h"
@@ -39,6 +41,9 @@ TEST_F(NodeTest, TableIsFilledOnlyWhenLargeEnough) {
     }
     EXPECT_TRUE(expected == filled) << "a byte outside the nine slots and the version changed";
     EXPECT_TRUE(entry(4096).second.Get<void*>(112) == filled.Get<void*>(112));
+    platform().log.clear();
+    reinterpret_cast<void (*)(void*)>(dlsym(library_, "ChiNodeEntry"))(nullptr);
+    EXPECT_EQ(platform().Texts(6), Texts{"TSL_CTB: ChiNodeEntry" + kNull});
 }
 
 TEST_F(NodeTest, RecordsAreCheckedPointerThenHandleThenSize) {
@@ -84,10 +89,16 @@ TEST_F(NodeTest, RecordsAreCheckedPointerThenHandleThenSize) {
         }
         EXPECT_EQ(platform().Texts(6), expected);
     }
-    EXPECT_EQ(Call<void*>(24, nullptr), 5u);
+    Record noFormat(64);
+    noFormat.Set(0, 64);
+    noFormat.Set(8, createInfo_.Get<void*>(16));
     platform().log.clear();
+    EXPECT_EQ(Call<void*>(24, nullptr), 5u);
+    EXPECT_EQ(Call(64, noFormat.data()), 5u);
     Call<void*>(104, nullptr);
-    EXPECT_EQ(platform().Texts(6), Texts{"TSL_CTB: NodeSetNodeInterface" + kNull});
+    EXPECT_EQ(platform().Texts(6),
+              (Texts{"TSL_CTB: NodeQueryVendorTag" + kNull, "TSL_CTB: NodeSetBufferInfo" + kNull,
+                     "TSL_CTB: NodeSetNodeInterface" + kNull}));
 }
 
 TEST_F(NodeTest, CapsAndVendorTags) {
@@ -401,6 +412,62 @@ TEST_F(NodeTest, OutOfMemoryAtCreation) {
     }
 }
 
+std::set<void*> g_blocks; // that the node has allocated and not freed
+
+void* Kept(void* block) {
+    g_blocks.insert(block);
+    return block;
+}
+void Freed(void* block) {
+    g_blocks.erase(block);
+}
+
+TEST_F(NodeTest, WholeLifeGivesBackItsMemory) {
+    std::vector<std::unique_ptr<ImportPatch>> patches;
+    const auto patch = [&](const char* name, auto* function) {
+        if (ImportNames(library_).contains(name)) { // which ones a library has is the compiler's
+            patches.push_back(
+                std::make_unique<ImportPatch>(library_, name, reinterpret_cast<void*>(function)));
+        }
+    };
+    patch(
+        "malloc", +[](std::size_t size) { return Kept(std::malloc(size)); });
+    patch(
+        "_Znwm", +[](std::size_t size) { return Kept(::operator new(size)); });
+    patch(
+        "_ZnamRKSt9nothrow_t", +[](std::size_t size, const std::nothrow_t& tag) {
+            return Kept(::operator new[](size, tag));
+        });
+    patch(
+        "free", +[](void* block) {
+            Freed(block);
+            std::free(block);
+        });
+    for (const char* name : {"_ZdlPv", "_ZdlPvm"}) {
+        patch(
+            name, +[](void* block, std::size_t) {
+                Freed(block);
+                ::operator delete(block);
+            });
+    }
+    patch(
+        "_ZdaPv", +[](void* block) {
+            Freed(block);
+            ::operator delete[](block);
+        });
+    for (const int refusals : {0, 1}) { // of the calibration: both files are read
+        platform().engine.results["TSL_DCIR_SetCaliData"] = refusals;
+        ASSERT_EQ(Create(), 0u);
+        EXPECT_FALSE(g_blocks.empty());
+        for (const std::int32_t size : {1000, 2000}) {
+            platform().engine.size = size;
+            EXPECT_EQ(Process(), 0u);
+        }
+        Destroy();
+        EXPECT_TRUE(g_blocks.empty());
+    }
+}
+
 TEST_F(NodeTest, BufferNegotiationAndFrameDimension) {
     Create();
     platform().negotiationResult = 3;
@@ -453,14 +520,15 @@ TEST_F(NodeTest, PostPipelineCreateReadsTheSleepTag) {
     }
     for (int missing = 0; missing < 3; ++missing) {
         platform().log.clear();
-        EXPECT_EQ(Call(112, missing == 0 ? nullptr : node, missing == 1 ? nullptr : input.data(),
-                       missing == 2 ? nullptr : output.data()),
-                  5u);
-        ASSERT_EQ(platform().Texts(6).size(), 1u);
-        EXPECT_EQ(
-            platform().Texts(6)[0].find("TSL_CTB: TSL_CTB: NodePostPipelineCreate: #:  Invalid "
-                                        "argument: hChiHandle: "),
-            0u);
+        void* arguments[] = {node, input.data(), output.data()};
+        arguments[missing] = nullptr;
+        EXPECT_EQ(Call(112, arguments[0], arguments[1], arguments[2]), 5u);
+        char text[256];
+        std::snprintf(text, sizeof(text),
+                      "TSL_CTB: TSL_CTB: NodePostPipelineCreate: #:  Invalid argument: hChiHandle: "
+                      "%p, pPostPipelineCreateInput: %p, pPostPipelineCreateOutput: %p\n",
+                      arguments[0], arguments[1], arguments[2]);
+        EXPECT_EQ(platform().Texts(6), Texts{text});
     }
 }
 

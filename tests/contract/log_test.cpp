@@ -30,10 +30,9 @@ std::vector<std::string> Rendered() {
 }
 
 TEST_F(NodeTest, LogOfOneLife) {
-    setenv("TZ", "UTC", 1);
     const support::ImportPatch clock(library_, "gettimeofday",
                                      reinterpret_cast<void*>(+[](timeval* now, void*) {
-                                         *now = {1706745599, 0};
+                                         *now = {kDumpTime, 0};
                                          return 0;
                                      }));
     platform().properties["persist.vendor.camera.tessola.log"] = "6";

@@ -1,5 +1,8 @@
 // What reaches the output: rendering, fallback, debug views, published tags, dumps.
 
+#include <sys/stat.h>
+#include <sys/time.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -99,12 +102,12 @@ TEST_F(NodeTest, DisparityBufferGrowsOnlyWhenItMust) {
     Create();
     g_mallocSizes.clear();
     const support::ImportPatch patch(library_, "malloc", reinterpret_cast<void*>(&CountedMalloc));
-    for (const std::int32_t size : {1000, 800, 1200}) {
+    for (const std::int32_t size : {1, 1000, 800, 1200, 1200}) {
         platform().engine.size = size;
         Process();
         EXPECT_TRUE(OutputIsRendered());
     }
-    EXPECT_EQ(g_mallocSizes, (std::vector<std::size_t>{1000, 1200}));
+    EXPECT_EQ(g_mallocSizes, (std::vector<std::size_t>{1, 1000, 1200}));
 
     const Texts noBuffer = {"TSL_CTB: TSL_CTB: DoProcess: #: m_pDisparityData == nullptr\n"};
     g_mallocFails = true;
@@ -153,6 +156,11 @@ TEST_F(NodeTest, DepthOutputGetsTheDisparity) {
     EXPECT_EQ(platform().engine.calls.back(), "TSL_DCIR_GetDisparityData");
     depth.list.Set<void*>(336, nullptr);
     EXPECT_EQ(Process(), 0u);
+    depth.bytes = before;
+    depth.list.Set(336, depth.bytes.data());
+    outputs_ = {output_.list.data()};
+    EXPECT_EQ(Process(), 0u);
+    EXPECT_TRUE(depth.bytes == before) << "an earlier request's depth output";
 }
 
 TEST_F(NodeTest, DebugViewsBypassTheEngine) {
@@ -225,6 +233,7 @@ protected:
             if (*view == '0') {
                 EXPECT_EQ(DepthEffect(), 1u);
             }
+            EXPECT_EQ(Value<std::int32_t>(LastPublished().data[4]), 0) << "an earlier depth size";
             EXPECT_EQ(platform().Texts(6), Errors(image.list, name, copied));
             image.list = good;
             Destroy();
@@ -361,22 +370,25 @@ TEST_F(NodeTest, InterfaceWithoutFunctions) {
 }
 
 TEST_F(NodeTest, DumpsHoldTheRequest) {
-    setenv("TZ", "UTC", 1);
     platform().properties["persist.vendor.camera.tessola.cb.dumpimg"] = "2";
     main_.list.SetWords(24, {62, 47}); // the list's own plane size names the text file
     metadata_.Set(Slot(0) + 192, std::uint8_t{2});
     metadata_.SetWords(Slot(0) + 204, {10, 9, 10, 12, 20, 22, 5, 6});
     const support::ImportPatch clock(library_, "gettimeofday",
                                      reinterpret_cast<void*>(+[](timeval* now, void*) {
-                                         *now = {1706745599, 999999}; // 2024-01-31 23:59:59
+                                         *now = {kDumpTime, 999999};
                                          return 0;
                                      }));
+    umask(0);
     CreateAndProcess();
     const std::string stem = "IMG_20240131_235959_";
     EXPECT_EQ(DumpNames(),
               (Texts{stem + "0_62x47_metadata.txt", stem + "0_80x48.Y8", stem + "0_80x48.nv12",
                      stem + "1_96x40.nv12", stem + "res_72x48.nv12"}));
     const std::filesystem::path folder = kDumpFolder;
+    EXPECT_EQ(std::filesystem::status(root_.string() + kDumpFolder + ("/" + stem + "0_80x48.nv12"))
+                  .permissions(),
+              std::filesystem::perms(0777));
     EXPECT_EQ(ReadDeviceFile(folder / (stem + "0_80x48.nv12")),
               std::string(main_.bytes.begin(), main_.bytes.end()));
     EXPECT_EQ(ReadDeviceFile(folder / (stem + "1_96x40.nv12")),

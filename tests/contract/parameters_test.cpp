@@ -413,6 +413,7 @@ TEST_F(FaceTest, FacesAreCleanedMappedAndFocused) {
          2},
         {"selected", pair, 4, 1, {64, 29, 2, 0, 50, 39, 94, 1, 50, 20, 79, 39, 1}, 2},
         {"selected out of range", pair, 4, 2, {19, 72, 2, 0, 50, 39, 94, 1, 50, 20, 79, 39, 1}, 2},
+        {"none after some", {}, 4, -1, {1450, 1480, 0}, 0},
         {"not continuous", pair, 1, 0, {1450, 1480, 2, 0, 50, 39, 94, 1, 50, 20, 79, 39, 1}, 2},
     };
     std::uint32_t selected = 0;
