@@ -1,21 +1,18 @@
 #include "bench/refocus/cost.h"
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <fstream>
 #include <limits>
-#include <memory>
 #include <stdexcept>
 #include <string>
 
 #include <malloc.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
+#include <fmt/format.h>
 #include <opencv2/imgproc.hpp>
 
-#include "bench/refocus/estimation.h"
+#include "bench/refocus/engine.h"
 #include "bench/refocus/scene.h"
 #include "bench/refocus/thin_lens.h"
 #include "host/picture/nv12.h"
@@ -36,7 +33,7 @@ RgbImage Enlarged(const RgbImage& picture, cv::Size size, unsigned seed) {
     return result;
 }
 
-// A made-up scene, traced small and enlarged: how long its pixels take doesn't depend on detail.
+// A synthetic scene, traced small and enlarged: the engine's time does not depend on detail.
 StereoPair PairOf(cv::Size size) {
     constexpr int kTracedWidth = 800;
     constexpr int kSamples = 16;
@@ -46,7 +43,7 @@ StereoPair PairOf(cv::Size size) {
             RgbToNv12(Enlarged(TraceAux(scene, traced, kSamples), size, 2), 0)};
 }
 
-// One picture's buffers, as a caller has them, and the engine.
+// The buffers of one picture, as the engine's caller holds them, and the engine.
 class Capture {
 public:
     explicit Capture(cv::Size size)
@@ -84,7 +81,42 @@ double Median(std::vector<double> values) {
 }
 
 std::string SizeName(cv::Size size) {
-    return Number(size.area() / 1e6, "", 0) + " megapixels";
+    return fmt::format("{:.0f} megapixels", size.area() / 1e6);
+}
+
+// A field of /proc/self/status, in kilobytes.
+double StatusKilobytes(const std::string& name) {
+    std::ifstream status("/proc/self/status");
+    for (std::string word; status >> word;) {
+        if (word == name + ":") {
+            double value = 0.0;
+            status >> value;
+            return value;
+        }
+        status.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+    }
+    throw std::runtime_error(fmt::format("/proc/self/status has no {}", name));
+}
+
+} // namespace
+
+Row MemoryRow(cv::Size size) {
+    Capture({640, 480}).Take(); // starts the threads and loads the code that all pictures share
+    Capture capture(size);
+    malloc_trim(0);
+    std::ofstream("/proc/self/clear_refs") << 5; // resets the recorded peak
+    const double before = StatusKilobytes("VmRSS");
+    if (StatusKilobytes("VmHWM") > before + 4096) {
+        throw std::runtime_error("this system does not reset a process' peak of memory");
+    }
+    capture.Take();
+    return {fmt::format("Peak memory, {}", SizeName(size)),
+            (StatusKilobytes("VmHWM") - before) / 1000.0,
+            "MB",
+            fmt::format("one NV12 image of the size {:.0f} MB", size.area() * 1.5 / 1e6),
+            Row::Better::kLess,
+            200.0,
+            100.0};
 }
 
 Row TimeRow(cv::Size size) {
@@ -104,80 +136,14 @@ Row TimeRow(cv::Size size) {
         gaussian.push_back(Milliseconds(blur));
         ratio.push_back(engine.back() / gaussian.back());
     }
-    return {"One picture, " + SizeName(size) + ", " + std::to_string(cv::getNumThreads()) +
-                " threads",
-            Median(ratio),
-            "x",
-            "engine " + Number(Median(engine), "ms", 0) + ", GaussianBlur " +
-                Number(Median(gaussian), "ms", 0),
-            Row::Better::kLess,
-            1.2,
-            0.6};
-}
-
-// A line of /proc/self/status, in kilobytes.
-double StatusKilobytes(const std::string& name) {
-    std::ifstream status("/proc/self/status");
-    for (std::string word; status >> word;) {
-        if (word == name + ":") {
-            double value = 0.0;
-            status >> value;
-            return value;
-        }
-        status.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
-    }
-    throw std::runtime_error("/proc/self/status has no " + name);
-}
-
-double PeakMemoryOfOwnProcess(cv::Size size) {
-    std::array<int, 2> ends{};
-    if (pipe(ends.data()) != 0) {
-        throw std::runtime_error("no pipe for the process that measures memory");
-    }
-    const std::string width = std::to_string(size.width);
-    const std::string height = std::to_string(size.height);
-    const pid_t child = fork();
-    if (child == 0) {
-        dup2(ends[1], STDOUT_FILENO);
-        execl("/proc/self/exe", "refocus_quality", kPeakMemoryOption, width.c_str(), height.c_str(),
-              static_cast<char*>(nullptr));
-        _exit(127);
-    }
-    close(ends[1]);
-    std::string text;
-    std::array<char, 64> part{};
-    for (ssize_t count = 0; (count = read(ends[0], part.data(), part.size())) > 0;) {
-        text.append(part.data(), static_cast<std::size_t>(count));
-    }
-    close(ends[0]);
-    int status = 0;
-    if (child < 0 || waitpid(child, &status, 0) != child || status != 0) {
-        throw std::runtime_error("the process that measures memory failed");
-    }
-    return std::stod(text);
-}
-
-} // namespace
-
-double PeakMemoryMegabytes(cv::Size size) {
-    Capture({640, 480}).Take(); // threads and code that are there once for all pictures
-    Capture capture(size);
-    malloc_trim(0);
-    std::ofstream("/proc/self/clear_refs") << 5; // the peak starts anew from here
-    const double before = StatusKilobytes("VmRSS");
-    if (StatusKilobytes("VmHWM") > before + 4096) {
-        throw std::runtime_error("this system does not reset a process' peak of memory");
-    }
-    capture.Take();
-    return (StatusKilobytes("VmHWM") - before) / 1000.0;
-}
-
-std::vector<Row> CostRows(cv::Size size) {
-    const double picture = size.area() * 1.5 / 1e6;
-    return {TimeRow(size),
-            {"Peak memory, " + SizeName(size), PeakMemoryOfOwnProcess(size), "MB",
-             "one NV12 image of the size " + Number(picture, "MB", 0), Row::Better::kLess, 200.0,
-             100.0}};
+    return {
+        fmt::format("One picture, {}, {} threads", SizeName(size), cv::getNumThreads()),
+        Median(ratio),
+        "x",
+        fmt::format("engine {:.0f} ms, GaussianBlur {:.0f} ms", Median(engine), Median(gaussian)),
+        Row::Better::kLess,
+        1.2,
+        0.6};
 }
 
 } // namespace quality

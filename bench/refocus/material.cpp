@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "host/refocus/colour.h"
+
 namespace quality {
 namespace {
 
@@ -36,9 +38,7 @@ float Fraction(float value) {
 
 cv::Vec3f Light(int red, int green, int blue) {
     const auto decode = [](int code) {
-        const double value = code / 255.0;
-        return static_cast<float>(value <= 0.04045 ? value / 12.92
-                                                   : std::pow((value + 0.055) / 1.055, 2.4));
+        return static_cast<float>(refocus::LinearOfSrgb(code / 255.0));
     };
     return {decode(red), decode(green), decode(blue)};
 }

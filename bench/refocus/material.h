@@ -4,16 +4,16 @@
 
 #include "bench/refocus/scene.h"
 
-// What the made-up scenes are made of. All patterns are functions of a place and a seed, in widths
-// of the image.
+// Procedural textures of the synthetic scenes. All are functions of a position, in widths of the
+// image, and a seed.
 namespace quality {
 
-// Linear light of sRGB code values.
+// Linear light of sRGB code values from 0 to 255.
 cv::Vec3f Light(int red, int green, int blue);
 
-// 0 to 1, smooth, changing over a distance of 1.
+// Value noise, 0 to 1, on a lattice of distance 1.
 float Noise(float x, float y, std::uint32_t seed);
-// 0 to 1, sums of ever finer noise.
+// Fractal noise, 0 to 1: the sum of octaves of value noise.
 float Cloud(float x, float y, std::uint32_t seed, int octaves = 5);
 
 inline cv::Vec4f Opaque(const cv::Vec3f& light) {
@@ -34,7 +34,7 @@ cv::Vec3f Foliage(float x, float y, std::uint32_t seed);
 // Lines of words, dark on the colour.
 cv::Vec3f Print(float x, float y, const cv::Vec3f& colour, std::uint32_t seed);
 
-// Repeatable numbers.
+// Pseudo-random numbers, the same on every machine.
 class Random {
 public:
     explicit Random(std::uint32_t seed) : state_(seed) {}

@@ -1,8 +1,9 @@
 #include "bench/refocus/rendering.h"
 
 #include <cmath>
-#include <iomanip>
+#include <tuple>
 
+#include <fmt/ostream.h>
 #include <opencv2/imgproc.hpp>
 
 #include "bench/refocus/thin_lens.h"
@@ -17,14 +18,14 @@ constexpr int kBlurLevel = 100;
 constexpr int kPinholeSamples = 64;
 constexpr int kLensSamples = 900;
 
-// A disparity map as the engine holds it, on the scale of a scene's exact disparity, so that equal
-// disparities get equal radii whoever found them.
-struct Bytes8 {
+// A disparity map in the engine's 8 bits. The scale is always that of the scene's exact disparity,
+// so that exact and estimated disparities have equal radii.
+struct QuantizedDisparity {
     cv::Mat map; // CV_8UC1
     refocus::DisparityScale scale;
     refocus::FocusRange focus;
 
-    Bytes8(const cv::Mat& disparity, const cv::Mat& exact, cv::Point focusPoint) {
+    QuantizedDisparity(const cv::Mat& disparity, const cv::Mat& exact, cv::Point focusPoint) {
         double low = 0.0;
         double high = 0.0;
         cv::minMaxLoc(exact, &low, &high);
@@ -54,7 +55,7 @@ refocus::Nv12View ViewOf(const host::Image& image) {
              const_cast<std::uint8_t*>(image.plane(1)), pitch}};
 }
 
-// One plane of the blend: between copies blurred by evenly spaced radii.
+// One plane of the blend, interpolated between copies that are blurred by evenly spaced radii.
 void BlendPlane(const cv::Mat& plane, const cv::Mat& radii, cv::Mat& result) {
     constexpr float kStep = 1.5f; // pixels of radius between two copies
     cv::Mat source;
@@ -69,7 +70,7 @@ void BlendPlane(const cv::Mat& plane, const cv::Mat& radii, cv::Mat& result) {
         } else {
             cv::GaussianBlur(source, blurred, {}, kStep * static_cast<float>(i) / 2.0f);
         }
-        // Falls from 1 at the copy's own radius to 0 at its neighbours'.
+        // Linear interpolation: 1 at the copy's radius, 0 at the radii of its neighbours.
         cv::Mat share = 1.0f - cv::abs(radii / kStep - i);
         share = cv::max(share, 0.0f);
         cv::Mat shares;
@@ -79,8 +80,8 @@ void BlendPlane(const cv::Mat& plane, const cv::Mat& radii, cv::Mat& result) {
     sum.convertTo(result, CV_8U);
 }
 
-// Pixels that no soft transition reaches: in focus, away from all that isn't, and farther yet from
-// what is nearer than the focus.
+// Pixels that must keep their bytes: in focus, at a margin from what is out of focus, and from
+// nearer objects also at the distance of their largest disc.
 cv::Mat InFocusCore(const cv::Mat& radii) {
     constexpr float kSharp = 0.4f; // pixels
     const int margin = std::max(4, radii.cols / 100);
@@ -96,7 +97,7 @@ cv::Mat InFocusCore(const cv::Mat& radii) {
              grown(radii > kSharp, margin + cvCeil(std::max(nearest, 0.0))));
 }
 
-// Pixels within the mask that differ; those of chroma count where the mask holds all four of luma.
+// Differing pixels within the mask. A chroma pixel counts where the mask includes all four of luma.
 int Differing(const host::Image& a, const host::Image& b, const cv::Mat& mask) {
     const refocus::Nv12View va = ViewOf(a);
     const refocus::Nv12View vb = ViewOf(b);
@@ -111,7 +112,7 @@ int Differing(const host::Image& a, const host::Image& b, const cv::Mat& mask) {
 }
 
 int DifferingAtLevel0(ScenePhoto& photo) {
-    const cv::Size size(photo.pair.main.width(), photo.pair.main.height());
+    const cv::Size size = photo.pair.size();
     Engine engine(size);
     const TSL_DCR_FOCUSPARAM focus = FocusAt(photo.focus);
     engine.Estimate(photo.pair, focus);
@@ -122,8 +123,8 @@ int DifferingAtLevel0(ScenePhoto& photo) {
     return Differing(photo.pair.main, output, cv::Mat(size, CV_8UC1, cv::Scalar(255)));
 }
 
-// PSNRs against the traced picture, of the engine and of the blend.
-struct Beside {
+// PSNR against the traced picture.
+struct PsnrOfBoth {
     double engine = 0.0;
     double blend = 0.0;
 
@@ -131,9 +132,9 @@ struct Beside {
 };
 
 struct SceneFigures {
-    Beside exact;
-    Beside estimated;
-    Beside edges;
+    PsnrOfBoth exact;
+    PsnrOfBoth estimated;
+    PsnrOfBoth edges;
     int core = 0;
     int touchedInCore = 0;
     int touchedAtLevel0 = 0;
@@ -148,8 +149,8 @@ SceneFigures MeasureScene(ScenePhoto& photo, const PictureFolder& pictures) {
         pictures.Write(photo.name + "-blend-" + kind, blend);
         pictures.Write(photo.name + "-disparity-" + kind, disparity, "pixels");
         return std::pair(
-            Beside{Psnr(rendered, photo.traced), Psnr(blend, photo.traced)},
-            Beside{Psnr(rendered, photo.traced, mask), Psnr(blend, photo.traced, mask)});
+            PsnrOfBoth{Psnr(rendered, photo.traced), Psnr(blend, photo.traced)},
+            PsnrOfBoth{Psnr(rendered, photo.traced, mask), Psnr(blend, photo.traced, mask)});
     };
     pictures.Write(photo.name + "-main", photo.pair.main);
     pictures.Write(photo.name + "-aux", photo.pair.aux);
@@ -159,7 +160,7 @@ SceneFigures MeasureScene(ScenePhoto& photo, const PictureFolder& pictures) {
     std::tie(figures.estimated, figures.edges) =
         compare(EstimatedDisparity(photo.pair, photo.name), "estimated", edges);
 
-    const Bytes8 exact(photo.disparity, photo.disparity, photo.focus);
+    const QuantizedDisparity exact(photo.disparity, photo.disparity, photo.focus);
     const cv::Mat core = InFocusCore(exact.Radii());
     figures.core = cv::countNonZero(core);
     figures.touchedInCore = Differing(photo.pair.main, RenderedBy(photo, photo.disparity), core);
@@ -168,15 +169,12 @@ SceneFigures MeasureScene(ScenePhoto& photo, const PictureFolder& pictures) {
 }
 
 void PrintScene(std::ostream& out, const std::string& name, const SceneFigures& figures) {
-    const auto pair = [&out](const Beside& beside) {
-        out << std::setw(10) << beside.engine << " (" << std::showpos << beside.gain()
-            << std::noshowpos << ')';
-    };
-    out << std::left << std::setw(24) << name << std::right << std::fixed << std::setprecision(2);
-    pair(figures.exact);
-    pair(figures.estimated);
-    pair(figures.edges);
-    out << std::setw(10) << figures.core << '\n' << std::flush;
+    fmt::print(out, "{:<24}", name);
+    for (const PsnrOfBoth& psnr : {figures.exact, figures.estimated, figures.edges}) {
+        fmt::print(out, "{:10.2f} ({:+.2f})", psnr.engine, psnr.gain());
+    }
+    fmt::print(out, "{:10}\n", figures.core);
+    out.flush();
 }
 
 } // namespace
@@ -187,7 +185,7 @@ ScenePhoto Photograph(const Scene& scene, cv::Size size) {
     const auto width = static_cast<float>(size.width);
     photo.focus = {cvFloor(scene.focus.x * width), cvFloor(scene.focus.y * width)};
     photo.disparity = ExactDisparity(scene, size);
-    const Bytes8 exact(photo.disparity, photo.disparity, photo.focus);
+    const QuantizedDisparity exact(photo.disparity, photo.disparity, photo.focus);
     RgbImage main = Trace(scene, size, {0.0f, 0.0f, kPinholeSamples});
     RgbImage aux = TraceAux(scene, size, kPinholeSamples);
     AddNoise(main, 1);
@@ -202,7 +200,7 @@ ScenePhoto Photograph(const Scene& scene, cv::Size size) {
 }
 
 host::Image RenderedBy(const ScenePhoto& photo, const cv::Mat& disparity) {
-    const Bytes8 bytes(disparity, photo.disparity, photo.focus);
+    const QuantizedDisparity bytes(disparity, photo.disparity, photo.focus);
     host::Image output = photo.pair.main;
     refocus::Nv12View view = ViewOf(output);
     refocus::RenderBokeh(ViewOf(photo.pair.main), bytes.map, bytes.scale, bytes.focus, kBlurLevel,
@@ -211,7 +209,8 @@ host::Image RenderedBy(const ScenePhoto& photo, const cv::Mat& disparity) {
 }
 
 host::Image GaussianBlend(const ScenePhoto& photo, const cv::Mat& disparity) {
-    const cv::Mat radii = cv::abs(Bytes8(disparity, photo.disparity, photo.focus).Radii());
+    const cv::Mat radii =
+        cv::abs(QuantizedDisparity(disparity, photo.disparity, photo.focus).Radii());
     host::Image output = photo.pair.main;
     const refocus::Nv12View from = ViewOf(photo.pair.main);
     refocus::Nv12View to = ViewOf(output);
@@ -244,16 +243,17 @@ cv::Mat AlongDepthEdges(const cv::Mat& disparity) {
 
 std::vector<Row> RenderingRows(int width, std::ostream& out, const PictureFolder& pictures) {
     const cv::Size size(width, cvRound(static_cast<float>(width) * kSceneHeight) / 2 * 2);
-    out << "Ray-traced scenes at " << size.width << "x" << size.height
-        << ", luma PSNR in dB (above the Gaussian blend):\n"
-        << "scene                            exact         estimated    its depth edges   in-focus "
-           "core, pixels\n";
+    fmt::print(out,
+               "Ray-traced scenes at {}x{}, luma PSNR in dB (above the Gaussian blend):\n"
+               "scene                            exact         estimated    its depth edges   "
+               "in-focus core, pixels\n",
+               size.width, size.height);
     SceneFigures mean;
     for (int i = 0; i < kSceneCount; ++i) {
         ScenePhoto photo = Photograph(MakeScene(i, width), size);
         const SceneFigures figures = MeasureScene(photo, pictures);
         PrintScene(out, photo.name, figures);
-        const auto add = [](Beside& sum, const Beside& one) {
+        const auto add = [](PsnrOfBoth& sum, const PsnrOfBoth& one) {
             sum.engine += one.engine / kSceneCount;
             sum.blend += one.blend / kSceneCount;
         };
@@ -264,23 +264,23 @@ std::vector<Row> RenderingRows(int width, std::ostream& out, const PictureFolder
         mean.touchedInCore += figures.touchedInCore;
         mean.touchedAtLevel0 += figures.touchedAtLevel0;
     }
-    const auto row = [](const char* what, const Beside& beside, double must, double aim) {
-        return Row{what,
-                   beside.gain(),
-                   "dB",
-                   "engine " + Number(beside.engine, "dB") + ", Gaussian blend " +
-                       Number(beside.blend, "dB"),
-                   Row::Better::kMore,
-                   must,
-                   aim};
+    const auto row = [](const char* what, const PsnrOfBoth& beside, double must, double aim) {
+        return Row{
+            what,
+            beside.gain(),
+            "dB",
+            fmt::format("engine {:.2f} dB, Gaussian blend {:.2f} dB", beside.engine, beside.blend),
+            Row::Better::kMore,
+            must,
+            aim};
     };
     return {row("Scenes, exact disparity", mean.exact, 5.5, 8.0),
             row("Scenes, estimated disparity, whole", mean.estimated, 4.0, 6.0),
             row("Scenes, estimated disparity, depth edges", mean.edges, 2.0, 4.5),
             {"Scenes, in-focus core: bytes changed", static_cast<double>(mean.touchedInCore), "",
-             "of " + std::to_string(mean.core) + " pixels in it"},
+             fmt::format("of {} pixels in it", mean.core)},
             {"Scenes, blur level 0: bytes changed", static_cast<double>(mean.touchedAtLevel0), "",
-             "of " + std::to_string(kSceneCount * size.area()) + " pixels"}};
+             fmt::format("of {} pixels", kSceneCount * size.area())}};
 }
 
 } // namespace quality

@@ -2,8 +2,16 @@
 
 #include <algorithm>
 #include <array>
-#include <iomanip>
-#include <sstream>
+#include <cmath>
+#include <fstream>
+#include <limits>
+#include <utility>
+
+#include <fmt/ostream.h>
+
+#include "host/picture/false_colour.h"
+#include "host/picture/image_file.h"
+#include "host/picture/nv12.h"
 
 namespace quality {
 namespace {
@@ -11,26 +19,16 @@ namespace {
 using Cells = std::array<std::string, 6>;
 
 Cells CellsOf(const Row& row) {
-    const std::string sign = row.better == Row::Better::kLess ? "<= " : ">= ";
     const char* verdict = row.Meets(row.aim) ? "aim" : row.Meets(row.must) ? "must" : "MISSED";
     return {row.what,
-            Number(row.value, row.unit),
-            sign + Number(row.must, "", 1),
-            Number(row.aim, "", 1),
+            fmt::format("{:.2f} {}", row.value, row.unit),
+            fmt::format("{} {:.1f}", row.better == Row::Better::kLess ? "<=" : ">=", row.must),
+            fmt::format("{:.1f}", row.aim),
             verdict,
             row.reference};
 }
 
 } // namespace
-
-std::string Number(double value, const std::string& unit, int decimals) {
-    std::ostringstream text;
-    text << std::fixed << std::setprecision(decimals) << value;
-    if (!unit.empty()) {
-        text << ' ' << unit;
-    }
-    return text.str();
-}
 
 void Print(std::ostream& out, const std::vector<Row>& rows) {
     std::vector<Cells> table{{"what", "figure", "must", "aim", "meets", "beside, in this run"}};
@@ -43,15 +41,51 @@ void Print(std::ostream& out, const std::vector<Row>& rows) {
     }
     for (const Cells& cells : table) {
         for (std::size_t i = 0; i + 1 < cells.size(); ++i) {
-            out << std::left << std::setw(static_cast<int>(widths[i]) + 2) << cells[i];
+            fmt::print(out, "{:<{}}", cells[i], widths[i] + 2);
         }
-        out << cells.back() << '\n';
+        fmt::print(out, "{}\n", cells.back());
     }
 }
 
 bool AllMeetMust(const std::vector<Row>& rows) {
     return std::all_of(rows.begin(), rows.end(),
                        [](const Row& row) { return row.Meets(row.must); });
+}
+
+PictureFolder::PictureFolder(std::filesystem::path folder) : folder_(std::move(folder)) {
+    if (!folder_.empty()) {
+        std::filesystem::create_directories(folder_);
+    }
+}
+
+void PictureFolder::Write(const std::string& name, const host::Image& image) const {
+    if (!folder_.empty()) {
+        Write(name, Nv12ToRgb(image));
+    }
+}
+
+void PictureFolder::Write(const std::string& name, const RgbImage& picture) const {
+    if (folder_.empty()) {
+        return;
+    }
+    const Bytes bytes = EncodePng(picture);
+    std::ofstream file(folder_ / (name + ".png"), std::ios::binary);
+    file.exceptions(std::ios::badbit | std::ios::failbit);
+    file.write(reinterpret_cast<const char*>(bytes.data()),
+               static_cast<std::streamsize>(bytes.size()));
+}
+
+void PictureFolder::Write(const std::string& name, const cv::Mat& numbers,
+                          const std::string& unit) const {
+    if (folder_.empty()) {
+        return;
+    }
+    NumberMap map{numbers.cols, numbers.rows, {}, unit};
+    map.values.assign(numbers.begin<float>(), numbers.end<float>());
+    std::replace_if(
+        map.values.begin(), map.values.end(), [](float value) { return !std::isfinite(value); },
+        std::numeric_limits<float>::quiet_NaN());
+    Write(name, FalseColour(map));
 }
 
 } // namespace quality

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "host/refocus/image.h"
+
 namespace quality {
 
 Surface::Surface(const Plane& plane, const cv::Rect2f& bounds, int texelsPerWidth)
@@ -17,15 +19,13 @@ cv::Point2f Surface::CentreOf(int column, int row) const {
 }
 
 void Surface::Fill(const Paint& paint) {
-    cv::parallel_for_(cv::Range(0, texels_.rows), [&](const cv::Range& rows) {
-        for (int row = rows.start; row < rows.end; ++row) {
-            auto* texel = texels_.ptr<cv::Vec4f>(row);
-            for (int column = 0; column < texels_.cols; ++column) {
-                const cv::Point2f at = CentreOf(column, row);
-                const cv::Vec4f painted = paint(at.x, at.y);
-                if (painted[3] >= 0.5f) {
-                    texel[column] = painted;
-                }
+    refocus::ForEachRow(texels_.rows, [&](int row) {
+        auto* texel = texels_.ptr<cv::Vec4f>(row);
+        for (int column = 0; column < texels_.cols; ++column) {
+            const cv::Point2f at = CentreOf(column, row);
+            const cv::Vec4f painted = paint(at.x, at.y);
+            if (painted[3] >= 0.5f) {
+                texel[column] = painted;
             }
         }
     });

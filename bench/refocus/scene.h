@@ -8,11 +8,11 @@
 
 namespace quality {
 
-// Made-up scenes of flat, textured surfaces in front of a pair of identical, rectified cameras.
+// Synthetic scenes of flat, textured surfaces in front of a pair of identical, rectified cameras.
 //
-// All lengths are in widths of the main image: x and y from its upper left corner, y down;
-// disparity too, so that a scene has any size in pixels. A plane in space has a disparity that is
-// linear in the image's coordinates.
+// All lengths are in widths of the main image, disparities included, so that a scene can be traced
+// at any size: x and y from the image's upper left corner, y down. The disparity of a plane in
+// space is linear in these coordinates.
 struct Plane {
     float atOrigin = 0.0f;
     float perX = 0.0f;
@@ -21,26 +21,26 @@ struct Plane {
     float At(float x, float y) const { return atOrigin + perX * x + perY * y; }
 };
 
-// Linear light (red, green, blue; 1 is the brightest that a picture holds) and cover, 0 or 1.
+// Linear light (red, green, blue; 1 is white) and opacity, 0 or 1.
 using Paint = std::function<cv::Vec4f(float x, float y)>;
 
-// What a plane shows where the main camera would see it if nothing hid it: also behind nearer
-// surfaces and beyond the image's border.
+// A textured plane, in the coordinates of the main image, including what nearer surfaces hide and
+// what lies beyond the image's border.
 class Surface {
 public:
-    // Clear everywhere. `bounds` is what it may cover; texels per width of the image: of a texture
-    // that is sampled by the nearest texel.
+    // Transparent everywhere. `bounds` limits what can be painted. The texture has `texelsPerWidth`
+    // texels per width of the image and is sampled at the nearest one.
     Surface(const Plane& plane, const cv::Rect2f& bounds, int texelsPerWidth);
 
-    // Paints where the paint covers.
+    // Paints the texels for which the paint is opaque.
     void Fill(const Paint& paint);
-    // Paints along a line, from one width at its first to another at its last point.
+    // Paints a line whose width changes evenly from its first to its last point.
     void Stroke(const std::vector<cv::Point2f>& line, float widthFrom, float widthTo,
                 const Paint& paint);
 
     const Plane& plane() const { return plane_; }
     const cv::Mat& texels() const { return texels_; } // CV_32FC4, as Paint gives them
-    cv::Point2f origin() const { return origin_; }    // of texel (0, 0)'s outer corner
+    cv::Point2f origin() const { return origin_; }    // upper left corner of texel (0, 0)
     float texelsPerWidth() const { return density_; }
 
 private:
@@ -54,7 +54,7 @@ private:
 
 struct Scene {
     std::string name;
-    std::vector<Surface> surfaces; // in any order: the nearest at each place hides the others
+    std::vector<Surface> surfaces; // in any order: the nearest at each position hides the others
     cv::Point2f focus;
 };
 

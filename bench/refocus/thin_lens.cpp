@@ -5,15 +5,18 @@
 #include <numbers>
 #include <vector>
 
+#include "host/refocus/colour.h"
+#include "host/refocus/image.h"
+
 namespace quality {
 namespace {
 
-// A camera beside the main one, at a place in widths of disparity; what has the focus' disparity
-// stays where the main camera sees it.
+// A pinhole camera displaced from the main one. In its image a point shift by
+// shift * (disparity - focus), so that points of the focus disparity stay where they are.
 struct View {
-    cv::Point2f moves{0.0f, 0.0f}; // by this times (disparity - focus)
+    cv::Point2f shift{0.0f, 0.0f};
     float focus = 0.0f;
-    cv::Point2f within{0.5f, 0.5f}; // of a pixel
+    cv::Point2f within{0.5f, 0.5f}; // position of the ray within its pixel
 };
 
 struct Hit {
@@ -21,15 +24,15 @@ struct Hit {
     cv::Vec3f light;
 };
 
-// A ray through `seen` meets the surface where seen = at + moves * (disparity(at) - focus); solved
-// for the disparity, which is linear in `seen`.
+// The disparity of the plane as a function of the view's image coordinates. A ray through `seen`
+// meets the plane where seen = at + shift * (disparity(at) - focus); the solution is linear again.
 Plane AlongView(const Plane& plane, const View& view) {
-    const float turn = plane.perX * view.moves.x + plane.perY * view.moves.y;
-    const float scale = 1.0f / (1.0f + turn);
-    return {(plane.atOrigin + turn * view.focus) * scale, plane.perX * scale, plane.perY * scale};
+    const float slope = plane.perX * view.shift.x + plane.perY * view.shift.y;
+    const float scale = 1.0f / (1.0f + slope);
+    return {(plane.atOrigin + slope * view.focus) * scale, plane.perX * scale, plane.perY * scale};
 }
 
-// Texels that a row of pixels meets: a straight line over the texture.
+// Intersects the rays of a row of pixels with a surface: they meet its texture in a straight line.
 void HitRow(const Surface& surface, const View& view, int y, std::vector<Hit>& row) {
     const float pixel = 1.0f / static_cast<float>(row.size());
     const Plane seen = AlongView(surface.plane(), view);
@@ -37,8 +40,8 @@ void HitRow(const Surface& surface, const View& view, int y, std::vector<Hit>& r
     const float d0 = seen.At(start.x, start.y);
     const float dStep = seen.perX * pixel;
     const float density = surface.texelsPerWidth();
-    const cv::Point2f at = (start - view.moves * (d0 - view.focus) - surface.origin()) * density;
-    const cv::Point2f step = (cv::Point2f(pixel, 0.0f) - view.moves * dStep) * density;
+    const cv::Point2f at = (start - view.shift * (d0 - view.focus) - surface.origin()) * density;
+    const cv::Point2f step = (cv::Point2f(pixel, 0.0f) - view.shift * dStep) * density;
     const cv::Mat& texels = surface.texels();
     const int last = static_cast<int>(row.size()) - 1;
     const float width = static_cast<float>(texels.cols);
@@ -69,30 +72,25 @@ void TraceRow(const Scene& scene, const View& view, int y, std::vector<Hit>& row
 }
 
 std::uint8_t Encode(float light) {
-    const float clipped = std::clamp(light, 0.0f, 1.0f);
-    const float code =
-        clipped <= 0.0031308f ? clipped * 12.92f : 1.055f * std::pow(clipped, 1.0f / 2.4f) - 0.055f;
-    return static_cast<std::uint8_t>(255.0f * code + 0.5f);
+    const double clipped = std::clamp(static_cast<double>(light), 0.0, 1.0);
+    return static_cast<std::uint8_t>(255.0 * refocus::SrgbOfLinear(clipped) + 0.5);
 }
 
 RgbImage TraceViews(const Scene& scene, cv::Size size, const std::vector<View>& views) {
     RgbImage picture(size.width, size.height);
-    cv::parallel_for_(cv::Range(0, size.height), [&](const cv::Range& rows) {
+    refocus::ForEachRow(size.height, [&](int y) {
         std::vector<Hit> hits(static_cast<std::size_t>(size.width));
         std::vector<cv::Vec3f> sum(hits.size());
-        for (int y = rows.start; y < rows.end; ++y) {
-            std::fill(sum.begin(), sum.end(), cv::Vec3f());
-            for (const View& view : views) {
-                TraceRow(scene, view, y, hits);
-                for (std::size_t x = 0; x < hits.size(); ++x) {
-                    sum[x] += hits[x].light;
-                }
+        for (const View& view : views) {
+            TraceRow(scene, view, y, hits);
+            for (std::size_t x = 0; x < hits.size(); ++x) {
+                sum[x] += hits[x].light;
             }
-            const float share = 1.0f / static_cast<float>(views.size());
-            for (int x = 0; x < size.width; ++x) {
-                const cv::Vec3f light = sum[static_cast<std::size_t>(x)] * share;
-                picture.Set(x, y, {Encode(light[0]), Encode(light[1]), Encode(light[2])});
-            }
+        }
+        const float share = 1.0f / static_cast<float>(views.size());
+        for (int x = 0; x < size.width; ++x) {
+            const cv::Vec3f light = sum[static_cast<std::size_t>(x)] * share;
+            picture.Set(x, y, {Encode(light[0]), Encode(light[1]), Encode(light[2])});
         }
     });
     return picture;
@@ -137,14 +135,12 @@ RgbImage TraceAux(const Scene& scene, cv::Size size, int samples) {
 
 cv::Mat ExactDisparity(const Scene& scene, cv::Size size) {
     cv::Mat disparity(size, CV_32FC1);
-    cv::parallel_for_(cv::Range(0, size.height), [&](const cv::Range& rows) {
+    refocus::ForEachRow(size.height, [&](int y) {
         std::vector<Hit> hits(static_cast<std::size_t>(size.width));
-        for (int y = rows.start; y < rows.end; ++y) {
-            TraceRow(scene, {}, y, hits);
-            float* row = disparity.ptr<float>(y);
-            for (std::size_t x = 0; x < hits.size(); ++x) {
-                row[x] = hits[x].disparity * static_cast<float>(size.width);
-            }
+        TraceRow(scene, {}, y, hits);
+        float* row = disparity.ptr<float>(y);
+        for (std::size_t x = 0; x < hits.size(); ++x) {
+            row[x] = hits[x].disparity * static_cast<float>(size.width);
         }
     });
     return disparity;

@@ -7,26 +7,27 @@
 
 namespace quality {
 
-// A lens that looks at a scene: it averages the views from all points of its disc, after Cook et
-// al., "Distributed Ray Tracing", 1984. Seen from a point of the disc, what has disparity d moves
-// by that point's place times radiusPerDisparity * (d - focus).
+// A thin lens averages the views from all points of its aperture (Cook et al., "Distributed Ray
+// Tracing", 1984). From a point of the unit disc, a point of the scene with disparity d appears
+// moved by that point times radiusPerDisparity * (d - focus).
 struct ThinLens {
     float radiusPerDisparity = 0.0f; // 0: a pinhole
     float focus = 0.0f;              // disparity, in widths
-    int samples = 64;                // views, each also from another place within a pixel
+    int samples = 64;                // views, each at another position within the pixels
 };
 
-// All in linear light, which ends encoded (sRGB) and clipped. The same bytes whatever the number of
-// threads.
+// The scene through the lens, averaged in linear light, clipped and encoded as sRGB. The same bytes
+// for any number of threads.
 RgbImage Trace(const Scene& scene, cv::Size size, const ThinLens& lens);
 
-// What a pinhole beside the main camera sees: each disparity moved left by itself.
+// The view of a pinhole camera to the right of the main one: each point moved left by its
+// disparity.
 RgbImage TraceAux(const Scene& scene, cv::Size size, int samples);
 
-// Disparity in pixels (CV_32FC1) of what lies at each pixel's middle.
+// Disparity in pixels (CV_32FC1) at each pixel's centre.
 cv::Mat ExactDisparity(const Scene& scene, cv::Size size);
 
-// Adds what a sensor adds: whole code values from -2 to 2, each as often.
+// Adds uniformly distributed sensor noise of -2 to 2 code values.
 void AddNoise(RgbImage& picture, unsigned seed);
 
 } // namespace quality

@@ -11,14 +11,14 @@ namespace refocus {
 namespace {
 
 constexpr int kCorners = 300;
-constexpr int kReach = 5;            // a patch is 2 * kReach + 1 square
-constexpr double kLeastScore = 0.75; // correlation
-constexpr double kLead = 0.05;       // over the best place elsewhere
-constexpr double kInlier = 0.5;      // pixels
-constexpr int kLeastMatches = 24;
-constexpr double kLeastShare = 0.35; // of the matches, to agree on a model
-constexpr double kNoticed = 0.2;     // pixels at the worst corner; less doesn't hurt matching
-constexpr double kNoticedGain = 0.02;
+constexpr int kPatchRadius = 5; // pixels; patches are 11x11
+constexpr double kMinCorrelation = 0.75;
+constexpr double kMinLead = 0.05;       // of the best correlation over that of any other place
+constexpr double kInlierDistance = 0.5; // pixels
+constexpr std::size_t kMinMatches = 24;
+constexpr double kMinInlierShare = 0.35; // of the matches
+constexpr double kNegligibleShift = 0.2; // pixels at the worst corner; matching tolerates it
+constexpr double kNegligibleGain = 0.02;
 
 struct Match {
     cv::Point2f left;
@@ -28,45 +28,50 @@ struct Match {
 };
 
 cv::Rect PatchAt(cv::Point at) {
-    return {at.x - kReach, at.y - kReach, 2 * kReach + 1, 2 * kReach + 1};
+    return {at.x - kPatchRadius, at.y - kPatchRadius, 2 * kPatchRadius + 1, 2 * kPatchRadius + 1};
 }
 
-// Best place of a patch's middle within `area` of `image`; its score and lead in `score`.
-cv::Point Find(const cv::Mat& patch, const cv::Mat& image, cv::Rect area, cv::Mat& scores) {
-    const cv::Rect covered(area.x - kReach, area.y - kReach, area.width + 2 * kReach,
-                           area.height + 2 * kReach);
+// The place within `area` of `image`, relative to it, where the patch's centre correlates best.
+// `scores` receives the correlation at each place.
+cv::Point BestMatch(const cv::Mat& patch, const cv::Mat& image, cv::Rect area, cv::Mat& scores) {
+    const cv::Rect covered(area.x - kPatchRadius, area.y - kPatchRadius,
+                           area.width + 2 * kPatchRadius, area.height + 2 * kPatchRadius);
     cv::matchTemplate(image(covered), patch, scores, cv::TM_CCOEFF_NORMED);
     cv::Point best;
     cv::minMaxLoc(scores, nullptr, nullptr, nullptr, &best);
     return best;
 }
 
-bool StandsOut(cv::Mat& scores, cv::Point best) {
+// False for a weak match and for one of a repetitive texture, which matches elsewhere as well.
+// Overwrites the scores around the best place.
+bool IsDistinct(cv::Mat& scores, cv::Point best) {
     const float score = scores.at<float>(best);
     const cv::Rect around(best.x - 2, 0, 5, scores.rows);
     scores(around & cv::Rect({}, scores.size())).setTo(-1.0);
     double second = -1.0;
     cv::minMaxLoc(scores, nullptr, &second);
-    return static_cast<double>(score) > kLeastScore && second < static_cast<double>(score) - kLead;
+    return static_cast<double>(score) > kMinCorrelation &&
+           second < static_cast<double>(score) - kMinLead;
 }
 
-// Where a parabola through three scores has its top, from the middle one.
-float Peak(float before, float middle, float after) {
+// Offset from the middle one at which a parabola through three neighbouring scores peaks.
+float SubpixelPeak(float before, float middle, float after) {
     const float curve = before - 2.0f * middle + after;
     return curve < -1e-6f ? std::clamp(0.5f * (before - after) / curve, -0.5f, 0.5f) : 0.0f;
 }
 
-// A pair at full and half size.
-struct Levels {
+// The pair at full and at half size.
+struct Pyramid {
     cv::Mat left, right, halfLeft, halfRight;
 };
 
-// Searches at half size, then refines at full size.
-Match FindCorner(const Levels& levels, cv::Point corner, const SearchRange& range, int reach) {
+// Searches the whole range at half size, which is eight times cheaper, and refines the position at
+// full size.
+Match FindCorner(const Pyramid& pyramid, cv::Point corner, const SearchRange& range, int reach) {
     Match match;
     const cv::Point half(corner.x / 2, corner.y / 2);
-    const cv::Rect inside(kReach, kReach, levels.halfRight.cols - 2 * kReach,
-                          levels.halfRight.rows - 2 * kReach);
+    const cv::Rect inside(kPatchRadius, kPatchRadius, pyramid.halfRight.cols - 2 * kPatchRadius,
+                          pyramid.halfRight.rows - 2 * kPatchRadius);
     const int last = half.x - range.minimum / 2 + 1;
     const int first = half.x - (range.minimum + range.count) / 2;
     const cv::Rect area =
@@ -75,31 +80,32 @@ Match FindCorner(const Levels& levels, cv::Point corner, const SearchRange& rang
         return match;
     }
     cv::Mat scores;
-    cv::Point best = Find(levels.halfLeft(PatchAt(half)), levels.halfRight, area, scores);
-    if (!StandsOut(scores, best)) {
+    cv::Point best = BestMatch(pyramid.halfLeft(PatchAt(half)), pyramid.halfRight, area, scores);
+    if (!IsDistinct(scores, best)) {
         return match;
     }
     const cv::Point guess = 2 * (best + area.tl()) + (corner - 2 * half);
     const cv::Rect fine(guess.x - 3, guess.y - 3, 7, 7);
-    const cv::Rect fineInside(kReach, kReach, levels.right.cols - 2 * kReach,
-                              levels.right.rows - 2 * kReach);
+    const cv::Rect fineInside(kPatchRadius, kPatchRadius, pyramid.right.cols - 2 * kPatchRadius,
+                              pyramid.right.rows - 2 * kPatchRadius);
     if ((fine & fineInside) != fine || !fineInside.contains(corner)) {
         return match;
     }
-    const cv::Mat patch = levels.left(PatchAt(corner));
-    best = Find(patch, levels.right, fine, scores);
+    const cv::Mat patch = pyramid.left(PatchAt(corner));
+    best = BestMatch(patch, pyramid.right, fine, scores);
     if (best.x == 0 || best.y == 0 || best.x == 6 || best.y == 6 ||
-        static_cast<double>(scores.at<float>(best)) < kLeastScore) {
+        static_cast<double>(scores.at<float>(best)) < kMinCorrelation) {
         return match;
     }
     const auto score = [&](int dx, int dy) { return scores.at<float>(best.y + dy, best.x + dx); };
     const cv::Point place = fine.tl() + best;
     match.left = corner;
-    match.right = {static_cast<float>(place.x) + Peak(score(-1, 0), score(0, 0), score(1, 0)),
-                   static_cast<float>(place.y) + Peak(score(0, -1), score(0, 0), score(0, 1))};
+    match.right = {
+        static_cast<float>(place.x) + SubpixelPeak(score(-1, 0), score(0, 0), score(1, 0)),
+        static_cast<float>(place.y) + SubpixelPeak(score(0, -1), score(0, 0), score(0, 1))};
     cv::Scalar meanLeft, meanRight, leftDeviation, rightDeviation;
     cv::meanStdDev(patch, meanLeft, leftDeviation);
-    cv::meanStdDev(levels.right(PatchAt(place)), meanRight, rightDeviation);
+    cv::meanStdDev(pyramid.right(PatchAt(place)), meanRight, rightDeviation);
     match.gain = (meanLeft[0] + 1.0) / (meanRight[0] + 1.0);
     match.found = true;
     return match;
@@ -107,9 +113,9 @@ Match FindCorner(const Levels& levels, cv::Point corner, const SearchRange& rang
 
 std::vector<Match> FindCorners(const cv::Mat& left, const cv::Mat& right,
                                const SearchRange& range) {
-    Levels levels{left, right, {}, {}};
-    cv::resize(left, levels.halfLeft, {left.cols / 2, left.rows / 2}, 0, 0, cv::INTER_AREA);
-    cv::resize(right, levels.halfRight, {left.cols / 2, left.rows / 2}, 0, 0, cv::INTER_AREA);
+    Pyramid pyramid{left, right, {}, {}};
+    cv::resize(left, pyramid.halfLeft, {left.cols / 2, left.rows / 2}, 0, 0, cv::INTER_AREA);
+    cv::resize(right, pyramid.halfRight, {left.cols / 2, left.rows / 2}, 0, 0, cv::INTER_AREA);
     std::vector<cv::Point2f> corners;
     cv::goodFeaturesToTrack(left, corners, kCorners, 0.005, left.cols / 50.0);
     const int reach = std::max(6, left.rows / 40);
@@ -117,60 +123,61 @@ std::vector<Match> FindCorners(const cv::Mat& left, const cv::Mat& right,
     cv::parallel_for_(cv::Range(0, static_cast<int>(corners.size())), [&](const cv::Range& some) {
         for (int i = some.start; i < some.end; ++i) {
             const auto at = static_cast<std::size_t>(i);
-            matches[at] = FindCorner(levels, cv::Point(corners[at]), range, reach);
+            matches[at] = FindCorner(pyramid, cv::Point(corners[at]), range, reach);
         }
     });
     std::erase_if(matches, [](const Match& match) { return !match.found; });
     return matches;
 }
 
-// offset, scale - 1 and roll that a match's vertical step depends on, by these factors.
-cv::Vec3d Factors(const Match& match, cv::Size size) {
+// offset, scale - 1 and roll that a match's vertical step depends on, by these regressors.
+cv::Vec3d Regressors(const Match& match, cv::Size size) {
     return {1.0, static_cast<double>(match.right.y) - (size.height - 1) / 2.0,
             static_cast<double>(match.right.x) - (size.width - 1) / 2.0};
 }
 
-double Step(const Match& match) {
+double VerticalShift(const Match& match) {
     return static_cast<double>(match.left.y) - static_cast<double>(match.right.y);
 }
 
 using Model = cv::Vec3d;
 
-std::vector<const Match*> Agreeing(const std::vector<Match>& matches, const Model& model,
-                                   cv::Size size) {
-    std::vector<const Match*> agreeing;
+std::vector<const Match*> Inliers(const std::vector<Match>& matches, const Model& model,
+                                  cv::Size size) {
+    std::vector<const Match*> inliers;
     for (const Match& match : matches) {
-        if (std::abs(Factors(match, size).dot(model) - Step(match)) < kInlier) {
-            agreeing.push_back(&match);
+        if (std::abs(Regressors(match, size).dot(model) - VerticalShift(match)) < kInlierDistance) {
+            inliers.push_back(&match);
         }
     }
-    return agreeing;
+    return inliers;
 }
 
 Model LeastSquares(const std::vector<const Match*>& matches, cv::Size size) {
     cv::Matx33d normal = cv::Matx33d::zeros();
     cv::Vec3d right{};
     for (const Match* match : matches) {
-        const cv::Vec3d factors = Factors(*match, size);
-        normal += factors * factors.t();
-        right += factors * Step(*match);
+        const cv::Vec3d regressors = Regressors(*match, size);
+        normal += regressors * regressors.t();
+        right += regressors * VerticalShift(*match);
     }
-    normal += cv::Matx33d::diag({1e-6, 1e-3, 1e-3}); // matches in one place tell of no turn
+    // Damping keeps the system solvable where all matches lie close together.
+    normal += cv::Matx33d::diag({1e-6, 1e-3, 1e-3});
     return normal.solve(right, cv::DECOMP_CHOLESKY);
 }
 
-std::vector<const Match*> Consensus(const std::vector<Match>& matches, cv::Size size) {
+std::vector<const Match*> LargestConsensus(const std::vector<Match>& matches, cv::Size size) {
     std::vector<const Match*> best;
-    std::mt19937 random(1); // its sequence is the standard's, alike everywhere
+    std::mt19937 random(1); // the standard fixes its sequence
     constexpr int kSamples = 200;
     for (int i = 0; i < kSamples; ++i) {
         std::vector<const Match*> sample(3);
         for (const Match*& match : sample) {
             match = &matches[random() % matches.size()];
         }
-        auto agreeing = Agreeing(matches, LeastSquares(sample, size), size);
-        if (agreeing.size() > best.size()) {
-            best = std::move(agreeing);
+        auto inliers = Inliers(matches, LeastSquares(sample, size), size);
+        if (inliers.size() > best.size()) {
+            best = std::move(inliers);
         }
     }
     return best;
@@ -179,32 +186,32 @@ std::vector<const Match*> Consensus(const std::vector<Match>& matches, cv::Size 
 } // namespace
 
 Alignment EstimateAlignment(const cv::Mat& left, const cv::Mat& right, const SearchRange& range) {
-    if (std::min(left.cols, left.rows) < 8 * kReach) {
+    if (std::min(left.cols, left.rows) < 8 * kPatchRadius) {
         return {};
     }
     const std::vector<Match> matches = FindCorners(left, right, range);
-    if (matches.size() < kLeastMatches) {
+    if (matches.size() < kMinMatches) {
         return {};
     }
-    auto agreeing = Consensus(matches, left.size());
-    if (agreeing.size() <
-        std::max<std::size_t>(
-            kLeastMatches,
-            static_cast<std::size_t>(kLeastShare * static_cast<double>(matches.size())))) {
+    auto inliers = LargestConsensus(matches, left.size());
+    if (inliers.size() < kMinMatches ||
+        static_cast<double>(inliers.size()) <
+            std::floor(kMinInlierShare * static_cast<double>(matches.size()))) {
         return {};
     }
-    Model model = LeastSquares(agreeing, left.size());
-    agreeing = Agreeing(matches, model, left.size());
-    model = LeastSquares(agreeing, left.size());
+    // Refit to all inliers, twice: the first model of many matches admits the remaining ones.
+    Model model = LeastSquares(inliers, left.size());
+    inliers = Inliers(matches, model, left.size());
+    model = LeastSquares(inliers, left.size());
     std::vector<double> gains;
-    gains.reserve(agreeing.size());
-    for (const Match* match : agreeing) {
+    gains.reserve(inliers.size());
+    for (const Match* match : inliers) {
         gains.push_back(match->gain);
     }
     const auto middle = gains.begin() + static_cast<std::ptrdiff_t>(gains.size() / 2);
     std::nth_element(gains.begin(), middle, gains.end());
     return {model[0], 1.0 + model[1], model[2], std::clamp(*middle, 0.25, 4.0),
-            static_cast<int>(agreeing.size())};
+            static_cast<int>(inliers.size())};
 }
 
 cv::Mat Align(const cv::Mat& right, const Alignment& alignment) {
@@ -213,18 +220,19 @@ cv::Mat Align(const cv::Mat& right, const Alignment& alignment) {
     const double distance = std::abs(alignment.offset) + std::abs(alignment.scale - 1.0) * cy +
                             std::abs(alignment.roll) * cx;
     cv::Mat result = right;
-    // Each step makes an image of its own: `right` may be the caller's.
-    if (distance > kNoticed) {
+    // Each step writes a new image, because `right` may share the caller's pixels.
+    if (distance > kNegligibleShift) {
         const double s = alignment.scale;
         const double r = alignment.roll;
-        // A similarity, like the cameras' own error, though only its rows were measured.
+        // A similarity transform, although only vertical positions were measured: scale and roll
+        // of a camera act along the rows as well.
         const cv::Matx23d map(s, -r, cx - s * cx + r * cy, //
                               r, s, cy - r * cx - s * cy + alignment.offset);
         cv::Mat moved;
         cv::warpAffine(right, moved, map, right.size(), cv::INTER_CUBIC, cv::BORDER_REPLICATE);
         result = moved;
     }
-    if (std::abs(alignment.gain - 1.0) > kNoticedGain) {
+    if (std::abs(alignment.gain - 1.0) > kNegligibleGain) {
         cv::Mat brightened;
         result.convertTo(brightened, CV_8U, alignment.gain);
         result = brightened;

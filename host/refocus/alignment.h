@@ -4,29 +4,31 @@
 
 #include "host/refocus/stereo_matching.h"
 
-// What calibration leaves between a rectified pair: lenses move when they focus and when they warm
-// up, and each camera meters for itself. Dense matching searches along rows and compares light, so
-// both are set right before it.
+// Residual misalignment of a rectified pair. Focusing and temperature move the lenses after
+// calibration, and each camera has its own exposure. Block matching searches along rows and
+// compares brightness, so both are corrected first.
 namespace refocus {
 
-// Takes the right image's points to where the left one's rows are: scaled and turned about the
-// image's middle, then moved down. Across the rows only, for along them it is depth that moves
-// points.
+// Maps the right image's points onto the left image's rows: scaled and rotated about the image's
+// centre, then moved down. Only vertical positions are modelled, because depth moves points along
+// the rows.
 struct Alignment {
     double offset = 0.0; // pixels down
     double scale = 1.0;
     double roll = 0.0; // radians, clockwise
-    double gain = 1.0; // of the right image's light
-    int matches = 0;   // that agree on it
+    double gain = 1.0; // factor for the right image's brightness
+    int matches = 0;   // corner matches that agree with the model
 };
 
 // Corners of the left image (Shi and Tomasi, "Good Features to Track", 1994) are found in the right
-// one by normalised cross-correlation within `range` and a little above and below; the model most
-// of them agree on comes from random samples (Fischler and Bolles, "Random Sample Consensus",
-// 1981). The same result whatever the number of threads. Identity where too few agree.
+// one by normalised cross-correlation, within `range` along the rows and a fortieth of the height
+// across them. The model that most of them agree with comes from random samples (Fischler and
+// Bolles, "Random Sample Consensus", 1981). left and right: CV_8UC1 of one size. The identity where
+// too few matches agree. The same result for any number of threads.
 Alignment EstimateAlignment(const cv::Mat& left, const cv::Mat& right, const SearchRange& range);
 
-// The right image set right; itself, not resampled, where it is well already.
+// Returns the right image resampled to the left one's rows and brightness, or the image itself if
+// its misalignment is below a fifth of a pixel and its gain within 2 % of 1.
 cv::Mat Align(const cv::Mat& right, const Alignment& alignment);
 
 } // namespace refocus

@@ -16,13 +16,13 @@
 //   offset  type
 //        0  8 bytes     magic "RFCALIB2" (two cameras)
 //        8  u32         version, 1
-//       12  u32         0
+//       12  u32         0, ignored
 //       16  camera      main camera, 104 bytes
 //      120  camera      aux camera
 //      224  f64 [9]     rotation, row by row
 //      296  f64 [3]     translation, mm
 //      320  i32         mount angle, degrees
-//      324  u32         0
+//      324  u32         0, ignored
 //      328  f64         nearest distance, mm; 0 if unknown
 //      336  zeros
 //     2044  u32         CRC-32 (polynomial 0xEDB88320 reflected) of all bytes before it
@@ -42,6 +42,7 @@ namespace refocus {
 
 constexpr std::size_t kCalibrationBytes = device::kCalibrationFileSize;
 
+// The field order of this record and the next is the file's.
 struct CameraCalibration {
     std::int32_t width = 0;  // hundredths of a pixel
     std::int32_t height = 0; // hundredths of a pixel
@@ -63,22 +64,23 @@ struct Calibration {
     // The image degree that a device reports for images in the orientation of this calibration:
     // 0, 90, 180 or 270.
     std::int32_t mountAngle = 0;
+    std::uint32_t reserved = 0;
     double nearestDistance = 0.0; // mm; bounds the disparity search, 0 lets the engine choose
 
     bool operator==(const Calibration&) const = default;
 };
 
-// kNone, or kCalibrationValues where sizes, focal lengths, rotation or translation are impossible.
+// kNone, or kCalibrationValues where a value is not finite or impossible for a pair of cameras.
 Error ValidateCalibration(const Calibration& calibration);
 
-// Reads and validates; `calibration` is written only on success.
+// Reads a file's bytes and validates them; `calibration` is written only on success.
 Error ParseCalibration(std::span<const std::uint8_t> bytes, Calibration& calibration);
 
-// The file of a calibration. Does not validate, so that tests can write bad ones.
+// The bytes of a calibration's file. Does not validate, so that tests can write invalid ones.
 std::array<std::uint8_t, kCalibrationBytes> WriteCalibration(const Calibration& calibration);
 
-// An already rectified pair: rows of both images correspond, both show the same field of view (the
-// aux image may have another size), and no lens distorts.
+// A pair that needs no rectification: rows of both images correspond, both show the same field of
+// view (the aux image may have another size), and neither lens distorts.
 struct RectifiedPair {
     int mainWidth = 0; // pixels
     int mainHeight = 0;

@@ -7,10 +7,11 @@ namespace refocus {
 namespace {
 
 constexpr double kMaxRadiusShare = 0.022; // of the image's width
-constexpr double kLeastDepthShare = 0.01; // of the image's width: the shallowest scene
-// Of the image's diagonal: half the customary diameter that is still seen as a point.
+constexpr double kMinDepthShare = 0.01;   // of the image's width; a shallower scene is blurred less
+// The customary limit of sharpness is a disc of 1/1500 of the image's diagonal; half of it as
+// radius.
 constexpr double kSharpRadiusShare = 0.5 / 1500;
-constexpr double kSharpRadius = 0.5; // pixels: a disc within its own pixel
+constexpr double kSharpRadius = 0.5; // pixels; the disc stays within its own pixel
 
 double SmoothStep(double from, double to, double value) {
     const double t = std::clamp((value - from) / (to - from), 0.0, 1.0);
@@ -20,7 +21,7 @@ double SmoothStep(double from, double to, double value) {
 } // namespace
 
 double RadiusPerDisparity(const DisparityScale& scale, int intensity, int imageWidth) {
-    const double depth = std::max(255.0 * scale.step, kLeastDepthShare * imageWidth);
+    const double depth = std::max(255.0 * scale.step, kMinDepthShare * imageWidth);
     return kMaxRadiusShare * imageWidth * intensity / 100.0 / depth;
 }
 

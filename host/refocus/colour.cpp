@@ -10,23 +10,19 @@ namespace {
 std::array<float, 256> MakeDecoding() {
     std::array<float, 256> table{};
     for (std::size_t i = 0; i < table.size(); ++i) {
-        const double code = static_cast<double>(i) / 255.0;
-        table[i] = static_cast<float>(code <= 0.04045 ? code / 12.92
-                                                      : std::pow((code + 0.055) / 1.055, 2.4));
+        table[i] = static_cast<float>(LinearOfSrgb(static_cast<double>(i) / 255.0));
     }
     return table;
 }
 
 constexpr std::size_t kEncodingSteps = 4096;
 
-// Of equally spaced light.
+// Code values of equally spaced light.
 std::array<float, kEncodingSteps + 1> MakeEncoding() {
     std::array<float, kEncodingSteps + 1> table{};
     for (std::size_t i = 0; i < table.size(); ++i) {
-        const double light = static_cast<double>(i) / kEncodingSteps;
-        const double code =
-            light <= 0.0031308 ? light * 12.92 : 1.055 * std::pow(light, 1.0 / 2.4) - 0.055;
-        table[i] = static_cast<float>(255.0 * code);
+        table[i] =
+            static_cast<float>(255.0 * SrgbOfLinear(static_cast<double>(i) / kEncodingSteps));
     }
     return table;
 }
@@ -34,6 +30,7 @@ std::array<float, kEncodingSteps + 1> MakeEncoding() {
 const std::array<float, 256> kDecoding = MakeDecoding();
 const std::array<float, kEncodingSteps + 1> kEncoding = MakeEncoding();
 
+// Linear interpolation between whole code values.
 float Decode(float code) {
     const float at = std::clamp(code, 0.0f, 255.0f);
     const std::size_t i = std::min(static_cast<std::size_t>(at), std::size_t{254});
@@ -41,6 +38,14 @@ float Decode(float code) {
 }
 
 } // namespace
+
+double LinearOfSrgb(double code) {
+    return code <= 0.04045 ? code / 12.92 : std::pow((code + 0.055) / 1.055, 2.4);
+}
+
+double SrgbOfLinear(double light) {
+    return light <= 0.0031308 ? light * 12.92 : 1.055 * std::pow(light, 1.0 / 2.4) - 0.055;
+}
 
 const float* LightOfCodes() {
     return kDecoding.data();

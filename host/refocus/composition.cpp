@@ -12,52 +12,50 @@
 namespace refocus {
 namespace {
 
-constexpr float kLeastCover = 1.0f / 512.0f; // less changes no 8-bit value
+constexpr float kMinCover = 1.0f / 512.0f; // a smaller opacity changes no 8-bit value
 
-// The layers as the picture's parts need them, one plane (CV_32FC1) after the other.
+// The layers converted to YUV, one plane (CV_32FC1) for each component.
 enum Plane { kFarY, kFarU, kFarV, kNearY, kNearU, kNearV, kOverY, kOverU, kOverV, kCover, kPlanes };
 using Planes = std::array<cv::Mat, kPlanes>;
 
-// far and near: what a pixel beyond and before the focus shows, near layer and all. over: the near
-// layer alone, to lay over pixels in focus; its Y is light.
+// Far and Near: what is seen at a pixel behind and before the focus, near layer included. Over: the
+// near layer alone, to be composited over pixels in focus; its Y is linear light.
 Planes MakePlanes(const BlurredLayers& layers) {
     Planes planes;
     for (cv::Mat& plane : planes) {
         plane.create(layers.far.size(), CV_32FC1);
     }
-    cv::Mat reached; // by near objects, here or in a cell beside
+    cv::Mat reached; // opacity of the near layer in this cell or one beside it
     cv::dilate(layers.nearCover, reached, cv::Mat());
-    cv::parallel_for_(cv::Range(0, layers.far.rows), [&](const cv::Range& range) {
-        for (int y = range.start; y < range.end; ++y) {
-            const auto store = [&](Plane first, int x, const cv::Vec3f& yuv) {
-                cv::Mat* plane = planes.data() + first;
-                for (int i = 0; i < 3; ++i) {
-                    plane[i].at<float>(y, x) = yuv[i];
-                }
-            };
-            for (int x = 0; x < layers.far.cols; ++x) {
-                const float cover = layers.nearCover.at<float>(y, x);
-                if (reached.at<float>(y, x) < kLeastCover) {
-                    const cv::Vec3f far = YuvOf(layers.far.at<cv::Vec3f>(y, x));
-                    store(kFarY, x, far);
-                    store(kNearY, x, far);
-                    store(kOverY, x, {});
-                    planes[kCover].at<float>(y, x) = 0.0f;
-                    continue;
-                }
-                const auto& near = layers.near.at<cv::Vec3f>(y, x);
-                const auto under = [&](const cv::Mat& layer) {
-                    const auto& light = layer.at<cv::Vec3f>(y, x);
-                    return YuvOf(light + (near - light) * cover);
-                };
-                const bool covered = cover >= kLeastCover;
-                planes[kCover].at<float>(y, x) = covered ? cover : 0.0f;
-                store(kFarY, x, under(layers.far));
-                store(kNearY, x, under(layers.behind));
-                cv::Vec3f over = YuvOf(near);
-                over[0] = LightOf(over[0], 128.0f, 128.0f)[0];
-                store(kOverY, x, over);
+    ForEachRow(layers.far.rows, [&](int y) {
+        const auto store = [&](Plane first, int x, const cv::Vec3f& yuv) {
+            cv::Mat* plane = planes.data() + first;
+            for (int i = 0; i < 3; ++i) {
+                plane[i].at<float>(y, x) = yuv[i];
             }
+        };
+        for (int x = 0; x < layers.far.cols; ++x) {
+            const float cover = layers.nearCover.at<float>(y, x);
+            if (reached.at<float>(y, x) < kMinCover) {
+                const cv::Vec3f far = YuvOf(layers.far.at<cv::Vec3f>(y, x));
+                store(kFarY, x, far);
+                store(kNearY, x, far);
+                store(kOverY, x, {});
+                planes[kCover].at<float>(y, x) = 0.0f;
+                continue;
+            }
+            const auto& near = layers.near.at<cv::Vec3f>(y, x);
+            const auto under = [&](const cv::Mat& layer) {
+                const auto& light = layer.at<cv::Vec3f>(y, x);
+                return YuvOf(light + (near - light) * cover);
+            };
+            const bool covered = cover >= kMinCover;
+            planes[kCover].at<float>(y, x) = covered ? cover : 0.0f;
+            store(kFarY, x, under(layers.far));
+            store(kNearY, x, under(layers.behind));
+            cv::Vec3f over = YuvOf(near);
+            over[0] = LightOf(over[0], 128.0f, 128.0f)[0];
+            store(kOverY, x, over);
         }
     });
     return planes;
@@ -67,8 +65,8 @@ float Mix(float from, float to, float share) {
     return from + (to - from) * share;
 }
 
-// Reads planes of cells between their centres, a row of samples at a time. `pixel`: main image
-// pixels from one sample to the next, 1 for luma and 2 for chroma.
+// Interpolates planes of cells linearly, a row of samples at a time. `pixel` is the distance
+// between samples in main image pixels: 1 for luma, 2 for chroma.
 class RowSampler {
 public:
     RowSampler(cv::Size cells, int cell, int pixel, int samples)
@@ -98,7 +96,7 @@ public:
         }
     }
 
-    // One sample of a row, for few of them.
+    // A single sample.
     float SampleAt(const cv::Mat& plane, int x, int y) const {
         const Tap row = TapAt(y, cells_.height);
         const Tap column = taps_[static_cast<std::size_t>(x)];
@@ -109,8 +107,7 @@ public:
         return Mix(left, Mix(upper[right], lower[right], row.share), column.share);
     }
 
-    // The cell whose middle lies before a sample, and whether it and its neighbours to the right
-    // and below are all marked (CV_8UC1).
+    // True where all four cells that a sample is interpolated from are marked (CV_8UC1).
     bool AllMarked(const cv::Mat& marked, int x, int y) const {
         const int row = TapAt(y, cells_.height).first;
         const int column = taps_[static_cast<std::size_t>(x)].first;
@@ -121,7 +118,7 @@ public:
         return at(0, 0) && at(0, 1) && at(1, 0) && at(1, 1);
     }
 
-    // True if a row of samples takes anything from the marked rows of cells.
+    // True if one of the rows of cells that a row of samples is interpolated from is marked.
     bool Touches(const std::vector<std::uint8_t>& marked, int y) const {
         const auto first = static_cast<std::size_t>(TapAt(y, cells_.height).first);
         return marked[first] != 0 || marked[std::min(first + 1, marked.size() - 1)] != 0;
@@ -173,7 +170,7 @@ public:
         luma_.Sample(planes_[kFarY], y, rows_[kFarY]);
         std::transform(rows_[kFarY].begin(), rows_[kFarY].end(), blurred_.begin(), Rounded);
         const std::uint8_t* in = input_.luma.ptr<std::uint8_t>(y);
-        if (covered || outlined) { // the picture may be its own output
+        if (covered || outlined) { // the output may be the input, and is written below
             own_.assign(in, in + input_.luma.cols);
         }
         const std::uint8_t* values = map_.ptr<std::uint8_t>(y);
@@ -191,7 +188,7 @@ public:
         }
     }
 
-    // Goes over the outlines of what is in focus.
+    // Writes the outlines of what is in focus.
     void OutlineLumaRow(int y, const std::uint8_t* in, const std::uint8_t* values,
                         std::uint8_t* out) {
         for (int x = 0; x < input_.luma.cols; ++x) {
@@ -206,7 +203,7 @@ public:
         }
     }
 
-    // Goes over what the near layer reaches, and what is itself near.
+    // Writes the pixels that the near layer covers or that belong to it.
     void CoverLumaRow(int y, const std::uint8_t* in, const std::uint8_t* values,
                       std::uint8_t* out) {
         luma_.Sample(planes_[kNearY], y, rows_[kNearY]);
@@ -286,7 +283,7 @@ private:
 void Compose(const Nv12View& input, const cv::Mat& map, const BlurTable& table,
              const BlurredLayers& layers, const Matte& matte, int cell, Nv12View& output) {
     const Planes planes = MakePlanes(layers);
-    constexpr double kStripes = 16; // of rows, for threads; each needs a composer of its own
+    constexpr double kStripes = 16; // parts of the image, each with its own composer and buffers
     cv::parallel_for_(
         cv::Range(0, output.luma.rows),
         [&](const cv::Range& range) {

@@ -8,18 +8,18 @@
 
 namespace refocus {
 
-// The blurred picture in cells, linear RGB (CV_32FC3) without holes.
+// The blurred picture in cells, linear RGB (CV_32FC3), defined everywhere.
 struct BlurredLayers {
-    cv::Mat far;       // what lies behind the focus, and nothing else
-    cv::Mat behind;    // everything but the near field: what shows through near objects
-    cv::Mat near;      // what lies before the focus
-    cv::Mat nearCover; // CV_32FC1, 0 to 1
+    cv::Mat far;    // what lies behind the focus
+    cv::Mat behind; // the picture without its near field, which is seen through blurred near edges
+    cv::Mat near;   // what lies before the focus
+    cv::Mat nearCover; // CV_32FC1, opacity of the near layer, 0 to 1
 };
 
-// Writes each pixel of `output`: the pixel of `input`, or the far layer, or what lies behind near
-// objects, by the blur table and on outlines by the matte; over it the near layer by its cover.
-// Pixels in focus that no near object's blur reaches are not written: the caller has copied the
-// image. Both views have the same size; they may be the same.
+// Composites each pixel of `output` from the pixel of `input` and the layers: far or behind by the
+// shares of the blur table, on outlines by the matte, and over them the near layer by its opacity.
+// Pixels in focus that the near layer does not cover are left as they are: `output` must already
+// contain a copy of the image. Both views have the same size; they may be the same.
 void Compose(const Nv12View& input, const cv::Mat& map, const BlurTable& table,
              const BlurredLayers& layers, const Matte& matte, int cell, Nv12View& output);
 

@@ -12,7 +12,7 @@
 namespace refocus {
 namespace {
 
-constexpr int kClippedLuma = 245;
+constexpr int kClippedLuma = 245; // code value from which a pixel counts as overexposed
 
 // Sums over the pixels of one field in one cell.
 struct Sum {
@@ -20,7 +20,7 @@ struct Sum {
     float luma = 0.0f;
     float u = 0.0f;
     float v = 0.0f;
-    float light = 0.0f; // of luma alone
+    float light = 0.0f; // linear light of the luma
     float radius = 0.0f;
     float value = 0.0f;
     float clipped = 0.0f;
@@ -37,23 +37,24 @@ struct Sum {
     }
 };
 
-// What each disparity value contributes to.
-struct Roles {
+// The fields that a pixel contributes to, by its disparity value.
+struct FieldWeights {
     std::array<float, 256> side{};  // weight in the far or near field
     std::array<float, 256> sharp{}; // weight among what is in focus
     std::array<std::uint8_t, 256> near{};
 };
 
-Roles MakeRoles(const BlurTable& table) {
-    Roles roles;
+FieldWeights MakeFieldWeights(const BlurTable& table) {
+    FieldWeights weights;
     for (std::size_t value = 0; value < 256; ++value) {
-        roles.near[value] = table.radius[value] > 0.0f;
-        // What is barely nearer than the focus is near field by its share only: it covers others.
+        weights.near[value] = table.radius[value] > 0.0f;
+        // A pixel hardly nearer than the focus belongs to the near field by its share alone,
+        // because the near field covers what lies behind it. The far field covers nothing.
         const bool far = table.far[value] > 0.0f;
-        roles.side[value] = far ? 1.0f : table.near[value];
-        roles.sharp[value] = far ? 0.0f : 1.0f - table.near[value];
+        weights.side[value] = far ? 1.0f : table.near[value];
+        weights.sharp[value] = far ? 0.0f : 1.0f - table.near[value];
     }
-    return roles;
+    return weights;
 }
 
 DefocusField EmptyField(cv::Size size) {
@@ -62,7 +63,8 @@ DefocusField EmptyField(cv::Size size) {
             cv::Mat::zeros(size, CV_8UC1)};
 }
 
-// The colour of the mean pixel, as bright as the pixels' mean light.
+// Linear RGB with the hue of the mean code values and the brightness of the mean light. Converting
+// every pixel to linear RGB would cost more.
 cv::Vec3f MeanLight(const Sum& sum) {
     const float scale = 1.0f / sum.weight;
     const cv::Vec3f light = LightOf(sum.luma * scale, sum.u * scale, sum.v * scale);
@@ -87,7 +89,7 @@ public:
     Splitter(const Nv12View& image, const cv::Mat& map, const cv::Mat& grown,
              const BlurTable& table, int cell)
         : image_(image), map_(map), grown_(grown), table_(table), cell_(cell),
-          roles_(MakeRoles(table)) {}
+          weights_(MakeFieldWeights(table)) {}
 
     void SplitRow(int row, DefocusFields& fields) {
         const int bottom = std::min(image_.luma.rows, (row + 1) * cell_);
@@ -124,16 +126,16 @@ private:
             const int end = std::min(image_.luma.cols, x + cell_);
             for (; x < end; ++x) {
                 const std::size_t value = values[x];
-                if (roles_.near[value] == 0 && roles_.near[grown[x]] != 0) {
+                if (weights_.near[value] == 0 && weights_.near[grown[x]] != 0) {
                     continue;
                 }
                 const cv::Vec2b uv = chroma[std::min(x / 2, image_.chroma.cols - 1)];
-                if (const float weight = roles_.side[value]; weight > 0.0f) {
+                if (const float weight = weights_.side[value]; weight > 0.0f) {
                     const float radius = std::abs(table_.radius[value]);
-                    sums.side[roles_.near[value]].Add(luma[x], uv, weight, radius,
-                                                      static_cast<float>(value));
+                    sums.side[weights_.near[value]].Add(luma[x], uv, weight, radius,
+                                                        static_cast<float>(value));
                 }
-                if (const float weight = roles_.sharp[value]; weight > 0.0f) {
+                if (const float weight = weights_.sharp[value]; weight > 0.0f) {
                     sums.sharp.Add(luma[x], uv, weight, 0.0f, 0.0f);
                 }
             }
@@ -145,23 +147,24 @@ private:
     const cv::Mat& grown_;
     const BlurTable& table_;
     int cell_;
-    Roles roles_;
+    FieldWeights weights_;
     std::vector<CellSums> sums_;
 };
 
 } // namespace
 
-cv::Mat GrowNear(const cv::Mat& map, const BlurTable& table, int reach) {
-    const float least = 2.0f * static_cast<float>(reach); // a narrower blur hides no outline
+cv::Mat GrowNear(const cv::Mat& map, const BlurTable& table, int radius) {
+    // A smaller disc would not cover the outline that is taken from the background.
+    const float minRadius = 2.0f * static_cast<float>(radius);
     const auto first = std::find_if(table.radius.begin(), table.radius.end(),
-                                    [least](float radius) { return radius > least; });
+                                    [minRadius](float disc) { return disc > minRadius; });
     if (first == table.radius.end()) {
         return map;
     }
     cv::Mat grown;
     cv::threshold(map, grown, static_cast<double>(first - table.radius.begin()) - 0.5, 0,
                   cv::THRESH_TOZERO);
-    cv::dilate(grown, grown, cv::Mat::ones(2 * reach + 1, 2 * reach + 1, CV_8U));
+    cv::dilate(grown, grown, cv::Mat::ones(2 * radius + 1, 2 * radius + 1, CV_8U));
     cv::max(grown, map, grown);
     return grown;
 }

@@ -6,27 +6,26 @@
 #include <cmath>
 
 #include "host/refocus/alignment.h"
-#include "host/refocus/depth_presence.h"
+#include "host/refocus/disparity_refinement.h"
 #include "host/refocus/image.h"
 #include "host/refocus/joint_upsampling.h"
-#include "host/refocus/occlusion_filling.h"
 #include "host/refocus/stereo_matching.h"
-#include "host/refocus/weighted_median.h"
 
 namespace refocus {
 namespace {
 
-constexpr int kMatchingWidth = 700;
+constexpr int kMatchingWidth = 700; // columns, about
 
-// The aux image at the reduced main image's size, without the part whose counterpart fills no block
-// of the main one. `used`: main image pixels that do.
-cv::Mat ReduceAlike(const cv::Mat& luma, cv::Size mainSize, cv::Size used, cv::Size reducedSize) {
-    const auto alike = [](int length, int part, int whole) {
+// The aux image at the reduced main image's size. ReduceLuma leaves out columns and rows of the
+// main image that fill no block, all but its first `used` pixels; the same share of the aux image
+// is left out here.
+cv::Mat ReduceAux(const cv::Mat& luma, cv::Size mainSize, cv::Size used, cv::Size reducedSize) {
+    const auto share = [](int length, int part, int whole) {
         return std::max(1,
                         static_cast<int>(std::lround(static_cast<double>(length) * part / whole)));
     };
-    cv::Mat shown = luma(cv::Rect(0, 0, alike(luma.cols, used.width, mainSize.width),
-                                  alike(luma.rows, used.height, mainSize.height)));
+    cv::Mat shown = luma(cv::Rect(0, 0, share(luma.cols, used.width, mainSize.width),
+                                  share(luma.rows, used.height, mainSize.height)));
     if (shown.size() == reducedSize) {
         return shown;
     }
@@ -36,16 +35,18 @@ cv::Mat ReduceAlike(const cv::Mat& luma, cv::Size mainSize, cv::Size used, cv::S
     return reduced;
 }
 
-// Disparity everywhere, from what both views agree on.
-cv::Mat Complete(const Matches& matches, const cv::Mat& left) {
+// A disparity for every pixel, from those that both views agree on.
+cv::Mat Refine(const Matches& matches, const cv::Mat& left) {
     cv::Mat disparity = matches.disparity.clone();
     FillOcclusions(disparity, matches.consistent, matches.occluded);
     cv::medianBlur(disparity, disparity, 5);
+    // A filled value counts less than a matched one.
     cv::Mat weight;
-    constexpr double kFilled = 0.3; // say of what was filled in, beside what was matched
-    matches.consistent.convertTo(weight, CV_32F, (1.0 - kFilled) / 255.0, kFilled);
+    constexpr double kFilledWeight = 0.3;
+    matches.consistent.convertTo(weight, CV_32F, (1.0 - kFilledWeight) / 255.0, kFilledWeight);
     cv::Mat result = WeightedMedian(disparity, weight, left);
-    cv::medianBlur(result, result, 5); // single pixels that happened to be as bright as others
+    // Removes single pixels whose brightness happens to be that of another surface.
+    cv::medianBlur(result, result, 5);
     return result;
 }
 
@@ -61,14 +62,14 @@ Error EstimateDepth(const cv::Mat& mainLuma, const cv::Mat& auxLuma, const Calib
     }
     const cv::Mat left = rectification->Left(main);
     const cv::Mat seen = rectification->Right(
-        ReduceAlike(auxLuma, mainLuma.size(), main.size() * factor, main.size()));
+        ReduceAux(auxLuma, mainLuma.size(), main.size() * factor, main.size()));
     const SearchRange range = SearchRangeFor(left.cols, rectification->nearestDisparity());
     const cv::Mat right = Align(seen, EstimateAlignment(left, seen, range));
     const Matches matches = MatchBothWays(left, right, range);
     if (!HasDepth(MeasureDepthPresence(left, matches))) {
         return Error::kNoDepth;
     }
-    const cv::Mat disparity = rectification->ToMain(Complete(matches, left));
+    const cv::Mat disparity = rectification->ToMain(Refine(matches, left));
 
     DepthMap result;
     result.size = mainLuma.size();

@@ -9,16 +9,16 @@
 
 namespace refocus {
 
-// A picture's depth as the engine hands it out.
+// A picture's depth as the engine returns it.
 struct DepthMap {
     cv::Mat bytes; // CV_8UC1, main image height x main image pitch; 0 beyond the width
     cv::Size size; // of the main image
     DisparityScale scale;
 };
 
-// All steps from two luma planes (CV_8UC1, sizes may differ) to the disparity map of the main one:
-// reduction, rectification, matching both ways, filling, moving edges to the image's, upsampling.
-// Returns kNone, kCalibrationGeometry or kNoDepth; `depth` is written only on success.
+// All steps from two luma planes (CV_8UC1, sizes may differ) to the main one's disparity map:
+// reduction, rectification, alignment, matching, filling, refinement of edges, upsampling. Returns
+// kNone, kCalibrationGeometry or kNoDepth; `depth` is written only on success.
 Error EstimateDepth(const cv::Mat& mainLuma, const cv::Mat& auxLuma, const Calibration& calibration,
                     const ImageGeometry& geometry, int mainPitch, DepthMap& depth);
 

@@ -5,28 +5,32 @@
 #include <cstdlib>
 #include <vector>
 
+#include "host/refocus/image.h"
+
 namespace refocus {
 namespace {
 
 constexpr int kLayers = 32;
 constexpr int kValuesPerLayer = 256 / kLayers;
-constexpr float kRadiusSteps = 4.0f;     // disc shapes per cell of radius
+constexpr float kRadiusSteps = 4.0f;     // radii are rounded to a quarter of a cell
 constexpr double kLargestSoftDisc = 6.0; // cells
 
-// Where the light along a row of a disc changes, and by how much.
+// A change of the coverage along a row of a disc. Discs are summed by their steps alone, and a
+// running sum along each row then gives the coverage, so that the cost of a disc grows with its
+// radius rather than its area.
 struct Step {
-    int column; // from the disc's middle
+    int column; // from the disc's centre
     float change;
 };
 
 struct Disc {
-    std::vector<std::vector<Step>> rows; // from the middle one outwards, up and down alike
-    float total = 0.0f;                  // sum over its cells
+    std::vector<std::vector<Step>> rows; // by distance from the central row, up or down
+    float total = 0.0f;                  // coverage of all cells
     int reach() const { return static_cast<int>(rows.size()) - 1; }
 };
 
-// Share of a cell at a distance from the middle that lies within the disc. Small discs are given
-// soft edges, on which the picture's smoothness depends; for large ones whole cells do.
+// Share of a cell at an offset from the centre that lies within the disc. Small discs need soft
+// edges for a smooth picture; large ones do without, which keeps their steps few.
 float Coverage(double radius, int dx, int dy) {
     const double distance = std::hypot(dx, dy);
     const double covered = radius + 0.5 - distance;
@@ -66,14 +70,13 @@ std::vector<Disc> MakeDiscs(int count) {
     return discs;
 }
 
-// One layer's cells of one row.
+// The cells of one row and layer whose discs touch the picture, repeated border cells included.
 struct Run {
-    std::vector<std::int16_t>
-        columns;   // of cells whose discs reach the picture, border's copies too
-    int reach = 0; // rows
+    std::vector<std::int16_t> columns;
+    int reach = 0; // rows that the largest of their discs extends up and down
 };
 
-// All cells with any weight, by row and layer.
+// All cells of a field with any weight, by row and layer.
 class Sources {
 public:
     explicit Sources(const DefocusField& field)
@@ -84,20 +87,18 @@ public:
         discs_ = MakeDiscs(static_cast<int>(largest * static_cast<double>(kRadiusSteps)) + 2);
         reach_ = discs_.back().reach();
         runs_.resize(static_cast<std::size_t>(rows_) * kLayers);
-        cv::parallel_for_(cv::Range(0, rows_), [&](const cv::Range& range) {
-            for (int y = range.start; y < range.end; ++y) {
-                TakeRow(field, y);
-                SortRow(field, y);
-            }
+        ForEachRow(rows_, [&](int y) {
+            StoreLight(field, y);
+            AssignToLayers(field, y);
         });
     }
 
     int reach() const { return reach_; }
 
-    // Rows and columns beyond the border are the border's.
+    // Rows beyond the border are the border's.
     int RowOf(int row) const { return std::clamp(row, 0, rows_ - 1); }
     const Run& At(int row, int layer) const { return runs_[Index(RowOf(row), layer)]; }
-    // RGB times weight, and weight, per whole cell of the disc.
+    // A cell's RGB times weight, and its weight, divided by its disc's total coverage.
     const cv::Vec4f* Light(int row) const { return light_.ptr<cv::Vec4f>(RowOf(row)); }
     const std::uint16_t* Shape(int row) const { return shape_.ptr<std::uint16_t>(RowOf(row)); }
     const Disc& disc(std::uint16_t shape) const { return discs_[shape]; }
@@ -107,7 +108,7 @@ private:
         return static_cast<std::size_t>(row) * kLayers + static_cast<std::size_t>(layer);
     }
 
-    void TakeRow(const DefocusField& field, int y) {
+    void StoreLight(const DefocusField& field, int y) {
         const auto* light = field.light.ptr<cv::Vec3f>(y);
         const auto* weight = field.weight.ptr<float>(y);
         const auto* radius = field.radius.ptr<float>(y);
@@ -120,7 +121,7 @@ private:
         }
     }
 
-    void SortRow(const DefocusField& field, int y) {
+    void AssignToLayers(const DefocusField& field, int y) {
         const int width = field.weight.cols;
         const auto* weight = field.weight.ptr<float>(y);
         const auto* order = field.order.ptr<std::uint8_t>(y);
@@ -143,8 +144,8 @@ private:
     std::vector<Run> runs_;
 };
 
-// Sums one layer over one row: every disc adds where its run begins and takes away where it ends;
-// `steps` has one cell more than the row. False where no disc of the layer touches the row.
+// Adds the steps of all discs of a layer that touch a row; `steps` has one element more than the
+// row. False where no disc touches it.
 bool AddSteps(const Sources& sources, int row, int layer, std::vector<cv::Vec4f>& steps) {
     const int width = static_cast<int>(steps.size()) - 1;
     bool any = false;
@@ -177,7 +178,7 @@ void ScatterRow(const Sources& sources, int row, BlurredField& result) {
     float* cover = result.cover.ptr<float>(row);
     const int width = result.cover.cols;
     std::vector<cv::Vec4f> steps(static_cast<std::size_t>(width) + 1);
-    constexpr float kNothing = 1e-3f; // more than rounding leaves of discs that have ended
+    constexpr float kMinShare = 1e-3f; // above the rounding error that ended discs leave in the sum
     for (int layer = kLayers - 1; layer >= 0; --layer) {
         if (!AddSteps(sources, row, layer, steps)) {
             continue;
@@ -186,7 +187,7 @@ void ScatterRow(const Sources& sources, int row, BlurredField& result) {
         for (int x = 0; x < width; ++x) {
             sum += steps[static_cast<std::size_t>(x)];
             const float share = std::min(sum[3], 1.0f - cover[x]);
-            if (share > kNothing) {
+            if (share > kMinShare) {
                 const float scale = share / sum[3];
                 light[x] += cv::Vec3f(sum[0], sum[1], sum[2]) * scale;
                 cover[x] += share;
@@ -210,11 +211,7 @@ BlurredField ScatterDiscs(const DefocusField& field) {
         return result;
     }
     const Sources sources(field);
-    cv::parallel_for_(cv::Range(0, result.cover.rows), [&](const cv::Range& range) {
-        for (int row = range.start; row < range.end; ++row) {
-            ScatterRow(sources, row, result);
-        }
-    });
+    ForEachRow(result.cover.rows, [&](int row) { ScatterRow(sources, row, result); });
     return result;
 }
 

@@ -7,8 +7,9 @@
 namespace refocus {
 namespace {
 
-// The middle half of a face, each way; empty for a rectangle that isn't one or lies outside.
-cv::Rect FaceMiddle(const TSL_RECT& face, cv::Size size) {
+// The central half of a face, each way; empty where the rectangle is no rectangle or leaves the
+// image.
+cv::Rect FaceCentre(const TSL_RECT& face, cv::Size size) {
     const auto width = static_cast<std::int64_t>(face.right) - face.left + 1;
     const auto height = static_cast<std::int64_t>(face.bottom) - face.top + 1;
     if (face.left < 0 || face.top < 0 || face.right >= size.width || face.bottom >= size.height ||
@@ -46,9 +47,9 @@ FocusWindow FocusWindowOf(const TSL_DCR_FOCUSPARAM& focus, cv::Size size) {
         const TSL_RECT& face = focus.pFaceRects[i];
         const bool inside = point.x >= face.left && point.x <= face.right && point.y >= face.top &&
                             point.y <= face.bottom;
-        const cv::Rect middle = inside ? FaceMiddle(face, size) : cv::Rect();
-        if (!middle.empty()) {
-            return {middle, true};
+        const cv::Rect centre = inside ? FaceCentre(face, size) : cv::Rect();
+        if (!centre.empty()) {
+            return {centre, true};
         }
     }
     const int reach = std::max(2, size.width / 200);

@@ -9,17 +9,18 @@ ErrorText Describe(std::int64_t result) {
     case Error::kNullArgument:
         return {"NullArgument", "A handle or a record is a null pointer."};
     case Error::kUnknownMode:
-        return {"UnknownMode", "The engine has capture mode (1) only."};
+        return {"UnknownMode", "The engine supports capture mode (1) only."};
     case Error::kOutOfMemory:
-        return {"OutOfMemory", "Memory for the picture could not be had."};
+        return {"OutOfMemory", "There is not enough memory for the picture."};
     case Error::kInternal:
-        return {"Internal", "A step of the engine gave up unexpectedly."};
+        return {"Internal", "A step of the engine failed unexpectedly."};
     case Error::kCalibrationSize:
         return {"CalibrationSize", "Calibration data is not 2048 bytes long."};
     case Error::kCalibrationMagic:
         return {"CalibrationMagic", "The bytes are no calibration data of this engine."};
     case Error::kCalibrationVersion:
-        return {"CalibrationVersion", "The calibration data has a version this engine can't read."};
+        return {"CalibrationVersion",
+                "The calibration data has a version this engine cannot read."};
     case Error::kCalibrationChecksum:
         return {"CalibrationChecksum", "The calibration data is damaged: its checksum is wrong."};
     case Error::kCalibrationValues:
@@ -27,7 +28,7 @@ ErrorText Describe(std::int64_t result) {
     case Error::kNoCalibration:
         return {"NoCalibration", "The call needs calibration data, which was not set."};
     case Error::kCalibrationGeometry:
-        return {"CalibrationGeometry", "The calibrated pair can't be rectified for these images."};
+        return {"CalibrationGeometry", "The calibrated pair cannot be rectified for these images."};
     case Error::kImageFormat:
         return {"ImageFormat", "An image is not NV12."};
     case Error::kImageSize:

@@ -3,7 +3,7 @@
 #include <cstdint>
 
 // Results of the refocus engine's functions: 0 or one of these codes. The engine prints nothing;
-// who wants words asks Describe.
+// Describe gives the text of a code.
 namespace refocus {
 
 enum class Error : std::int64_t {
@@ -42,8 +42,7 @@ struct ErrorText {
     const char* sentence; // what is wrong, for a log line
 };
 
-// Words for a result of the engine; both strings are static. Codes that are not the engine's own
-// give {"Unknown", ...}.
+// Name and sentence of a result; both strings are static. The name of an unknown code is "Unknown".
 ErrorText Describe(std::int64_t result);
 
 inline std::int64_t Result(Error error) {

@@ -10,18 +10,21 @@
 namespace refocus {
 namespace {
 
-constexpr float kLift = 7.0f;    // times white
-constexpr int kWindowShare = 24; // of the width: the neighbourhood that tells lamp from surface
-constexpr int kRim = 4;          // cells from a lamp's middle to beyond its rim
-constexpr float kDark = 0.10f;   // mean light around a lamp: full lift up to here
-constexpr float kBright = 0.25f; // and none from here on
+constexpr float kGain = 7.0f;    // light added to a lamp, as a multiple of white
+constexpr int kWindowShare = 24; // a lamp's surroundings are a square of 1/24 of the width
+constexpr int kRim = 4;          // cells from a lamp's centre to beyond its rim
+// Mean light of the surroundings up to which a clipped cell is raised fully, and from which it is
+// not raised at all.
+constexpr float kDark = 0.10f;
+constexpr float kBright = 0.25f;
 
 float Brightest(const cv::Vec3f& light) {
     return std::max({light[0], light[1], light[2]});
 }
 
-// Hue of what surrounds a cell, brightest part 1; the more colourful neighbours count more. A rim
-// is partly clipped itself, and paler than the lamp: the hue is deepened.
+// Mean colour of the cells around a lamp's, less that of the surroundings, scaled to a brightest
+// component of 1. Saturated colours weigh more. The rim is partly clipped and paler than the lamp,
+// so the result is made more saturated.
 cv::Vec3f RimHue(const DefocusField& field, const cv::Vec3f& surroundings, cv::Point at) {
     cv::Vec3f sum = field.light.at<cv::Vec3f>(at) * 0.02f;
     const cv::Rect around = cv::Rect(at.x - kRim, at.y - kRim, 2 * kRim + 1, 2 * kRim + 1) &
@@ -30,10 +33,10 @@ cv::Vec3f RimHue(const DefocusField& field, const cv::Vec3f& surroundings, cv::P
         for (int x = around.x; x < around.br().x; ++x) {
             if (field.clipped.at<std::uint8_t>(y, x) < 255 && field.weight.at<float>(y, x) > 0.0f) {
                 const cv::Vec3f light = field.light.at<cv::Vec3f>(y, x) - surroundings;
-                const float colour =
+                const float saturation =
                     Brightest(light) - std::max(0.0f, std::min({light[0], light[1], light[2]}));
                 for (int i = 0; i < 3; ++i) {
-                    sum[i] += std::max(0.0f, light[i]) * colour * field.weight.at<float>(y, x);
+                    sum[i] += std::max(0.0f, light[i]) * saturation * field.weight.at<float>(y, x);
                 }
             }
         }
@@ -56,7 +59,7 @@ void RestoreHighlights(DefocusField& field) {
     cv::Mat around;
     cv::boxFilter(field.light, around, CV_32F, {window, window}, {-1, -1}, true,
                   cv::BORDER_REPLICATE);
-    std::vector<std::pair<cv::Point, cv::Vec3f>> lifts; // found before any is applied
+    std::vector<std::pair<cv::Point, cv::Vec3f>> lifts; // all are computed before any is added
     for (int y = 0; y < field.light.rows; ++y) {
         for (int x = 0; x < field.light.cols; ++x) {
             const float clipped = static_cast<float>(field.clipped.at<std::uint8_t>(y, x)) / 255.0f;
@@ -64,7 +67,7 @@ void RestoreHighlights(DefocusField& field) {
             const float mean = (light[0] + light[1] + light[2]) / 3.0f;
             const float gate = std::clamp((kBright - mean) / (kBright - kDark), 0.0f, 1.0f);
             if (clipped > 0.0f && gate > 0.0f) {
-                lifts.emplace_back(cv::Point(x, y), (RimHue(field, light, {x, y}) * (1.0f + kLift) -
+                lifts.emplace_back(cv::Point(x, y), (RimHue(field, light, {x, y}) * (1.0f + kGain) -
                                                      field.light.at<cv::Vec3f>(y, x)) *
                                                         (clipped * gate));
             }

@@ -4,10 +4,10 @@
 
 namespace refocus {
 
-// Gives lamps and glints back the light that the picture's white level cut off, without which their
-// discs would be dim and grey. Only bright spots in dark surroundings are lifted: a sky, a white
-// wall or a cloth is no brighter than it looks. A lifted spot takes the hue of its rim, where the
-// sensor was not yet full.
+// Restores an estimate of the light above white that clipping removed from lamps and reflections,
+// without which their discs would be dim and grey. Only clipped spots in dark surroundings are
+// raised, because a sky, a white wall or a cloth is hardly brighter than white. A spot takes the
+// hue of its rim, where the sensor was not saturated.
 void RestoreHighlights(DefocusField& field);
 
 } // namespace refocus

@@ -38,7 +38,7 @@ Error CheckImage(const PLIM_OFFSCREEN* image) {
         if (image->pu8Plane[plane] == nullptr) {
             return Error::kImagePlane;
         }
-        // The disparity data's size, pitch x height, is a signed 32-bit number.
+        // The size of the disparity data, pitch x height, must fit a signed 32-bit number.
         if (image->i32Pitch[plane] < image->i32Width ||
             image->i32Pitch[plane] > std::numeric_limits<std::int32_t>::max() / image->i32Height) {
             return Error::kImagePitch;
@@ -72,6 +72,12 @@ cv::Mat ReduceLuma(const cv::Mat& luma, int factor) {
     cv::resize(luma(cv::Rect(0, 0, size.width * factor, size.height * factor)), reduced, size, 0, 0,
                cv::INTER_AREA);
     return reduced;
+}
+
+cv::Mat Mirrored(const cv::Mat& image) {
+    cv::Mat result;
+    cv::flip(image, result, 1);
+    return result;
 }
 
 } // namespace refocus

@@ -10,28 +10,41 @@ namespace refocus {
 constexpr int kMinImageSide = 16;
 constexpr int kMaxImageSide = 16384;
 
-// An NV12 image in somebody else's memory, full range BT.601. The matrices own no pixels and keep
-// the planes' pitches; what lies beyond a row's width belongs to nobody here.
+// An NV12 image in the caller's memory, full-range BT.601. The matrices own no pixels and have the
+// planes' pitches; bytes beyond a row's width are neither read nor written.
 struct Nv12View {
     cv::Mat luma;   // CV_8UC1, height x width
-    cv::Mat chroma; // CV_8UC2 (U, V), height / 2 x width / 2, both truncated
+    cv::Mat chroma; // CV_8UC2 (U, V), height / 2 x width / 2, both rounded down
 };
 
-// kNone, or what is wrong with the descriptor (kNullArgument, kImage...). Touches no pixel.
+// kNone, or what is wrong with the descriptor (kNullArgument, kImage...). Reads no pixel.
 Error CheckImage(const PLIM_OFFSCREEN* image);
 
-// Of a descriptor that CheckImage found well.
+// A view of an image that passed CheckImage.
 Nv12View ViewOf(const PLIM_OFFSCREEN& image);
 
-// Copies all bytes of all rows, as many as the width says, also the chroma byte that an odd width
-// leaves over. Both images have the same size; they may be the same image.
+// Copies `width` bytes of each row of both planes, including the last chroma byte of an odd width,
+// which belongs to no pair. Both images have the same size; they may be the same image.
 void CopyImage(const PLIM_OFFSCREEN& from, const PLIM_OFFSCREEN& to);
 
-// Whole-number factor that brings `width` nearest to `target`, 1 or more.
+// Whole-number factor, at least 1, that brings `width` nearest to `target`.
 int ReductionFactor(int width, int target);
 
-// Mean of each factor x factor block; columns and rows that fill no block are left out. With factor
-// 1 the result shares the pixels.
+// Mean of each factor x factor block; remaining columns and rows are left out. With factor 1 the
+// result shares the pixels.
 cv::Mat ReduceLuma(const cv::Mat& luma, int factor);
+
+// The image flipped left to right.
+cv::Mat Mirrored(const cv::Mat& image);
+
+// Calls operation(y) for each row below `rows`, in parallel on OpenCV's threads.
+template <typename Operation>
+void ForEachRow(int rows, const Operation& operation) {
+    cv::parallel_for_(cv::Range(0, rows), [&operation](const cv::Range& range) {
+        for (int y = range.start; y < range.end; ++y) {
+            operation(y);
+        }
+    });
+}
 
 } // namespace refocus

@@ -139,7 +139,7 @@ Error Instance::Process(const PLIM_OFFSCREEN* main, const void* disparity, std::
     if (input.luma.size() != depth_->size || target.luma.size() != depth_->size) {
         return Error::kImageMismatch;
     }
-    // The caller's bytes, laid out as those of this instance; only read.
+    // Only read; cv::Mat has no view of constant bytes.
     const cv::Mat bytes(depth_->bytes.size(), CV_8UC1, const_cast<void*>(disparity));
     const cv::Mat map = bytes.colRange(0, depth_->size.width);
     CopyImage(*main, *output);

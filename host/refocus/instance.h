@@ -11,23 +11,24 @@
 
 namespace refocus {
 
-// What stands behind one engine handle: calibration, camera image info, and the depth of the last
-// picture. Keeps no pointer of its caller's beyond a call. One thread at a time.
+// The object behind one engine handle: calibration, camera image info, and the depth of the last
+// picture. Keeps no pointer of its caller's after a call. Used by one thread at a time.
 //
-// Pointers may be null and records may hold anything: every call checks before it acts, and a call
-// that fails writes no output. The one exception to "changes nothing" is CalcDisparity, after whose
-// failure there is no disparity.
+// Pointers may be null and records may contain anything: every call checks its arguments first, and
+// a call that fails writes no output and changes no state, except that CalcDisparity first discards
+// the disparity of the previous picture.
 class Instance {
 public:
-    // Forgets the picture; calibration and image info stay.
+    // Discards the depth of the last picture; calibration and image info stay.
     void Reset();
 
     // Takes effect with the next CalcDisparity.
     Error SetImageInfo(const TSL_DCR_CAMERAIMAGEINFO* info);
     Error SetCalibration(const TSL_DCR_CALDATA* data);
 
-    // kNoCalibration before SetCalibration; else the calibration holds the sizes.
+    // kNone, or kNoCalibration before SetCalibration.
     Error RequireCalibration() const;
+    // Only after SetCalibration.
     const Calibration& calibration() const { return *calibration_; }
 
     Error CalcDisparity(const PLIM_OFFSCREEN* main, const PLIM_OFFSCREEN* aux,
@@ -35,10 +36,11 @@ public:
 
     // Bytes of the disparity data: the main image's pitch times its height.
     Error DisparitySize(std::int32_t* size) const;
-    // `size`: room in, bytes written out.
+    // `size` holds the bytes of room on entry and the bytes written afterwards.
     Error Disparity(void* data, std::int32_t* size) const;
 
-    // `disparity` holds `size` bytes as Disparity gave them, unchanged or edited by the caller.
+    // `disparity` holds `size` bytes in the layout of Disparity, whose values the caller may have
+    // edited. `output` may be the main image.
     Error Process(const PLIM_OFFSCREEN* main, const void* disparity, std::int32_t size,
                   const TSL_DCR_BLURPARAM* blur, const TSL_DCR_FOCUSPARAM* focus,
                   const PLIM_OFFSCREEN* output) const;

@@ -4,6 +4,8 @@
 #include <array>
 #include <cmath>
 
+#include "host/refocus/image.h"
+
 namespace refocus {
 namespace {
 
@@ -14,12 +16,12 @@ Similarity MakeSimilarity() {
     Similarity similarity{};
     for (std::size_t level = 0; level < similarity.size(); ++level) {
         const double t = static_cast<double>(level) / kSigma;
-        similarity[level] = static_cast<float>(std::exp(-0.5 * t * t) + 1e-5);
+        similarity[level] = static_cast<float>(std::exp(-0.5 * t * t) + 1e-5); // never all 0
     }
     return similarity;
 }
 
-// The two reduced columns (or rows) around each full-size one, and the second one's share.
+// The two reduced columns (or rows) around a full-size one, and the second one's share.
 struct Tap {
     int first;
     int second;
@@ -43,15 +45,17 @@ std::vector<Tap> MakeTaps(int fullCount, int reducedCount, int factor) {
 // The four reduced pixels around a full-size one.
 struct Corners {
     std::array<float, 4> values;
-    std::array<int, 4> lights;
+    std::array<int, 4> brightness;
 
     bool Flat() const {
         const auto [low, high] = std::minmax_element(values.begin(), values.end());
-        return *high - *low < 2.0f; // no edge that the guide could move
+        return *high - *low < 2.0f; // no edge to align with the guide's
     }
 };
 
-float Joint(const Corners& corners, float right, float down, int own) {
+// The value between the corners at the fractions `right` and `down`, for a pixel of brightness
+// `own`.
+float BilateralMean(const Corners& corners, float right, float down, int own) {
     static const Similarity similarity = MakeSimilarity();
     const std::array<float, 4> shares{(1 - down) * (1 - right), (1 - down) * right,
                                       down * (1 - right), down * right};
@@ -59,7 +63,7 @@ float Joint(const Corners& corners, float right, float down, int own) {
     float total = 0.0f;
     for (std::size_t i = 0; i < 4; ++i) {
         const float weight =
-            shares[i] * similarity[static_cast<std::size_t>(std::abs(own - corners.lights[i]))];
+            shares[i] * similarity[static_cast<std::size_t>(std::abs(own - corners.brightness[i]))];
         sum += weight * corners.values[i];
         total += weight;
     }
@@ -82,11 +86,13 @@ void UpsampleRow(const cv::Mat& reduced, const cv::Mat& reducedGuide, const Tap&
         const auto& v = corners.values;
         const float left = v[0] + (v[2] - v[0]) * row.share + 0.5f;
         const float right = v[1] + (v[3] - v[1]) * row.share + 0.5f;
+        // All full-size pixels between the same corners. Away from edges, linear interpolation
+        // gives the same value at a fraction of the time.
         const bool flat = corners.Flat();
         for (; x < columns.size() && columns[x].SamePair(pair); ++x) {
             const float share = columns[x].share;
             const float value = flat ? left + (right - left) * share
-                                     : Joint(corners, share, row.share, light[x]) + 0.5f;
+                                     : BilateralMean(corners, share, row.share, light[x]) + 0.5f;
             out[x] = static_cast<std::uint8_t>(value);
         }
     }
@@ -102,11 +108,9 @@ void JointUpsample(const cv::Mat& reduced, const cv::Mat& reducedGuide, const cv
     }
     const std::vector<Tap> columns = MakeTaps(guide.cols, reduced.cols, factor);
     const std::vector<Tap> rows = MakeTaps(guide.rows, reduced.rows, factor);
-    cv::parallel_for_(cv::Range(0, guide.rows), [&](const cv::Range& range) {
-        for (int y = range.start; y < range.end; ++y) {
-            UpsampleRow(reduced, reducedGuide, rows[static_cast<std::size_t>(y)], columns,
-                        guide.ptr<std::uint8_t>(y), target.ptr<std::uint8_t>(y));
-        }
+    ForEachRow(guide.rows, [&](int y) {
+        UpsampleRow(reduced, reducedGuide, rows[static_cast<std::size_t>(y)], columns,
+                    guide.ptr<std::uint8_t>(y), target.ptr<std::uint8_t>(y));
     });
 }
 

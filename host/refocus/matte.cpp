@@ -6,15 +6,18 @@
 #include <cmath>
 
 #include "host/refocus/colour.h"
+#include "host/refocus/image.h"
 
 namespace refocus {
 namespace {
 
-constexpr float kLeastShare = 0.02f;
-constexpr float kVagueContrast = 16.0f; // levels between subject and background: up to here the
-constexpr float kClearContrast = 48.0f; // luma tells nothing, from here on it tells all
+constexpr float kMinShare = 0.02f;
+// Difference in luma between subject and background up to which a pixel's luma is ignored, and from
+// which it alone decides.
+constexpr float kLowContrast = 16.0f;
+constexpr float kHighContrast = 48.0f;
 
-// Mean luma of a field's cells around one, by weight.
+// Weighted mean luma of a field's 5x5 cells around one.
 float MeanLuma(const cv::Mat& light, const cv::Mat& weight, cv::Point at) {
     const cv::Rect around = cv::Rect(at.x - 2, at.y - 2, 5, 5) & cv::Rect({}, light.size());
     float sum = 0.0f;
@@ -40,19 +43,17 @@ Matte MakeMatte(const DefocusFields& fields) {
     cv::boxFilter(fields.far.weight, far, CV_32F, {3, 3});
     Matte matte{cv::Mat::zeros(size, CV_32FC1), cv::Mat::zeros(size, CV_32FC1),
                 cv::Mat::zeros(size, CV_32FC1), cv::Mat::zeros(size, CV_8UC1)};
-    cv::parallel_for_(cv::Range(0, size.height), [&](const cv::Range& range) {
-        for (int y = range.start; y < range.end; ++y) {
-            for (int x = 0; x < size.width; ++x) {
-                const float sum = sharp.at<float>(y, x) + far.at<float>(y, x);
-                const float share = sum > kLeastShare ? far.at<float>(y, x) / sum : 1.0f;
-                matte.far.at<float>(y, x) = share;
-                if (share > kLeastShare && share < 1.0f - kLeastShare) {
-                    matte.onOutline.at<std::uint8_t>(y, x) = 255;
-                    matte.sharpLuma.at<float>(y, x) =
-                        MeanLuma(fields.sharpLight, fields.sharpWeight, {x, y});
-                    matte.farLuma.at<float>(y, x) =
-                        MeanLuma(fields.far.light, fields.far.weight, {x, y});
-                }
+    ForEachRow(size.height, [&](int y) {
+        for (int x = 0; x < size.width; ++x) {
+            const float sum = sharp.at<float>(y, x) + far.at<float>(y, x);
+            const float share = sum > kMinShare ? far.at<float>(y, x) / sum : 1.0f;
+            matte.far.at<float>(y, x) = share;
+            if (share > kMinShare && share < 1.0f - kMinShare) {
+                matte.onOutline.at<std::uint8_t>(y, x) = 255;
+                matte.sharpLuma.at<float>(y, x) =
+                    MeanLuma(fields.sharpLight, fields.sharpWeight, {x, y});
+                matte.farLuma.at<float>(y, x) =
+                    MeanLuma(fields.far.light, fields.far.weight, {x, y});
             }
         }
     });
@@ -61,15 +62,17 @@ Matte MakeMatte(const DefocusFields& fields) {
 
 float MatteShare(float luma, float own, float far, float sharpLuma, float farLuma) {
     const float contrast = farLuma - sharpLuma;
-    const float clear = std::clamp(
-        (std::abs(contrast) - kVagueContrast) / (kClearContrast - kVagueContrast), 0.0f, 1.0f);
+    const float confidence = std::clamp(
+        (std::abs(contrast) - kLowContrast) / (kHighContrast - kLowContrast), 0.0f, 1.0f);
     float share = far;
-    if (clear > 0.0f) {
-        const float told = std::clamp((luma - sharpLuma) / contrast, 0.0f, 1.0f);
-        share += clear * (told - share);
+    if (confidence > 0.0f) {
+        const float byLuma = std::clamp((luma - sharpLuma) / contrast, 0.0f, 1.0f);
+        share += confidence * (byLuma - share);
     }
-    const float near = std::min(1.0f, 10.0f * far * (1.0f - far)); // 0 a cell and a half away
-    return own + near * (share - own);
+    // Fades to the disparity's own share at a cell and a half from the outline, where far is 0
+    // or 1.
+    const float onOutline = std::min(1.0f, 10.0f * far * (1.0f - far));
+    return own + onOutline * (share - own);
 }
 
 } // namespace refocus

@@ -4,22 +4,15 @@
 
 #include <algorithm>
 
+#include "host/refocus/image.h"
+
 namespace refocus {
 namespace {
-
-template <typename RowOperation>
-void ForRows(int rows, RowOperation operation) {
-    cv::parallel_for_(cv::Range(0, rows), [&](const cv::Range& range) {
-        for (int y = range.start; y < range.end; ++y) {
-            operation(y);
-        }
-    });
-}
 
 // Values times weight, and weight.
 cv::Mat Weighted(const cv::Mat& values, const cv::Mat& weight) {
     cv::Mat weighted(values.size(), CV_32FC4);
-    ForRows(values.rows, [&](int y) {
+    ForEachRow(values.rows, [&](int y) {
         const auto* value = values.ptr<cv::Vec3f>(y);
         const float* share = weight.ptr<float>(y);
         auto* out = weighted.ptr<cv::Vec4f>(y);
@@ -31,10 +24,11 @@ cv::Mat Weighted(const cv::Mat& values, const cv::Mat& weight) {
     return weighted;
 }
 
-// Half size: sums of 2x2 blocks, known as soon as a quarter of the block is.
+// Halves the size. A block of 2x2 is known if one of its values is: the sum's weight is capped
+// at 1.
 cv::Mat Push(const cv::Mat& weighted) {
     cv::Mat half((weighted.rows + 1) / 2, (weighted.cols + 1) / 2, CV_32FC4);
-    ForRows(half.rows, [&](int y) {
+    ForEachRow(half.rows, [&](int y) {
         const auto* upper = weighted.ptr<cv::Vec4f>(2 * y);
         const auto* lower = weighted.ptr<cv::Vec4f>(std::min(2 * y + 1, weighted.rows - 1));
         const bool both = 2 * y + 1 < weighted.rows;
@@ -57,8 +51,8 @@ cv::Mat Push(const cv::Mat& weighted) {
     return half;
 }
 
-// What is known, over what the coarser levels say. Of the size of `weighted`, CV_32FC4; the fourth
-// channel means nothing.
+// The known values over those of the coarser levels, CV_32FC4 of the same size; its fourth channel
+// is meaningless.
 cv::Mat Pull(cv::Mat weighted) {
     if (weighted.total() == 1) {
         const float weight = weighted.at<cv::Vec4f>(0)[3];
@@ -67,7 +61,7 @@ cv::Mat Pull(cv::Mat weighted) {
     const cv::Mat half = Pull(Push(weighted));
     cv::Mat coarse;
     cv::resize(half, coarse, {half.cols * 2, half.rows * 2}, 0, 0, cv::INTER_LINEAR);
-    ForRows(weighted.rows, [&](int y) {
+    ForEachRow(weighted.rows, [&](int y) {
         const auto* behind = coarse.ptr<cv::Vec4f>(y);
         auto* out = weighted.ptr<cv::Vec4f>(y);
         for (int x = 0; x < weighted.cols; ++x) {

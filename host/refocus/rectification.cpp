@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "host/refocus/image.h"
+
 namespace refocus {
 namespace {
 
@@ -19,7 +21,7 @@ cv::Size2d SensorSize(const CameraCalibration& camera) {
             camera.height / double{kCalibrationUnitsPerPixel}};
 }
 
-// The camera of an image of `size` that shows the middle `crop` of the sensor.
+// The intrinsics of an image of `size` that shows the centred `crop` of the sensor.
 ReducedCamera Reduce(const CameraCalibration& camera, cv::Size crop, cv::Size size) {
     const cv::Size2d sensor = SensorSize(camera);
     cv::Size2d shown = crop;
@@ -30,7 +32,7 @@ ReducedCamera Reduce(const CameraCalibration& camera, cv::Size crop, cv::Size si
     }
     const double sx = size.width / shown.width;
     const double sy = size.height / shown.height;
-    // Scaling keeps the image's outer edge, which lies half a pixel outside the first centre.
+    // Scaling keeps the image's outer edge, half a pixel outside the centre of the first pixel.
     const double cx = (camera.cx - (sensor.width - shown.width) / 2 + 0.5) * sx - 0.5;
     const double cy = (camera.cy - (sensor.height - shown.height) / 2 + 0.5) * sy - 0.5;
     return {{camera.fx * sx, 0, cx, 0, camera.fy * sy, cy, 0, 0, 1},
@@ -38,31 +40,31 @@ ReducedCamera Reduce(const CameraCalibration& camera, cv::Size crop, cv::Size si
              camera.k[4], camera.k[5]}};
 }
 
-// Same lens, same axes, baseline along the rows: the images can be matched as they are.
+// Equal lenses, parallel axes and a baseline along the rows: matching needs no resampling.
 bool AlreadyRectified(const ReducedCamera& main, const ReducedCamera& aux,
                       const cv::Matx33d& rotation, const cv::Vec3d& translation) {
     const double lens = cv::norm(main.matrix - aux.matrix, cv::NORM_INF);
-    const double turn = cv::norm(rotation - cv::Matx33d::eye(), cv::NORM_INF);
-    const double aside = std::hypot(translation[1], translation[2]) / cv::norm(translation);
+    const double angle = cv::norm(rotation - cv::Matx33d::eye(), cv::NORM_INF);
+    const double offAxis = std::hypot(translation[1], translation[2]) / cv::norm(translation);
     return cv::norm(main.distortion) == 0.0 && cv::norm(aux.distortion) == 0.0 && lens < 0.1 &&
-           turn < 1e-6 && aside < 1e-6;
+           angle < 1e-6 && offAxis < 1e-6;
 }
 
 cv::Size SwapIf(bool swap, cv::Size size) {
     return swap ? cv::Size(size.height, size.width) : size;
 }
 
-// Gives a rectified camera another focal length, about the middle of its image.
+// Scales the focal length of a rectified camera about the centre of its image.
 void Magnify(double factor, cv::Size size, cv::Matx34d& projection) {
-    const cv::Vec2d middle((size.width - 1) / 2.0, (size.height - 1) / 2.0);
+    const cv::Vec2d centre((size.width - 1) / 2.0, (size.height - 1) / 2.0);
     for (int i = 0; i < 2; ++i) {
         projection(i, i) *= factor;
-        projection(i, 2) = middle[i] + (projection(i, 2) - middle[i]) * factor;
+        projection(i, 2) = centre[i] + (projection(i, 2) - centre[i]) * factor;
         projection(i, 3) *= factor;
     }
 }
 
-// Where each pixel of the main image lies on the rectified one.
+// The position of each pixel of the main image on the rectified one.
 void InverseMaps(const ReducedCamera& main, const cv::Matx33d& r1, const cv::Matx34d& p1,
                  cv::Size size, cv::Mat& mapX, cv::Mat& mapY) {
     cv::Mat points(size, CV_32FC2);
@@ -84,17 +86,11 @@ cv::Mat Remap(const cv::Mat& image, const cv::Mat& mapX, const cv::Mat& mapY, in
     return result;
 }
 
-cv::Mat Mirror(const cv::Mat& image) {
-    cv::Mat result;
-    cv::flip(image, result, 1);
-    return result;
-}
-
-cv::Mat Turn(const cv::Mat& image, int clockwise) {
+cv::Mat Rotated(const cv::Mat& image, int clockwise) {
     if (clockwise == 0) {
         return image;
     }
-    cv::Mat result; // never the image itself, which may be the caller's
+    cv::Mat result; // rotating in place would change the caller's pixels
     cv::rotate(image, result,
                clockwise == 90    ? cv::ROTATE_90_CLOCKWISE
                : clockwise == 180 ? cv::ROTATE_180
@@ -121,10 +117,10 @@ Error CheckImageInfo(const TSL_DCR_CAMERAIMAGEINFO& info) {
 }
 
 Error CheckCrops(const ImageGeometry& geometry, const Calibration& calibration) {
-    const bool swap = geometry.turn % 180 != 0;
+    const bool swap = geometry.rotation % 180 != 0;
     const auto exceeds = [swap](cv::Size crop, const CameraCalibration& camera) {
         crop = SwapIf(swap, crop);
-        // Trimming to an aspect ratio rounds and may widen a crop by a few pixels.
+        // Trimming to an aspect ratio rounds, which may widen a crop by a few pixels.
         const cv::Size2d sensor = SensorSize(camera);
         return crop.width > sensor.width * 1.01 + 2 || crop.height > sensor.height * 1.01 + 2;
     };
@@ -136,7 +132,7 @@ Error CheckCrops(const ImageGeometry& geometry, const Calibration& calibration) 
 
 std::optional<Rectification> Rectification::Make(const Calibration& calibration,
                                                  const ImageGeometry& geometry, cv::Size size) {
-    const bool swap = geometry.turn % 180 != 0;
+    const bool swap = geometry.rotation % 180 != 0;
     const cv::Size upright = SwapIf(swap, size);
     const ReducedCamera main = Reduce(calibration.main, SwapIf(swap, geometry.mainCrop), upright);
     const ReducedCamera aux = Reduce(calibration.aux, SwapIf(swap, geometry.auxCrop), upright);
@@ -144,7 +140,7 @@ std::optional<Rectification> Rectification::Make(const Calibration& calibration,
     const cv::Vec3d translation(calibration.translation.data());
 
     Rectification result;
-    result.turn_ = geometry.turn;
+    result.rotation_ = geometry.rotation;
     double focal = main.matrix(0, 0);
     if (AlreadyRectified(main, aux, rotation, translation)) {
         result.mirrored_ = translation[0] > 0;
@@ -154,8 +150,8 @@ std::optional<Rectification> Rectification::Make(const Calibration& calibration,
         cv::Matx44d q;
         cv::stereoRectify(main.matrix, main.distortion, aux.matrix, aux.distortion, upright,
                           rotation, translation, r1, r2, p1, p2, q, cv::CALIB_ZERO_DISPARITY, -1);
-        // Rectified for the wider lens, the narrower image would lose detail; and disparities are
-        // to be the main image's pixels.
+        // stereoRectify takes the wider lens' focal length, with which a narrower main image would
+        // lose detail. The main camera's own also gives disparities in main image pixels.
         Magnify(main.matrix(0, 0) / p1(0, 0), upright, p1);
         Magnify(main.matrix(0, 0) / p2(0, 0), upright, p2);
         focal = p1(0, 0);
@@ -178,14 +174,14 @@ std::optional<Rectification> Rectification::Make(const Calibration& calibration,
 
 cv::Mat Rectification::Rectify(const cv::Mat& image, const cv::Mat& mapX,
                                const cv::Mat& mapY) const {
-    cv::Mat result = Turn(image, (360 - turn_) % 360);
+    cv::Mat result = Rotated(image, (360 - rotation_) % 360);
     if (!mapX.empty()) {
         result = Remap(result, mapX, mapY, cv::INTER_LINEAR);
     }
     if (vertical_) {
         result = result.t();
     }
-    return mirrored_ ? Mirror(result) : result;
+    return mirrored_ ? Mirrored(result) : result;
 }
 
 cv::Mat Rectification::Left(const cv::Mat& main) const {
@@ -197,14 +193,14 @@ cv::Mat Rectification::Right(const cv::Mat& aux) const {
 }
 
 cv::Mat Rectification::ToMain(const cv::Mat& left) const {
-    cv::Mat map = mirrored_ ? Mirror(left) : left;
+    cv::Mat map = mirrored_ ? Mirrored(left) : left;
     if (vertical_) {
         map = map.t();
     }
     if (!isIdentity()) {
         map = Remap(map, backMapX_, backMapY_, cv::INTER_NEAREST);
     }
-    return Turn(map, turn_);
+    return Rotated(map, rotation_);
 }
 
 } // namespace refocus

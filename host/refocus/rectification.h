@@ -7,59 +7,61 @@
 #include "engine/refocus_engine.h"
 #include "host/refocus/calibration.h"
 
-// Rectification: turns the reduced luma of both cameras into a left and a right image whose rows
-// correspond and whose disparities (left column minus right column) are positive, and brings the
-// result back onto the main image.
+// Rectification: resamples the reduced luma of both cameras to a left and a right image whose rows
+// correspond and whose disparities (left column minus right column) are positive, and maps results
+// back onto the main image.
 //
-// Rectified images come from Bouguet's method as in OpenCV's stereoRectify, with the principal
-// points aligned, so that disparity 0 lies at infinity. Pure; any thread.
+// The rectifying rotations are Bouguet's, as in OpenCV's stereoRectify, with aligned principal
+// points, so that a point at infinity has disparity 0. All functions are pure and may run on any
+// thread.
 namespace refocus {
 
-// How reduced images lie against the calibration: which part of the sensor they show and how they
-// are turned. One per picture.
+// How the images relate to the calibration: the part of the sensor that they show, and their
+// rotation. One for each picture.
 struct ImageGeometry {
-    cv::Size mainCrop; // sensor pixels along the image's axes; empty: all that its aspect allows
+    // The centred crop in sensor pixels along the image's axes; empty: the largest of its aspect.
+    cv::Size mainCrop;
     cv::Size auxCrop;
-    int turn = 0; // clockwise degrees by which the images are turned against the calibration
+    int rotation = 0; // clockwise degrees of the images against the calibration: 0, 90, 180, 270
 };
 
-// Geometry from the caller's record, whose values CheckImageInfo found well.
+// The geometry of a record that passed CheckImageInfo.
 ImageGeometry GeometryOf(const TSL_DCR_CAMERAIMAGEINFO& info, const Calibration& calibration);
 
-// kNone where all four crop sizes are 0 (unknown) or all positive, and the degree is 0, 90, 180,
-// 270.
+// kNone where all four crop sizes are 0 (unknown) or all are positive, and the degree is 0, 90, 180
+// or 270; else kImageInfoValues.
 Error CheckImageInfo(const TSL_DCR_CAMERAIMAGEINFO& info);
 
-// kNone, or kImageInfoMismatch where a crop is larger than the sensor that was calibrated.
+// kNone, or kImageInfoMismatch where a crop is larger than the calibrated sensor.
 Error CheckCrops(const ImageGeometry& geometry, const Calibration& calibration);
 
 class Rectification {
 public:
-    // For reduced images of `size`, main and aux alike. Nothing where the calibration can't be
-    // rectified at that size.
+    // For reduced images that both have `size`. Nothing where the calibration cannot be rectified
+    // at that size.
     static std::optional<Rectification> Make(const Calibration& calibration,
                                              const ImageGeometry& geometry, cv::Size size);
 
-    // Images (CV_8UC1) of the size given to Make, to match with one another.
+    // The rectified images (CV_8UC1) of images of the size given to Make.
     cv::Mat Left(const cv::Mat& main) const;
     cv::Mat Right(const cv::Mat& aux) const;
 
-    // Brings a map (any single-channel type) on the left image back onto the reduced main image, by
-    // nearest neighbour. Pixels of the main image that the left image doesn't show take its border.
+    // Maps a single-channel image that belongs to the left image back onto the reduced main image,
+    // by nearest neighbour. Pixels of the main image outside the left one take its border's value.
     cv::Mat ToMain(const cv::Mat& left) const;
 
     // Disparity, in reduced pixels, of the calibration's nearest distance; 0 if unknown.
     double nearestDisparity() const { return nearestDisparity_; }
-    // True where no pixel had to be resampled.
+    // True where no pixel is resampled.
     bool isIdentity() const { return mainMapX_.empty(); }
 
 private:
     cv::Mat Rectify(const cv::Mat& image, const cv::Mat& mapX, const cv::Mat& mapY) const;
 
-    int turn_ = 0;
-    bool vertical_ = false; // cameras above one another: rows and columns change roles
-    bool mirrored_ = false; // aux camera on the main one's other side
-    cv::Mat mainMapX_, mainMapY_, auxMapX_, auxMapY_; // empty for an already rectified pair
+    int rotation_ = 0;
+    bool vertical_ = false; // the baseline runs along the columns: images are transposed
+    bool mirrored_ = false; // the aux camera is on the main one's left: images are mirrored
+    cv::Mat mainMapX_, mainMapY_, auxMapX_, auxMapY_; // empty for a rectified pair
     cv::Mat backMapX_, backMapY_;
     double nearestDisparity_ = 0.0;
 };

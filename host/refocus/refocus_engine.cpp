@@ -1,4 +1,4 @@
-// The engine's functions are all that is seen of this library.
+// Only the engine's functions are visible outside of this library.
 #pragma GCC visibility push(default)
 #include "engine/refocus_engine.h"
 #pragma GCC visibility pop
@@ -31,7 +31,7 @@ host::CallPoint getDisparitySizeCalls("TSL_DCIR_GetDisparityDataSize");
 host::CallPoint getDisparityCalls("TSL_DCIR_GetDisparityData");
 host::CallPoint processCalls("TSL_DCIR_Process");
 
-// Runs an operation at the library's border: an armed fault goes first, exceptions end here.
+// Runs one exported function: an armed fault takes precedence, and no exception leaves the library.
 template <typename Operation>
 std::int64_t Run(host::CallPoint& calls, Operation operation) noexcept {
     try {
@@ -80,7 +80,8 @@ std::int64_t TSL_DCIR_Init(void** handle, std::int32_t mode) {
 }
 
 std::int64_t TSL_DCIR_Uninit(void** handle) {
-    // Who ends an instance never comes back to it: free it even where the call is to fail.
+    // A caller does not repeat a failed Uninit, so the instance is freed even if the call is to
+    // fail.
     const bool known = handle != nullptr && *handle != nullptr;
     if (known) {
         delete static_cast<Instance*>(*handle);

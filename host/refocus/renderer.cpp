@@ -11,9 +11,10 @@
 namespace refocus {
 namespace {
 
-constexpr int kRenderingWidth = 800;
+constexpr int kRenderingWidth = 800; // cells, about
 
-// Everything but the near field: blurred far field and what is in focus, by their shares of a cell.
+// The picture without its near field: the blurred far field and the part in focus, by their shares
+// of each cell. What the near field hides is filled in.
 cv::Mat BehindNear(const DefocusFields& fields, const cv::Mat& far) {
     cv::Mat light(far.size(), CV_32FC3);
     cv::Mat weight(far.size(), CV_32FC1);

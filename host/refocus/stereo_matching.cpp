@@ -5,6 +5,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <vector>
+
+#include "host/refocus/image.h"
 
 namespace refocus {
 namespace {
@@ -14,9 +17,10 @@ constexpr float kAgreement = 1.0f;                       // pixels
 constexpr int kFixedOne = cv::StereoMatcher::DISP_SCALE; // the matcher's fixed point
 constexpr int kSpecklePixels = 60;
 
-// Disparity seen from `left`, CV_32FC1, kUnmatched where none was found.
+// Disparity of each left pixel, CV_32FC1, kUnmatched where none was found.
 cv::Mat Match(const cv::Mat& left, const cv::Mat& right, const SearchRange& range) {
-    // The matcher gives up on columns whose search would leave the right image: widen both.
+    // OpenCV's matcher skips columns whose search range leaves the right image, so both are
+    // widened.
     const int before = std::max(0, range.minimum + range.count);
     const int after = std::max(0, -range.minimum);
     cv::Mat wideLeft, wideRight;
@@ -24,7 +28,7 @@ cv::Mat Match(const cv::Mat& left, const cv::Mat& right, const SearchRange& rang
     cv::copyMakeBorder(right, wideRight, 0, 0, before, after, cv::BORDER_REPLICATE);
 
     constexpr int kBlock = 3;
-    // Penalties for steps of one and of more disparities, per pixel of the block.
+    // Penalties for neighbours that differ by one and by more disparities, times the block's area.
     const auto matcher = cv::StereoSGBM::create(
         range.minimum, range.count, kBlock, 8 * kBlock * kBlock, 24 * kBlock * kBlock,
         -1 /* left-right check is done below */, 31 /* clip of the gradient */,
@@ -32,7 +36,7 @@ cv::Mat Match(const cv::Mat& left, const cv::Mat& right, const SearchRange& rang
     cv::Mat fixed;
     matcher->compute(wideLeft, wideRight, fixed);
     fixed = fixed(cv::Rect(before, 0, left.cols, left.rows));
-    // The matcher writes what it did not find as just below the minimum.
+    // OpenCV marks unmatched pixels with a value just below the minimum.
     const cv::Mat unmatched = fixed < range.minimum * kFixedOne;
     cv::Mat disparity;
     fixed.convertTo(disparity, CV_32FC1, 1.0 / kFixedOne);
@@ -40,14 +44,8 @@ cv::Mat Match(const cv::Mat& left, const cv::Mat& right, const SearchRange& rang
     return disparity;
 }
 
-cv::Mat Mirror(const cv::Mat& image) {
-    cv::Mat result;
-    cv::flip(image, result, 1);
-    return result;
-}
-
-// Clears small islands whose disparity stands apart from their surroundings.
-void DropSpeckles(Matches& matches) {
+// Takes small connected components whose disparity differs from their surroundings for mismatches.
+void RemoveSpeckles(Matches& matches) {
     cv::Mat fixed;
     matches.disparity.convertTo(fixed, CV_16SC1, kFixedOne);
     constexpr int kRemoved = -32000;
@@ -56,10 +54,11 @@ void DropSpeckles(Matches& matches) {
     matches.consistent.setTo(0, fixed == kRemoved);
 }
 
-// A left pixel is shown in the right image if some pixel there points back to it.
+// Tells occlusions from mismatches: a left pixel is visible in the right image if the disparity of
+// some right pixel leads back to it.
 void MarkOccluded(const cv::Mat& fromRight, const SearchRange& range, Matches& matches) {
     for (int y = 0; y < fromRight.rows; ++y) {
-        const float* theirs = fromRight.ptr<float>(y);
+        const float* rightRow = fromRight.ptr<float>(y);
         const std::uint8_t* consistent = matches.consistent.ptr<std::uint8_t>(y);
         std::uint8_t* occluded = matches.occluded.ptr<std::uint8_t>(y);
         for (int x = 0; x < fromRight.cols; ++x) {
@@ -68,13 +67,31 @@ void MarkOccluded(const cv::Mat& fromRight, const SearchRange& range, Matches& m
             }
             const int first = std::max(0, x - range.minimum - range.count + 1);
             const int last = std::min(fromRight.cols - 1, x - range.minimum);
-            bool shown = false;
-            for (int i = first; i <= last && !shown; ++i) {
-                shown = std::abs(theirs[i] - static_cast<float>(x - i)) <= kAgreement;
+            bool visible = false;
+            for (int i = first; i <= last && !visible; ++i) {
+                visible = std::abs(rightRow[i] - static_cast<float>(x - i)) <= kAgreement;
             }
-            occluded[x] = shown ? 0 : 255;
+            occluded[x] = visible ? 0 : 255;
         }
     }
+}
+
+// 255 where the mean horizontal gradient of the neighbourhood exceeds that of sensor noise.
+// Vertical gradients don't count: a search along rows needs structure along rows.
+cv::Mat TexturedPixels(const cv::Mat& image) {
+    cv::Mat gradient;
+    cv::Sobel(image, gradient, CV_32F, 1, 0, 1); // difference of the two neighbours
+    cv::Mat mean;
+    cv::boxFilter(cv::abs(gradient), mean, CV_32F, {7, 7});
+    return mean > 4.0;
+}
+
+// The value that `share` of the values lie below; reorders them.
+double Percentile(std::vector<float>& values, double share) {
+    const auto at = values.begin() +
+                    static_cast<std::ptrdiff_t>(share * static_cast<double>(values.size() - 1));
+    std::nth_element(values.begin(), at, values.end());
+    return *at;
 }
 
 } // namespace
@@ -89,26 +106,53 @@ SearchRange SearchRangeFor(int width, double nearestDisparity) {
 Matches MatchBothWays(const cv::Mat& left, const cv::Mat& right, const SearchRange& range) {
     Matches matches{Match(left, right, range), cv::Mat::zeros(left.size(), CV_8UC1),
                     cv::Mat::zeros(left.size(), CV_8UC1)};
-    // Mirrored, the right image is a left one.
-    const cv::Mat fromRight = Mirror(Match(Mirror(right), Mirror(left), range));
+    // Mirroring makes the right image a left one, for which the matcher is made.
+    const cv::Mat fromRight = Mirrored(Match(Mirrored(right), Mirrored(left), range));
     for (int y = 0; y < left.rows; ++y) {
-        const float* ours = matches.disparity.ptr<float>(y);
-        const float* theirs = fromRight.ptr<float>(y);
+        const float* leftRow = matches.disparity.ptr<float>(y);
+        const float* rightRow = fromRight.ptr<float>(y);
         std::uint8_t* consistent = matches.consistent.ptr<std::uint8_t>(y);
         for (int x = 0; x < left.cols; ++x) {
-            if (ours[x] == kUnmatched) {
+            if (leftRow[x] == kUnmatched) {
                 continue;
             }
-            const long partner = std::lround(static_cast<float>(x) - ours[x]);
+            const long partner = std::lround(static_cast<float>(x) - leftRow[x]);
             if (partner >= 0 && partner < left.cols &&
-                std::abs(theirs[partner] - ours[x]) <= kAgreement) {
+                std::abs(rightRow[partner] - leftRow[x]) <= kAgreement) {
                 consistent[x] = 255;
             }
         }
     }
-    DropSpeckles(matches);
+    RemoveSpeckles(matches);
     MarkOccluded(fromRight, range, matches);
     return matches;
+}
+
+DepthPresence MeasureDepthPresence(const cv::Mat& left, const Matches& matches) {
+    const cv::Mat textured = TexturedPixels(left);
+    const cv::Mat trusted = textured & matches.consistent;
+    std::vector<float> disparities;
+    for (int y = 0; y < left.rows; ++y) {
+        const float* disparity = matches.disparity.ptr<float>(y);
+        const std::uint8_t* trust = trusted.ptr<std::uint8_t>(y);
+        for (int x = 0; x < left.cols; ++x) {
+            if (trust[x] != 0) {
+                disparities.push_back(disparity[x]);
+            }
+        }
+    }
+    DepthPresence presence;
+    const int texturedCount = cv::countNonZero(textured);
+    presence.texturedShare = texturedCount / static_cast<double>(left.total());
+    if (!disparities.empty()) {
+        presence.consistentShare = static_cast<double>(disparities.size()) / texturedCount;
+        presence.range = Percentile(disparities, 0.99) - Percentile(disparities, 0.01);
+    }
+    return presence;
+}
+
+bool HasDepth(const DepthPresence& presence) {
+    return presence.texturedShare > 0.02 && presence.consistentShare > 0.4 && presence.range > 1.0;
 }
 
 } // namespace refocus

@@ -3,8 +3,8 @@
 #include <opencv2/core.hpp>
 
 // Dense matching of a rectified pair by semi-global matching (Hirschmueller, "Stereo Processing by
-// Semiglobal Matching and Mutual Information", 2008), with a second match from the right image's
-// view to tell which disparities both views agree on.
+// Semiglobal Matching and Mutual Information", 2008), once from each image's view, and the decision
+// whether the result is depth at all.
 namespace refocus {
 
 // Disparities searched, in pixels of the rectified images: minimum to minimum + count - 1.
@@ -14,16 +14,30 @@ struct SearchRange {
 };
 
 // Range for images of `width`, up to `nearestDisparity` (0 if unknown: a sixth of the width), at
-// most a quarter of the width. Begins a little below 0: no pair is rectified perfectly.
+// most a quarter of the width. Begins a little below 0, because no pair is rectified perfectly.
 SearchRange SearchRangeFor(int width, double nearestDisparity);
 
 struct Matches {
     cv::Mat disparity;  // CV_32FC1, pixels; meaningless where not consistent
-    cv::Mat consistent; // CV_8UC1, 255 where left and right match agree
-    cv::Mat occluded;   // CV_8UC1, 255 where they don't and the right image shows nothing of it
+    cv::Mat consistent; // CV_8UC1, 255 where the matches from left and right agree
+    cv::Mat occluded;   // CV_8UC1, 255 where they disagree and no right pixel matches this one
 };
 
-// left and right: CV_8UC1 of one size. The same bytes whatever the number of threads.
+// left and right: CV_8UC1 of one size. The same bytes for any number of threads.
 Matches MatchBothWays(const cv::Mat& left, const cv::Mat& right, const SearchRange& range);
+
+// What a match shows of depth.
+struct DepthPresence {
+    double texturedShare = 0.0;   // of all pixels: those with enough structure to be matched
+    double consistentShare = 0.0; // of the textured pixels: those that both views agree on
+    double range = 0.0; // pixels, between the 1st and 99th percentile of their disparities
+};
+
+// `left` is the image that was matched, CV_8UC1.
+DepthPresence MeasureDepthPresence(const cv::Mat& left, const Matches& matches);
+
+// False for a pair to refuse: flat or black (no structure), unrelated (no agreement), or identical
+// or of a plane parallel to the image (no range).
+bool HasDepth(const DepthPresence& presence);
 
 } // namespace refocus

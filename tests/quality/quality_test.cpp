@@ -5,9 +5,7 @@
 #include <fstream>
 #include <string>
 
-#include <zlib.h>
-
-#include "bench/refocus/number_array.h"
+#include "bench/refocus/motorcycle.h"
 #include "bench/refocus/rendering.h"
 #include "bench/refocus/thin_lens.h"
 #include "host/picture/errors.h"
@@ -107,76 +105,37 @@ TEST(Rendering, ScenesAreTheSameHoweverManyThreadsMakeThem) {
     cv::setNumThreads(threads);
 }
 
-void Append(std::string& bytes, std::uint64_t value, int count) {
-    for (int i = 0; i < count; ++i) {
-        bytes += static_cast<char>(value >> (8 * i));
-    }
-}
-
-// A zip file of one array.
-std::string Archive(const std::string& array, bool packed) {
-    std::string data = array;
-    if (packed) {
-        uLongf size = compressBound(array.size());
-        data.resize(size);
-        compress(reinterpret_cast<Bytef*>(data.data()), &size,
-                 reinterpret_cast<const Bytef*>(array.data()), array.size());
-        data = data.substr(2, size - 6); // without zlib's header and checksum
-    }
-    std::string bytes("PK\3\4");
-    bytes.append(22, '\0'); // sizes are in the directory alone
-    Append(bytes, 1, 2);    // name
-    Append(bytes, 0, 2);
-    bytes += "a" + data;
-    const std::size_t directory = bytes.size();
-    bytes += "PK\1\2";
-    Append(bytes, 0, 6);
-    Append(bytes, packed ? Z_DEFLATED : 0, 2);
-    Append(bytes, 0, 8);
-    Append(bytes, data.size(), 4);
-    Append(bytes, array.size(), 4);
-    bytes.append(18, '\0'); // the array's place, 0, at the end
-    bytes += "a";
-    bytes += "PK\5\6";
-    bytes.append(12, '\0');
-    Append(bytes, directory, 4);
-    Append(bytes, 0, 2);
-    return bytes;
-}
-
-std::string Array(const std::string& header, std::initializer_list<float> values) {
+std::string NumpyArray(const std::string& header, std::initializer_list<float> values) {
     std::string bytes("\x93NUMPY\1\0", 8);
-    Append(bytes, header.size(), 2);
+    bytes += {static_cast<char>(header.size()), '\0'};
     bytes += header;
     bytes.append(reinterpret_cast<const char*>(values.begin()), values.size() * sizeof(float));
     return bytes;
 }
 
 cv::Mat Read(const std::string& bytes) {
-    const auto path = std::filesystem::path(testing::TempDir()) / "quality_test_array.npz";
+    const auto path = std::filesystem::path(testing::TempDir()) / "quality_test_array.npy";
     std::ofstream(path, std::ios::binary) << bytes;
-    return ReadNumberArray(path);
+    return ReadNumpyArray(path);
 }
 
-TEST(NumberArray, ReadsWholeArchivesAndRefusesOthers) {
-    const std::string header = "{'descr': '<f4', 'fortran_order': False, 'shape': (2, 3), }";
-    const std::string array = Array(header, {1, 2, 3, 4, 5.5f, INFINITY});
-    for (const bool packed : {false, true}) {
-        const std::string whole = Archive(array, packed);
-        const cv::Mat values = Read(whole);
-        ASSERT_EQ(values.size(), cv::Size(3, 2));
-        EXPECT_EQ(values.at<float>(0, 2), 3.0f);
-        EXPECT_EQ(values.at<float>(1, 1), 5.5f);
-        EXPECT_TRUE(std::isinf(values.at<float>(1, 2)));
-        for (std::size_t size = 0; size < whole.size(); ++size) {
-            EXPECT_THROW(Read(whole.substr(0, size)), UseError) << size << " of " << whole.size();
-        }
+TEST(NumpyArray, ReadsWholeFilesAndRefusesOthers) {
+    const std::string whole =
+        NumpyArray("{'descr': '<f4', 'fortran_order': False, 'shape': (2, 3), }   \n",
+                   {1, 2, 3, 4, 5.5f, INFINITY});
+    const cv::Mat values = Read(whole);
+    ASSERT_EQ(values.size(), cv::Size(3, 2));
+    EXPECT_EQ(values.at<float>(0, 2), 3.0f);
+    EXPECT_EQ(values.at<float>(1, 1), 5.5f);
+    EXPECT_TRUE(std::isinf(values.at<float>(1, 2)));
+    for (std::size_t size = 0; size < whole.size(); ++size) {
+        EXPECT_THROW(Read(whole.substr(0, size)), UseError) << size << " of " << whole.size();
     }
     for (const char* other : {"{'descr': '<f8', 'fortran_order': False, 'shape': (2, 3), }",
                               "{'descr': '<f4', 'fortran_order': True, 'shape': (2, 3), }",
                               "{'descr': '<f4', 'fortran_order': False, 'shape': (6,), }",
                               "{'descr': '<f4', 'fortran_order': False, 'shape': (2, 4), }"}) {
-        EXPECT_THROW(Read(Archive(Array(other, {1, 2, 3, 4, 5, 6}), false)), UseError) << other;
+        EXPECT_THROW(Read(NumpyArray(other, {1, 2, 3, 4, 5, 6})), UseError) << other;
     }
 }
 

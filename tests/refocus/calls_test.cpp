@@ -19,11 +19,23 @@ using stereo_scene::Engine;
 using stereo_scene::GuardedImage;
 using stereo_scene::Pair;
 
-TEST(RefocusCalls, EveryWrongCallHasItsCode) {
+// A call that must fail, and its code.
+struct WrongCall {
+    const char* name;
+    Error expected;
+    std::function<std::int64_t(Engine&)> call;
+};
+
+void ExpectCodes(const std::vector<WrongCall>& calls) {
+    for (const WrongCall& wrong : calls) {
+        Engine engine;
+        EXPECT_EQ(wrong.call(engine), Result(wrong.expected)) << wrong.name;
+    }
+}
+
+TEST(RefocusCalls, WrongImagesHaveTheirCodes) {
     Pair pair = stereo_scene::Render({});
-    std::vector<std::uint8_t> none;
-    using Call = std::function<std::int64_t(Engine&)>;
-    const auto withMain = [&](auto change) -> Call {
+    const auto with = [&](auto change) {
         return [&pair, change](Engine& e) {
             PLIM_OFFSCREEN main = pair.main.Descriptor();
             PLIM_OFFSCREEN aux = pair.aux.Descriptor();
@@ -33,13 +45,52 @@ TEST(RefocusCalls, EveryWrongCallHasItsCode) {
             return asMain;
         };
     };
-    const auto withInfo = [&](TSL_DCR_CAMERAIMAGEINFO info) -> Call {
+    ExpectCodes({
+        {"format", Error::kImageFormat, with([](auto& i) { i.u32Format = 0x802; })},
+        {"15 wide", Error::kImageSize, with([](auto& i) { i.i32Width = 15; })},
+        {"15 high", Error::kImageSize, with([](auto& i) { i.i32Height = 15; })},
+        {"2x2", Error::kImageSize, with([](auto& i) { i.i32Width = i.i32Height = 2; })},
+        {"4000x2", Error::kImageSize, with([](auto& i) {
+             i.i32Width = 4000;
+             i.i32Height = 2;
+             i.i32Pitch[0] = i.i32Pitch[1] = 1 << 20;
+         })},
+        {"negative", Error::kImageSize, with([](auto& i) { i.i32Height = -240; })},
+        {"huge", Error::kImageSize, with([](auto& i) { i.i32Width = 1 << 20; })},
+        {"no luma", Error::kImagePlane, with([](auto& i) { i.pu8Plane[0] = nullptr; })},
+        {"no chroma", Error::kImagePlane, with([](auto& i) { i.pu8Plane[1] = nullptr; })},
+        {"pitch", Error::kImagePitch, with([](auto& i) { i.i32Pitch[0] = 319; })},
+        {"chroma pitch", Error::kImagePitch, with([](auto& i) { i.i32Pitch[1] = 100; })},
+        {"endless pitch", Error::kImagePitch, with([](auto& i) { i.i32Pitch[0] = 1 << 30; })},
+    });
+}
+
+TEST(RefocusCalls, WrongModesAndImageInfoHaveTheirCodes) {
+    Pair pair = stereo_scene::Render({});
+    const auto with = [&](TSL_DCR_CAMERAIMAGEINFO info) {
         return [&pair, info](Engine& e) mutable {
             const std::int64_t set = TSL_DCIR_SetCameraImageInfo(e.handle, &info);
             return set != 0 ? set : e.Calc(pair.main, pair.aux);
         };
     };
-    const auto process = [&](int sizeChange, int intensity, int faces) -> Call {
+    ExpectCodes({
+        {"mode", Error::kUnknownMode,
+         [](Engine&) {
+             void* h;
+             return TSL_DCIR_Init(&h, 2);
+         }},
+        {"init null", Error::kNullArgument, [](Engine&) { return TSL_DCIR_Init(nullptr, 1); }},
+        {"no handle", Error::kNullArgument, [](Engine&) { return TSL_DCIR_Reset(nullptr); }},
+        {"half a crop", Error::kImageInfoValues, with({320, 0, 320, 240, 0})},
+        {"negative crop", Error::kImageInfoValues, with({320, 240, 320, -240, 0})},
+        {"degree", Error::kImageInfoValues, with({0, 0, 0, 0, 45})},
+        {"crop beyond sensor", Error::kImageInfoMismatch, with({320, 240, 640, 480, 0})},
+    });
+}
+
+TEST(RefocusCalls, WrongUseOfDisparityHasItsCodes) {
+    Pair pair = stereo_scene::Render({});
+    const auto process = [&](int sizeChange, int intensity, int faces) {
         return [&pair, sizeChange, intensity, faces](Engine& e) {
             EXPECT_EQ(e.Calc(pair.main, pair.aux), 0);
             auto data = e.Disparity();
@@ -49,39 +100,7 @@ TEST(RefocusCalls, EveryWrongCallHasItsCode) {
             return e.Process(pair.main, data, intensity, output);
         };
     };
-    struct Case {
-        const char* name;
-        Error expected;
-        Call call;
-    };
-    const std::vector<Case> cases{
-        {"mode", Error::kUnknownMode,
-         [](Engine&) {
-             void* h;
-             return TSL_DCIR_Init(&h, 2);
-         }},
-        {"init null", Error::kNullArgument, [](Engine&) { return TSL_DCIR_Init(nullptr, 1); }},
-        {"no handle", Error::kNullArgument, [](Engine&) { return TSL_DCIR_Reset(nullptr); }},
-        {"format", Error::kImageFormat, withMain([](auto& i) { i.u32Format = 0x802; })},
-        {"15 wide", Error::kImageSize, withMain([](auto& i) { i.i32Width = 15; })},
-        {"15 high", Error::kImageSize, withMain([](auto& i) { i.i32Height = 15; })},
-        {"2x2", Error::kImageSize, withMain([](auto& i) { i.i32Width = i.i32Height = 2; })},
-        {"4000x2", Error::kImageSize, withMain([](auto& i) {
-             i.i32Width = 4000;
-             i.i32Height = 2;
-             i.i32Pitch[0] = i.i32Pitch[1] = 1 << 20;
-         })},
-        {"negative", Error::kImageSize, withMain([](auto& i) { i.i32Height = -240; })},
-        {"huge", Error::kImageSize, withMain([](auto& i) { i.i32Width = 1 << 20; })},
-        {"no luma", Error::kImagePlane, withMain([](auto& i) { i.pu8Plane[0] = nullptr; })},
-        {"no chroma", Error::kImagePlane, withMain([](auto& i) { i.pu8Plane[1] = nullptr; })},
-        {"pitch", Error::kImagePitch, withMain([](auto& i) { i.i32Pitch[0] = 319; })},
-        {"chroma pitch", Error::kImagePitch, withMain([](auto& i) { i.i32Pitch[1] = 100; })},
-        {"endless pitch", Error::kImagePitch, withMain([](auto& i) { i.i32Pitch[0] = 1 << 30; })},
-        {"half a crop", Error::kImageInfoValues, withInfo({320, 0, 320, 240, 0})},
-        {"negative crop", Error::kImageInfoValues, withInfo({320, 240, 320, -240, 0})},
-        {"degree", Error::kImageInfoValues, withInfo({0, 0, 0, 0, 45})},
-        {"crop beyond sensor", Error::kImageInfoMismatch, withInfo({320, 240, 640, 480, 0})},
+    ExpectCodes({
         {"no disparity", Error::kNoDisparity,
          [&](Engine& e) {
              return e.Process(pair.main, std::vector<std::uint8_t>(9), 50, pair.main);
@@ -114,11 +133,7 @@ TEST(RefocusCalls, EveryWrongCallHasItsCode) {
              EXPECT_EQ(output.luma(0, 0), stereo_scene::kGuard);
              return result;
          }},
-    };
-    for (const Case& wrong : cases) {
-        Engine engine;
-        EXPECT_EQ(wrong.call(engine), Result(wrong.expected)) << wrong.name;
-    }
+    });
 }
 
 TEST(RefocusCalls, EveryPointerMayBeNull) {

@@ -13,9 +13,9 @@
 #include "host/refocus/calibration.h"
 #include "host/refocus/depth_estimator.h"
 #include "host/refocus/disc_scatter.h"
+#include "host/refocus/disparity_refinement.h"
 #include "host/refocus/error.h"
 #include "host/refocus/highlights.h"
-#include "host/refocus/occlusion_filling.h"
 #include "host/refocus/push_pull.h"
 #include "tests/refocus/stereo_scene.h"
 
@@ -49,7 +49,7 @@ Views ViewsOf(const TwoPlanes& scene) {
     return views;
 }
 
-// Content moved by whole pixels, borders repeated.
+// The image's content moved by whole pixels, its border repeated.
 cv::Mat Moved(const cv::Mat& image, int dx, int dy) {
     cv::Mat wide;
     cv::copyMakeBorder(image, wide, 20, 20, 20, 20, cv::BORDER_REPLICATE);
@@ -67,108 +67,105 @@ void PrintTo(const GeometryCase& test, std::ostream* out) {
     *out << test.name;
 }
 
-void TurnAll(Views& views, cv::RotateFlags turn) {
+void RotateAll(Views& views, cv::RotateFlags rotation) {
     for (cv::Mat* image : {&views.main, &views.aux, &views.truth}) {
-        cv::Mat turned;
-        cv::rotate(*image, turned, turn);
-        *image = turned;
+        cv::Mat rotated;
+        cv::rotate(*image, rotated, rotation);
+        *image = rotated;
     }
 }
 
-const std::vector<GeometryCase>& GeometryCases() {
-    static const std::vector<GeometryCase> cases{
-        {"Plain", {}, [](Views&, Calibration&, ImageGeometry&) {}},
-        {"OddSize", {.width = 333, .height = 247}, [](Views&, Calibration&, ImageGeometry&) {}},
-        {"Reduced", {2403, 902, 18, 90}, [](Views&, Calibration&, ImageGeometry&) {}},
-        {"SmallAux",
-         {640, 480, 12, 40},
-         [](Views& v, Calibration& c, ImageGeometry&) {
-             cv::Mat half(v.aux.rows / 2, v.aux.cols / 2, CV_8UC1);
-             for (int y = 0; y < half.rows; ++y) {
-                 for (int x = 0; x < half.cols; ++x) {
-                     half.at<std::uint8_t>(y, x) = static_cast<std::uint8_t>(
-                         cv::mean(v.aux(cv::Rect(2 * x, 2 * y, 2, 2)))[0]);
-                 }
+const std::vector<GeometryCase> kGeometryCases{
+    {"Plain", {}, [](Views&, Calibration&, ImageGeometry&) {}},
+    {"OddSize", {.width = 333, .height = 247}, [](Views&, Calibration&, ImageGeometry&) {}},
+    {"Reduced", {2403, 902, 18, 90}, [](Views&, Calibration&, ImageGeometry&) {}},
+    {"SmallAux",
+     {640, 480, 12, 40},
+     [](Views& v, Calibration& c, ImageGeometry&) {
+         cv::Mat half(v.aux.rows / 2, v.aux.cols / 2, CV_8UC1);
+         for (int y = 0; y < half.rows; ++y) {
+             for (int x = 0; x < half.cols; ++x) {
+                 half.at<std::uint8_t>(y, x) =
+                     static_cast<std::uint8_t>(cv::mean(v.aux(cv::Rect(2 * x, 2 * y, 2, 2)))[0]);
              }
-             v.aux = half;
-             c = CalibrationOfRectifiedPair({640, 480, 320, 240, 400.0, 60.0, 0.0});
-         }},
-        // The aux camera's lens is half again as wide, on a sensor of the same size.
-        {"WideAux",
-         {.width = 480, .height = 360},
-         [](Views& v, Calibration& c, ImageGeometry&) {
-             cv::Mat smaller;
-             cv::resize(v.aux, smaller, {320, 240}, 0, 0, cv::INTER_AREA);
-             cv::copyMakeBorder(smaller, v.aux, 60, 60, 80, 80, cv::BORDER_REFLECT);
-             c.aux.fx /= 1.5;
-             c.aux.fy /= 1.5;
-         }},
-        {"AuxOnTheLeft",
-         {},
-         [](Views& v, Calibration& c, ImageGeometry&) {
-             for (cv::Mat* image : {&v.main, &v.aux, &v.truth}) {
-                 cv::flip(*image, *image, 1);
-             }
-             c.translation = {60.0, 0.0, 0.0};
-         }},
-        {"AuxBelow",
-         {},
-         [](Views& v, Calibration& c, ImageGeometry&) {
-             for (cv::Mat* image : {&v.main, &v.aux, &v.truth}) {
-                 *image = cv::Mat(image->t());
-             }
-             c = CalibrationOfRectifiedPair({240, 320, 240, 320, 400.0, 60.0, 0.0});
-             c.translation = {0.0, -60.0, 0.0};
-         }},
-        // Rows don't correspond and infinity isn't at disparity 0 until the pair is rectified.
-        {"PrincipalPointAside",
-         {},
-         [](Views& v, Calibration& c, ImageGeometry&) {
-             v.aux = Moved(v.aux, 7, 5);
-             c.aux.cx += 7;
-             c.aux.cy += 5;
-         }},
-        {"Turned90",
-         {},
-         [](Views& v, Calibration&, ImageGeometry& g) {
-             TurnAll(v, cv::ROTATE_90_CLOCKWISE);
-             g.turn = 90;
-         }},
-        {"Turned180",
-         {},
-         [](Views& v, Calibration&, ImageGeometry& g) {
-             TurnAll(v, cv::ROTATE_180);
-             g.turn = 180;
-         }},
-        {"Turned270",
-         {},
-         [](Views& v, Calibration&, ImageGeometry& g) {
-             TurnAll(v, cv::ROTATE_90_COUNTERCLOCKWISE);
-             g.turn = 270;
-         }},
-        // What calibration leaves: rows two pixels off, a longer lens, a turned and darker camera.
-        {"Misaligned",
-         {.width = 480, .height = 360},
-         [](Views& v, Calibration&, ImageGeometry&) {
-             const cv::Point2f middle((static_cast<float>(v.aux.cols) - 1) / 2,
-                                      (static_cast<float>(v.aux.rows) - 1) / 2);
-             cv::Mat_<double> map = cv::getRotationMatrix2D(middle, 0.2, 1.02);
-             map(1, 2) += 2.0;
-             cv::warpAffine(v.aux * 0.7, v.aux, map, v.aux.size(), cv::INTER_CUBIC,
-                            cv::BORDER_REPLICATE);
-         }},
-        // The images show the middle quarter of sensors twice as large, off-centre lens and all.
-        {"Cropped",
-         {},
-         [](Views& v, Calibration& c, ImageGeometry& g) {
-             v.aux = Moved(v.aux, 0, 6);
-             c = CalibrationOfRectifiedPair({640, 480, 640, 480, 400.0, 60.0, 0.0});
-             c.aux.cy += 6;
-             g.mainCrop = g.auxCrop = {320, 240};
-         }},
-    };
-    return cases;
-}
+         }
+         v.aux = half;
+         c = CalibrationOfRectifiedPair({640, 480, 320, 240, 400.0, 60.0, 0.0});
+     }},
+    // The aux camera's lens is half again as wide, on a sensor of the same size.
+    {"WideAux",
+     {.width = 480, .height = 360},
+     [](Views& v, Calibration& c, ImageGeometry&) {
+         cv::Mat smaller;
+         cv::resize(v.aux, smaller, {320, 240}, 0, 0, cv::INTER_AREA);
+         cv::copyMakeBorder(smaller, v.aux, 60, 60, 80, 80, cv::BORDER_REFLECT);
+         c.aux.fx /= 1.5;
+         c.aux.fy /= 1.5;
+     }},
+    {"AuxOnTheLeft",
+     {},
+     [](Views& v, Calibration& c, ImageGeometry&) {
+         for (cv::Mat* image : {&v.main, &v.aux, &v.truth}) {
+             cv::flip(*image, *image, 1);
+         }
+         c.translation = {60.0, 0.0, 0.0};
+     }},
+    {"AuxBelow",
+     {},
+     [](Views& v, Calibration& c, ImageGeometry&) {
+         for (cv::Mat* image : {&v.main, &v.aux, &v.truth}) {
+             *image = cv::Mat(image->t());
+         }
+         c = CalibrationOfRectifiedPair({240, 320, 240, 320, 400.0, 60.0, 0.0});
+         c.translation = {0.0, -60.0, 0.0};
+     }},
+    // Until rectified, rows don't correspond and infinity has another disparity than 0.
+    {"PrincipalPointOffCentre",
+     {},
+     [](Views& v, Calibration& c, ImageGeometry&) {
+         v.aux = Moved(v.aux, 7, 5);
+         c.aux.cx += 7;
+         c.aux.cy += 5;
+     }},
+    {"Rotated90",
+     {},
+     [](Views& v, Calibration&, ImageGeometry& g) {
+         RotateAll(v, cv::ROTATE_90_CLOCKWISE);
+         g.rotation = 90;
+     }},
+    {"Rotated180",
+     {},
+     [](Views& v, Calibration&, ImageGeometry& g) {
+         RotateAll(v, cv::ROTATE_180);
+         g.rotation = 180;
+     }},
+    {"Rotated270",
+     {},
+     [](Views& v, Calibration&, ImageGeometry& g) {
+         RotateAll(v, cv::ROTATE_90_COUNTERCLOCKWISE);
+         g.rotation = 270;
+     }},
+    // Residual misalignment: rows two pixels off, a longer lens, a rotated and darker camera.
+    {"Misaligned",
+     {.width = 480, .height = 360},
+     [](Views& v, Calibration&, ImageGeometry&) {
+         const cv::Point2f middle((static_cast<float>(v.aux.cols) - 1) / 2,
+                                  (static_cast<float>(v.aux.rows) - 1) / 2);
+         cv::Mat_<double> map = cv::getRotationMatrix2D(middle, 0.2, 1.02);
+         map(1, 2) += 2.0;
+         cv::warpAffine(v.aux * 0.7, v.aux, map, v.aux.size(), cv::INTER_CUBIC,
+                        cv::BORDER_REPLICATE);
+     }},
+    // The images show the middle quarter of sensors twice as large, off-centre lens and all.
+    {"Cropped",
+     {},
+     [](Views& v, Calibration& c, ImageGeometry& g) {
+         v.aux = Moved(v.aux, 0, 6);
+         c = CalibrationOfRectifiedPair({640, 480, 640, 480, 400.0, 60.0, 0.0});
+         c.aux.cy += 6;
+         g.mainCrop = g.auxCrop = {320, 240};
+     }},
+};
 
 class Depth : public testing::TestWithParam<GeometryCase> {};
 
@@ -185,7 +182,7 @@ TEST_P(Depth, OfTwoPlanesIsRight) {
     ASSERT_EQ(EstimateDepth(views.main, views.aux, calibration, geometry, views.main.cols, depth),
               Error::kNone);
 
-    // A pixel of the reduced images is the matcher's measure.
+    // Half a pixel of the reduced images.
     const double bound = 0.5 * std::max(1.0, std::round(views.main.cols / 800.0));
     int wrong = 0;
     for (int y = 0; y < views.main.rows; ++y) {
@@ -195,11 +192,11 @@ TEST_P(Depth, OfTwoPlanesIsRight) {
             wrong += std::abs(disparity - views.truth.at<float>(y, x)) > bound ? 1 : 0;
         }
     }
-    // What is left is the planes' common border, hidden from the aux camera on one side.
+    // Errors remain beside the foreground's outline, where the aux camera sees less.
     EXPECT_LT(wrong, 0.06 * static_cast<double>(views.main.total()));
 }
 
-INSTANTIATE_TEST_SUITE_P(Geometry, Depth, testing::ValuesIn(GeometryCases()),
+INSTANTIATE_TEST_SUITE_P(Geometry, Depth, testing::ValuesIn(kGeometryCases),
                          [](const auto& test) { return std::string(test.param.name); });
 
 TEST(Calibration, RoundTrip) {
@@ -288,8 +285,8 @@ TEST(FocusWindow, IsTheFacesMiddleOnlyAroundThePoint) {
     }
 }
 
-// Background 5, objects in front 20; rows are shadows of objects and, in the last case, a gap whose
-// both ends are objects while the background shows above.
+// Background 5, foreground 20. The gaps are beside an object, at the border, and in the last rows
+// between two objects, where only the rows above show the background.
 TEST(OcclusionFilling, TakesTheBackgroundSide) {
     constexpr float kGap = -1.0f;
     cv::Mat_<float> disparity(9, 16, 5.0f);
@@ -309,8 +306,8 @@ TEST(OcclusionFilling, TakesTheBackgroundSide) {
     EXPECT_EQ(cv::countNonZero(disparity), 0) << "nothing known";
 }
 
-// A far point of light beside a nearer object: its disc must not reach over the object, and light
-// elsewhere stays what it was.
+// A far point of light beside a nearer object: its disc must not extend over the object, and the
+// light elsewhere is unchanged.
 TEST(DiscScatter, FarDiscsStayBehindNearerOnes) {
     const cv::Size size(60, 40);
     DefocusField field{cv::Mat(size, CV_32FC3, cv::Scalar::all(0.1)), cv::Mat(size, CV_32FC1, 1.0),
@@ -328,8 +325,8 @@ TEST(DiscScatter, FarDiscsStayBehindNearerOnes) {
     }
 }
 
-// A lamp in the dark is brighter than white and keeps its rim's hue; a white wall is no lamp.
-TEST(Highlights, LampsAreLiftedAndSurfacesAreNot) {
+// A lamp in the dark becomes brighter than white and takes its rim's hue; a white wall stays white.
+TEST(Highlights, LampsAreRaisedAndSurfacesAreNot) {
     for (const int side : {3, 40}) {
         DefocusField field{cv::Mat(240, 240, CV_32FC3, cv::Scalar::all(0.01)),
                            cv::Mat(240, 240, CV_32FC1, 1.0), cv::Mat(240, 240, CV_32FC1, 5.0),
@@ -350,8 +347,8 @@ TEST(Highlights, LampsAreLiftedAndSurfacesAreNot) {
     }
 }
 
-// A bar at value 200 before a plane in focus: its mixed outline goes with it, nothing else does.
-TEST(GrowNear, TakesTheOutlineOfWhatIsBlurredAway) {
+// A bar at value 200 before a plane in focus is dilated by a pixel; a barely nearer one is not.
+TEST(GrowNear, DilatesStronglyBlurredObjects) {
     cv::Mat map(20, 40, CV_8UC1, cv::Scalar(50));
     map.colRange(15, 20).setTo(200);
     map.colRange(30, 32).setTo(53); // barely nearer than the focus
@@ -372,7 +369,7 @@ TEST(PushPull, KeepsTheKnownAndReachesTheFarthestGap) {
     }
 }
 
-TEST(Errors, EveryCodeHasWordsOfItsOwn) {
+TEST(Errors, EveryCodeHasItsOwnNameAndSentence) {
     std::set<std::string> names;
     std::set<std::string> sentences;
     int known = 0;

@@ -1,9 +1,9 @@
-#include "bench/refocus/estimation.h"
+#include "bench/refocus/engine.h"
 
 #include <stdexcept>
-#include <string>
 
-#include "bench/refocus/photograph.h"
+#include <fmt/format.h>
+
 #include "host/refocus/calibration.h"
 #include "host/refocus/depth_estimator.h"
 #include "host/refocus/error.h"
@@ -14,18 +14,31 @@ namespace {
 void Check(std::int64_t result, const char* call) {
     if (result != 0) {
         const refocus::ErrorText text = refocus::Describe(result);
-        throw std::runtime_error(std::string(call) + ": " + text.name + ": " + text.sentence);
+        throw std::runtime_error(fmt::format("{}: {}: {}", call, text.name, text.sentence));
     }
 }
 
+// The image as the engine takes it; shares its pixels.
+PLIM_OFFSCREEN DescriptorOf(host::Image& image) {
+    PLIM_OFFSCREEN descriptor{};
+    descriptor.u32Format = PLIM_PAF_NV12;
+    descriptor.i32Width = image.width();
+    descriptor.i32Height = image.height();
+    for (int plane = 0; plane < 2; ++plane) {
+        descriptor.pu8Plane[plane] = image.plane(plane);
+        descriptor.i32Pitch[plane] = image.pitch();
+    }
+    return descriptor;
+}
+
 refocus::Calibration CalibrationFor(cv::Size size) {
-    // Disparities in pixels need neither focal length nor baseline; these are a phone's.
+    // Focal length and baseline don't affect disparities in pixels; these are a phone's.
     return refocus::CalibrationOfRectifiedPair(
         {size.width, size.height, size.width, size.height, 0.8 * size.width, 12.0, 0.0});
 }
 
 cv::Mat Estimated(StereoPair& pair) {
-    const cv::Size size(pair.main.width(), pair.main.height());
+    const cv::Size size = pair.size();
     Engine engine(size);
     engine.Estimate(pair, FocusAt({size.width / 2, size.height / 2}));
     cv::Mat data(size.height, pair.main.pitch(), CV_8UC1);
@@ -46,6 +59,11 @@ cv::Mat Estimated(StereoPair& pair) {
 }
 
 } // namespace
+
+cv::Mat LumaOf(const host::Image& image) {
+    return {image.height(), image.width(), CV_8UC1, const_cast<std::uint8_t*>(image.plane(0)),
+            static_cast<std::size_t>(image.pitch())};
+}
 
 Engine::Engine(cv::Size size) {
     auto bytes = refocus::WriteCalibration(CalibrationFor(size));
@@ -89,7 +107,7 @@ cv::Mat EstimatedDisparity(StereoPair& pair, const std::string& name) {
     try {
         return Estimated(pair);
     } catch (const std::runtime_error& error) {
-        throw std::runtime_error(name + ": " + error.what());
+        throw std::runtime_error(fmt::format("{}: {}", name, error.what()));
     }
 }
 

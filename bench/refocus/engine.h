@@ -13,7 +13,12 @@ namespace quality {
 struct StereoPair {
     host::Image main;
     host::Image aux; // of the camera to the right of the main one
+
+    cv::Size size() const { return {main.width(), main.height()}; }
 };
+
+// The luma plane (CV_8UC1), sharing the image's pixels.
+cv::Mat LumaOf(const host::Image& image);
 
 // One instance of the engine, calibrated for identical, rectified cameras. Throws
 // std::runtime_error with the engine's words where a call fails.
@@ -24,8 +29,8 @@ public:
     Engine(const Engine&) = delete;
     Engine& operator=(const Engine&) = delete;
 
-    // The disparity data of the pair, as many bytes as the main image's luma plane.
     void Estimate(StereoPair& pair, TSL_DCR_FOCUSPARAM focus);
+    // The disparity data of the pair, as many bytes as the main image's luma plane.
     void Fetch(cv::Mat& data);
     void Render(StereoPair& pair, const cv::Mat& data, TSL_DCR_FOCUSPARAM focus, int blurLevel,
                 host::Image& output);
@@ -36,9 +41,9 @@ private:
 
 TSL_DCR_FOCUSPARAM FocusAt(cv::Point point);
 
-// What the engine makes of the pair, in main image pixels (CV_32FC1). The engine's functions give
-// bytes alone, their meaning comes from its steps. Throws std::runtime_error that begins with
-// `name` where a call fails or both differ in a byte.
+// The engine's disparity for the pair, in main image pixels (CV_32FC1). The engine's functions
+// return bytes; their scale comes from its steps. Throws std::runtime_error that begins with `name`
+// where a call fails or the two differ in a byte.
 cv::Mat EstimatedDisparity(StereoPair& pair, const std::string& name);
 
 } // namespace quality

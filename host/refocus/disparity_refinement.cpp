@@ -1,0 +1,214 @@
+#include "host/refocus/disparity_refinement.h"
+
+#include <opencv2/imgproc.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+#include <vector>
+
+namespace refocus {
+namespace {
+
+constexpr float kNone = std::numeric_limits<float>::infinity();
+constexpr int kDirections = 8;
+constexpr int kNarrowGap = 6; // pixels; too narrow to show a third surface in between
+using Nearest = cv::Vec<float, kDirections>; // consistent disparity met first in each direction
+
+// Scans the map from one corner to the opposite one and propagates the nearest disparities of four
+// directions, `first` and the three after it: three from the previous row, one along the row. A
+// second scan the other way finds the remaining four.
+void PropagateNearest(const cv::Mat& disparity, const cv::Mat& consistent, bool forwards, int first,
+                      cv::Mat& nearest) {
+    const int step = forwards ? -1 : 1;
+    const int width = disparity.cols;
+    const std::vector<Nearest> outside(static_cast<std::size_t>(width), Nearest::all(kNone));
+    for (int row = 0; row < disparity.rows; ++row) {
+        const int y = forwards ? row : disparity.rows - 1 - row;
+        Nearest* own = nearest.ptr<Nearest>(y);
+        const Nearest* before = row > 0 ? nearest.ptr<Nearest>(y + step) : outside.data();
+        const float* values = disparity.ptr<float>(y);
+        const std::uint8_t* known = consistent.ptr<std::uint8_t>(y);
+        for (int column = 0; column < width; ++column) {
+            const int x = forwards ? column : width - 1 - column;
+            const auto from = [&](const Nearest* line, int at, int direction) {
+                return at >= 0 && at < width ? line[at][direction] : kNone;
+            };
+            for (int i = 0; i < 4; ++i) {
+                const int at = i < 3 ? x + step * (1 - i) : x + step;
+                own[x][first + i] =
+                    known[x] != 0 ? values[x] : from(i < 3 ? before : own, at, first + i);
+            }
+        }
+    }
+}
+
+// Consecutive pixels of a row without a disparity, and the disparities beside them.
+struct Gap {
+    float left; // kNone at the image's border
+    float right;
+    int width;
+
+    // An object occludes as many pixels as its disparity differs from the background's. A gap that
+    // is much wider than the difference of its ends lies between two foreground objects, so that
+    // the row does not show the background's disparity.
+    bool RowDecides() const {
+        const bool one = left < kNone || right < kNone;
+        const bool both = left < kNone && right < kNone;
+        return one && (!both || width <= kNarrowGap ||
+                       std::abs(right - left) * 2.0f >= static_cast<float>(width));
+    }
+};
+
+// The second lowest (occluded) or the median of the disparities met.
+float RankOf(const Nearest& nearest, bool occluded) {
+    std::array<float, kDirections> sorted{};
+    const auto end = std::copy_if(nearest.val, nearest.val + kDirections, sorted.begin(),
+                                  [](float value) { return value < kNone; });
+    std::sort(sorted.begin(), end);
+    const auto count = end - sorted.begin();
+    if (count == 0) {
+        return kNone;
+    }
+    return sorted[static_cast<std::size_t>(occluded ? std::min<std::ptrdiff_t>(1, count - 1)
+                                                    : (count - 1) / 2)];
+}
+
+using Similarity = std::array<float, 256>; // by difference in grey levels
+
+Similarity MakeSimilarity(float contrast) {
+    Similarity similarity{};
+    for (std::size_t level = 0; level < similarity.size(); ++level) {
+        similarity[level] = std::exp(-static_cast<float>(level) / contrast);
+    }
+    return similarity;
+}
+
+// The disparities quantised to equal bins, for histograms.
+struct Bins {
+    static constexpr int kCount = 512;
+    cv::Mat index; // CV_16UC1
+    float low = 0.0f;
+    float width = 1.0f;
+
+    explicit Bins(const cv::Mat& disparity) {
+        double least = 0.0;
+        double most = 0.0;
+        cv::minMaxLoc(disparity, &least, &most);
+        low = static_cast<float>(least);
+        width = std::max(1e-3f, static_cast<float>(most - least) / (kCount - 1));
+        disparity.convertTo(index, CV_16U, 1.0 / width, -low / width);
+    }
+};
+
+// 255 near disparity edges and where a value was filled in: there the median decides.
+cv::Mat DoubtfulPixels(const cv::Mat& disparity, const cv::Mat& weight,
+                       const WeightedMedianOptions& options) {
+    const cv::Mat window = cv::Mat::ones(options.radius, options.radius, CV_8U);
+    cv::Mat high, low;
+    cv::dilate(disparity, high, window);
+    cv::erode(disparity, low, window);
+    return ((high - low) > options.step) | (weight < 1.0);
+}
+
+class Window {
+public:
+    Window(const Bins& bins, const cv::Mat& weight, const cv::Mat& guide, int radius,
+           const Similarity& similarity)
+        : bins_(bins), weight_(weight), guide_(guide), radius_(radius), similarity_(similarity) {}
+
+    float Median(int x, int y) {
+        histogram_.fill(0.0f);
+        int lowest = Bins::kCount;
+        double total = 0.0;
+        const int own = guide_.at<std::uint8_t>(y, x);
+        const int left = std::max(0, x - radius_);
+        const int right = std::min(guide_.cols - 1, x + radius_);
+        for (int row = std::max(0, y - radius_); row <= std::min(guide_.rows - 1, y + radius_);
+             ++row) {
+            const std::uint8_t* light = guide_.ptr<std::uint8_t>(row);
+            const float* weight = weight_.ptr<float>(row);
+            const std::uint16_t* bin = bins_.index.ptr<std::uint16_t>(row);
+            for (int i = left; i <= right; ++i) {
+                const float share =
+                    weight[i] * similarity_[static_cast<std::size_t>(std::abs(own - light[i]))];
+                histogram_[bin[i]] += share;
+                total += static_cast<double>(share);
+                lowest = std::min<int>(lowest, bin[i]);
+            }
+        }
+        auto bin = static_cast<std::size_t>(lowest);
+        for (double sum = static_cast<double>(histogram_[bin]);
+             sum < total / 2 && bin + 1 < histogram_.size();) {
+            sum += static_cast<double>(histogram_[++bin]);
+        }
+        return bins_.low + static_cast<float>(bin) * bins_.width;
+    }
+
+private:
+    const Bins& bins_;
+    const cv::Mat& weight_;
+    const cv::Mat& guide_;
+    int radius_;
+    const Similarity& similarity_;
+    std::array<float, Bins::kCount> histogram_{};
+};
+
+} // namespace
+
+void FillOcclusions(cv::Mat& disparity, const cv::Mat& consistent, const cv::Mat& occluded) {
+    if (cv::countNonZero(consistent) == 0) {
+        disparity.setTo(0.0f);
+        return;
+    }
+    cv::Mat nearest(disparity.size(), CV_MAKETYPE(CV_32F, kDirections));
+    PropagateNearest(disparity, consistent, true, 0, nearest);
+    PropagateNearest(disparity, consistent, false, 4, nearest);
+    float last = 0.0f; // used where none of the eight directions meets a consistent pixel
+    for (int y = 0; y < disparity.rows; ++y) {
+        float* row = disparity.ptr<float>(y);
+        const std::uint8_t* known = consistent.ptr<std::uint8_t>(y);
+        for (int x = 0; x < disparity.cols; ++x) {
+            if (known[x] != 0) {
+                last = row[x];
+                continue;
+            }
+            const int end = static_cast<int>(
+                std::find_if(known + x, known + disparity.cols, [](auto k) { return k != 0; }) -
+                known);
+            const Gap gap{x > 0 ? row[x - 1] : kNone, end < disparity.cols ? row[end] : kNone,
+                          end - x};
+            for (; x < end; ++x) {
+                const bool hidden = occluded.at<std::uint8_t>(y, x) != 0;
+                const float value = gap.RowDecides() ? std::min(gap.left, gap.right)
+                                                     : RankOf(nearest.at<Nearest>(y, x), hidden);
+                row[x] = last = value < kNone ? value : last;
+            }
+            --x;
+        }
+    }
+}
+
+cv::Mat WeightedMedian(const cv::Mat& disparity, const cv::Mat& weight, const cv::Mat& guide,
+                       const WeightedMedianOptions& options) {
+    const Bins bins(disparity);
+    const Similarity similarity = MakeSimilarity(options.contrast);
+    const cv::Mat doubtful = DoubtfulPixels(disparity, weight, options);
+    cv::Mat result = disparity.clone();
+    cv::parallel_for_(cv::Range(0, disparity.rows), [&](const cv::Range& range) {
+        Window window(bins, weight, guide, options.radius, similarity);
+        for (int y = range.start; y < range.end; ++y) {
+            const std::uint8_t* decide = doubtful.ptr<std::uint8_t>(y);
+            float* out = result.ptr<float>(y);
+            for (int x = 0; x < result.cols; ++x) {
+                if (decide[x] != 0) {
+                    out[x] = window.Median(x, y);
+                }
+            }
+        }
+    });
+    return result;
+}
+
+} // namespace refocus

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <opencv2/core.hpp>
+
+// Refinement of a matched disparity map (CV_32FC1, pixels) at the size of matching. The same bytes
+// for any number of threads.
+namespace refocus {
+
+// Replaces the disparities that are not `consistent` (CV_8UC1, 0 or 255). Within a row the smaller
+// of the two neighbouring consistent ones is taken where the gap's width fits their difference.
+// Elsewhere the nearest consistent pixels in eight directions decide (Hirschmueller, "Stereo
+// Processing by Semiglobal Matching and Mutual Information", 2008, 2.6): for an `occluded` pixel
+// (CV_8UC1), which lies behind its surroundings, the second lowest of them, because the lowest may
+// be a mismatch; for others the median. All 0 where nothing is consistent.
+void FillOcclusions(cv::Mat& disparity, const cv::Mat& consistent, const cv::Mat& occluded);
+
+struct WeightedMedianOptions {
+    int radius = 6;         // pixels; the window is 2 * radius + 1 square
+    float contrast = 10.0f; // grey levels at which a neighbour's weight falls to 1 / e
+    float step = 2.0f;      // pixels; a larger disparity difference within the window is an edge
+};
+
+// Moves the edges of the map to the edges of its image (`guide`, CV_8UC1). Near disparity edges,
+// and where `weight` (CV_32FC1, above 0) is less than 1, each value is replaced by the median of
+// its window, in which neighbours count by their own weight and by the similarity of their
+// brightness (Ma et al., "Constant Time Weighted Median Filtering for Stereo Matching and Beyond",
+// 2013). Unlike a mean, a median yields no disparity between an object and its background.
+cv::Mat WeightedMedian(const cv::Mat& disparity, const cv::Mat& weight, const cv::Mat& guide,
+                       const WeightedMedianOptions& options = {});
+
+} // namespace refocus
