@@ -29,7 +29,7 @@ RgbImage Enlarged(const RgbImage& picture, cv::Size size, unsigned seed) {
                        const_cast<std::uint8_t*>(picture.bytes.data()));
     cv::Mat to(size, CV_8UC3, result.bytes.data());
     cv::resize(from, to, size, 0, 0, cv::INTER_CUBIC);
-    AddNoise(result, seed);
+    AddNoise(result, 2, seed);
     return result;
 }
 
@@ -38,7 +38,7 @@ StereoPair PairOf(cv::Size size) {
     constexpr int kTracedWidth = 800;
     constexpr int kSamples = 16;
     const cv::Size traced(kTracedWidth, kTracedWidth * size.height / size.width);
-    const Scene scene = MakeScene(0, kTracedWidth);
+    const Scene scene = RandomScene(1, kTracedWidth);
     return {RgbToNv12(Enlarged(Trace(scene, traced, {0.0f, 0.0f, kSamples}), size, 1), 0),
             RgbToNv12(Enlarged(TraceAux(scene, traced, kSamples), size, 2), 0)};
 }

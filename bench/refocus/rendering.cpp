@@ -1,6 +1,8 @@
 #include "bench/refocus/rendering.h"
 
+#include <array>
 #include <cmath>
+#include <numeric>
 #include <tuple>
 
 #include <fmt/ostream.h>
@@ -15,8 +17,9 @@ namespace quality {
 namespace {
 
 constexpr int kBlurLevel = 100;
-constexpr int kPinholeSamples = 64;
-constexpr int kLensSamples = 900;
+constexpr int kPinholeSamples = 25;
+constexpr int kLensSamples = 300;
+constexpr double kWrongShare = 0.003; // of the width; a larger error of disparity is wrong
 
 // A disparity map in the engine's 8 bits. The scale is always that of the scene's exact disparity,
 // so that exact and estimated disparities have equal radii.
@@ -111,70 +114,138 @@ int Differing(const host::Image& a, const host::Image& b, const cv::Mat& mask) {
            cv::countNonZero((parts[0] | parts[1]) & (half == 255));
 }
 
-int DifferingAtLevel0(ScenePhoto& photo) {
-    const cv::Size size = photo.pair.size();
-    Engine engine(size);
-    const TSL_DCR_FOCUSPARAM focus = FocusAt(photo.focus);
-    engine.Estimate(photo.pair, focus);
-    cv::Mat data(size.height, photo.pair.main.pitch(), CV_8UC1);
-    engine.Fetch(data);
-    host::Image output(host::Image::Format::Nv12, size.width, size.height, photo.pair.main.pitch());
-    engine.Render(photo.pair, data, focus, 0, output);
-    return Differing(photo.pair.main, output, cv::Mat(size, CV_8UC1, cv::Scalar(255)));
+double Ssim(const cv::Mat& picture, const cv::Mat& traced) {
+    constexpr double kC1 = 0.01 * 255 * 0.01 * 255;
+    constexpr double kC2 = 0.03 * 255 * 0.03 * 255;
+    cv::Mat a, b;
+    picture.convertTo(a, CV_32F);
+    traced.convertTo(b, CV_32F);
+    const auto mean = [](const cv::Mat& values) {
+        cv::Mat result;
+        cv::GaussianBlur(values, result, {11, 11}, 1.5);
+        return result;
+    };
+    const cv::Mat meanA = mean(a), meanB = mean(b);
+    const cv::Mat square = meanA.mul(meanA) + meanB.mul(meanB);
+    const cv::Mat product = meanA.mul(meanB);
+    const cv::Mat variances = mean(a.mul(a) + b.mul(b)) - square;
+    const cv::Mat covariance = mean(a.mul(b)) - product;
+    cv::Mat similarity;
+    cv::divide((2 * product + kC1).mul(2 * covariance + kC2), (square + kC1).mul(variances + kC2),
+               similarity);
+    return cv::mean(similarity)[0];
 }
 
-// PSNR against the traced picture.
-struct PsnrOfBoth {
-    double engine = 0.0;
-    double blend = 0.0;
-
-    double gain() const { return engine - blend; }
-};
+// Like cv::PSNR, which takes no mask. An empty mask: all pixels.
+double Psnr(const cv::Mat& a, const cv::Mat& b, const cv::Mat& mask) {
+    const double distance = cv::norm(a, b, cv::NORM_L2SQR, mask);
+    const double count = mask.empty() ? static_cast<double>(a.total()) : cv::countNonZero(mask);
+    return 10.0 * std::log10(255.0 * 255.0 * count * a.channels() / std::max(distance, 1e-9));
+}
 
 struct SceneFigures {
-    PsnrOfBoth exact;
-    PsnrOfBoth estimated;
-    PsnrOfBoth edges;
+    std::string name;
+    Fidelity exact; // of the engine's rendering with exact and with estimated disparity
+    Fidelity estimated;
+    Fidelity exactBlend; // of the blend
+    Fidelity estimatedBlend;
+    double wrongDisparity = 0.0; // percent of the pixels
     int core = 0;
-    int touchedInCore = 0;
-    int touchedAtLevel0 = 0;
+    int changedInCore = 0;
 };
 
 SceneFigures MeasureScene(ScenePhoto& photo, const PictureFolder& pictures) {
     SceneFigures figures;
-    const auto compare = [&](const cv::Mat& disparity, const char* kind, const cv::Mat& mask) {
+    figures.name = photo.name;
+    const auto compare = [&](const cv::Mat& disparity, const char* kind) {
         const host::Image rendered = RenderedBy(photo, disparity);
         const host::Image blend = GaussianBlend(photo, disparity);
-        pictures.Write(photo.name + "-rendered-" + kind, rendered);
-        pictures.Write(photo.name + "-blend-" + kind, blend);
-        pictures.Write(photo.name + "-disparity-" + kind, disparity, "pixels");
-        return std::pair(
-            PsnrOfBoth{Psnr(rendered, photo.traced), Psnr(blend, photo.traced)},
-            PsnrOfBoth{Psnr(rendered, photo.traced, mask), Psnr(blend, photo.traced, mask)});
+        pictures.Write(fmt::format("{}-rendered-{}", photo.name, kind), rendered);
+        pictures.Write(fmt::format("{}-blend-{}", photo.name, kind), blend);
+        pictures.Write(fmt::format("{}-disparity-{}", photo.name, kind), disparity, "pixels");
+        return std::pair(Compare(rendered, photo), Compare(blend, photo));
     };
     pictures.Write(photo.name + "-main", photo.pair.main);
     pictures.Write(photo.name + "-aux", photo.pair.aux);
     pictures.Write(photo.name + "-traced", photo.traced);
-    const cv::Mat edges = AlongDepthEdges(photo.disparity);
-    figures.exact = compare(photo.disparity, "exact", edges).first;
-    std::tie(figures.estimated, figures.edges) =
-        compare(EstimatedDisparity(photo.pair, photo.name), "estimated", edges);
+    const cv::Mat disparity = EstimatedDisparity(photo.pair, photo.name);
+    std::tie(figures.exact, figures.exactBlend) = compare(photo.disparity, "exact");
+    std::tie(figures.estimated, figures.estimatedBlend) = compare(disparity, "estimated");
+    const cv::Mat wrong = cv::abs(disparity - photo.disparity) > kWrongShare * disparity.cols;
+    figures.wrongDisparity = 100.0 * cv::countNonZero(wrong) / static_cast<double>(wrong.total());
 
     const QuantizedDisparity exact(photo.disparity, photo.disparity, photo.focus);
     const cv::Mat core = InFocusCore(exact.Radii());
     figures.core = cv::countNonZero(core);
-    figures.touchedInCore = Differing(photo.pair.main, RenderedBy(photo, photo.disparity), core);
-    figures.touchedAtLevel0 = DifferingAtLevel0(photo);
+    figures.changedInCore = Differing(photo.pair.main, RenderedBy(photo, photo.disparity), core);
     return figures;
 }
 
-void PrintScene(std::ostream& out, const std::string& name, const SceneFigures& figures) {
-    fmt::print(out, "{:<24}", name);
-    for (const PsnrOfBoth& psnr : {figures.exact, figures.estimated, figures.edges}) {
-        fmt::print(out, "{:10.2f} ({:+.2f})", psnr.engine, psnr.gain());
+// A figure of the table of scenes, of the engine and, if not null, of the blend.
+struct Column {
+    const char* title;
+    int decimals;
+    double (*engine)(const SceneFigures&);
+    double (*blend)(const SceneFigures&);
+
+    // The lower, the worse: the distance to the blend, or that of the figure from 0.
+    double Rank(const SceneFigures& scene) const {
+        return blend != nullptr ? engine(scene) - blend(scene) : -std::abs(engine(scene));
     }
-    fmt::print(out, "{:10}\n", figures.core);
-    out.flush();
+};
+
+const std::array kColumns{
+    Column{"exact, dB", 2, [](const SceneFigures& f) { return f.exact.luma; },
+           [](const SceneFigures& f) { return f.exactBlend.luma; }},
+    Column{"estimated, dB", 2, [](const SceneFigures& f) { return f.estimated.luma; },
+           [](const SceneFigures& f) { return f.estimatedBlend.luma; }},
+    Column{"its edges, dB", 2, [](const SceneFigures& f) { return f.estimated.edges; },
+           [](const SceneFigures& f) { return f.estimatedBlend.edges; }},
+    Column{"its chroma, dB", 2, [](const SceneFigures& f) { return f.estimated.chroma; },
+           [](const SceneFigures& f) { return f.estimatedBlend.chroma; }},
+    Column{"its SSIM", 3, [](const SceneFigures& f) { return f.estimated.ssim; },
+           [](const SceneFigures& f) { return f.estimatedBlend.ssim; }},
+    Column{"its luma shift", 2, [](const SceneFigures& f) { return f.estimated.brightness; },
+           nullptr},
+    Column{"wrong depth, %", 2, [](const SceneFigures& f) { return f.wrongDisparity; }, nullptr},
+};
+
+double Mean(const std::vector<SceneFigures>& scenes, double (*figure)(const SceneFigures&)) {
+    const auto add = [&](double sum, const SceneFigures& scene) { return sum + figure(scene); };
+    return std::accumulate(scenes.begin(), scenes.end(), 0.0, add) /
+           static_cast<double>(scenes.size());
+}
+
+const SceneFigures& Worst(const std::vector<SceneFigures>& scenes, const Column& column) {
+    return *std::min_element(scenes.begin(), scenes.end(),
+                             [&](const SceneFigures& a, const SceneFigures& b) {
+                                 return column.Rank(a) < column.Rank(b);
+                             });
+}
+
+// "31.07 (+4.50)"
+std::string CellOf(const Column& column, const std::vector<SceneFigures>& scenes) {
+    const double engine = Mean(scenes, column.engine);
+    const std::string above =
+        column.blend == nullptr
+            ? ""
+            : fmt::format(" ({:+.{}f})", engine - Mean(scenes, column.blend), column.decimals);
+    return fmt::format("{:.{}f}{}", engine, column.decimals, above);
+}
+
+Row RowOf(const char* what, const Column& column, const std::vector<SceneFigures>& scenes,
+          double must, double aim) {
+    const double engine = Mean(scenes, column.engine);
+    const double blend = Mean(scenes, column.blend);
+    const SceneFigures& worst = Worst(scenes, column);
+    return {what,
+            engine - blend,
+            "dB",
+            fmt::format("engine {:.2f} dB, Gaussian blend {:.2f} dB, worst {:+.2f} dB in {}",
+                        engine, blend, column.Rank(worst), worst.name),
+            Row::Better::kMore,
+            must,
+            aim};
 }
 
 } // namespace
@@ -188,8 +259,8 @@ ScenePhoto Photograph(const Scene& scene, cv::Size size) {
     const QuantizedDisparity exact(photo.disparity, photo.disparity, photo.focus);
     RgbImage main = Trace(scene, size, {0.0f, 0.0f, kPinholeSamples});
     RgbImage aux = TraceAux(scene, size, kPinholeSamples);
-    AddNoise(main, 1);
-    AddNoise(aux, 2);
+    AddNoise(main, scene.noise, 1);
+    AddNoise(aux, scene.noise, 2);
     photo.pair = {RgbToNv12(main, 0), RgbToNv12(aux, 0)};
     photo.traced =
         RgbToNv12(Trace(scene, size,
@@ -221,10 +292,12 @@ host::Image GaussianBlend(const ScenePhoto& photo, const cv::Mat& disparity) {
     return output;
 }
 
-double Psnr(const host::Image& a, const host::Image& b, const cv::Mat& mask) {
-    const double distance = cv::norm(LumaOf(a), LumaOf(b), cv::NORM_L2SQR, mask);
-    const double count = mask.empty() ? a.width() * a.height() : cv::countNonZero(mask);
-    return 10.0 * std::log10(255.0 * 255.0 * count / std::max(distance, 1e-9));
+Fidelity Compare(const host::Image& picture, const ScenePhoto& photo) {
+    const cv::Mat luma = LumaOf(picture);
+    const cv::Mat traced = LumaOf(photo.traced);
+    return {Psnr(luma, traced, {}), Psnr(luma, traced, AlongDepthEdges(photo.disparity)),
+            Psnr(ViewOf(picture).chroma, ViewOf(photo.traced).chroma, {}), Ssim(luma, traced),
+            cv::mean(luma)[0] - cv::mean(traced)[0]};
 }
 
 cv::Mat AlongDepthEdges(const cv::Mat& disparity) {
@@ -241,46 +314,42 @@ cv::Mat AlongDepthEdges(const cv::Mat& disparity) {
     return band;
 }
 
-std::vector<Row> RenderingRows(int width, std::ostream& out, const PictureFolder& pictures) {
+std::vector<Row> RenderingRows(std::uint32_t first, int count, int width, std::ostream& out,
+                               const PictureFolder& pictures) {
     const cv::Size size(width, cvRound(static_cast<float>(width) * kSceneHeight) / 2 * 2);
-    fmt::print(out,
-               "Ray-traced scenes at {}x{}, luma PSNR in dB (above the Gaussian blend):\n"
-               "scene                            exact         estimated    its depth edges   "
-               "in-focus core, pixels\n",
-               size.width, size.height);
-    SceneFigures mean;
-    for (int i = 0; i < kSceneCount; ++i) {
-        ScenePhoto photo = Photograph(MakeScene(i, width), size);
-        const SceneFigures figures = MeasureScene(photo, pictures);
-        PrintScene(out, photo.name, figures);
-        const auto add = [](PsnrOfBoth& sum, const PsnrOfBoth& one) {
-            sum.engine += one.engine / kSceneCount;
-            sum.blend += one.blend / kSceneCount;
-        };
-        add(mean.exact, figures.exact);
-        add(mean.estimated, figures.estimated);
-        add(mean.edges, figures.edges);
-        mean.core += figures.core;
-        mean.touchedInCore += figures.touchedInCore;
-        mean.touchedAtLevel0 += figures.touchedAtLevel0;
+    fmt::print(out, "{} ray-traced scenes at {}x{}; in brackets: above the Gaussian blend\n{:<14}",
+               count, size.width, size.height, "");
+    for (const Column& column : kColumns) {
+        fmt::print(out, "{:>16}", column.title);
     }
-    const auto row = [](const char* what, const PsnrOfBoth& beside, double must, double aim) {
-        return Row{
-            what,
-            beside.gain(),
-            "dB",
-            fmt::format("engine {:.2f} dB, Gaussian blend {:.2f} dB", beside.engine, beside.blend),
-            Row::Better::kMore,
-            must,
-            aim};
+    const auto print = [&out](const std::string& name, const auto& scenesOf) {
+        fmt::print(out, "\n{:<14}", name);
+        for (const Column& column : kColumns) {
+            fmt::print(out, "{:>16}", CellOf(column, scenesOf(column)));
+        }
+        out.flush();
     };
-    return {row("Scenes, exact disparity", mean.exact, 5.5, 8.0),
-            row("Scenes, estimated disparity, whole", mean.estimated, 4.0, 6.0),
-            row("Scenes, estimated disparity, depth edges", mean.edges, 2.0, 4.5),
-            {"Scenes, in-focus core: bytes changed", static_cast<double>(mean.touchedInCore), "",
-             fmt::format("of {} pixels in it", mean.core)},
-            {"Scenes, blur level 0: bytes changed", static_cast<double>(mean.touchedAtLevel0), "",
-             fmt::format("of {} pixels", kSceneCount * size.area())}};
+    std::vector<SceneFigures> scenes;
+    for (int i = 0; i < count; ++i) {
+        ScenePhoto photo =
+            Photograph(RandomScene(first + static_cast<std::uint32_t>(i), width), size);
+        scenes.push_back(MeasureScene(photo, pictures));
+        print(photo.name, [&](const Column&) { return std::vector{scenes.back()}; });
+    }
+    print("mean", [&](const Column&) { return scenes; });
+    print("worst of each",
+          [&](const Column& column) { return std::vector{Worst(scenes, column)}; });
+    fmt::print(out, "\n");
+    const auto sum = [&scenes](int SceneFigures::*figure) {
+        return std::accumulate(scenes.begin(), scenes.end(), 0,
+                               [&](int total, const auto& one) { return total + one.*figure; });
+    };
+    return {RowOf("Scenes, exact disparity", kColumns[0], scenes, 6.5, 8.0),
+            RowOf("Scenes, estimated disparity, whole", kColumns[1], scenes, 5.5, 7.0),
+            RowOf("Scenes, estimated disparity, depth edges", kColumns[2], scenes, 3.5, 4.5),
+            {"Scenes, in-focus core: bytes changed",
+             static_cast<double>(sum(&SceneFigures::changedInCore)), "",
+             fmt::format("of {} pixels in it", sum(&SceneFigures::core))}};
 }
 
 } // namespace quality

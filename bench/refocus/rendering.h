@@ -31,14 +31,24 @@ host::Image RenderedBy(const ScenePhoto& photo, const cv::Mat& disparity);
 // the engine's disc, which has the disc's standard deviation.
 host::Image GaussianBlend(const ScenePhoto& photo, const cv::Mat& disparity);
 
-// PSNR of luma, in dB, where `mask` (CV_8UC1) is not 0, or everywhere if it is empty.
-double Psnr(const host::Image& a, const host::Image& b, const cv::Mat& mask = {});
+// How close a picture is to the traced one.
+struct Fidelity {
+    double luma = 0.0;       // PSNR, dB
+    double edges = 0.0;      // PSNR of luma along depth edges, dB
+    double chroma = 0.0;     // PSNR of U and V, dB
+    double ssim = 0.0;       // of luma (Wang et al., "Image Quality Assessment", 2004)
+    double brightness = 0.0; // mean luma minus that of the traced picture, code values
+};
+
+Fidelity Compare(const host::Image& picture, const ScenePhoto& photo);
 
 // 255 within a hundredth of the width of a disparity edge, which is a step of more than a twentieth
 // of the scene's range.
 cv::Mat AlongDepthEdges(const cv::Mat& disparity);
 
-// All six scenes at a width. A line for each scene goes to `out`.
-std::vector<Row> RenderingRows(int width, std::ostream& out, const PictureFolder& pictures);
+// `count` random scenes from seed `first` on, in pictures of `width` columns. A line for each scene
+// goes to `out`, then their mean and the worst of each figure.
+std::vector<Row> RenderingRows(std::uint32_t first, int count, int width, std::ostream& out,
+                               const PictureFolder& pictures);
 
 } // namespace quality

@@ -56,12 +56,15 @@ struct Scene {
     std::string name;
     std::vector<Surface> surfaces; // in any order: the nearest at each position hides the others
     cv::Point2f focus;
+    float exposure = 1.0f; // factor of all light; what exceeds 1 is clipped
+    int noise = 2;         // of the photos, code values
 };
 
 constexpr float kSceneHeight = 0.75f; // in widths
 
-// The same scene for the same number, whatever the machine.
-constexpr int kSceneCount = 6;
-Scene MakeScene(int number, int imageWidth);
+// A scene of random surfaces, textures, depths, thin objects, hair, lamps, windows, gradients,
+// noise, exposure and focus (near, middle, far). The same scene for the same seed on every machine.
+// `imageWidth`, in pixels, decides the textures' resolution.
+Scene RandomScene(std::uint32_t seed, int imageWidth);
 
 } // namespace quality

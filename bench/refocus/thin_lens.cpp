@@ -87,7 +87,7 @@ RgbImage TraceViews(const Scene& scene, cv::Size size, const std::vector<View>& 
                 sum[x] += hits[x].light;
             }
         }
-        const float share = 1.0f / static_cast<float>(views.size());
+        const float share = scene.exposure / static_cast<float>(views.size());
         for (int x = 0; x < size.width; ++x) {
             const cv::Vec3f light = sum[static_cast<std::size_t>(x)] * share;
             picture.Set(x, y, {Encode(light[0]), Encode(light[1]), Encode(light[2])});
@@ -146,10 +146,10 @@ cv::Mat ExactDisparity(const Scene& scene, cv::Size size) {
     return disparity;
 }
 
-void AddNoise(RgbImage& picture, unsigned seed) {
+void AddNoise(RgbImage& picture, int most, unsigned seed) {
     cv::Mat bytes(1, static_cast<int>(picture.bytes.size()), CV_8UC1, picture.bytes.data());
     cv::Mat noise(bytes.size(), CV_16SC1);
-    cv::RNG(seed).fill(noise, cv::RNG::UNIFORM, -2, 3);
+    cv::RNG(seed).fill(noise, cv::RNG::UNIFORM, -most, most + 1);
     cv::add(bytes, noise, bytes, cv::noArray(), CV_8U);
 }
 

@@ -27,7 +27,7 @@ RgbImage TraceAux(const Scene& scene, cv::Size size, int samples);
 // Disparity in pixels (CV_32FC1) at each pixel's centre.
 cv::Mat ExactDisparity(const Scene& scene, cv::Size size);
 
-// Adds uniformly distributed sensor noise of -2 to 2 code values.
-void AddNoise(RgbImage& picture, unsigned seed);
+// Adds uniformly distributed sensor noise of -most to most code values.
+void AddNoise(RgbImage& picture, int most, unsigned seed);
 
 } // namespace quality
