@@ -10,7 +10,7 @@
 namespace refocus {
 namespace {
 
-constexpr float kGain = 7.0f;    // light added to a lamp, as a multiple of white
+constexpr float kGain = 3.0f;    // light added to a lamp, as a multiple of white
 constexpr int kWindowShare = 24; // a lamp's surroundings are a square of 1/24 of the width
 constexpr int kRim = 4;          // cells from a lamp's centre to beyond its rim
 // Mean light of the surroundings up to which a clipped cell is raised fully, and from which it is
