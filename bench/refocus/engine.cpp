@@ -46,7 +46,7 @@ cv::Mat Estimated(StereoPair& pair) {
 
     refocus::DepthMap depth;
     Check(
-        refocus::Result(refocus::EstimateDepth(LumaOf(pair.main), LumaOf(pair.aux),
+        refocus::Result(refocus::EstimateDepth(ViewOf(pair.main), LumaOf(pair.aux),
                                                CalibrationFor(size), {}, pair.main.pitch(), depth)),
         "EstimateDepth");
     if (cv::norm(data, depth.bytes, cv::NORM_INF) != 0.0) {
@@ -63,6 +63,13 @@ cv::Mat Estimated(StereoPair& pair) {
 cv::Mat LumaOf(const host::Image& image) {
     return {image.height(), image.width(), CV_8UC1, const_cast<std::uint8_t*>(image.plane(0)),
             static_cast<std::size_t>(image.pitch())};
+}
+
+refocus::Nv12View ViewOf(const host::Image& image) {
+    const auto pitch = static_cast<std::size_t>(image.pitch());
+    return {LumaOf(image),
+            {image.height() / 2, image.width() / 2, CV_8UC2,
+             const_cast<std::uint8_t*>(image.plane(1)), pitch}};
 }
 
 Engine::Engine(cv::Size size) {

@@ -6,6 +6,7 @@
 
 #include "engine/refocus_engine.h"
 #include "host/picture/image.h"
+#include "host/refocus/image.h"
 
 namespace quality {
 
@@ -19,6 +20,9 @@ struct StereoPair {
 
 // The luma plane (CV_8UC1), sharing the image's pixels.
 cv::Mat LumaOf(const host::Image& image);
+
+// The image as the engine's steps take it, sharing its pixels.
+refocus::Nv12View ViewOf(const host::Image& image);
 
 // One instance of the engine, calibrated for identical, rectified cameras. Throws
 // std::runtime_error with the engine's words where a call fails.

@@ -51,13 +51,6 @@ struct QuantizedDisparity {
     }
 };
 
-refocus::Nv12View ViewOf(const host::Image& image) {
-    const auto pitch = static_cast<std::size_t>(image.pitch());
-    return {LumaOf(image),
-            {image.height() / 2, image.width() / 2, CV_8UC2,
-             const_cast<std::uint8_t*>(image.plane(1)), pitch}};
-}
-
 // One plane of the blend, interpolated between copies that are blurred by evenly spaced radii.
 void BlendPlane(const cv::Mat& plane, const cv::Mat& radii, cv::Mat& result) {
     constexpr float kStep = 1.5f; // pixels of radius between two copies

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <vector>
 
 #include "host/refocus/alignment.h"
 #include "host/refocus/disparity_refinement.h"
@@ -35,8 +36,21 @@ cv::Mat ReduceAux(const cv::Mat& luma, cv::Size mainSize, cv::Size used, cv::Siz
     return reduced;
 }
 
+// The chroma of the main image at the size of the reduced luma, of which each pixel covers factor x
+// factor pixels of luma.
+cv::Mat ReduceChroma(const cv::Mat& chroma, cv::Size size, int factor) {
+    // An odd size leaves the last column or row of luma without chroma.
+    const cv::Size used(std::max(1, std::min(chroma.cols, size.width * factor / 2)),
+                        std::max(1, std::min(chroma.rows, size.height * factor / 2)));
+    // Interpolating between chroma pixels would mix the colours at edges.
+    cv::Mat reduced;
+    cv::resize(chroma(cv::Rect({}, used)), reduced, size, 0, 0,
+               factor > 1 ? cv::INTER_AREA : cv::INTER_NEAREST);
+    return reduced;
+}
+
 // A disparity for every pixel, from those that both views agree on.
-cv::Mat Refine(const Matches& matches, const cv::Mat& left) {
+cv::Mat Refine(const Matches& matches, const cv::Mat& guide) {
     cv::Mat disparity = matches.disparity.clone();
     FillOcclusions(disparity, matches.consistent, matches.occluded);
     cv::medianBlur(disparity, disparity, 5);
@@ -44,7 +58,7 @@ cv::Mat Refine(const Matches& matches, const cv::Mat& left) {
     cv::Mat weight;
     constexpr double kFilledWeight = 0.3;
     matches.consistent.convertTo(weight, CV_32F, (1.0 - kFilledWeight) / 255.0, kFilledWeight);
-    cv::Mat result = WeightedMedian(disparity, weight, left);
+    cv::Mat result = WeightedMedian(disparity, weight, guide);
     // Removes single pixels whose brightness happens to be that of another surface.
     cv::medianBlur(result, result, 5);
     return result;
@@ -52,8 +66,10 @@ cv::Mat Refine(const Matches& matches, const cv::Mat& left) {
 
 } // namespace
 
-Error EstimateDepth(const cv::Mat& mainLuma, const cv::Mat& auxLuma, const Calibration& calibration,
-                    const ImageGeometry& geometry, int mainPitch, DepthMap& depth) {
+Error EstimateDepth(const Nv12View& mainImage, const cv::Mat& auxLuma,
+                    const Calibration& calibration, const ImageGeometry& geometry, int mainPitch,
+                    DepthMap& depth) {
+    const cv::Mat& mainLuma = mainImage.luma;
     const int factor = ReductionFactor(mainLuma.cols, kMatchingWidth);
     const cv::Mat main = ReduceLuma(mainLuma, factor);
     const auto rectification = Rectification::Make(calibration, geometry, main.size());
@@ -69,7 +85,10 @@ Error EstimateDepth(const cv::Mat& mainLuma, const cv::Mat& auxLuma, const Calib
     if (!HasDepth(MeasureDepthPresence(left, matches))) {
         return Error::kNoDepth;
     }
-    const cv::Mat disparity = rectification->ToMain(Refine(matches, left));
+    cv::Mat guide;
+    const cv::Mat chroma = rectification->Left(ReduceChroma(mainImage.chroma, main.size(), factor));
+    cv::merge(std::vector{left, chroma}, guide);
+    const cv::Mat disparity = rectification->ToMain(Refine(matches, guide));
 
     DepthMap result;
     result.size = mainLuma.size();

@@ -5,6 +5,7 @@
 #include "host/refocus/calibration.h"
 #include "host/refocus/disparity_map.h"
 #include "host/refocus/error.h"
+#include "host/refocus/image.h"
 #include "host/refocus/rectification.h"
 
 namespace refocus {
@@ -16,10 +17,11 @@ struct DepthMap {
     DisparityScale scale;
 };
 
-// All steps from two luma planes (CV_8UC1, sizes may differ) to the main one's disparity map:
-// reduction, rectification, alignment, matching, filling, refinement of edges, upsampling. Returns
-// kNone, kCalibrationGeometry or kNoDepth; `depth` is written only on success.
-Error EstimateDepth(const cv::Mat& mainLuma, const cv::Mat& auxLuma, const Calibration& calibration,
-                    const ImageGeometry& geometry, int mainPitch, DepthMap& depth);
+// All steps from the main image and the aux luma plane (CV_8UC1, any size) to the main disparity
+// map: reduction, rectification, alignment, matching, filling, refinement of edges, upsampling.
+// Returns kNone, kCalibrationGeometry or kNoDepth; `depth` is written only on success.
+Error EstimateDepth(const Nv12View& mainImage, const cv::Mat& auxLuma,
+                    const Calibration& calibration, const ImageGeometry& geometry, int mainPitch,
+                    DepthMap& depth);
 
 } // namespace refocus

@@ -75,7 +75,8 @@ float RankOf(const Nearest& nearest, bool occluded) {
                                                     : (count - 1) / 2)];
 }
 
-using Similarity = std::array<float, 256>; // by difference in grey levels
+constexpr int kChromaWeight = 2; // of a difference in U or V, beside one in luma
+using Similarity = std::array<float, 255 * (1 + 2 * kChromaWeight) + 1>; // by difference of colours
 
 Similarity MakeSimilarity(float contrast) {
     Similarity similarity{};
@@ -122,17 +123,21 @@ public:
         histogram_.fill(0.0f);
         int lowest = Bins::kCount;
         double total = 0.0;
-        const int own = guide_.at<std::uint8_t>(y, x);
+        const auto& own = guide_.at<cv::Vec3b>(y, x);
         const int left = std::max(0, x - radius_);
         const int right = std::min(guide_.cols - 1, x + radius_);
         for (int row = std::max(0, y - radius_); row <= std::min(guide_.rows - 1, y + radius_);
              ++row) {
-            const std::uint8_t* light = guide_.ptr<std::uint8_t>(row);
+            const auto* colour = guide_.ptr<cv::Vec3b>(row);
             const float* weight = weight_.ptr<float>(row);
             const std::uint16_t* bin = bins_.index.ptr<std::uint16_t>(row);
             for (int i = left; i <= right; ++i) {
+                const int luma = std::abs(own[0] - colour[i][0]);
+                const int chroma =
+                    std::abs(own[1] - colour[i][1]) + std::abs(own[2] - colour[i][2]);
                 const float share =
-                    weight[i] * similarity_[static_cast<std::size_t>(std::abs(own - light[i]))];
+                    weight[i] *
+                    similarity_[static_cast<std::size_t>(luma + kChromaWeight * chroma)];
                 histogram_[bin[i]] += share;
                 total += static_cast<double>(share);
                 lowest = std::min<int>(lowest, bin[i]);

@@ -20,11 +20,11 @@ struct WeightedMedianOptions {
     float step = 2.0f;      // pixels; a larger disparity difference within the window is an edge
 };
 
-// Moves the edges of the map to the edges of its image (`guide`, CV_8UC1). Near disparity edges,
-// and where `weight` (CV_32FC1, above 0) is less than 1, each value is replaced by the median of
-// its window, in which neighbours count by their own weight and by the similarity of their
-// brightness (Ma et al., "Constant Time Weighted Median Filtering for Stereo Matching and Beyond",
-// 2013). Unlike a mean, a median yields no disparity between an object and its background.
+// Moves the edges of the map to the edges of its image (`guide`, CV_8UC3: Y, U, V). Near disparity
+// edges, and where `weight` (CV_32FC1, above 0) is less than 1, each value is replaced by the
+// median of its window, in which neighbours count by their own weight and by the similarity of
+// their colour (Ma et al., "Constant Time Weighted Median Filtering for Stereo Matching and
+// Beyond", 2013). Unlike a mean, a median yields no disparity between an object and its background.
 cv::Mat WeightedMedian(const cv::Mat& disparity, const cv::Mat& weight, const cv::Mat& guide,
                        const WeightedMedianOptions& options = {});
 

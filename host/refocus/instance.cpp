@@ -81,7 +81,7 @@ Error Instance::CalcDisparity(const PLIM_OFFSCREEN* main, const PLIM_OFFSCREEN* 
         return error;
     }
     DepthMap depth;
-    error = EstimateDepth(ViewOf(*main).luma, ViewOf(*aux).luma, *calibration_, geometry,
+    error = EstimateDepth(ViewOf(*main), ViewOf(*aux).luma, *calibration_, geometry,
                           main->i32Pitch[0], depth);
     if (error == Error::kNone) {
         depth_ = depth;

@@ -42,7 +42,7 @@ public:
     static std::optional<Rectification> Make(const Calibration& calibration,
                                              const ImageGeometry& geometry, cv::Size size);
 
-    // The rectified images (CV_8UC1) of images of the size given to Make.
+    // The rectified images (8 bits, any number of channels) of images of the size given to Make.
     cv::Mat Left(const cv::Mat& main) const;
     cv::Mat Right(const cv::Mat& aux) const;
 

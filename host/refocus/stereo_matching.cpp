@@ -30,7 +30,7 @@ cv::Mat Match(const cv::Mat& left, const cv::Mat& right, const SearchRange& rang
     constexpr int kBlock = 3;
     // Penalties for neighbours that differ by one and by more disparities, times the block's area.
     const auto matcher = cv::StereoSGBM::create(
-        range.minimum, range.count, kBlock, 8 * kBlock * kBlock, 24 * kBlock * kBlock,
+        range.minimum, range.count, kBlock, 2 * kBlock * kBlock, 16 * kBlock * kBlock,
         -1 /* left-right check is done below */, 31 /* clip of the gradient */,
         10 /* percent by which the best match must win */, 0, 0, cv::StereoSGBM::MODE_SGBM_3WAY);
     cv::Mat fixed;

@@ -179,8 +179,10 @@ TEST_P(Depth, OfTwoPlanesIsRight) {
     test.change(views, calibration, geometry);
     ASSERT_EQ(ValidateCalibration(calibration), Error::kNone);
     DepthMap depth;
-    ASSERT_EQ(EstimateDepth(views.main, views.aux, calibration, geometry, views.main.cols, depth),
-              Error::kNone);
+    const cv::Mat grey(views.main.rows / 2, views.main.cols / 2, CV_8UC2, cv::Scalar::all(128));
+    ASSERT_EQ(
+        EstimateDepth({views.main, grey}, views.aux, calibration, geometry, views.main.cols, depth),
+        Error::kNone);
 
     // Half a pixel of the reduced images.
     const double bound = 0.5 * std::max(1.0, std::round(views.main.cols / 800.0));
