@@ -17,6 +17,11 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+// Throws the UseError "NAME: expected EXPECTED, found FOUND", where NAME is the option or the file.
+// All refusals have this form, unless the system says why something cannot be done.
+[[noreturn]] void Refuse(const std::string& name, const std::string& expected,
+                         const std::string& found);
+
 // Runs the action. Returns the caller's mistake that stopped it, a path that the system refuses
 // included, or an empty text; other errors pass through.
 template <typename Action>

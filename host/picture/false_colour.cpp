@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdio>
-#include <string_view>
 
-#include "host/picture/small_text.h"
+#include <fmt/core.h>
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
 
 namespace {
 
@@ -57,7 +57,7 @@ Colour ColourAt(float share) {
     return colour;
 }
 
-// The distance of marks, 1, 2 or 5 times a power of ten, which gives about six of them.
+// The distance between marks: 1, 2 or 5 times a power of ten, so that there are about six marks.
 double MarkStep(Range range) {
     const double rough = (static_cast<double>(range.high) - static_cast<double>(range.low)) / 6;
     const double power = std::pow(10.0, std::floor(std::log10(rough)));
@@ -71,25 +71,38 @@ double MarkStep(Range range) {
 
 std::string MarkText(double value, double step) {
     const int decimals = std::max(0, static_cast<int>(-std::floor(std::log10(step))));
-    char text[32];
-    std::snprintf(text, sizeof text, "%.*f", decimals, value + 0.0);
-    return text;
+    return fmt::format("{:.{}f}", value + 0.0, decimals);
 }
 
-// Where the parts of the picture stand; everything grows with the map, so that it can be read on a
-// picture shown in a window.
+constexpr int kFont = cv::FONT_HERSHEY_PLAIN;
+
+cv::Size TextSize(const std::string& text, int scale) {
+    int belowBaseline = 0;
+    return cv::getTextSize(text, kFont, scale, scale, &belowBaseline);
+}
+
+// Black, with its lower left corner at x, y.
+void DrawText(RgbImage& picture, int x, int y, const std::string& text, int scale) {
+    cv::Mat pixels(picture.height, picture.width, CV_8UC3, picture.bytes.data());
+    cv::putText(pixels, text, {x, y}, kFont, scale, {}, scale, cv::LINE_AA);
+}
+
+// The places of the picture's parts. They grow with the map, so that the text of a large picture
+// can still be read when a window shows it at a smaller scale.
 struct Layout {
     explicit Layout(const NumberMap& map) : dot(std::max(1, map.height / 400)) {
         margin = 6 * dot;
         barLeft = map.width + margin;
         barWidth = 14 * dot;
-        barTop = margin + kGlyphHeight * dot + margin;
+        textHeight = TextSize("0", dot).height;
+        barTop = margin + textHeight + margin;
         barHeight = std::max(map.height - barTop - margin, 40 * dot);
         textLeft = barLeft + barWidth + 4 * dot;
     }
 
-    int dot;
+    int dot; // the scale of lines and text
     int margin;
+    int textHeight;
     int barLeft;
     int barWidth;
     int barTop;
@@ -132,15 +145,17 @@ void DrawMarks(RgbImage& picture, const Layout& layout, Range range) {
         for (int x = 0; x < 3 * layout.dot; ++x) {
             picture.Set(layout.barLeft + layout.barWidth + x, y, kInk);
         }
-        DrawText(picture, layout.textLeft, y - kGlyphHeight * layout.dot / 2,
-                 MarkText(k * step, step), kInk, layout.dot);
+        DrawText(picture, layout.textLeft, y + layout.textHeight / 2, MarkText(k * step, step),
+                 layout.dot);
     }
 }
 
 int WidestMark(Range range, int dot) {
     const double step = MarkStep(range);
-    return std::max(TextWidth(MarkText(static_cast<double>(range.low), step), dot),
-                    TextWidth(MarkText(static_cast<double>(range.high), step), dot));
+    const auto width = [&](float value) {
+        return TextSize(MarkText(static_cast<double>(value), step), dot).width;
+    };
+    return std::max(width(range.low), width(range.high));
 }
 
 } // namespace
@@ -153,13 +168,30 @@ RgbImage FalseColour(const NumberMap& map) {
     const Range range = RangeOf(map);
     const Layout layout(map);
     const int right = std::max(layout.textLeft + WidestMark(range, layout.dot),
-                               layout.barLeft + TextWidth(map.unit, layout.dot));
+                               layout.barLeft + TextSize(map.unit, layout.dot).width);
     RgbImage picture(right + layout.margin,
                      std::max(map.height, layout.barTop + layout.barHeight + layout.margin));
     std::ranges::fill(picture.bytes, kPaper);
     DrawMap(picture, map, range);
     DrawBar(picture, layout);
     DrawMarks(picture, layout, range);
-    DrawText(picture, layout.barLeft, layout.margin, map.unit, kInk, layout.dot);
+    DrawText(picture, layout.barLeft, layout.margin + layout.textHeight, map.unit, layout.dot);
     return picture;
+}
+
+host::Image DepthImage(const host::Image& main) {
+    return {host::Image::Format::Y8, main.width(), main.height(), main.pitch()};
+}
+
+std::optional<RgbImage> DisparityPicture(const host::Image& depth, std::int32_t size) {
+    if (size <= 0 || static_cast<std::size_t>(size) != depth.planeSize(0)) {
+        return std::nullopt;
+    }
+    NumberMap map{depth.width(), depth.height(), {}, "disparity"};
+    map.values.reserve(static_cast<std::size_t>(map.width) * static_cast<std::size_t>(map.height));
+    for (int y = 0; y < map.height; ++y) {
+        const std::uint8_t* row = depth.row(0, y);
+        map.values.insert(map.values.end(), row, row + map.width);
+    }
+    return FalseColour(map);
 }

@@ -15,10 +15,10 @@ Bytes ReadFileBytes(const std::filesystem::path& path) {
         throw UseError(path.string() + ": cannot be read: " + error.message());
     }
     if (!std::filesystem::exists(status)) {
-        throw UseError(path.string() + ": expected a file, found none");
+        Refuse(path, "a file", "none");
     }
     if (std::filesystem::is_directory(status)) {
-        throw UseError(path.string() + ": expected a file, found a folder");
+        Refuse(path, "a file", "a folder");
     }
     errno = 0;
     std::ifstream stream(path, std::ios::binary);
@@ -27,8 +27,9 @@ Bytes ReadFileBytes(const std::filesystem::path& path) {
         bytes.resize(std::filesystem::file_size(path, error));
         stream.read(reinterpret_cast<char*>(bytes.data()),
                     static_cast<std::streamsize>(bytes.size()));
-        bytes.resize(static_cast<std::size_t>(stream.gcount())); // it may have shrunk meanwhile
-    } else {                                                     // a pipe, whose size nobody knows
+        bytes.resize(
+            static_cast<std::size_t>(stream.gcount())); // the file may have shrunk meanwhile
+    } else {                                            // a pipe has no known size
         bytes.assign(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
     }
     if (!stream.is_open() || stream.bad()) {

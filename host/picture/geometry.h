@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 // In pixels; x to the right, y down.
 
 struct Point {
@@ -10,4 +12,11 @@ struct Point {
 struct Size {
     int width = 0;
     int height = 0;
+
+    bool operator==(const Size&) const = default;
 };
+
+// "640x480".
+inline std::string InWords(Size size) {
+    return std::to_string(size.width) + "x" + std::to_string(size.height);
+}

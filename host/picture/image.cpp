@@ -29,12 +29,12 @@ int Image::rowBytes(int index) const {
 }
 
 bool SamePixels(const Image& a, const Image& b) {
-    if (a.format() != b.format() || a.width() != b.width() || a.height() != b.height()) {
+    if (a.format() != b.format() || a.size() != b.size()) {
         return false;
     }
     for (int plane = 0; plane < a.planeCount(); ++plane) {
         for (int row = 0; row < a.planeRows(plane); ++row) {
-            // The byte that fills up an odd row of pairs is no pixel.
+            // The last byte of a chroma row of odd width belongs to no pixel.
             if (std::memcmp(a.row(plane, row), b.row(plane, row),
                             static_cast<std::size_t>(a.width())) != 0) {
                 return false;

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "host/picture/geometry.h"
+
 namespace host {
 
 // An image in the pipeline's memory: NV12 (height rows of luma, then height / 2 rows of U,V pairs)
@@ -21,14 +23,14 @@ public:
     Format format() const { return format_; }
     int width() const { return width_; }
     int height() const { return height_; }
+    Size size() const { return {width_, height_}; }
     int pitch() const { return pitch_; }
 
     // 0 for luma, 1 for chroma.
-    std::uint8_t* plane(int index) { return bytes_.data() + PlaneOffset(index); }
-    const std::uint8_t* plane(int index) const { return bytes_.data() + PlaneOffset(index); }
-    // The first byte of row `y` of a plane; rows count from 0.
-    std::uint8_t* row(int index, int y) { return plane(index) + RowOffset(y); }
-    const std::uint8_t* row(int index, int y) const { return plane(index) + RowOffset(y); }
+    std::uint8_t* plane(int index) { return row(index, 0); }
+    const std::uint8_t* plane(int index) const { return row(index, 0); }
+    std::uint8_t* row(int plane, int y) { return bytes_.data() + RowOffset(plane, y); }
+    const std::uint8_t* row(int plane, int y) const { return bytes_.data() + RowOffset(plane, y); }
     int planeRows(int index) const { return index == 0 ? height_ : height_ / 2; }
     int rowBytes(int index) const; // bytes of image data in each row
     int planeCount() const { return format_ == Format::Nv12 ? 2 : 1; }
@@ -41,8 +43,10 @@ public:
     const std::vector<std::uint8_t>& bytes() const { return bytes_; }
 
 private:
-    std::ptrdiff_t RowOffset(int y) const { return static_cast<std::ptrdiff_t>(y) * pitch_; }
-    std::size_t PlaneOffset(int index) const { return index == 0 ? 0 : planeSize(0); }
+    std::size_t RowOffset(int plane, int y) const {
+        return (plane == 0 ? 0 : planeSize(0)) +
+               static_cast<std::size_t>(y) * static_cast<std::size_t>(pitch_);
+    }
 
     Format format_ = Format::Nv12;
     int width_ = 0;

@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <string>
 
+#include <fmt/core.h>
 #include <png.h>
 #include <turbojpeg.h>
 
@@ -23,14 +24,14 @@ bool StartsWith(const Bytes& bytes, const std::array<std::uint8_t, kSize>& start
 }
 
 [[noreturn]] void Damaged(const std::string& name, const char* format, const char* reason) {
-    throw UseError(name + ": expected a whole " + format + " picture, found a damaged one (" +
-                   reason + ")");
+    Refuse(name, fmt::format("a whole {} picture", format),
+           fmt::format("a damaged one ({})", reason));
 }
 
 void CheckSize(const std::string& name, std::int64_t width, std::int64_t height) {
     if (width < 2 || height < 2 || width > kLongestSide || height > kLongestSide) {
-        throw UseError(name + ": expected sides of 2 to " + std::to_string(kLongestSide) +
-                       " pixels, found " + std::to_string(width) + "x" + std::to_string(height));
+        Refuse(name, fmt::format("sides of 2 to {} pixels", kLongestSide),
+               fmt::format("{}x{}", width, height));
     }
 }
 
@@ -74,7 +75,7 @@ RgbImage DecodeJpeg(const std::string& name, const Bytes& bytes) {
     }
     CheckSize(name, width, height);
     if (colours == TJCS_CMYK || colours == TJCS_YCCK) {
-        throw UseError(name + ": expected a grey or RGB picture, found one of four printing inks");
+        Refuse(name, "a grey or RGB picture", "one of four printing inks");
     }
     RgbImage image(width, height);
     // A truncated file is only a warning to the decoder, which fills the rest with grey.
@@ -110,8 +111,8 @@ RgbImage ReadImageFile(const std::filesystem::path& path) {
     if (StartsWith(bytes, kJpegStart)) {
         return DecodeJpeg(path.string(), bytes);
     }
-    throw UseError(path.string() + ": expected a JPEG or PNG picture, found " +
-                   (bytes.empty() ? "an empty file" : "a file of another kind"));
+    Refuse(path, "a JPEG or PNG picture",
+           bytes.empty() ? "an empty file" : "a file of another kind");
 }
 
 Bytes EncodePng(const RgbImage& image) {

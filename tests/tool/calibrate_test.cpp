@@ -219,12 +219,13 @@ TEST_F(CalibrateTest, RefusesWhatGivesNoCalibration) {
          "expected at least 3 good views, found 0\n  flat.png: no whole board"},
         {with(board, {"--main", "flat.png", "small.png", "--aux", "flat.png", "flat.png"}),
          "small.png: expected 64x48"},
-        {with(board, {"--main", "flat.png", "--aux", "flat.png", "flat.png"}), "found 1 and 2"},
+        {with(board, {"--main", "flat.png", "--aux", "flat.png", "flat.png"}),
+         "--aux: expected as many photos as of --main, 1, found 2"},
         {{"calibrate", "--main", "flat.png", "--aux", "flat.png", "-o", "c.bin"}, "--board"},
         {{"calibrate", "--square", "-3"}, "--square: expected a positive number, found \"-3\""},
         {{"calibrate", "--board", "9x"}, "expected CxR"},
         {{"calibrate", "--show", "short.bin", "-o", "c.bin"}, "--output: expected none"},
-        {{"calibrat"}, "replay, convert, diff, calibrate, completion), found \"calibrat\""},
+        {{"calibrat"}, "diff, calibrate, completion or help, found \"calibrat\""},
         {{}, "found none"},
     };
     for (const auto& [arguments, said] : cases) {

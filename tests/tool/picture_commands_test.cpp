@@ -195,7 +195,7 @@ TEST_F(PictureCommandTest, DiffAnswers) {
         {{kMain, "short_128x80.nv12"}, 2, "expected 15360 bytes"},
         {{kMain, "long_128x80.nv12"}, 0, "1000 bytes more than its name says"},
         {{"plain.nv12", kMain}, 2, "a name that ends in pitch and height"},
-        {{kMain}, 2, "B is required"},
+        {{kMain}, 2, "B: expected FILE, found none"},
     };
     for (const auto& [arguments, exitCode, said] : kCases) {
         SCOPED_TRACE(testing::PrintToString(arguments));
@@ -235,7 +235,7 @@ TEST_F(PictureCommandTest, GoesOnBehindWhatCannotBeRead) {
     fs::create_symlink("loop_4x4.nv12", folder_ / "loop_4x4.nv12");
     const std::string tooLong = std::string(30000, 'x') + "_4x4.nv12";
     const std::vector<std::pair<Names, std::string>> cases{
-        {{"convert", "loop_4x4.nv12", tooLong, kMain, "--json", "-o", "out"}, "to"},
+        {{"convert", "loop_4x4.nv12", tooLong, kMain, "--json", "-o", "out"}, "written"},
         {{"convert", "loop_4x4.nv12", tooLong, kMain, "--json", "--commands"}, "ffplay"},
         {{"inspect", "loop_4x4.nv12", tooLong, kMain, "--json"}, "findings"},
     };

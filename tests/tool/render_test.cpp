@@ -141,7 +141,7 @@ TEST_F(RenderTest, NamesWhatIsWrongAndLeavesNothing) {
         {"main.png", {"--node", "none.so"}, {"--node", "none.so"}},
         {"main.png", {}, {"words.txt", "folder"}, "words.txt"},
         {"main.png", {}, {"words.txt/deep", "folder"}, "words.txt/deep"},
-        {"main.png", {"--blurr", "5"}, {"--blurr"}},
+        {"main.png", {"--blurr", "5"}, {"--blurr: expected"}},
     };
     for (const auto& [main, more, said, output] : kCases) {
         SCOPED_TRACE(testing::PrintToString(said));
@@ -168,7 +168,10 @@ TEST_F(RenderTest, FocusedSquareStaysSharpBeforeABlurredWall) {
     EXPECT_LT(Sharpness(after, 240, 40, 300, 200), 0.5 * Sharpness(before, 240, 40, 300, 200));
 
     const auto tags = Tags();
-    EXPECT_EQ(nlohmann::json::parse(run.output), tags);
+    auto printed = nlohmann::json::parse(run.output);
+    EXPECT_EQ(printed["written"], (Names{"out/output.png", "out/disparity.png", "out/tags.json"}));
+    printed.erase("written");
+    EXPECT_EQ(printed, tags);
     EXPECT_EQ(tags["result"], 0);
     EXPECT_EQ(tags["copiedMainImage"], false);
     EXPECT_TRUE(tags["complaints"].empty()) << tags["complaints"];
@@ -189,6 +192,7 @@ TEST_F(RenderTest, PublishesTheFocus) {
         {{"--focus", "31,207"}, {31, 207}},
         {{"--focus", "319,239"}, {319, 239}},
         {{"--focus", "0,0"}, {1, 1}},
+        {{"--main-sensor", "640x480", "--main-crop", "320x240", "--focus", "31,207"}, {31, 207}},
         {{"--af-region", "100,40,139,59"}, {120, 50}},
         {{"--face", "10,20,31,31", "--face", "200,100,41,41"}, {220, 120}},
         {{"--face", "10,20,31,31", "--face", "200,100,41,41", "--select-face", "0"}, {25, 35}},
@@ -236,10 +240,35 @@ TEST_F(RenderTest, LibraryThatDoesNotLoadLeavesNothing) {
     WriteBytes(folder_ / "words.so", {'w', 'o', 'r', 'd', 's'});
     for (const char* option : {"--node", "--engine"}) {
         const ToolRun run = Render({option, "words.so"});
-        EXPECT_EQ(run.exitCode, 1);
+        EXPECT_EQ(run.exitCode, 2);
         EXPECT_THAT(run.errors, HasSubstr("words.so"));
         EXPECT_FALSE(fs::exists(folder_ / "out"));
     }
+}
+
+struct Failure {
+    const char* armed;
+    int exitCode;
+    std::string said; // on standard error
+};
+
+TEST_F(RenderTest, ShowsWhatAFailingCallLeadsTo) {
+    const Failure failures[] = {
+        {"TSL_DCIR_Process", 1, "because: TSL_DCIR_Process failed (-4"},
+        {"TSL_DCIR_Process:1:-77", 1, "because: TSL_DCIR_Process failed (-77"},
+        {"TSL_DCIR_Process:2", 0, "note: --fail: there was no such call: TSL_DCIR_Process:2"},
+        {"setMetadata", 1, "failed: the node published nothing"},
+        {"TSL_DCIR_Process:0", 2, "--fail: expected TSL_DCIR_Process[:N[:RESULT]]"},
+        {"TSL_DCIR_Proces", 2, "--fail: expected CALL[:N[:RESULT]]"},
+    };
+    for (const Failure& failure : failures) {
+        const ToolRun run = Render({"--fail", failure.armed, "--json"});
+        EXPECT_EQ(run.exitCode, failure.exitCode) << failure.armed << run.errors;
+        EXPECT_NE(run.errors.find(failure.said), std::string::npos) << run.errors;
+        const auto json = nlohmann::json::parse(run.output);
+        EXPECT_EQ(json.contains("error"), failure.exitCode == 2) << json;
+    }
+    EXPECT_NE(Render({"--help"}).output.find("TSL_DCIR_Process "), std::string::npos);
 }
 
 TEST_F(RenderTest, InterruptionLeavesNothing) {

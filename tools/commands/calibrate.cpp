@@ -1,7 +1,5 @@
 #include "tools/commands/commands.h"
 
-#include <charconv>
-#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -9,14 +7,13 @@
 #include <string>
 #include <vector>
 
-#include <CLI/App.hpp>
-#include <CLI/Option.hpp>
+#include <fmt/core.h>
 
 #include "host/picture/errors.h"
 #include "host/picture/image_file.h"
 #include "tools/calibrate/board_calibration.h"
 #include "tools/calibrate/calibration_record.h"
-#include "tools/commands/options.h"
+#include "tools/commands/shared_options.h"
 #include "tools/files/json_text.h"
 #include "tools/files/output_folder.h"
 #include "tools/files/progress.h"
@@ -42,10 +39,10 @@ struct CalibrateOptions {
     bool json = false;
 };
 
-nlohmann::ordered_json ViewsJson(const BoardCalibration& boards) {
-    nlohmann::ordered_json views = nlohmann::ordered_json::array();
+Json ViewsJson(const BoardCalibration& boards) {
+    Json views = Json::array();
     for (const BoardView& view : boards.views) {
-        nlohmann::ordered_json entry{{"main", view.main.string()}, {"aux", view.aux.string()}};
+        Json entry{{"main", view.main.string()}, {"aux", view.aux.string()}};
         if (view.dropped.empty()) {
             entry["mainError"] = view.mainError;
             entry["auxError"] = view.auxError;
@@ -70,14 +67,16 @@ void PrintViews(const BoardCalibration& boards) {
     std::printf("all together %.3f pixels off\n", boards.error);
 }
 
+// `boards`: null without photos.
 void ShowResult(const CalibrateOptions& options, const refocus::Calibration& calibration,
-                const BoardCalibration* boards) {
+                const BoardCalibration* boards, const std::vector<std::string>& written) {
     if (options.json) {
-        nlohmann::ordered_json report = ToJson(calibration);
+        Json report = ToJson(calibration);
         if (boards != nullptr) {
             report["views"] = ViewsJson(*boards);
             report["error"] = boards->error;
         }
+        report["written"] = written;
         std::printf("%s", JsonText(report).c_str());
         return;
     }
@@ -85,6 +84,7 @@ void ShowResult(const CalibrateOptions& options, const refocus::Calibration& cal
         PrintViews(*boards);
     }
     std::printf("%s", ToText(calibration).c_str());
+    PrintWritten(written);
 }
 
 int Show(const CalibrateOptions& options) {
@@ -92,10 +92,10 @@ int Show(const CalibrateOptions& options) {
     const refocus::Error error =
         refocus::ParseCalibration(ReadFileBytes(options.show), calibration);
     if (error != refocus::Error::kNone) {
-        throw UseError(options.show.string() + ": expected a calibration file: " +
-                       refocus::Describe(refocus::Result(error)).sentence);
+        throw UseError(fmt::format("{}: expected a calibration file: {}", options.show.string(),
+                                   refocus::Describe(refocus::Result(error)).sentence));
     }
-    ShowResult(options, calibration, nullptr);
+    ShowResult(options, calibration, nullptr, {});
     return kExitDone;
 }
 
@@ -103,21 +103,19 @@ int Finish(const CalibrateOptions& options, refocus::Calibration calibration,
            const BoardCalibration* boards) {
     calibration.mountAngle = options.mountAngle;
     calibration.nearestDistance = options.nearest;
-    OutputFolder folder(fs::absolute(options.output).parent_path());
-    folder.Write(options.output.filename().string(), refocus::WriteCalibration(calibration));
-    folder.Commit();
-    ShowResult(options, calibration, boards);
+    const auto written = WriteFile(options.output, refocus::WriteCalibration(calibration));
+    ShowResult(options, calibration, boards, written);
     return kExitDone;
 }
 
 int CalibrateBoards(const CalibrateOptions& options) {
     if (options.main.size() != options.aux.size()) {
-        throw UseError("--main and --aux: expected as many photos of each camera, found " +
-                       std::to_string(options.main.size()) + " and " +
-                       std::to_string(options.aux.size()));
+        Refuse("--aux", fmt::format("as many photos as of --main, {}", options.main.size()),
+               std::to_string(options.aux.size()));
     }
     if (!options.boardGiven || !options.square) {
-        throw UseError("expected --board and --square with photos of a board, found one missing");
+        Refuse(options.boardGiven ? "--square" : "--board", "a value, for photos of a board",
+               "none");
     }
     std::vector<std::pair<fs::path, fs::path>> photos;
     for (std::size_t i = 0; i < options.main.size(); ++i) {
@@ -135,25 +133,26 @@ int Calibrate(const CalibrateOptions& options) {
     const bool boards = !options.main.empty() || !options.aux.empty();
     const bool files = !options.intrinsics.empty() || !options.extrinsics.empty();
     if ((boards ? 1 : 0) + (files ? 1 : 0) + (options.show.empty() ? 0 : 1) != 1) {
-        throw UseError("expected either --main and --aux, or --intrinsics and --extrinsics, or "
-                       "--show, found none or several of them");
+        Refuse("calibrate", "either --main and --aux, or --intrinsics and --extrinsics, or --show",
+               "none or several of them");
     }
     if (!options.show.empty()) {
         if (!options.output.empty()) {
-            throw UseError("--output: expected none with --show, which writes nothing, found " +
-                           options.output.string());
+            Refuse("--output", "none with --show, which writes nothing", options.output);
         }
         return Show(options);
     }
     if (options.output.empty()) {
-        throw UseError("--output: expected a file to write, found none");
+        Refuse("--output", "a file to write", "none");
     }
     if (boards) {
         return CalibrateBoards(options);
     }
+    if (options.extrinsics.empty()) {
+        Refuse("--intrinsics", "--extrinsics beside it", "none");
+    }
     if (!options.size) {
-        throw UseError("--size: expected the images' size, which OpenCV's files do not hold, found "
-                       "none");
+        Refuse("--size", "the images' size, which OpenCV's files do not hold", "none");
     }
     return Finish(options,
                   ReadOpenCvFiles(options.intrinsics, options.extrinsics, *options.size,
@@ -162,106 +161,69 @@ int Calibrate(const CalibrateOptions& options) {
                   nullptr);
 }
 
-Size ParseSides(const char* option, const std::string& text, const char* form, int least) {
-    const auto n = ParseNumbers(option, text, 2, 'x', form);
-    if (n[0] < least || n[1] < least || n[0] > kLongestSide || n[1] > kLongestSide) {
-        throw CLI::ValidationError(option, "expected sides of " + std::to_string(least) + " to " +
-                                               std::to_string(kLongestSide) + ", found \"" + text +
-                                               "\"");
-    }
-    return {n[0], n[1]};
-}
-
-// Nothing for text that is no finite number.
-std::optional<double> Number(const std::string& text) {
-    double number = 0;
-    const char* const end = text.data() + text.size();
-    const auto [next, error] = std::from_chars(text.data(), end, number);
-    const bool whole = error == std::errc() && next == end && std::isfinite(number);
-    return whole ? std::optional(number) : std::nullopt;
-}
-
-void AddSources(CLI::App& command, CalibrateOptions& options) {
-    command.add_option("--main", options.main, "photos of a chessboard by the main camera")
-        ->type_name("FILE...");
-    command
-        .add_option("--aux", options.aux,
-                    "photos of the same moments by the aux camera, in the\nsame order")
-        ->type_name("FILE...");
-    command
-        .add_option_function<std::string>(
-            "--board",
-            [&](const std::string& text) {
-                const Size size = ParseSides("--board", text, "CxR", 3);
-                options.board.columns = size.width;
-                options.board.rows = size.height;
-                options.boardGiven = true;
-            },
-            "inner corners of the board, along its rows and columns")
-        ->type_name("CxR");
-    command
-        .add_option("--square", options.square,
-                    "side of a square in mm; with OpenCV's files, mm to the unit\nof T (default "
-                    "there: 1)")
-        ->type_name("MM")
-        ->check([](const std::string& text) {
-            return Number(text).value_or(0) > 0
-                       ? std::string()
-                       : "expected a positive number, found \"" + text + "\"";
-        });
-    auto* intrinsics =
-        command.add_option("--intrinsics", options.intrinsics, "OpenCV's YAML with M1, D1, M2, D2");
-    auto* extrinsics =
-        command.add_option("--extrinsics", options.extrinsics, "OpenCV's YAML with R, T");
-    intrinsics->type_name("FILE")->needs(extrinsics);
-    extrinsics->type_name("FILE")->needs(intrinsics);
-    for (const auto& [name, size, help] :
-         {std::tuple("--size", &options.size, "size of the images that OpenCV's files are for"),
-          std::tuple("--aux-size", &options.auxSize, "the aux camera's (default: the same)")}) {
-        command
-            .add_option_function<std::string>(
-                name,
-                [name = name, size = size](const std::string& text) {
-                    *size = ParseSides(name, text, "WxH", 16);
-                },
-                help)
-            ->type_name("WxH");
-    }
+void AddSources(Command& command, CalibrateOptions& options) {
+    command.Paths("--main", "FILE", options.main, "photos of a chessboard by the main camera");
+    command.Paths("--aux", "FILE", options.aux,
+                  "photos of the same moments by the aux camera, in the\nsame order");
+    command.Value(
+        "--board", "CxR",
+        [&](const Argument& argument) {
+            const Size size = argument.Sides("CxR", 3, kLongestSide);
+            options.board.columns = size.width;
+            options.board.rows = size.height;
+            options.boardGiven = true;
+        },
+        "inner corners of the board, along its rows and columns");
+    command.Value(
+        "--square", "MM",
+        [&](const Argument& argument) {
+            options.square = argument.Number();
+            if (*options.square <= 0) {
+                argument.Refuse("a positive number");
+            }
+        },
+        "side of a square in mm; with OpenCV's files, mm to the unit\nof T (default there: 1)");
+    command.Path("--intrinsics", "FILE", options.intrinsics, "OpenCV's YAML with M1, D1, M2, D2");
+    command.Path("--extrinsics", "FILE", options.extrinsics, "OpenCV's YAML with R, T")
+        .Needs("--intrinsics");
+    const auto size = [&command](const char* name, std::optional<Size>& into, const char* help) {
+        command.Value(
+            name, "WxH",
+            [&into](const Argument& argument) { into = argument.Sides("WxH", 16, kLongestSide); },
+            help);
+    };
+    size("--size", options.size, "size of the images that OpenCV's files are for");
+    size("--aux-size", options.auxSize, "the aux camera's (default: the same)");
 }
 
 } // namespace
 
-std::function<int()> PrepareCalibrate(CLI::App& command) {
+std::function<int()> PrepareCalibrate(Command command) {
     const auto options = std::make_shared<CalibrateOptions>();
     AddSources(command, *options);
-    command.add_option("--show", options->show, "put a calibration file into words")
-        ->type_name("FILE");
-    command.add_option("-o,--output", options->output, "the calibration file")->type_name("FILE");
-    command
-        .add_option("--mount-angle", options->mountAngle,
-                    "rotation that the device reports for images that stand\nas these photos "
-                    "(default: 0)")
-        ->type_name("DEG")
-        ->check(CLI::IsMember({0, 90, 180, 270}));
-    command
-        .add_option("--nearest", options->nearest,
-                    "nearest distance of a subject, which bounds the search\n(default: unknown)")
-        ->type_name("MM")
-        ->check([](const std::string& text) {
-            return Number(text).value_or(-1) >= 0
-                       ? std::string()
-                       : "expected 0 or a positive number, found \"" + text + "\"";
-        });
-    command.add_flag("--json", options->json, "say it as JSON");
-    command.footer(
+    command.Path("--show", "FILE", options->show, "put a calibration file into words");
+    command.Path("-o,--output", "FILE", options->output, "the calibration file");
+    command.Rotation("--mount-angle", options->mountAngle,
+                     "rotation that the device reports for images that stand\nas these photos "
+                     "(default: 0)");
+    command.Value(
+        "--nearest", "MM",
+        [options](const Argument& argument) {
+            options->nearest = argument.Number();
+            if (options->nearest < 0) {
+                argument.Refuse("0 or a positive number");
+            }
+        },
+        "nearest distance of a subject, which bounds the search\n(default: unknown)");
+    command.Flag("--json", options->json, "say it as JSON");
+    command.Footer(
         "Examples:\n"
         "  bokehnode calibrate --main main*.jpg --aux aux*.jpg --board 9x6 --square 25 \\\n"
         "      -o dualcam_cali.bin\n"
         "  bokehnode calibrate --intrinsics intrinsics.yml --extrinsics extrinsics.yml \\\n"
         "      --size 4000x3000 -o dualcam_cali.bin\n"
         "  bokehnode calibrate --show dualcam_cali.bin\n"
-        "\n"
-        "Exit codes: 0 written or shown; 2 wrong use, unreadable input, or photos that give\n"
-        "no calibration.");
+        "\n" +
+        ExitCodes("0 written or shown"));
     return [options] { return Calibrate(*options); };
 }

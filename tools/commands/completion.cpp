@@ -1,11 +1,10 @@
 #include "tools/commands/commands.h"
 
+#include <algorithm>
 #include <cstdio>
-#include <memory>
 #include <string>
 
-#include <CLI/App.hpp>
-#include <CLI/Option.hpp>
+#include <fmt/core.h>
 
 #include "host/picture/errors.h"
 
@@ -13,66 +12,54 @@ namespace {
 
 struct Words {
     std::string commands;
-    std::string values;  // branches of a case: what follows an option that takes a value
-    std::string options; // the same: the options of a command
-    std::string places;  // the same: what stands without an option
+    // Branches of the script's case statements:
+    std::string values;  // completions of an option's value
+    std::string options; // the options of each command
+    std::string places;  // completions of an argument that belongs to no option
 };
 
-std::vector<std::string> NamesOf(const CLI::Option& option) {
-    std::vector<std::string> names;
-    for (const std::string& name : option.get_snames()) {
-        names.push_back("-" + name);
-    }
-    for (const std::string& name : option.get_lnames()) {
-        names.push_back("--" + name);
-    }
-    return names;
-}
-
-// What fills in the value of an option, by the type that its help shows.
-std::string ValueOf(const CLI::Option& option) {
-    const std::string type = option.get_type_name();
-    if (const auto open = type.find('{'); open != std::string::npos) {
-        std::string choices = type.substr(open + 1, type.find('}') - open - 1);
-        for (char& character : choices) {
-            character = character == ',' ? ' ' : character;
-        }
-        return "words \"" + choices + "\"";
-    }
-    if (type.starts_with("FILE")) {
+// What fills in the value of an option or a place, by the form that its help shows.
+std::string ValueOf(std::string form) {
+    if (form.starts_with("FILE")) {
         return "files";
     }
-    return type.starts_with("DIR") ? "folders" : "words \"\"";
+    if (form.starts_with("DIR")) {
+        return "folders";
+    }
+    if (form.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789|") != std::string::npos) {
+        form.clear(); // "X,Y" and the like describe values and are none
+    }
+    std::ranges::replace(form, '|', ' ');
+    return "words \"" + form + "\"";
 }
 
-void AddCommand(const CLI::App& command, Words& words) {
-    const std::string& name = command.get_name();
+void AddCommand(const Command& command, Words& words) {
+    const std::string name = command.name();
     words.commands += (words.commands.empty() ? "" : " ") + name;
     std::string all;
-    std::string place = "files";
-    for (const CLI::Option* option : command.get_options()) {
+    std::string place = "words \"\"";
+    for (const Command::OptionFacts& option : command.options()) {
         std::string pattern;
-        for (const std::string& spelling : NamesOf(*option)) {
-            all.append(all.empty() ? "" : " ").append(spelling);
-            pattern.append(pattern.empty() ? "\"" : " | \"").append(name);
-            pattern.append(" ").append(spelling).append("\"");
+        for (const std::string& spelling : option.names) {
+            all += (all.empty() ? "" : " ") + spelling;
+            pattern += fmt::format("{}\"{} {}\"", pattern.empty() ? "" : " | ", name, spelling);
         }
         if (pattern.empty()) {
-            place =
-                option->get_type_name().find('{') == std::string::npos ? place : ValueOf(*option);
-        } else if (option->get_items_expected_max() != 0) {
-            words.values += "    " + pattern + ")\n        _bokehnode_" + ValueOf(*option) +
-                            "\n        return\n        ;;\n";
+            place = ValueOf(option.form);
+        } else if (option.takesValue) {
+            words.values +=
+                fmt::format("    {})\n        _bokehnode_{}\n        return\n        ;;\n", pattern,
+                            ValueOf(option.form));
         }
     }
-    words.places += "    " + name + ") _bokehnode_" + place + " ;;\n";
-    words.options += "    " + name + ") _bokehnode_words \"" + all + "\" ;;\n";
+    words.places += fmt::format("    {}) _bokehnode_{} ;;\n", name, place);
+    words.options += fmt::format("    {}) _bokehnode_words \"{}\" ;;\n", name, all);
 }
 
-std::string BashScript(const CLI::App& program) {
+std::string BashScript(const Program& program) {
     Words words;
-    for (const CLI::App* command : program.get_subcommands(nullptr)) {
-        AddCommand(*command, words);
+    for (const Command& command : program.commands()) {
+        AddCommand(command, words);
     }
     return R"(# bash completion of bokehnode; bokehnode completion bash prints it.
 
@@ -85,7 +72,7 @@ _bokehnode() {
     COMPREPLY=()
     if [ "$COMP_CWORD" -eq 1 ]; then
         _bokehnode_words ")" +
-           words.commands + R"( --help"
+           words.commands + R"( --help --version"
         return
     fi
     case "${COMP_WORDS[1]} ${COMP_WORDS[COMP_CWORD - 1]}" in
@@ -108,15 +95,16 @@ complete -o filenames -F _bokehnode bokehnode
 
 } // namespace
 
-std::function<int()> PrepareCompletion(CLI::App& command) {
-    const auto shell = std::make_shared<std::string>();
-    command.add_option("SHELL", *shell, "bash")->required()->check(CLI::IsMember({"bash"}));
-    command.footer("Examples:\n"
+std::function<int()> PrepareCompletion(Command command, const Program& program) {
+    const char* shells = "bash";
+    const auto check = [shells](const Argument& shell) { shell.OneOf(shells); };
+    command.Value("SHELL", shells, check, "the shell").Required();
+    command.Footer("Examples:\n"
                    "  source <(bokehnode completion bash)\n"
                    "  bokehnode completion bash > ~/.local/share/bash-completion/completions/"
                    "bokehnode");
-    return [&command, shell] { // the option writes into it while the words are read
-        std::printf("%s", BashScript(*command.get_parent()).c_str());
+    return [&program] {
+        std::printf("%s", BashScript(program).c_str());
         return kExitDone;
     };
 }

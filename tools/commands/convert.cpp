@@ -9,14 +9,14 @@
 #include <string>
 #include <vector>
 
-#include <CLI/App.hpp>
-#include <CLI/Option.hpp>
+#include <fmt/core.h>
 
-#include "host/picture/disparity_picture.h"
 #include "host/picture/errors.h"
+#include "host/picture/false_colour.h"
 #include "host/picture/image_file.h"
 #include "host/picture/nv12.h"
 #include "platform/device_names.h"
+#include "tools/commands/shared_options.h"
 #include "tools/dumps/dump_name.h"
 #include "tools/dumps/picture_file.h"
 #include "tools/files/json_text.h"
@@ -27,6 +27,8 @@ namespace fs = std::filesystem;
 using Kind = PictureFile::Kind;
 
 namespace {
+
+constexpr char kKinds[] = "png|nv12|y8";
 
 struct ConvertOptions {
     std::vector<fs::path> files;
@@ -41,8 +43,8 @@ struct ConvertOptions {
 };
 
 struct Written {
-    fs::path from;
-    fs::path to;
+    std::vector<std::string> files;
+    fs::path path; // absolute
     int width = 0;
     int height = 0;
 };
@@ -60,30 +62,28 @@ std::string Quoted(const std::string& text) {
     return quoted + "'";
 }
 
-// The lines that open a dump in other programs, in the colours and without the padding.
+// Command lines that open a dump in its true colours and without its padding.
 struct Commands {
     std::string ffplay;
     std::string ffmpeg;
 };
 
 Commands CommandsFor(const fs::path& path, const PictureFile& picture) {
-    const std::string size =
-        std::to_string(picture.image.pitch()) + "x" + std::to_string(picture.image.height());
     const bool nv12 = picture.kind == Kind::kNv12;
-    const std::string input = std::string("-f rawvideo -pixel_format ") + (nv12 ? "nv12" : "gray") +
-                              " -video_size " + size;
-    std::string filter =
-        "crop=" + std::to_string(picture.width()) + ":" + std::to_string(picture.height()) + ":0:0";
-    if (nv12) {
-        filter += ",scale=in_range=full:out_range=full:in_color_matrix=bt601"
-                  ":flags=neighbor+accurate_rnd+full_chroma_int,format=rgb24";
-    }
+    const std::string input =
+        fmt::format("-f rawvideo -pixel_format {} -video_size {}x{}", nv12 ? "nv12" : "gray",
+                    picture.image.pitch(), picture.image.height());
+    const std::string filter =
+        fmt::format("crop={}:{}:0:0{}", picture.width(), picture.height(),
+                    nv12 ? ",scale=in_range=full:out_range=full:in_color_matrix=bt601"
+                           ":flags=neighbor+accurate_rnd+full_chroma_int,format=rgb24"
+                         : "");
     fs::path png = path.filename();
     png.replace_extension(".png");
     const std::string file = Quoted(path.string());
-    return {"ffplay " + input + " -vf " + filter + " " + file,
-            "ffmpeg -y " + input + " -i " + file + " -vf " + filter + " -frames:v 1 " +
-                Quoted(png.string())};
+    return {fmt::format("ffplay {} -vf {} {}", input, filter, file),
+            fmt::format("ffmpeg -y {} -i {} -vf {} -frames:v 1 {}", input, file, filter,
+                        Quoted(png.string()))};
 }
 
 std::optional<int> WidthAsked(const ConvertOptions& options) {
@@ -106,12 +106,10 @@ host::Image GreyImage(const fs::path& path, const RgbImage& picture, int pitch) 
                       pitch > 0 ? pitch : picture.width);
     const std::uint8_t* from = picture.bytes.data();
     for (int y = 0; y < picture.height; ++y) {
-        std::uint8_t* row = image.plane(0) + static_cast<std::ptrdiff_t>(y) * image.pitch();
+        std::uint8_t* row = image.row(0, y);
         for (int x = 0; x < picture.width; ++x, from += 3) {
             if (from[0] != from[1] || from[0] != from[2]) {
-                throw UseError(path.string() +
-                               ": expected a grey picture for Y8, found colour at " +
-                               std::to_string(x) + "," + std::to_string(y));
+                Refuse(path, "a grey picture for Y8", fmt::format("colour at {},{}", x, y));
             }
             row[x] = from[0];
         }
@@ -119,7 +117,7 @@ host::Image GreyImage(const fs::path& path, const RgbImage& picture, int pitch) 
     return image;
 }
 
-// The pitch asked for, else the one in the picture's own name where a dump was its origin.
+// The pitch asked for; else, if the picture was made from a dump, the one that its name tells.
 int PitchFor(const ConvertOptions& options, const std::optional<SizedName>& name,
              const RgbImage& picture, Kind kind) {
     // Chroma comes in pairs: an odd last column or row of the picture has none.
@@ -128,12 +126,11 @@ int PitchFor(const ConvertOptions& options, const std::optional<SizedName>& name
     const int height = picture.height / step * step;
     if (options.pitch != 0) {
         if (options.pitch < width) {
-            throw UseError("--pitch: expected at least " + std::to_string(width) +
-                           ", the picture's width, found " + std::to_string(options.pitch));
+            Refuse("--pitch", fmt::format("at least {}, the picture's width", width),
+                   std::to_string(options.pitch));
         }
         if (options.pitch % step != 0) {
-            throw UseError("--pitch: expected an even number for NV12, found " +
-                           std::to_string(options.pitch));
+            Refuse("--pitch", "an even number for NV12", std::to_string(options.pitch));
         }
         return options.pitch;
     }
@@ -144,18 +141,16 @@ int PitchFor(const ConvertOptions& options, const std::optional<SizedName>& name
 
 using Results = std::set<fs::path>;
 
-// Pictures can be made again from their dumps, dumps cannot: a device wrote them, and a picture has
-// lost some of their bits.
+// Existing pictures are replaced, since they can be made from their dumps again. Dumps are not: a
+// device wrote them, and a picture has lost some of their bits.
 void CheckResult(const ConvertOptions& options, const fs::path& result, bool dump,
                  const Results& earlier) {
     if (earlier.contains(result)) {
-        throw UseError(result.string() +
-                       ": expected one result of this name, found a second one in the same run");
+        Refuse(result, "one result of this name", "a second one in the same run");
     }
     if (dump && !options.force && fs::exists(fs::symlink_status(result))) {
-        throw UseError(result.string() +
-                       ": expected no dump of this name, found one; --output names another "
-                       "folder, --force replaces it");
+        Refuse(result, "no dump of this name",
+               "one; --output names another folder, --force replaces it");
     }
 }
 
@@ -170,7 +165,7 @@ Written WriteDump(const ConvertOptions& options, const fs::path& path, const Rgb
                                                : device::kDisparityDumpEnding};
     CheckResult(options, folder.path() / target.FileName(), true, earlier);
     folder.Write(target.FileName(), image.bytes());
-    return {path, folder.path() / target.FileName(), image.width(), image.height()};
+    return {{}, folder.path() / target.FileName(), image.width(), image.height()};
 }
 
 Written ConvertOne(const ConvertOptions& options, const fs::path& path, const Results& earlier) {
@@ -178,12 +173,12 @@ Written ConvertOne(const ConvertOptions& options, const fs::path& path, const Re
     const PictureFile picture = ReadPictureFile(path, WidthAsked(options));
     const Kind target = TargetOf(options, picture.kind);
     if (target == picture.kind || (target != Kind::kRgb && picture.kind != Kind::kRgb)) {
-        throw UseError(path.string() + ": expected " +
-                       (target == Kind::kRgb ? "a dump to make a PNG of"
-                                             : "a PNG or JPEG picture to make a dump of") +
-                       ", found " + (picture.kind == Kind::kRgb ? "a picture" : "a dump"));
+        Refuse(path,
+               target == Kind::kRgb ? "a dump to make a PNG of"
+                                    : "a PNG or JPEG picture to make a dump of",
+               picture.kind == Kind::kRgb ? "a picture" : "a dump");
     }
-    OutputFolder folder(options.output.empty() ? fs::absolute(path).parent_path() : options.output);
+    OutputFolder folder(options.output.empty() ? path.parent_path() : options.output);
     Written written;
     if (target == Kind::kRgb) {
         const bool coloured = options.falseColour && picture.kind == Kind::kY8;
@@ -191,17 +186,18 @@ Written ConvertOne(const ConvertOptions& options, const fs::path& path, const Re
             path.stem().string() + (picture.kind == Kind::kY8 ? "_disparity.png" : ".png");
         CheckResult(options, folder.path() / name, false, earlier);
         folder.Write(name, EncodePng(coloured ? Coloured(picture.image) : ToRgb(picture)));
-        written = {path, folder.path() / name, picture.width(), picture.height()};
+        written = {{}, folder.path() / name, picture.width(), picture.height()};
     } else {
         written = WriteDump(options, path, picture.rgb, target, folder, earlier);
     }
     folder.Commit();
+    written.files = folder.written();
     return written;
 }
 
-nlohmann::ordered_json ShowCommands(const ConvertOptions& options, const fs::path& path) {
+Json ShowCommands(const ConvertOptions& options, const fs::path& path) {
     if (KindOf(path) == Kind::kRgb) {
-        throw UseError(path.string() + ": expected a dump, found another kind of file");
+        Refuse(path, "a dump", "another kind of file");
     }
     const Commands commands = CommandsFor(path, ReadPictureFile(path, WidthAsked(options)));
     if (!options.json) {
@@ -210,22 +206,21 @@ nlohmann::ordered_json ShowCommands(const ConvertOptions& options, const fs::pat
     return {{"from", path.string()}, {"ffplay", commands.ffplay}, {"ffmpeg", commands.ffmpeg}};
 }
 
-nlohmann::ordered_json ShowConverted(const ConvertOptions& options, const fs::path& path,
-                                     Results& results) {
+Json ShowConverted(const ConvertOptions& options, const fs::path& path, Results& results) {
     const Written written = ConvertOne(options, path, results);
-    results.insert(written.to);
+    results.insert(written.path);
     if (!options.json) {
-        std::printf("%s (%dx%d)\n", written.to.c_str(), written.width, written.height);
+        PrintWritten(written.files);
     }
-    return {{"from", written.from.string()},
-            {"to", written.to.string()},
+    return {{"from", path.string()},
+            {"written", written.files},
             {"width", written.width},
             {"height", written.height}};
 }
 
-// A file that cannot be converted is reported in its place and does not keep the others from it.
+// A file that cannot be converted is reported in its place; the others are converted.
 int Convert(const ConvertOptions& options) {
-    nlohmann::ordered_json report = nlohmann::ordered_json::array();
+    Json report = Json::array();
     Results results;
     int code = kExitDone;
     for (const fs::path& path : options.files) {
@@ -247,35 +242,26 @@ int Convert(const ConvertOptions& options) {
 
 } // namespace
 
-std::function<int()> PrepareConvert(CLI::App& command) {
+std::function<int()> PrepareConvert(Command command) {
     const auto options = std::make_shared<ConvertOptions>();
-    command.add_option("FILE", options->files, "dumps (.nv12, .Y8), or PNG or JPEG pictures")
-        ->required();
-    command
-        .add_option("-o,--output", options->output, "folder for the results (default: each file's)")
-        ->type_name("DIR");
-    command
-        .add_option("--to", options->to,
-                    "png, nv12 or y8 (default: a dump to png, a picture\nto nv12)")
-        ->type_name("KIND")
-        ->check(CLI::IsMember({"png", "nv12", "y8"}));
-    command
-        .add_option("--width", options->width,
-                    "pixels in a dump's row (default: as its set tells,\nelse the pitch)")
-        ->type_name("PIXELS")
-        ->check(CLI::Range(1, kLongestSide));
-    command
-        .add_option("--pitch", options->pitch,
+    command.Paths("FILE", "FILE", options->files, "dumps (.nv12, .Y8), or PNG or JPEG pictures")
+        .Required();
+    command.Path("-o,--output", "DIR", options->output,
+                 "folder for the results (default: each file's)");
+    command.Value(
+        "--to", kKinds, [options](const Argument& kind) { options->to = kind.OneOf(kKinds); },
+        "kind of the results (default: a dump to png, a picture\nto nv12)");
+    command.Integer("--width", "PIXELS", 1, kLongestSide, options->width,
+                    "pixels in a dump's row (default: as its set tells,\nelse the pitch)");
+    command.Integer("--pitch", "BYTES", 2, 4 * kLongestSide, options->pitch,
                     "bytes from row to row of a new dump (default: the\npitch in the picture's "
-                    "name, else the width)")
-        ->type_name("BYTES")
-        ->check(CLI::Range(2, 4 * kLongestSide));
-    command.add_flag("--false-colour", options->falseColour, "disparity in colours, with a scale");
-    command.add_flag("--commands", options->commands,
-                     "convert nothing; print the ffplay and ffmpeg lines that open\neach dump");
-    command.add_flag("--force", options->force, "replace dumps that exist");
-    command.add_flag("--json", options->json, "say what was written as JSON");
-    command.footer("A dump's name says its pitch and height: NAME_4096x3000.nv12. Y8 becomes\n"
+                    "name, else the width)");
+    command.Flag("--false-colour", options->falseColour, "disparity in colours, with a scale");
+    command.Flag("--commands", options->commands,
+                 "convert nothing; print the ffplay and ffmpeg lines that open\neach dump");
+    command.Flag("--force", options->force, "replace dumps that exist");
+    command.Flag("--json", options->json, "say what was written as JSON");
+    command.Footer("A dump's name says its pitch and height: NAME_4096x3000.nv12. Y8 becomes\n"
                    "NAME_disparity.png.\n"
                    "\n"
                    "Examples:\n"
@@ -283,7 +269,7 @@ std::function<int()> PrepareConvert(CLI::App& command) {
                    "  bokehnode convert camera/*.Y8 --false-colour\n"
                    "  bokehnode convert left.png --pitch 4096 -o dumps\n"
                    "  bokehnode convert --commands camera/*.nv12\n"
-                   "\n"
-                   "Exit codes: 0 converted; 2 wrong use or unreadable input.");
+                   "\n" +
+                   ExitCodes("0 converted"));
     return [options] { return Convert(*options); };
 }

@@ -8,12 +8,13 @@
 #include <optional>
 #include <string>
 #include <system_error>
+#include <vector>
 
-#include <CLI/App.hpp>
-#include <CLI/Option.hpp>
+#include <fmt/core.h>
 
 #include "host/picture/errors.h"
 #include "host/picture/image_file.h"
+#include "tools/commands/shared_options.h"
 #include "tools/compare/difference.h"
 #include "tools/dumps/dump_image.h"
 #include "tools/dumps/picture_file.h"
@@ -34,11 +35,11 @@ struct DiffOptions {
     bool json = false;
 };
 
-std::string SizeText(const PictureFile& picture) {
-    return std::to_string(picture.width()) + "x" + std::to_string(picture.height());
+Size SizeOf(const PictureFile& picture) {
+    return {picture.width(), picture.height()};
 }
 
-// A dump of which only the pitch is known takes the other's width.
+// If only the pitch of a dump is known, its width is taken to be the other's.
 void AgreeOnWidth(PictureFile& picture, const PictureFile& other) {
     const bool narrower = !picture.widthKnown && other.widthKnown && picture.kind != Kind::kRgb &&
                           other.width() < picture.width();
@@ -63,7 +64,7 @@ Pictures Read(const DiffOptions& options) {
     pictures.b = other.get();
     AgreeOnWidth(pictures.a, pictures.b);
     AgreeOnWidth(pictures.b, pictures.a);
-    if (pictures.a.kind != pictures.b.kind) { // in the colours that both can be shown in
+    if (pictures.a.kind != pictures.b.kind) { // pictures of two kinds are compared as RGB
         for (PictureFile* picture : {&pictures.a, &pictures.b}) {
             picture->rgb = ToRgb(*picture);
             picture->kind = Kind::kRgb;
@@ -72,28 +73,25 @@ Pictures Read(const DiffOptions& options) {
     return pictures;
 }
 
-// The map would replace what it is the map of.
+// Refuses to replace one of the pictures with the map of their differences.
 void CheckHeatMap(const DiffOptions& options) {
-    std::error_code none; // where there is no such file yet
+    std::error_code none; // if there is no such file yet
     for (const fs::path& input : {options.a, options.b}) {
         if (!options.heatMap.empty() && fs::equivalent(options.heatMap, input, none)) {
-            throw UseError("--heat-map: expected a file of its own, found " + input.string() +
-                           ", which is compared");
+            Refuse("--heat-map", "a file of its own", input.string() + ", which is compared");
         }
     }
 }
 
-void WriteHeatMap(const fs::path& path, const Pictures& pictures) {
+std::vector<std::string> WriteHeatMap(const fs::path& path, const Pictures& pictures) {
     const Progress progress("drawing the differences");
     const host::Image map = pictures.a.kind == Kind::kRgb
                                 ? DifferenceMap(pictures.a.rgb, pictures.b.rgb)
                                 : DifferenceMap(pictures.a.image, pictures.b.image);
-    OutputFolder folder(fs::absolute(path).parent_path());
-    folder.Write(path.filename().string(), EncodePng(HeatMap(map)));
-    folder.Commit();
+    return WriteFile(path, EncodePng(HeatMap(map)));
 }
 
-// What is behind the rows that a dump's name counts is not compared.
+// Tells that a dump is longer than its name says: the surplus is not compared.
 void NoteSurplus(const fs::path& path, const PictureFile& picture) {
     std::error_code none; // a pipe has no size
     const auto size = fs::file_size(path, none);
@@ -106,18 +104,17 @@ void NoteSurplus(const fs::path& path, const PictureFile& picture) {
     }
 }
 
-void Print(const DiffOptions& options, const Pictures& pictures,
-           const PictureDifference& difference) {
-    if (!options.json) {
-        std::printf("%s", ToText(difference).c_str());
-        return;
+void Print(const DiffOptions& options, const Json& answer, const std::string& words,
+           const std::vector<std::string>& written) {
+    if (options.json) {
+        Json report{{"a", options.a.string()}, {"b", options.b.string()}};
+        report.update(answer);
+        report["written"] = written;
+        std::printf("%s", JsonText(report).c_str());
+    } else {
+        std::printf("%s", words.c_str());
+        PrintWritten(written);
     }
-    nlohmann::ordered_json report{{"a", options.a.string()},
-                                  {"b", options.b.string()},
-                                  {"width", pictures.a.width()},
-                                  {"height", pictures.a.height()}};
-    report.update(ToJson(difference));
-    std::printf("%s", JsonText(report).c_str());
 }
 
 int Diff(const DiffOptions& options) {
@@ -125,60 +122,52 @@ int Diff(const DiffOptions& options) {
     const Pictures pictures = Read(options);
     const PictureFile& a = pictures.a;
     const PictureFile& b = pictures.b;
-    if (a.width() != b.width() || a.height() != b.height()) {
-        const bool unsure = !a.widthKnown || !b.widthKnown;
-        if (options.json) {
-            std::printf("%s", JsonText({{"a", options.a.string()},
-                                        {"b", options.b.string()},
-                                        {"identical", false},
-                                        {"sizes", {SizeText(a), SizeText(b)}}})
-                                  .c_str());
-        } else {
-            std::printf("sizes differ: %s and %s%s\n", SizeText(a).c_str(), SizeText(b).c_str(),
-                        unsure ? "; --width says how much of a dump's pitch is picture" : "");
-        }
+    if (SizeOf(a) != SizeOf(b)) {
+        const std::string sizes[] = {InWords(SizeOf(a)), InWords(SizeOf(b))};
+        const bool sure = a.widthKnown && b.widthKnown;
+        Print(options, {{"identical", false}, {"sizes", sizes}},
+              fmt::format("sizes differ: {} and {}{}\n", sizes[0], sizes[1],
+                          sure ? "" : "; --width says how much of a dump's pitch is picture"),
+              {});
         return kExitFailed;
     }
     NoteSurplus(options.a, a);
     NoteSurplus(options.b, b);
-    PictureDifference difference;
-    {
-        const Progress progress("comparing");
-        difference = a.kind == Kind::kRgb ? Compare(a.rgb, b.rgb) : Compare(a.image, b.image);
-    }
+    std::optional<Progress> progress("comparing");
+    const PictureDifference difference =
+        a.kind == Kind::kRgb ? Compare(a.rgb, b.rgb) : Compare(a.image, b.image);
+    progress.reset();
+    std::vector<std::string> written;
     if (!options.heatMap.empty()) {
-        WriteHeatMap(options.heatMap, pictures);
+        written = WriteHeatMap(options.heatMap, pictures);
     }
-    Print(options, pictures, difference);
+    Json answer{{"width", a.width()}, {"height", a.height()}};
+    answer.update(ToJson(difference));
+    Print(options, answer, ToText(difference), written);
     return difference.identical() ? kExitDone : kExitFailed;
 }
 
 } // namespace
 
-std::function<int()> PrepareDiff(CLI::App& command) {
+std::function<int()> PrepareDiff(Command command) {
     const auto options = std::make_shared<DiffOptions>();
-    command.add_option("A", options->a, "a dump (.nv12, .Y8), or a PNG or JPEG picture")
-        ->required();
-    command.add_option("B", options->b, "another one of the same size")->required();
-    command
-        .add_option("--width", options->width,
+    command.Path("A", "FILE", options->a, "a dump (.nv12, .Y8), or a PNG or JPEG picture")
+        .Required();
+    command.Path("B", "FILE", options->b, "another one of the same size").Required();
+    command.Integer("--width", "PIXELS", 1, kLongestSide, options->width,
                     "pixels in a dump's row; the rest of the pitch is not\ncompared (default: as "
-                    "its set tells, else the pitch)")
-        ->type_name("PIXELS")
-        ->check(CLI::Range(1, kLongestSide));
-    command
-        .add_option("--heat-map", options->heatMap,
-                    "write a PNG of how far each place differs; grey: equal")
-        ->type_name("FILE");
-    command.add_flag("--json", options->json, "say it as JSON");
-    command.footer("Dumps of one kind are compared plane by plane, other pairs as red, green, "
+                    "its set tells, else the pitch)");
+    command.Path("--heat-map", "FILE", options->heatMap,
+                 "write a PNG of how far each place differs; grey: equal");
+    command.Flag("--json", options->json, "say it as JSON");
+    command.Footer("Dumps of one kind are compared plane by plane, other pairs as red, green, "
                    "blue.\n"
                    "\n"
                    "Examples:\n"
                    "  bokehnode diff camera/IMG_20240131_235959_res_4096x3000.nv12 \\\n"
                    "      replayed/IMG_20240131_235959_res_4096x3000.nv12 --heat-map heat.png\n"
                    "  bokehnode diff before.png after.png --json\n"
-                   "\n"
-                   "Exit codes: 0 identical; 1 different; 2 wrong use or unreadable input.");
+                   "\n" +
+                   ExitCodes("0 identical; 1 different"));
     return [options] { return Diff(*options); };
 }

@@ -1,18 +1,19 @@
 #include "tools/commands/commands.h"
-#include "tools/commands/options.h"
+#include "tools/commands/shared_options.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include <CLI/App.hpp>
-#include <CLI/Option.hpp>
+#include <fmt/core.h>
 
-#include "host/picture/disparity_picture.h"
 #include "host/picture/errors.h"
+#include "host/picture/false_colour.h"
 #include "host/picture/image_file.h"
 #include "host/picture/nv12.h"
 #include "tools/files/json_text.h"
@@ -32,7 +33,8 @@ struct InspectOptions {
     fs::path report;
 };
 
-void WritePictures(const Inspection& inspection, const fs::path& output, const std::string& name) {
+std::vector<std::string> WritePictures(const Inspection& inspection, const fs::path& output,
+                                       const std::string& name) {
     const Progress progress("writing the pictures of " + name);
     OutputFolder folder(output);
     for (const DumpRole role : {DumpRole::kMain, DumpRole::kAux, DumpRole::kOutput}) {
@@ -45,6 +47,7 @@ void WritePictures(const Inspection& inspection, const fs::path& output, const s
         folder.Write(name + "_disparity.png", EncodePng(*DisparityPicture(*disparity, size)));
     }
     folder.Commit();
+    return folder.written();
 }
 
 std::optional<ReportFile> OpenReport(const fs::path& file, std::size_t sets) {
@@ -52,8 +55,7 @@ std::optional<ReportFile> OpenReport(const fs::path& file, std::size_t sets) {
         return std::nullopt;
     }
     if (sets != 1) {
-        throw UseError("--report: expected one dump set, found " + std::to_string(sets) +
-                       "; name a file of one");
+        Refuse("--report", "one dump set", fmt::format("{}; name a file of one", sets));
     }
     return std::optional<ReportFile>(std::in_place, file);
 }
@@ -73,42 +75,55 @@ void WriteReport(ReportFile& file, const InspectOptions& options, const Inspecti
     file.Commit();
 }
 
-Inspection InspectOne(const InspectOptions& options, const DumpSet& set, const std::string& name,
-                      std::optional<ReportFile>& page) {
+// A set's inspection and what was written of it.
+struct Inspected {
+    Inspection inspection;
+    std::vector<std::string> written;
+};
+
+Inspected InspectOne(const InspectOptions& options, const DumpSet& set, const std::string& name,
+                     std::optional<ReportFile>& page) {
+    Inspected inspected;
     std::optional<Progress> progress("inspecting " + name);
-    Inspection inspection = Inspect(set);
+    inspected.inspection = Inspect(set);
     progress.reset();
     if (!options.output.empty()) {
-        WritePictures(inspection, options.output, name);
+        inspected.written = WritePictures(inspected.inspection, options.output, name);
     }
     if (page) {
-        WriteReport(*page, options, inspection, name);
+        WriteReport(*page, options, inspected.inspection, name);
+        std::ranges::move(page->written(), std::back_inserter(inspected.written));
     }
-    return inspection;
+    return inspected;
 }
 
-// What cannot be read is reported in its place and does not keep the others from it.
+Json Show(const InspectOptions& options, const Inspected& inspected) {
+    Json json = ToJson(inspected.inspection);
+    json["written"] = inspected.written;
+    if (!options.json) {
+        std::printf("%s", ToText(inspected.inspection).c_str());
+        PrintWritten(inspected.written);
+    }
+    return json;
+}
+
+// A set that cannot be read is reported in its place; the others are inspected.
 int InspectAll(const InspectOptions& options) {
     std::vector<RefusedPlace> refused;
     const std::vector<DumpSet> sets = FindDumpSets(options.places, refused);
     std::optional<ReportFile> page =
         OpenReport(sets.empty() ? fs::path() : options.report, sets.size());
-    nlohmann::ordered_json report = nlohmann::ordered_json::array();
+    Json report = Json::array();
     const std::vector<std::string> names = DistinctNames(sets);
     std::size_t wrong = 0;
     for (std::size_t i = 0; i < sets.size(); ++i) {
-        Inspection inspection;
-        const std::string mistake =
-            MistakeIn([&] { inspection = InspectOne(options, sets[i], names[i], page); });
+        const std::string mistake = MistakeIn([&] {
+            const Inspected inspected = InspectOne(options, sets[i], names[i], page);
+            wrong += inspected.inspection.findings.empty() ? 0 : 1;
+            report.push_back(Show(options, inspected));
+        });
         if (!mistake.empty()) {
             refused.push_back({sets[i].name(), mistake});
-            continue;
-        }
-        wrong += inspection.findings.empty() ? 0 : 1;
-        if (options.json) {
-            report.push_back(ToJson(inspection));
-        } else {
-            std::printf("%s", ToText(inspection).c_str());
         }
     }
     for (const RefusedPlace& place : refused) {
@@ -128,19 +143,17 @@ int InspectAll(const InspectOptions& options) {
 
 } // namespace
 
-std::function<int()> PrepareInspect(CLI::App& command) {
+std::function<int()> PrepareInspect(Command command) {
     const auto options = std::make_shared<InspectOptions>();
     command
-        .add_option("PATH", options->places,
-                    "folders with dump sets in or below them, or files of sets")
-        ->required();
-    command
-        .add_option("-o,--output", options->output,
-                    "write main, aux, output and disparity of each set as PNG")
-        ->type_name("DIR");
-    command.add_flag("--json", options->json, "say it as JSON");
+        .Paths("PATH", "FILE", options->places,
+               "folders with dump sets in or below them, or files of sets")
+        .Required();
+    command.Path("-o,--output", "DIR", options->output,
+                 "write main, aux, output and disparity of each set as PNG");
+    command.Flag("--json", options->json, "say it as JSON");
     AddReportOption(command, options->report);
-    command.footer(
+    command.Footer(
         "Looks for missing files, wrong lengths, a pitch or height that the content contradicts,\n"
         "exchanged U and V, a rotated aux image, exchanged main and aux images, images of\n"
         "different moments, an output that is only a copy, and impossible parameters.\n"
@@ -150,8 +163,7 @@ std::function<int()> PrepareInspect(CLI::App& command) {
         "  adb pull /data/vendor/camera && bokehnode inspect camera -o seen\n"
         "  bokehnode inspect camera/IMG_20240131_235959_0_4096x3000.nv12 --json\n"
         "  bokehnode inspect camera/IMG_20240131_235959 --report seen.html\n"
-        "\n"
-        "Exit codes: 0 nothing wrong found; 1 something looks wrong; 2 wrong use or\n"
-        "unreadable input.");
+        "\n" +
+        ExitCodes("0 nothing wrong found; 1 something looks wrong"));
     return [options] { return InspectAll(*options); };
 }

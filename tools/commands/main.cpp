@@ -6,72 +6,52 @@
 #include <cstring>
 #include <exception>
 #include <functional>
+#include <map>
 #include <string>
-
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 
 #include "host/picture/errors.h"
 #include "tools/commands/commands.h"
 #include "tools/files/interruption.h"
+#include "tools/files/json_text.h"
 
 namespace {
 
-struct Subcommand {
-    const char* name;
-    const char* summary;
-    // Adds the options; what it returns runs the command once they are read.
-    std::function<std::function<int()>(CLI::App&)> prepare;
-};
-
-const Subcommand kSubcommands[] = {
-    {"render", "blur the background of a stereo pair of pictures", PrepareRender},
-    {"inspect", "show dump sets and say what looks wrong", PrepareInspect},
-    {"replay", "run dumped requests again, as they were or changed", PrepareReplay},
-    {"convert", "turn dumps into PNG pictures and back", PrepareConvert},
-    {"diff", "compare two pictures or dumps", PrepareDiff},
-    {"calibrate", "make or show the engine's calibration file", PrepareCalibrate},
-    {"completion", "print a shell's completion of this program", PrepareCompletion},
-};
-
-int Run(int argc, char** argv) {
-    CLI::App app("Runs the capture bokeh node on pictures, as a device's camera pipeline does.",
-                 "bokehnode");
-    std::string names;
-    for (const Subcommand& subcommand : kSubcommands) {
-        names += (names.empty() ? "" : ", ") + std::string(subcommand.name);
-    }
-    app.require_subcommand(0, 1); // a missing one is told below, with the names
-    app.failure_message([](const CLI::App*, const CLI::Error& error) {
-        return std::string("bokehnode: ") + error.what() + "\n" +
-               "Run with --help for what can be asked.\n";
-    });
-    std::function<int()> chosen;
-    for (const Subcommand& subcommand : kSubcommands) {
-        CLI::App* command = app.add_subcommand(subcommand.name, subcommand.summary);
-        const auto run = subcommand.prepare(*command);
-        command->callback([&chosen, run] { chosen = run; });
-    }
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ExtrasError& error) {
-        if (app.get_subcommands().empty()) {
-            throw UseError("expected a command (" + names + "), found \"" +
-                           app.remaining().front() + "\"");
-        }
-        app.exit(error);
-        return kExitWrongUse;
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kExitDone : kExitWrongUse;
-    }
-    if (!chosen) {
-        throw UseError("expected a command (" + names + "), found none");
-    }
-    return chosen();
+std::function<int()> PrepareHelp(Command command, const Program& program) {
+    const auto show = [&program](const Argument& name) { program.PrintHelp(name); };
+    command.Value("COMMAND", program.CommandNames(), show, "").Required();
+    return [] { return kExitDone; };
 }
 
-// Output that went nowhere, as on a full disk, is no success.
+int Run(int argc, char** argv) {
+    Program program("bokehnode", TOOL_VERSION,
+                    "Runs the capture bokeh node on pictures, as a device's camera pipeline does.");
+    std::map<std::string, std::function<int()>> run;
+    const auto add = [&](const char* name, const char* summary, auto prepare, auto&... more) {
+        run[name] = prepare(program.Add(name, summary), more...);
+    };
+    add("render", "blur the background of a stereo pair of pictures", PrepareRender);
+    add("inspect", "show dump sets and say what looks wrong", PrepareInspect);
+    add("replay", "run dumped requests again, as they were or changed", PrepareReplay);
+    add("convert", "turn dumps into PNG pictures and back", PrepareConvert);
+    add("diff", "compare two pictures or dumps", PrepareDiff);
+    add("calibrate", "make or show the engine's calibration file", PrepareCalibrate);
+    add("completion", "print a shell's completion of this program", PrepareCompletion, program);
+    add("help", "show the options of a command", PrepareHelp, program);
+    const std::string chosen = program.Parse(argc, argv);
+    return chosen.empty() ? kExitDone : run[chosen]();
+}
+
+// Prints the error on standard error and, with --json, on standard output too. The words are
+// searched for --json, since the options may be what could not be read.
+int Report(const std::string& error, int code, int argc, char** argv) {
+    std::fprintf(stderr, "bokehnode: %s\n", error.c_str());
+    if (std::find(argv, argv + argc, std::string("--json")) != argv + argc) {
+        std::printf("%s", JsonText({{"error", error}}).c_str());
+    }
+    return code;
+}
+
+// A run is no success if its output could not be written, for instance to a full disk.
 int WithOutputWritten(int code) {
     const bool written = std::ferror(stdout) == 0;
     if (std::fflush(stdout) == 0 && written) {
@@ -79,23 +59,21 @@ int WithOutputWritten(int code) {
     }
     std::fprintf(stderr, "bokehnode: standard output: cannot be written: %s\n",
                  std::strerror(errno));
-    return std::max<int>(code, kExitFailed);
+    return kExitWrongUse;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
     WatchForInterruption();
+    int code = kExitDone;
     try {
-        int code = kExitDone;
         const std::string mistake = MistakeIn([&] { code = Run(argc, argv); });
         if (!mistake.empty()) {
-            std::fprintf(stderr, "bokehnode: %s\n", mistake.c_str());
-            code = kExitWrongUse;
+            code = Report(mistake, kExitWrongUse, argc, argv);
         }
-        return WithOutputWritten(code);
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "bokehnode: %s\n", error.what());
-        return kExitFailed;
+        code = Report(error.what(), kExitFailed, argc, argv);
     }
+    return WithOutputWritten(code);
 }

@@ -1,291 +1,286 @@
 #include "tools/commands/options.h"
 
+#include <algorithm>
 #include <charconv>
-#include <string>
+#include <cmath>
+#include <cstdio>
+#include <string_view>
+#include <utility>
 
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <fmt/core.h>
 
-#include "host/picture/image_file.h"
-#include "platform/properties.h"
+#include "host/picture/errors.h"
 
 namespace {
 
-using Text = const std::string&;
+// How often an option may stand on the command line, and how many values follow its name.
+enum class Values { kOne, kOneEachTime, kSeveral };
 
-[[noreturn]] void Refuse(const char* option, const std::string& expected, Text found) {
-    throw CLI::ValidationError(option, "expected " + expected + ", found \"" + found + "\"");
-}
-
-// A face may lie outside the picture, as one that leaves it does, and be as small as it likes.
-ChiRect ParseFace(Text text) {
-    const auto n = ParseNumbers("--face", text, 4, ',', "L,T,W,H");
-    if (n[2] < 0 || n[3] < 0) {
-        Refuse("--face", "a width and a height of 0 or more", text);
+// "a", "a or b", "a, b or c" of "a|b|c".
+std::string InWords(const std::string& choices) {
+    std::string words;
+    const auto last = choices.rfind('|');
+    for (std::size_t i = 0; i < choices.size(); ++i) {
+        words += choices[i] != '|' ? std::string(1, choices[i]) : i == last ? " or " : ", ";
     }
-    return {n[0], n[1], static_cast<std::uint32_t>(n[2]), static_cast<std::uint32_t>(n[3])};
+    return words;
 }
 
-ChiWeightedRegion ParseRegion(Text text) {
-    const auto n = ParseNumbers("--af-region", text, 4, ',', "L,T,R,B");
-    if (n[2] < n[0] || n[3] < n[1]) {
-        Refuse("--af-region", "R not left of L and B not above T", text);
-    }
-    return {n[0], n[1], n[2], n[3]};
+CLI::Option& AddOption(CLI::App& app, const std::string& names, const std::string& form,
+                       Values values, const Command::Take& take, const std::string& help) {
+    const std::string name = names.substr(names.rfind(',') + 1);
+    CLI::Option* option = app.add_option(
+        names,
+        [name, values, take](const std::vector<std::string>& texts) {
+            if (values == Values::kOne && texts.size() > 1) {
+                Refuse(name, "one value", std::to_string(texts.size()));
+            }
+            for (const std::string& text : texts) {
+                take({name, text});
+            }
+            return true;
+        },
+        help);
+    option->type_name(form)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    option->type_size(1)->expected(
+        values == Values::kSeveral ? CLI::detail::expected_max_vector_size : 1);
+    return *option;
 }
 
-Size ParseSize(Text text) {
-    const auto n = ParseNumbers("--size", text, 2, 'x', "WxH");
-    for (const int side : n) {
-        if (side < 2 || side > kLongestSide || side % 2 != 0) {
-            Refuse("--size", "even sides of 2 to " + std::to_string(kLongestSide), text);
+// The first option that breaks a rule of its declaration.
+void CheckRules(const CLI::App& command) {
+    for (const CLI::Option* option : command.get_options()) {
+        const std::string name = option->get_name();
+        if (option->get_required() && option->empty()) {
+            Refuse(name, option->get_type_name(), "none");
+        }
+        for (const CLI::Option* other : option->get_excludes()) {
+            if (!option->empty() && !other->empty()) {
+                Refuse(name, "no " + other->get_name() + " beside it", "both");
+            }
+        }
+        for (const CLI::Option* other : option->get_needs()) {
+            if (!option->empty() && other->empty()) {
+                Refuse(name, other->get_name() + " beside it", "none");
+            }
         }
     }
-    return {n[0], n[1]};
 }
 
-std::pair<std::string, std::string> ParseProperty(Text text) {
-    const auto equals = text.find('=');
-    if (equals == 0 || equals == std::string::npos) {
-        Refuse("--set", "NAME=VALUE", text);
+// Turns the library's complaint into one of this program's form. A mistyped option comes first:
+// what else is missing may be missing because of it.
+[[noreturn]] void RefuseWords(const CLI::App& command, const CLI::ParseError& error) {
+    for (const std::string& word : command.remaining()) {
+        const bool option = word.starts_with('-');
+        Refuse(option ? word : command.get_name(),
+               option ? "an option that --help lists" : "no further argument",
+               option ? "none of this name" : '"' + word + '"');
     }
-    const std::string value = text.substr(equals + 1);
-    if (value.size() >= static_cast<std::size_t>(kPropertyValueMax)) {
-        Refuse("--set", "a value of at most " + std::to_string(kPropertyValueMax - 1) + " bytes",
-               text);
+    CheckRules(command);
+    // An option at the end of the line, without its value: "--blur: 1 required 0..100 missing".
+    const std::string_view what = error.what();
+    const std::string name(what.substr(0, what.find(':')));
+    if (const CLI::Option* option = command.get_option_no_throw(name)) {
+        Refuse(name, option->get_type_name(), "none");
     }
-    return {text.substr(0, equals), value};
-}
-
-// Within bounds or refused with the bounds named.
-int ParseBounded(const char* option, Text text, int low, int high) {
-    const std::string form = std::to_string(low) + " to " + std::to_string(high);
-    const int number = ParseNumbers(option, text, 1, ',', form).front();
-    if (number < low || number > high) {
-        Refuse(option, form, text);
-    }
-    return number;
-}
-
-void AddImageOptions(CLI::App& command, RenderOptions& options) {
-    command.add_option("MAIN", options.main, "the main camera's picture, JPEG or PNG")
-        ->required()
-        ->type_name("FILE");
-    command.add_option("AUX", options.aux, "the aux camera's picture of the same moment")
-        ->required()
-        ->type_name("FILE");
-    command.add_option("-o,--output", options.output, "folder for the results, made if missing")
-        ->required()
-        ->type_name("DIR");
-    AddReportOption(command, options.report);
-    command.add_flag("--json", options.json, "print what tags.json says");
-    command
-        .add_option_function<std::string>(
-            "--size", [&](Text text) { options.size = ParseSize(text); },
-            "scale both pictures to this size first")
-        ->type_name("WxH");
-    command
-        .add_option_function<std::string>(
-            "--pitch",
-            [&](Text text) { options.pitch = ParseBounded("--pitch", text, 2, 4 * kLongestSide); },
-            "bytes from row to row (default: the width)")
-        ->type_name("BYTES");
-}
-
-void AddFocusOptions(CLI::App& command, RenderOptions& options) {
-    auto* point = command
-                      .add_option_function<std::string>(
-                          "--focus",
-                          [&](Text text) {
-                              const auto n = ParseNumbers("--focus", text, 2, ',', "X,Y");
-                              options.focus = Point{n[0], n[1]};
-                          },
-                          "focus on this point, as a tap on the screen does")
-                      ->type_name("X,Y");
-    command
-        .add_option_function<std::string>(
-            "--af-region", [&](Text text) { options.afRegion = ParseRegion(text); },
-            "auto-focus region, edges included")
-        ->type_name("L,T,R,B")
-        ->excludes(point);
-    command
-        .add_option_function<std::string>(
-            "--af-mode", [&](Text text) { options.afMode = ParseBounded("--af-mode", text, 0, 5); },
-            "auto-focus mode; 4, continuous, follows faces\n"
-            "(default: 1 with --focus or --af-region, else 4)")
-        ->type_name("N");
-}
-
-void AddFaceOptions(CLI::App& command, RenderOptions& options) {
-    command
-        .add_option_function<std::vector<std::string>>(
-            "--face",
-            [&](const std::vector<std::string>& texts) {
-                for (Text text : texts) {
-                    options.faces.push_back(ParseFace(text));
-                }
-                if (options.faces.size() > kMaxFaces) {
-                    Refuse("--face", "at most " + std::to_string(kMaxFaces) + " faces",
-                           std::to_string(options.faces.size()));
-                }
-            },
-            "a detected face; may be repeated")
-        ->type_name("L,T,W,H")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    command
-        .add_option_function<std::string>(
-            "--face-rotation",
-            [&](Text text) {
-                options.faceRotation = ParseBounded("--face-rotation", text, -360, 360);
-            },
-            "rotation of the faces")
-        ->type_name("DEG");
-    command
-        .add_option_function<std::string>(
-            "--select-face",
-            [&](Text text) {
-                options.selectedFace = static_cast<std::uint32_t>(
-                    ParseBounded("--select-face", text, 0, static_cast<int>(kMaxFaces) - 1));
-            },
-            "focus on this face, from 0 (default: the largest)")
-        ->type_name("N");
-}
-
-void AddLookOptions(CLI::App& command, RenderOptions& options) {
-    command
-        .add_option_function<std::string>(
-            "--blur",
-            [&](Text text) {
-                options.blur = static_cast<std::uint32_t>(ParseBounded("--blur", text, 0, 100));
-            },
-            "blur level (default: 100)")
-        ->type_name("0..100");
-    command
-        .add_option_function<std::string>(
-            "--rotation",
-            [&](Text text) {
-                const int degrees = ParseNumbers("--rotation", text, 1, ',', "degrees").front();
-                if (degrees < 0 || degrees > 270 || degrees % 90 != 0) {
-                    Refuse("--rotation", "0, 90, 180 or 270", text);
-                }
-                options.rotation = static_cast<std::uint32_t>(degrees);
-            },
-            "rotation of the pictures against the scene (default: 0)")
-        ->type_name("DEG");
-}
-
-void AddDeviceOptions(CLI::App& command, RenderOptions& options) {
-    command.add_flag("--dump", options.dump,
-                     "let the node dump images and parameters into the device\n"
-                     "root's data/vendor/camera, or without --device-root\n"
-                     "beside the output");
-    command
-        .add_option("--device-root", options.deviceRoot,
-                    "folder in place of the device's / (default: a temporary one)")
-        ->type_name("DIR");
-    command
-        .add_option("--calibration", options.calibration,
-                    "calibration file (default: the device root's, or where it\n"
-                    "has none, one for a rectified pair)")
-        ->type_name("FILE");
+    throw UseError(error.what());
 }
 
 } // namespace
 
-void AddPropertyOptions(CLI::App& command, RenderOptions& options) {
-    command
-        .add_option_function<std::string>(
-            "--debug-view",
-            [&](Text text) { options.debugView = ParseBounded("--debug-view", text, 0, 3); },
-            "1 main, 2 aux, 3 main with aux in its corner")
-        ->type_name("0..3");
-    command
-        .add_option_function<std::string>(
-            "--log", [&](Text text) { options.logMask = ParseBounded("--log", text, 0, 255); },
-            "log mask: 2 the node's debug lines, 6 all")
-        ->type_name("MASK");
-    command
-        .add_option_function<std::vector<std::string>>(
-            "--set",
-            [&](const std::vector<std::string>& texts) {
-                for (Text text : texts) {
-                    options.properties.push_back(ParseProperty(text));
-                }
-            },
-            "set a system property, as setprop; may be repeated")
-        ->type_name("NAME=VALUE")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+void Argument::Refuse(const std::string& expected) const {
+    ::Refuse(name, expected, fmt::format("\"{}\"", text));
 }
 
-void AddLibraryOptions(CLI::App& command, RenderOptions& options) {
-    command.add_option("--node", options.node, "the node's library")->type_name("FILE");
-    command.add_option("--engine", options.engine, "the engine's library")->type_name("FILE");
-}
-
-void AddRenderOptions(CLI::App& command, RenderOptions& options) {
-    AddImageOptions(command, options);
-    AddFocusOptions(command, options);
-    AddFaceOptions(command, options);
-    AddLookOptions(command, options);
-    AddPropertyOptions(command, options);
-    AddDeviceOptions(command, options);
-    AddLibraryOptions(command, options);
-    command.footer(
-        "Writes DIR/output.png, DIR/disparity.png (where the engine computed one) and\n"
-        "DIR/tags.json. Places are pixels of the main picture, after --size. A report shows\n"
-        "what the node dumps too: with --device-root it implies --dump.\n"
-        "\n"
-        "Examples:\n"
-        "  bokehnode render left.png right.png -o out --focus 370,180\n"
-        "  bokehnode render left.jpg right.jpg -o out --face 410,220,90,110 --blur 60\n"
-        "  bokehnode render left.png right.png -o out --size 4000x3000 --pitch 4096\n"
-        "  bokehnode render left.png right.png -o out --debug-view 3 --log 6 --dump\n"
-        "  bokehnode render left.png right.png -o out --log 6 --report out/report.html\n"
-        "\n"
-        "Exit codes: 0 rendered; 1 the node or the engine failed or fell back to a copy of\n"
-        "the main picture; 2 wrong use or unreadable input.");
-}
-
-CLI::Option* AddReportOption(CLI::App& command, std::filesystem::path& file) {
-    return command
-        .add_option("--report", file,
-                    "write a page for a browser that shows all of it, ending\nin .html")
-        ->type_name("FILE")
-        ->check([](const std::string& text) {
-            // Nobody's picture is to be lost to a forgotten word on the command line.
-            const std::string ending = std::filesystem::path(text).extension().string();
-            return ending == ".html" || ending == ".htm"
-                       ? std::string()
-                       : "expected a file name that ends in .html, found \"" + text + "\"";
-        });
-}
-
-std::vector<int> ParseNumbers(const std::string& option, const std::string& text, std::size_t count,
-                              char separator, const std::string& form) {
+std::vector<int> Argument::Integers(const std::string& form, int low, int high) const {
     std::vector<int> numbers;
     const char* at = text.data();
     const char* const end = at + text.size();
-    while (numbers.size() < count) {
+    const auto read = [&] {
         int number = 0;
         const auto [next, error] = std::from_chars(at, end, number);
-        if (error != std::errc()) {
-            break;
-        }
-        numbers.push_back(number);
         at = next;
-        if (numbers.size() < count) {
-            if (at == end || *at != separator) {
-                break;
-            }
-            ++at;
+        numbers.push_back(number);
+        return error == std::errc();
+    };
+    bool good = read();
+    for (const char separator : form) {
+        if (separator == ',' || separator == 'x') {
+            good = good && at != end && *at++ == separator && read();
         }
     }
-    if (numbers.size() != count || at != end) {
-        throw CLI::ValidationError(option, "expected " + form + " in whole numbers, found \"" +
-                                               text + "\"");
+    if (!good || at != end) {
+        Refuse(form + " in whole numbers");
+    }
+    if (std::ranges::any_of(numbers, [&](int n) { return n < low || n > high; })) {
+        Refuse(fmt::format("numbers from {} to {}", low, high));
     }
     return numbers;
+}
+
+int Argument::Integer(int low, int high) const {
+    int number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [next, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc() || next != end || number < low || number > high) {
+        Refuse(fmt::format("{} to {}", low, high));
+    }
+    return number;
+}
+
+Size Argument::Sides(const std::string& form, int low, int high) const {
+    const auto sides = Integers(form);
+    if (std::ranges::any_of(sides, [&](int side) { return side < low || side > high; })) {
+        Refuse(fmt::format("sides of {} to {}", low, high));
+    }
+    return {sides[0], sides[1]};
+}
+
+double Argument::Number() const {
+    double number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [next, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc() || next != end || !std::isfinite(number)) {
+        Refuse("a number");
+    }
+    return number;
+}
+
+std::string Argument::OneOf(const std::string& choices) const {
+    if (text.find('|') != std::string::npos ||
+        ("|" + choices + "|").find("|" + text + "|") == std::string::npos) {
+        Refuse(InWords(choices));
+    }
+    return text;
+}
+
+Option Option::Required() {
+    option_->required();
+    return *this;
+}
+
+Option Option::Excludes(const std::string& other) {
+    option_->excludes(app_->get_option(other));
+    return *this;
+}
+
+Option Option::Needs(const std::string& other) {
+    option_->needs(app_->get_option(other));
+    return *this;
+}
+
+Option Command::Flag(const std::string& names, bool& given, const std::string& help) {
+    return Option(*app_, *app_->add_flag(names, given, help));
+}
+
+Option Command::Value(const std::string& names, const std::string& form, Take take,
+                      const std::string& help) {
+    return Option(*app_, AddOption(*app_, names, form, Values::kOne, take, help));
+}
+
+Option Command::Repeated(const std::string& names, const std::string& form, Take take,
+                         const std::string& help) {
+    return Option(*app_, AddOption(*app_, names, form, Values::kOneEachTime, take, help));
+}
+
+Option Command::Path(const std::string& names, const std::string& form, std::filesystem::path& path,
+                     const std::string& help) {
+    return Value(
+        names, form,
+        [form, &path](const Argument& argument) {
+            if (argument.text.empty()) {
+                argument.Refuse(form);
+            }
+            path = argument.text;
+        },
+        help);
+}
+
+Option Command::Paths(const std::string& names, const std::string& form,
+                      std::vector<std::filesystem::path>& paths, const std::string& help) {
+    return Option(*app_,
+                  AddOption(
+                      *app_, names, form, Values::kSeveral,
+                      [&paths](const Argument& argument) { paths.emplace_back(argument.text); },
+                      help));
+}
+
+void Command::Footer(const std::string& text) {
+    app_->footer(text);
+}
+
+std::string Command::name() const {
+    return app_->get_name();
+}
+
+std::vector<Command::OptionFacts> Command::options() const {
+    std::vector<OptionFacts> facts;
+    for (const CLI::Option* option : std::as_const(*app_).get_options()) {
+        OptionFacts fact{{}, option->get_type_name(), option->get_items_expected_max() != 0};
+        for (const std::string& name : option->get_snames()) {
+            fact.names.push_back("-" + name);
+        }
+        for (const std::string& name : option->get_lnames()) {
+            fact.names.push_back("--" + name);
+        }
+        facts.push_back(fact);
+    }
+    return facts;
+}
+
+Program::Program(const std::string& name, const std::string& version, const std::string& summary)
+    : app_(std::make_unique<CLI::App>(summary, name)) {
+    app_->require_subcommand(0, 1); // a missing one is refused below, with the names
+    app_->set_version_flag("--version", name + " " + version, "Print the version and exit");
+}
+
+Program::~Program() = default;
+
+Command Program::Add(const std::string& name, const std::string& summary) {
+    return Command(*app_->add_subcommand(name, summary));
+}
+
+std::vector<Command> Program::commands() const {
+    std::vector<Command> commands;
+    for (CLI::App* app : app_->get_subcommands(std::function<bool(CLI::App*)>())) {
+        commands.emplace_back(*app);
+    }
+    return commands;
+}
+
+void Program::PrintHelp(const Argument& command) const {
+    const std::string name = command.OneOf(CommandNames());
+    std::printf("%s", app_->get_subcommand(name)->help(app_->get_name()).c_str());
+}
+
+std::string Program::CommandNames() const {
+    std::string names;
+    for (const Command& command : commands()) {
+        names += (names.empty() ? "" : "|") + command.name();
+    }
+    return names;
+}
+
+std::string Program::Parse(int argc, const char* const* argv) {
+    try {
+        app_->parse(argc, argv);
+    } catch (const CLI::Success& help) {
+        app_->exit(help);
+        return {};
+    } catch (const CLI::ParseError& error) {
+        const auto chosen = app_->get_subcommands();
+        if (!chosen.empty()) {
+            RefuseWords(*chosen.front(), error);
+        }
+        const auto words = app_->remaining();
+        Argument{"COMMAND", words.empty() ? "" : words.front()}.OneOf(CommandNames());
+    }
+    const auto chosen = app_->get_subcommands();
+    if (chosen.empty()) {
+        Refuse("COMMAND", InWords(CommandNames()), "none");
+    }
+    return chosen.front()->get_name();
 }

@@ -7,12 +7,13 @@
 #include <optional>
 #include <string>
 
-#include "host/picture/disparity_picture.h"
+#include <fmt/core.h>
+
 #include "host/picture/errors.h"
+#include "host/picture/false_colour.h"
 #include "host/picture/image_file.h"
 #include "host/picture/nv12.h"
-#include "host/pipeline/pipeline.h"
-#include "tools/commands/options.h"
+#include "tools/commands/shared_options.h"
 #include "tools/dumps/dump_set.h"
 #include "tools/files/output_folder.h"
 #include "tools/files/progress.h"
@@ -20,17 +21,10 @@
 #include "tools/report/report_contents.h"
 #include "tools/run/capture_request.h"
 #include "tools/run/device_folder.h"
-#include "tools/run/libraries.h"
-#include "tools/run/log_lines.h"
-#include "tools/run/run_json.h"
 
 namespace fs = std::filesystem;
 
 namespace {
-
-Size SizeOf(const host::Image& image) {
-    return {image.width(), image.height()};
-}
 
 host::Image LoadImage(const fs::path& path, const RenderOptions& options) {
     const RgbImage picture = ReadImageFile(path);
@@ -40,11 +34,7 @@ host::Image LoadImage(const fs::path& path, const RenderOptions& options) {
                      picture.height / 2 * 2);
     }
     const int width = options.size ? options.size->width : picture.width / 2 * 2;
-    if (options.pitch != 0 && options.pitch < width) {
-        throw UseError("--pitch: expected at least " + std::to_string(width) +
-                       ", the bytes of a row of " + path.string() + ", found " +
-                       std::to_string(options.pitch));
-    }
+    CheckPitch(options.pitch, width, path);
     if (!options.size) {
         return RgbToNv12(picture, options.pitch);
     }
@@ -52,28 +42,26 @@ host::Image LoadImage(const fs::path& path, const RenderOptions& options) {
                      options.pitch);
 }
 
-host::RequestResult RunNode(const Libraries& libraries, const host::UseCase& useCase,
-                            host::Request& request) {
-    const host::NodeLibrary library(libraries.node, libraries.engine);
-    std::optional<host::Node> node;
-    {
-        const Progress progress("creating the node");
-        node.emplace(library, useCase);
-    }
-    const Progress progress("processing the request");
-    host::RequestResult result = node->Process(request);
-    std::ranges::move(node->End(), std::back_inserter(result.complaints));
-    return result;
+// A rendered request with all that is written about it.
+struct Rendered {
+    const RenderOptions& options;
+    const host::Request& request;
+    const DeviceFolder& device;
+    const Outcome& outcome;
+};
+
+Json ReportJson(const Rendered& rendered) {
+    Json json = ToJson(rendered.outcome);
+    json["parameters"] = ParametersJson(rendered.options, rendered.request, rendered.outcome);
+    return json;
 }
 
-// Nothing is in its place before the caller commits.
-void WriteResults(OutputFolder& folder, const RunFacts& facts, const Outcome& outcome,
-                  const DeviceFolder& device) {
+// The files appear in the folder only when the caller commits.
+void WriteResults(OutputFolder& folder, const Rendered& rendered) {
     const Progress progress("writing the results");
-    folder.Write("output.png", EncodePng(Nv12ToRgb(*facts.request.output)));
-    const auto size = outcome.result.published->depthPictureSize;
-    const auto disparity = DisparityPicture(*facts.request.depth, size);
-    if (disparity) {
+    folder.Write("output.png", EncodePng(Nv12ToRgb(*rendered.request.output)));
+    const auto size = rendered.outcome.result.published->depthPictureSize;
+    if (const auto disparity = DisparityPicture(*rendered.request.depth, size)) {
         folder.Write("disparity.png", EncodePng(*disparity));
     } else {
         folder.Drop("disparity.png");
@@ -84,47 +72,48 @@ void WriteResults(OutputFolder& folder, const RunFacts& facts, const Outcome& ou
                          size);
         }
     }
-    folder.Write("tags.json", ReportText(facts, outcome));
-    if (device.temporary() && facts.options.dump) {
-        for (const fs::path& dump : device.Dumps()) {
+    folder.Write("tags.json", JsonText(ReportJson(rendered)));
+    if (rendered.device.temporary() && rendered.options.dump) {
+        for (const fs::path& dump : rendered.device.Dumps()) {
             folder.Write(dump.filename().string(), ReadFileBytes(dump));
         }
     }
 }
 
-void WriteReport(ReportFile& file, const RunFacts& facts, const Outcome& outcome,
-                 const DeviceFolder& device, const LogLines& log) {
+void WriteReport(ReportFile& file, const Rendered& rendered) {
     std::optional<Inspection> dumps;
     {
         const Progress progress("inspecting the dumps");
-        for (const fs::path& dump : device.Dumps()) {
+        for (const fs::path& dump : rendered.device.Dumps()) {
             if (const auto set = SetOfFile(dump)) { // one request makes one set
                 dumps = Inspect(*set);
                 break;
             }
         }
     }
-    file.Write(ReportOf(facts, outcome, dumps, log.records()));
+    file.Write(ReportOf(rendered.options, rendered.request, rendered.outcome, dumps));
 }
 
-int Judge(const Outcome& outcome) {
-    if (!outcome.result.published) {
-        std::fprintf(stderr, "bokehnode: the node published nothing, its result is %u\n",
-                     outcome.result.code);
+// Puts the files in their places. Returns what was written.
+std::vector<std::string> WriteAll(OutputFolder& folder, std::optional<ReportFile>& report,
+                                  const Rendered& rendered) {
+    const bool published = rendered.outcome.result.published.has_value();
+    std::vector<std::string> written;
+    if (published) {
+        WriteResults(folder, rendered);
     }
-    for (const std::string& complaint : outcome.result.complaints) {
-        std::fprintf(stderr, "bokehnode: the node broke the interface's rules: %s\n",
-                     complaint.c_str());
+    if (report) {
+        WriteReport(*report, rendered);
     }
-    if (outcome.copied) {
-        std::fprintf(stderr, "bokehnode: the output is a copy of the main picture\n");
-        for (const std::string& reason : outcome.reasons) {
-            std::fprintf(stderr, "bokehnode: because: %s\n", reason.c_str());
-        }
+    if (published) {
+        folder.Commit();
+        written = folder.written();
     }
-    const bool good =
-        outcome.result.published && !outcome.copied && outcome.result.complaints.empty();
-    return good ? kExitDone : kExitFailed;
+    if (report) {
+        report->Commit();
+        std::ranges::move(report->written(), std::back_inserter(written));
+    }
+    return written;
 }
 
 int Render(const RenderOptions& options) {
@@ -133,17 +122,18 @@ int Render(const RenderOptions& options) {
     host::Image aux = LoadImage(options.aux, options);
     reading.reset();
 
-    const Libraries libraries = FindLibraries(options.node, options.engine);
-    const host::UseCase useCase = UseCaseOf(options, SizeOf(main), SizeOf(aux));
-    host::Request request = RequestOf(options, useCase, SizeOf(main));
+    const Libraries libraries = FindLibraries(options);
+    const Sensors sensors{options.mainSensor.value_or(main.size()),
+                          options.auxSensor.value_or(aux.size())};
+    const std::uint32_t rotation = options.rotation.value_or(0);
+    const host::UseCase useCase = UseCaseOf(sensors, main.size(), rotation);
+    std::vector<std::string> notes;
+    host::Request request = RequestOf(options, sensors, useCase, main.size(), aux.size(), notes);
     host::Image output(host::Image::Format::Nv12, main.width(), main.height(), main.pitch());
     host::Image depth = DepthImage(main);
     request.inputs = {&main, &aux};
     request.output = &output;
     request.depth = &depth;
-    RenderOptions run = options;
-    run.dump = options.dump || !options.report.empty();
-    SetProperties(run);
 
     DeviceFolder device(options);
     OutputFolder folder(options.output);
@@ -151,44 +141,97 @@ int Render(const RenderOptions& options) {
     if (!options.report.empty()) {
         report.emplace(options.report);
     }
-    device.Prepare(SizeOf(main), SizeOf(aux));
-    const LogLines log(options.engine.empty());
-    Outcome outcome;
-    outcome.result = RunNode(libraries, useCase, request);
-    const int debugView = DebugView();
-    const bool published = outcome.result.published.has_value();
-    outcome.copied = published && IsCopy(*outcome.result.published, debugView);
-    if (!published || outcome.copied) {
-        outcome.reasons = log.Reasons();
-    }
-    const RunFacts facts{options,
-                         request,
-                         debugView,
-                         device.calibration(),
-                         libraries.node.string(),
-                         libraries.engine.string()};
-    if (published) {
-        WriteResults(folder, facts, outcome, device);
-    }
-    if (report) {
-        WriteReport(*report, facts, outcome, device, log);
-    }
-    if (published) {
-        folder.Commit();
-    }
-    if (report) {
-        report->Commit();
-    }
+    device.Prepare(sensors.main, sensors.aux, rotation,
+                   options.size ? "--size" : options.main.string());
+    RunOptions run = options;
+    run.dump = options.dump || report;
+    Outcome outcome = RunNode(run, libraries, useCase, request);
+    std::ranges::move(notes, std::back_inserter(outcome.notes));
+    outcome.calibration = device.calibration();
+
+    const Rendered rendered{options, request, device, outcome};
+    const auto written = WriteAll(folder, report, rendered);
     if (options.json) {
-        std::printf("%s", ReportText(facts, outcome).c_str());
+        Json json = ReportJson(rendered);
+        json["written"] = written;
+        std::printf("%s", JsonText(json).c_str());
+    } else {
+        PrintWritten(written);
     }
-    return Judge(outcome);
+    for (const std::string& line : Lines(outcome)) {
+        std::fprintf(stderr, "bokehnode: %s\n", line.c_str());
+    }
+    return outcome.failed() ? kExitFailed : kExitDone;
+}
+
+void AddImageOptions(Command& command, RenderOptions& options) {
+    command.Path("MAIN", "FILE", options.main, "the main camera's picture, JPEG or PNG").Required();
+    command.Path("AUX", "FILE", options.aux, "the aux camera's picture of the same moment")
+        .Required();
+    command.Path("-o,--output", "DIR", options.output, "folder for the results, made if missing")
+        .Required();
+    AddReportOption(command, options.report);
+    command.Flag("--json", options.json, "print what tags.json says");
+    command.Value(
+        "--size", "WxH",
+        [&options](const Argument& argument) {
+            options.size = argument.Sides("WxH", 2, kLongestSide);
+            if (options.size->width % 2 != 0 || options.size->height % 2 != 0) {
+                argument.Refuse(fmt::format("even sides of 2 to {}", kLongestSide));
+            }
+        },
+        "scale both pictures to this size first");
+}
+
+void AddFocusOptions(Command& command, RenderOptions& options) {
+    command
+        .Value(
+            "--af-region", "L,T,R,B",
+            [&options](const Argument& argument) {
+                const auto n = argument.Integers("L,T,R,B");
+                if (n[2] < n[0] || n[3] < n[1]) {
+                    argument.Refuse("R not left of L and B not above T");
+                }
+                options.afRegion = ChiWeightedRegion{n[0], n[1], n[2], n[3]};
+            },
+            "auto-focus region, edges included")
+        .Excludes("--focus");
+    command.Integer("--af-mode", "0..5", 0, 5, options.afMode,
+                    "auto-focus mode; 4, continuous, follows faces\n"
+                    "(default: 1 with --focus or --af-region, else 4)");
+    command.Integer("--select-face", "N", 0, static_cast<int>(kMaxFaces) - 1, options.selectedFace,
+                    "focus on this face, from 0 (default: the largest)");
 }
 
 } // namespace
 
-std::function<int()> PrepareRender(CLI::App& command) {
+std::function<int()> PrepareRender(Command command) {
     const auto options = std::make_shared<RenderOptions>();
-    AddRenderOptions(command, *options);
+    AddImageOptions(command, *options);
+    AddRequestOptions(command, *options, "");
+    AddFocusOptions(command, *options);
+    command.Flag("--dump", options->dump,
+                 "let the node dump images and parameters into the device\n"
+                 "root's data/vendor/camera, or without --device-root\n"
+                 "beside the output");
+    command.Path("--device-root", "DIR", options->deviceRoot,
+                 "folder in place of the device's / (default: a temporary one);\n"
+                 "the calibration file that it holds comes before the default");
+    AddRunOptions(command, *options);
+    command.Footer(
+        "Writes DIR/output.png, DIR/disparity.png (where the engine computed one) and\n"
+        "DIR/tags.json. Places are pixels of the main picture, after --size. A report shows\n"
+        "what the node dumps too: with --device-root it implies --dump.\n"
+        "\n"
+        "Examples:\n"
+        "  bokehnode render left.png right.png -o out --focus 370,180\n"
+        "  bokehnode render left.jpg right.jpg -o out --face 410,220,90,110 --blur 60\n"
+        "  bokehnode render left.png right.png -o out --size 4000x3000 --pitch 4096\n"
+        "  bokehnode render left.png right.png -o out --debug-view 3 --log 6 --dump\n"
+        "  bokehnode render left.png right.png -o out --log 6 --report out/report.html\n"
+        "\n" +
+        ExitCodes("0 rendered; 1 the node or the engine failed or fell back to a copy of the "
+                  "main picture") +
+        FailureHelp());
     return [options] { return Render(*options); };
 }

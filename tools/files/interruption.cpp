@@ -17,7 +17,7 @@ struct Entry {
 
 struct Watched {
     std::recursive_mutex mutex;
-    std::vector<Entry> entries; // a folder before what is in it
+    std::vector<Entry> entries; // a folder comes before its files
 };
 
 // Never destroyed: the watching thread outlives the statics.
@@ -39,7 +39,7 @@ sigset_t InterruptingSignals() {
     return signals;
 }
 
-// The process still ends by the signal, so that a script sees what happened.
+// The process ends by the signal itself, so that a calling script sees that it was interrupted.
 [[noreturn]] void EndBy(int signal) {
     const sigset_t signals = InterruptingSignals();
     pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
@@ -47,7 +47,7 @@ sigset_t InterruptingSignals() {
     std::_Exit(128 + signal);
 }
 
-// The other threads still run: what they put into a folder meanwhile is met by another try.
+// The other threads still run and may put files into the folder while it is removed: tries again.
 void Remove(const Entry& entry) {
     std::error_code failure;
     if (entry.removal == Removal::kAlone) {
@@ -69,7 +69,7 @@ void Remove(const Entry& entry) {
     int signal = 0;
     while (sigwait(&signals, &signal) != 0) {
     }
-    // Held to the end: nobody adds a path that would stay.
+    // Held until the process ends: no thread may register a path that nobody would remove.
     watched().mutex.lock();
     auto& entries = watched().entries;
     for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {

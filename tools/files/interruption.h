@@ -3,22 +3,23 @@
 #include <filesystem>
 #include <mutex>
 
-// What has to go when the run is interrupted (Ctrl-C, kill, hang-up) and no destructor runs.
-// Thread-safe.
+// Removes files and folders when the run is interrupted (Ctrl-C, kill, hang-up), where no
+// destructor runs. Thread-safe.
 
 // To be called first in main, before any thread starts.
 void WatchForInterruption();
 
 enum class Removal {
-    kAlone,          // a file, or a folder while it is empty: others may have put something in
+    kAlone,          // a file, or a folder if it is empty: other programs may have used it
     kWithEverything, // a folder of this run alone
 };
 
-// Held while a path is made and registered: an interruption waits, so that none is made and missed.
+// Delays interruptions while the lock lives. To be held while a path is made and registered:
+// otherwise an interruption between the two would leave the path behind.
 [[nodiscard]] std::unique_lock<std::recursive_mutex> DelayInterruption();
 
 // The path is removed on an interruption from now on.
 void RemoveWhenInterrupted(const std::filesystem::path& path, Removal removal);
 
-// Takes that back: the path is in its place for good, or gone already.
+// Takes RemoveWhenInterrupted back: the path is to stay, or was removed already.
 void KeepWhenInterrupted(const std::filesystem::path& path);

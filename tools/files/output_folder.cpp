@@ -8,6 +8,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <fmt/core.h>
+
 #include "host/picture/errors.h"
 #include "tools/files/interruption.h"
 
@@ -16,7 +18,7 @@ namespace fs = std::filesystem;
 namespace {
 
 [[noreturn]] void Fail(const fs::path& path, const char* what) {
-    throw UseError(path.string() + ": " + what + ": " + std::strerror(errno));
+    throw UseError(fmt::format("{}: {}: {}", path.string(), what, std::strerror(errno)));
 }
 
 // write(2) may take less than it is given.
@@ -47,7 +49,7 @@ std::vector<fs::path> MissingFolders(const fs::path& path) {
 } // namespace
 
 OutputFolder::OutputFolder(const fs::path& folder)
-    : folder_(fs::absolute(folder).lexically_normal()) {
+    : named_(folder), folder_(fs::absolute(folder.empty() ? "." : folder).lexically_normal()) {
     if (!folder_.has_filename()) { // "DIR/" names DIR
         folder_ = folder_.parent_path();
     }
@@ -65,11 +67,11 @@ OutputFolder::OutputFolder(const fs::path& folder)
         RemoveWhenInterrupted(missing, Removal::kAlone);
     }
     if (!fs::is_directory(folder_)) {
-        throw UseError(folder_.string() + ": expected a folder, found something else");
+        Refuse(folder_, "a folder", "something else");
     }
 }
 
-// From now on the files are on their way to their places.
+// Once files are renamed to their places, an interruption must not remove them any more.
 void OutputFolder::StopWatching() {
     for (const auto& [temporary, final] : pending_) {
         KeepWhenInterrupted(temporary);
@@ -88,7 +90,7 @@ OutputFolder::~OutputFolder() {
         fs::remove(temporary, ignored);
     }
     for (auto made = made_.rbegin(); made != made_.rend(); ++made) {
-        fs::remove(*made, ignored); // refuses where somebody else put something in
+        fs::remove(*made, ignored); // fails if another program has put something in
     }
     StopWatching();
 }
@@ -134,4 +136,19 @@ void OutputFolder::Commit() {
         }
     }
     committed_ = true;
+}
+
+std::vector<std::string> OutputFolder::written() const {
+    std::vector<std::string> files;
+    for (const auto& [temporary, final] : pending_) {
+        files.push_back(named_ / final.filename());
+    }
+    return files;
+}
+
+std::vector<std::string> WriteFile(const fs::path& file, std::span<const std::uint8_t> bytes) {
+    OutputFolder folder(file.parent_path());
+    folder.Write(file.filename().string(), bytes);
+    folder.Commit();
+    return folder.written();
 }

@@ -5,8 +5,8 @@
 #include <string>
 #include <thread>
 
-// Says on standard error which step is under way and for how long, once it takes longer than half a
-// second; only where standard error is a terminal. The line goes when the object goes.
+// Shows on standard error, if that is a terminal, which step is under way and for how long, once it
+// takes longer than half a second. The destructor removes the line.
 class Progress {
 public:
     explicit Progress(std::string step);

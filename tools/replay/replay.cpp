@@ -1,76 +1,66 @@
 #include "tools/replay/replay.h"
 
 #include <algorithm>
-#include <iterator>
-#include <span>
+
+#include <fmt/core.h>
 
 #include "engine/refocus_engine.h"
-#include "host/picture/disparity_picture.h"
 #include "host/picture/errors.h"
+#include "host/picture/false_colour.h"
+#include "host/picture/nv12.h"
 #include "host/refocus/calibration.h"
 #include "tools/dumps/dump_image.h"
-#include "tools/files/progress.h"
-#include "tools/replay/crop_search.h"
 #include "tools/run/capture_request.h"
 #include "tools/run/device_folder.h"
-#include "tools/run/libraries.h"
-#include "tools/run/log_lines.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-// The node maps places from the sensor to the image. With the sensor's rectangle four times as
-// large every place of the image has one of the sensor, faces too small to be kept included.
+// The node maps places from the sensor to the image and drops faces of less than two sensor pixels.
+// A sensor rectangle four times as large as the image gives every place of the image, and every
+// face that the node can have dumped, a place on the sensor.
 constexpr std::int32_t kFine = 4;
 
 std::uint32_t Unsigned(int value) {
     return static_cast<std::uint32_t>(value);
 }
 
-Size SizeOf(const host::Image& image) {
-    return {image.width(), image.height()};
-}
-
-std::string Text(Size size) {
-    return std::to_string(size.width) + "x" + std::to_string(size.height);
-}
-
 const DumpFile& Required(const DumpSet& set, DumpRole role) {
     const auto& file = set.file(role);
     if (!file) {
-        throw UseError(set.name() + ": expected the " + RoleName(role) + " file, found none");
+        Refuse(set.name(), fmt::format("the {} file", RoleName(role)), "none");
     }
     return *file;
 }
 
-host::Image ReadInput(const DumpSet& set, DumpRole role, std::optional<int> given) {
+// `given`: the width by the option of this name, if it was set.
+host::Image ReadInput(const DumpSet& set, DumpRole role, const char* option,
+                      std::optional<int> given, int pitch) {
     const DumpFile& file = Required(set, role);
     const int width = given ? *given : WidthOf(set, role);
     if (width % 2 != 0 || width < 2 || width > file.name.first) {
-        throw UseError(file.path.string() + ": expected an even width of at most the pitch, " +
-                       std::to_string(file.name.first) + ", found " + std::to_string(width));
+        Refuse(given ? option : file.path.string(),
+               fmt::format("an even width of at most the pitch, {}", file.name.first),
+               std::to_string(width));
     }
-    return ReadImageDump(file, width);
+    CheckPitch(pitch, width, file.path);
+    host::Image image = ReadImageDump(file, width);
+    return pitch != 0 ? ScaleNv12(image, width, image.height(), pitch) : image;
 }
 
-struct Sensors {
-    Size main;
-    Size aux;
-};
-
-// The sensors that the calibration is for. Of another engine's calibration, or of none, it is only
-// known that they show at least what was dumped.
+// The sensors' sizes as calibrated. Without a calibration, or with one of another engine, they are
+// taken to be as large as the dumped crops, which is the least that they can be.
 Sensors SensorsOf(const ReplayOptions& options, const DumpParameters& parameters,
                   const Replayed& replayed) {
     const auto known = [](int width, int height, const host::Image& image) {
-        return width > 0 && height > 0 ? Size{width, height} : SizeOf(image);
+        return width > 0 && height > 0 ? Size{width, height} : image.size();
     };
     Sensors sensors{known(parameters.mainCropWidth, parameters.mainCropHeight, replayed.main),
                     known(parameters.auxCropWidth, parameters.auxCropHeight, replayed.aux)};
-    if (!options.device.calibration.empty()) {
+    if (!options.calibration.empty()) {
         refocus::Calibration calibration;
-        const Bytes bytes = ReadFileBytes(options.device.calibration);
+        const Bytes bytes = ReadFileBytes(options.calibration);
         if (refocus::ParseCalibration(bytes, calibration) == refocus::Error::kNone) {
             sensors.main = {calibration.main.width / kCalibrationUnitsPerPixel,
                             calibration.main.height / kCalibrationUnitsPerPixel};
@@ -81,21 +71,7 @@ Sensors SensorsOf(const ReplayOptions& options, const DumpParameters& parameters
     return {options.mainSensor.value_or(sensors.main), options.auxSensor.value_or(sensors.aux)};
 }
 
-void SetCrop(CameraMetadata& camera, Size sensor, Size image, Size part, const char* name,
-             std::vector<std::string>& notes) {
-    const auto applied = FindAppliedCrop(sensor, image, part);
-    if (applied) {
-        camera.ifeAppliedCrop = applied->crop;
-    }
-    if (!applied || applied->part.width != part.width || applied->part.height != part.height) {
-        notes.push_back(std::string("the ") + name + " crop, " + Text(part) +
-                        ", is none that a sensor of " + Text(sensor) + " and an image of " +
-                        Text(image) + " can have; " +
-                        (applied ? Text(applied->part) : "the whole sensor") + " is taken");
-    }
-}
-
-// The face whose middle is this point.
+// The face whose middle is the focus point.
 std::optional<std::uint32_t> FaceAround(const DumpParameters& parameters) {
     for (std::uint32_t i = 0; i < parameters.faces.size(); ++i) {
         const DumpedFace& face = parameters.faces[i];
@@ -107,33 +83,25 @@ std::optional<std::uint32_t> FaceAround(const DumpParameters& parameters) {
     return std::nullopt;
 }
 
-// The node takes a place in the first column or row as none, unless it is a face's middle.
+// The node takes a focus in column or row 0 as no focus, unless it is the middle of a face.
 bool NeedsFace(const DumpParameters& parameters) {
     return parameters.focusX <= 0 || parameters.focusY <= 0;
 }
 
 void RequireFocus(const DumpParameters& parameters) {
     if (NeedsFace(parameters) && !FaceAround(parameters)) {
-        throw UseError("ptFocus: expected a point right of and below 0,0, or the middle of a face, "
-                       "found " +
-                       std::to_string(parameters.focusX) + "," + std::to_string(parameters.focusY));
+        Refuse("ptFocus", "a point right of and below 0,0, or the middle of a face",
+               fmt::format("{},{}", parameters.focusX, parameters.focusY));
     }
 }
 
-void RequireInside(Point point, Size image) {
-    if (point.x < 0 || point.y < 0 || point.x >= image.width || point.y >= image.height) {
-        throw UseError("--focus: expected a point of the main picture, " + Text(image) +
-                       ", found " + std::to_string(point.x) + "," + std::to_string(point.y));
-    }
-}
-
-// A damaged text can hold any number; the arithmetic has room for these.
+// A damaged text can hold any number: refuses those that would overflow the arithmetic.
 void RequireRoom(const DumpParameters& parameters, const fs::path& path) {
+    static constexpr std::int32_t kMostPixels = 1 << 20;
     const auto check = [&path](const char* name, std::int32_t value) {
         if (value < -kMostPixels || value > kMostPixels) {
-            throw UseError(path.string() + ": " + name + ": expected " +
-                           std::to_string(-kMostPixels) + " to " + std::to_string(kMostPixels) +
-                           ", found " + std::to_string(value));
+            Refuse(fmt::format("{}: {}", path.string(), name),
+                   fmt::format("{} to {}", -kMostPixels, kMostPixels), std::to_string(value));
         }
     };
     check("ptFocus_x", parameters.focusX);
@@ -142,6 +110,10 @@ void RequireRoom(const DumpParameters& parameters, const fs::path& path) {
     check("i32MainHeight_CropNoScale", parameters.mainCropHeight);
     check("i32AuxWidth_CropNoScale", parameters.auxCropWidth);
     check("i32AuxHeight_CropNoScale", parameters.auxCropHeight);
+    if (parameters.degree % 90 != 0 || parameters.degree < 0 || parameters.degree > 270) {
+        Refuse(path.string() + ": i32ImageDegree", "0, 90, 180 or 270",
+               std::to_string(parameters.degree));
+    }
     for (const DumpedFace& face : parameters.faces) {
         check("left", face.left);
         check("top", face.top);
@@ -154,7 +126,7 @@ DumpParameters ReadDumped(const DumpSet& set) {
     ParameterText text = ReadParameters(set);
     const fs::path& path = Required(set, DumpRole::kParameters).path;
     if (!text.problems.empty()) {
-        throw UseError(path.string() + ": " + text.problems.front());
+        throw UseError(fmt::format("{}: {}", path.string(), text.problems.front()));
     }
     RequireRoom(text.values, path);
     return std::move(text.values);
@@ -179,7 +151,7 @@ void SetFaces(host::Request& request, const DumpParameters& parameters) {
     const std::size_t count = std::min<std::size_t>(parameters.faces.size(), kMaxFaces);
     for (std::size_t i = 0; i < count; ++i) {
         const DumpedFace& face = parameters.faces[i];
-        // Of an extent of none a sensor's face has two pixels, the fewest that the node keeps.
+        // The node keeps no face of less than two sensor pixels, not even one without extent here.
         const auto extent = [](int first, int last) {
             return Unsigned(std::max((last - first + 1) * kFine, 2));
         };
@@ -192,11 +164,6 @@ void SetFaces(host::Request& request, const DumpParameters& parameters) {
     }
 }
 
-host::UseCase UseCaseOf(const DumpParameters& parameters, const Sensors& sensors,
-                        const host::Image& output) {
-    return {sensors.main, sensors.aux, SizeOf(output), Unsigned(parameters.degree)};
-}
-
 host::Request RequestOf(const ReplayOptions& options, const host::UseCase& useCase,
                         const Sensors& sensors, Replayed& replayed) {
     const DumpParameters& parameters = replayed.asked;
@@ -207,16 +174,16 @@ host::Request RequestOf(const ReplayOptions& options, const host::UseCase& useCa
     CameraMetadata& aux = request.metadata.cameraMetadata[1];
     main.scalerCropRegion = {0, 0, Unsigned(replayed.main.width() * kFine),
                              Unsigned(replayed.main.height() * kFine)};
-    SetCrop(main, sensors.main, SizeOf(replayed.main),
-            {parameters.mainCropWidth, parameters.mainCropHeight}, "main", replayed.notes);
-    SetCrop(aux, sensors.aux, SizeOf(replayed.aux),
-            {parameters.auxCropWidth, parameters.auxCropHeight}, "aux", replayed.notes);
+    SetAppliedCrop(main, sensors.main, replayed.main.size(),
+                   {parameters.mainCropWidth, parameters.mainCropHeight}, "main", replayed.notes);
+    SetAppliedCrop(aux, sensors.aux, replayed.aux.size(),
+                   {parameters.auxCropWidth, parameters.auxCropHeight}, "aux", replayed.notes);
     SetFaces(request, parameters);
     SetFocus(request, parameters);
     return request;
 }
 
-// The dumps that the node has made, under the old set's stem.
+// Takes the dumps that the node has made, renamed to the old set's stem.
 void TakeDumps(const DeviceFolder& device, const std::string& stem, Replayed& replayed) {
     for (const fs::path& path : device.Dumps()) {
         auto name = ParseDumpName(path.filename().string());
@@ -240,16 +207,18 @@ void CompareOutput(const DumpSet& set, Replayed& replayed) {
     }
     replayed.dumpedOutput =
         ReadImageDump(*file, std::min(replayed.output.width(), file->name.first));
-    if (replayed.dumpedOutput.width() == replayed.output.width() &&
-        replayed.dumpedOutput.height() == replayed.output.height()) {
+    if (replayed.dumpedOutput.size() == replayed.output.size()) {
         replayed.outputDifference = Compare(replayed.dumpedOutput, replayed.output);
     } else {
         replayed.notes.push_back("the set's output has another size, " +
-                                 Text(SizeOf(replayed.dumpedOutput)));
+                                 InWords(replayed.dumpedOutput.size()));
     }
 }
 
-void CompareDisparity(const DumpSet& set, const host::Image& depth, Replayed& replayed) {
+// Whole rows are compared, what stands behind the image's pixels included, unless the option
+// --pitch has made the rows of the replay shorter or longer.
+void CompareDisparity(const DumpSet& set, const host::Image& depth, bool pitchChanged,
+                      Replayed& replayed) {
     const auto& file = set.file(DumpRole::kDisparity);
     const bool made = replayed.result.published->depthPictureSize > 0;
     replayed.disparityDue = file || made;
@@ -260,53 +229,76 @@ void CompareDisparity(const DumpSet& set, const host::Image& depth, Replayed& re
         }
         return;
     }
-    const int pitch = depth.pitch();
     const int height = depth.height();
+    const int pitch = pitchChanged ? file->name.first : depth.pitch();
+    const int width = pitchChanged ? depth.width() : pitch;
     const auto expected = ImageBytes(host::Image::Format::Y8, pitch, height);
-    const auto bytes = [](std::uintmax_t count) { return std::to_string(count) + " bytes"; };
     replayed.disparity =
-        ImageFromBytes(host::Image::Format::Y8, depth.bytes(), pitch, pitch, height);
-    if (file->name.first != pitch || file->name.height != height || file->bytes < expected) {
-        replayed.notes.push_back("the set's disparity has another size: expected " +
-                                 Text({pitch, height}) + ", " + bytes(expected) + ", found " +
-                                 Text({file->name.first, file->name.height}) + ", " +
-                                 bytes(file->bytes));
+        ImageFromBytes(host::Image::Format::Y8, depth.bytes(), width, depth.pitch(), height);
+    if (file->name.first != pitch || pitch < width || file->name.height != height ||
+        file->bytes < expected) {
+        replayed.notes.push_back(fmt::format(
+            "the set's disparity has another size: expected {}x{}, {} bytes, found {}x{}, {} bytes",
+            pitch, height, expected, file->name.first, file->name.height, file->bytes));
         return;
     }
     if (file->bytes > expected) { // a device's buffer keeps the size of the largest capture
-        replayed.notes.push_back("the set's disparity has " + bytes(file->bytes) +
-                                 ", compared are the first " + std::to_string(expected));
+        replayed.notes.push_back(fmt::format(
+            "the set's disparity has {} bytes, compared are the first {}", file->bytes, expected));
     }
-    replayed.dumpedDisparity = ReadImageDump(*file, pitch);
+    replayed.dumpedDisparity = ReadImageDump(*file, width);
     replayed.disparityDifference = Compare(replayed.dumpedDisparity, replayed.disparity);
 }
 
-void RunNode(const Libraries& libraries, const host::UseCase& useCase, host::Request& request,
-             Replayed& replayed) {
-    std::optional<host::NodeLibrary> library;
-    try {
-        library.emplace(libraries.node, libraries.engine);
-    } catch (const host::PipelineError& error) {
-        throw UseError(error.what());
+// The parameters that the replay is to have.
+DumpParameters Changed(const DumpParameters& dumped, const ReplayOptions& options) {
+    DumpParameters asked = dumped;
+    const auto change = [](const auto& option, std::int32_t& value) {
+        value = option ? static_cast<std::int32_t>(*option) : value;
+    };
+    const auto changeSize = [](const std::optional<Size>& option, std::int32_t& width,
+                               std::int32_t& height) {
+        width = option ? option->width : width;
+        height = option ? option->height : height;
+    };
+    change(options.blur, asked.blur);
+    change(options.rotation, asked.degree);
+    changeSize(options.mainCrop, asked.mainCropWidth, asked.mainCropHeight);
+    changeSize(options.auxCrop, asked.auxCropWidth, asked.auxCropHeight);
+    if (options.focus) {
+        asked.focusX = options.focus->x;
+        asked.focusY = options.focus->y;
     }
-    const Progress progress("processing the request");
-    host::Node node(*library, useCase);
-    replayed.result = node.Process(request);
-    std::ranges::move(node.End(), std::back_inserter(replayed.result.complaints));
+    if (options.noFaces || !options.faces.empty()) {
+        asked.faces.clear();
+    }
+    for (const ChiRect& face : options.faces) {
+        asked.faces.push_back({face.left, face.top,
+                               face.left + static_cast<std::int32_t>(face.width) - 1,
+                               face.top + static_cast<std::int32_t>(face.height) - 1});
+    }
+    for (DumpedFace& face : asked.faces) {
+        if (options.faceRotation) { // rounded to quarter turns, as the node does
+            face.orient = kFaceOrients[(*options.faceRotation % 360 + 360 + 45) / 90 % 4];
+        }
+    }
+    return asked;
 }
 
 Replayed ReadSet(const DumpSet& set, const ReplayOptions& options) {
     Replayed replayed;
     replayed.dumped = ReadDumped(set);
     replayed.asked = Changed(replayed.dumped, options);
-    replayed.main = ReadInput(set, DumpRole::kMain, options.mainWidth);
-    replayed.aux = ReadInput(set, DumpRole::kAux, options.auxWidth);
+    replayed.main =
+        ReadInput(set, DumpRole::kMain, "--main-width", options.mainWidth, options.pitch);
+    replayed.aux = ReadInput(set, DumpRole::kAux, "--aux-width", options.auxWidth, options.pitch);
     if (options.focus) {
-        RequireInside(*options.focus, SizeOf(replayed.main));
+        CheckFocus(*options.focus, replayed.main.size());
     }
     const auto& output = set.file(DumpRole::kOutput);
-    const int pitch = output && output->name.first >= replayed.main.width() ? output->name.first
-                                                                            : replayed.main.pitch();
+    const bool asDumped =
+        options.pitch == 0 && output && output->name.first >= replayed.main.width();
+    const int pitch = asDumped ? output->name.first : replayed.main.pitch();
     replayed.output = host::Image(host::Image::Format::Nv12, replayed.main.width(),
                                   replayed.main.height(), pitch);
     return replayed;
@@ -320,75 +312,46 @@ bool Replayed::equal() const {
     return !failed() && outputDifference && outputDifference->identical() && disparitySame;
 }
 
-DumpParameters Changed(const DumpParameters& dumped, const ReplayOptions& options) {
-    DumpParameters asked = dumped;
-    asked.blur = options.blur.value_or(asked.blur);
-    asked.degree = options.degree.value_or(asked.degree);
-    asked.faces = options.faces.value_or(asked.faces);
-    if (options.focus) {
-        asked.focusX = options.focus->x;
-        asked.focusY = options.focus->y;
-    }
-    if (options.mainCrop) {
-        asked.mainCropWidth = options.mainCrop->width;
-        asked.mainCropHeight = options.mainCrop->height;
-    }
-    if (options.auxCrop) {
-        asked.auxCropWidth = options.auxCrop->width;
-        asked.auxCropHeight = options.auxCrop->height;
-    }
-    for (DumpedFace& face : asked.faces) {
-        face.orient = options.orientation.value_or(face.orient);
-    }
-    return asked;
-}
-
 void CheckFocus(const DumpSet& set, const ReplayOptions& options) {
     if (options.focus) {
         const int width = options.mainWidth.value_or(WidthOf(set, DumpRole::kMain));
-        RequireInside(*options.focus, {width, Required(set, DumpRole::kMain).name.height});
+        CheckFocus(*options.focus, {width, Required(set, DumpRole::kMain).name.height});
         RequireFocus(Changed(ReadDumped(set), options));
     }
 }
 
 Replayed Replay(const DumpSet& set, const ReplayOptions& options) {
+    const Libraries libraries = FindLibraries(options);
     Replayed replayed = ReadSet(set, options);
     const Sensors sensors = SensorsOf(options, replayed.asked, replayed);
     replayed.mainSensor = sensors.main;
     replayed.auxSensor = sensors.aux;
-    const host::UseCase useCase = UseCaseOf(replayed.asked, sensors, replayed.output);
+    const std::uint32_t rotation = Unsigned(replayed.asked.degree);
+    const host::UseCase useCase = UseCaseOf(sensors, replayed.output.size(), rotation);
     host::Request request = RequestOf(options, useCase, sensors, replayed);
     host::Image depth = DepthImage(replayed.main);
     request.inputs = {&replayed.main, &replayed.aux};
     request.output = &replayed.output;
     request.depth = &depth;
 
-    RenderOptions run = options.device;
+    DeviceFolder device(options);
+    device.Prepare(sensors.main, sensors.aux, rotation, set.name());
+    RunOptions run = options;
     run.dump = true;
-    run.rotation = Unsigned(replayed.asked.degree);
-    const Libraries libraries = FindLibraries(run.node, run.engine);
-    SetProperties(run);
-    DeviceFolder device(run);
-    device.Prepare(sensors.main, sensors.aux);
+    std::vector<std::string> notes = std::move(replayed.notes);
+    static_cast<Outcome&>(replayed) = RunNode(run, libraries, useCase, request);
+    std::ranges::move(notes, std::back_inserter(replayed.notes));
     replayed.calibration = device.calibration();
-    const LogLines log(run.engine.empty());
-    RunNode(libraries, useCase, request, replayed);
-    replayed.log = log.records();
     TakeDumps(device, set.stem, replayed);
     if (!replayed.result.published) {
-        replayed.reasons = log.Reasons();
         return replayed;
-    }
-    replayed.copied = IsCopy(*replayed.result.published, DebugView());
-    if (replayed.copied) {
-        replayed.reasons = log.Reasons();
     }
     if (replayed.taken && !(*replayed.taken == replayed.asked)) {
         for (const std::string& difference : DifferencesOf(replayed.asked, *replayed.taken)) {
-            replayed.notes.push_back("the node made another parameter of it: " + difference);
+            replayed.notes.push_back("the node changed a parameter of the request: " + difference);
         }
     }
     CompareOutput(set, replayed);
-    CompareDisparity(set, depth, replayed);
+    CompareDisparity(set, depth, options.pitch != 0, replayed);
     return replayed;
 }

@@ -1,35 +1,38 @@
 #pragma once
 
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "host/log/log_control.h"
 #include "host/picture/file_bytes.h"
-#include "host/pipeline/pipeline.h"
 #include "tools/compare/difference.h"
 #include "tools/dumps/dump_set.h"
-#include "tools/replay/replay_options.h"
+#include "tools/dumps/parameter_text.h"
+#include "tools/run/node_run.h"
+#include "tools/run/run_options.h"
+
+// What a replay changes against the dumped request, and what it runs in.
+struct ReplayOptions : RunOptions, RequestOptions {
+    bool noFaces = false;
+    bool skipBokeh = false;       // the request asks for no rendering
+    std::optional<int> mainWidth; // pixels in a row of the dumps; default: as the set tells
+    std::optional<int> auxWidth;
+};
 
 // What became of a dumped request that ran again: all that a report shows.
-struct Replayed {
+struct Replayed : Outcome {
     DumpParameters dumped;
     DumpParameters asked;                // the dumped ones with what the options change
     std::optional<DumpParameters> taken; // what the node made of the request
-    host::RequestResult result;
-    bool copied = false;              // the output is the main image, though nobody asked for it
-    std::vector<std::string> reasons; // of a copy
-    std::vector<std::string> notes;
-    std::vector<host::LogRecord> log;
-    std::string calibration; // where it came from
     Size mainSensor;
     Size auxSensor;
     host::Image main;
     host::Image aux;
     host::Image output;
     host::Image dumpedOutput; // without a size where the set has none that can be compared
-    host::Image disparity;    // rows as long as the main image's pitch
+    host::Image disparity;    // rows as long as the main image's pitch, unless that was changed
     host::Image dumpedDisparity;
     // Against the dumped ones; nothing where there is no pair to compare.
     std::optional<PictureDifference> outputDifference;
@@ -37,7 +40,6 @@ struct Replayed {
     bool disparityDue = false; // the set or the replay has one, so that both must
     std::vector<std::pair<std::string, Bytes>> files; // the node's new dumps, named as the old ones
 
-    bool failed() const { return !result.published || copied || !result.complaints.empty(); }
     // Output and disparity are the dumped ones, byte for byte.
     bool equal() const;
 };
@@ -47,5 +49,17 @@ struct Replayed {
 // replayed.
 Replayed Replay(const DumpSet& set, const ReplayOptions& options);
 
-// Throws UseError where the changes name a focus point that no replay of this set can have.
+// Throws UseError where the options name a focus point that no replay of this set can have.
 void CheckFocus(const DumpSet& set, const ReplayOptions& options);
+
+// What became of a replay, for a reader and as JSON.
+std::string InWords(const DumpSet& set, const Replayed& replayed);
+Json ToJson(const DumpSet& set, const Replayed& replayed);
+
+// Replays every set below `place`, `jobs` processes at once, a line each and a summary at the end.
+// The result of each is a JSON file in `output`, and its process's log a text file; a set that
+// came out equal or differing, of the same files with the same options, is not run again. Returns
+// the command's exit code; throws UseError before any starts where the options suit no set. To be
+// called before the process has loaded a node.
+int ReplayAll(const std::filesystem::path& place, const std::filesystem::path& output, int jobs,
+              bool json, const ReplayOptions& options);

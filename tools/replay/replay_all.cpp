@@ -1,5 +1,3 @@
-#include "tools/replay/replay_all.h"
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -16,7 +14,7 @@
 
 #include <csignal>
 
-#include <nlohmann/json.hpp>
+#include <fmt/core.h>
 
 #include "host/picture/errors.h"
 #include "tools/dumps/dump_set.h"
@@ -25,12 +23,9 @@
 #include "tools/files/output_folder.h"
 #include "tools/files/progress.h"
 #include "tools/replay/replay.h"
-#include "tools/replay/replay_text.h"
 #include "tools/run/device_folder.h"
-#include "tools/run/libraries.h"
 
 namespace fs = std::filesystem;
-using Json = nlohmann::ordered_json;
 
 namespace {
 
@@ -47,6 +42,33 @@ Json Stamp(const fs::path& path) {
     return {path.string(), error ? 0 : size, error ? 0 : time};
 }
 
+// Everything that the options can change about a result, besides the files that they name.
+Json OptionsJson(const ReplayOptions& options) {
+    Json faces = Json::array();
+    for (const ChiRect& face : options.faces) {
+        faces.push_back({face.left, face.top, face.width, face.height});
+    }
+    const auto point = [](Point at) { return Json{at.x, at.y}; };
+    return {{"blur", OrNull(options.blur)},
+            {"focus", options.focus ? point(*options.focus) : Json()},
+            {"rotation", OrNull(options.rotation)},
+            {"faces", faces},
+            {"noFaces", options.noFaces},
+            {"faceRotation", OrNull(options.faceRotation)},
+            {"mainCrop", OrNull(options.mainCrop)},
+            {"auxCrop", OrNull(options.auxCrop)},
+            {"mainSensor", OrNull(options.mainSensor)},
+            {"auxSensor", OrNull(options.auxSensor)},
+            {"mainWidth", OrNull(options.mainWidth)},
+            {"auxWidth", OrNull(options.auxWidth)},
+            {"pitch", options.pitch},
+            {"skipBokeh", options.skipBokeh},
+            {"debugView", OrNull(options.debugView)},
+            {"log", OrNull(options.logMask)},
+            {"properties", options.properties},
+            {"failures", options.failures}};
+}
+
 Json KeyOf(const DumpSet& set, const ReplayOptions& options, const Libraries& libraries) {
     Json files = Json::array();
     for (const auto& file : set.files) {
@@ -54,38 +76,23 @@ Json KeyOf(const DumpSet& set, const ReplayOptions& options, const Libraries& li
             files.push_back(Stamp(file->path));
         }
     }
-    const auto size = [](const std::optional<Size>& value) {
-        return value ? Json{value->width, value->height} : Json(nullptr);
-    };
-    // What the options change shows in parameters that hold nothing else.
-    const DumpParameters empty = Changed({}, options);
     return {{"files", files},
             {"node", Stamp(libraries.node)},
             {"engine", Stamp(libraries.engine)},
-            {"calibration",
-             options.device.calibration.empty() ? Json() : Stamp(options.device.calibration)},
-            {"changes", ToJson(empty)},
-            {"changed",
-             {options.blur.has_value(), options.focus.has_value(), options.degree.has_value(),
-              options.faces.has_value(), options.orientation.value_or(0), options.skipBokeh,
-              options.mainWidth.value_or(0), options.auxWidth.value_or(0),
-              options.device.debugView.value_or(-1), options.device.logMask.value_or(-1)}},
-            {"sizes",
-             {size(options.mainCrop), size(options.auxCrop), size(options.mainSensor),
-              size(options.auxSensor)}},
-            {"properties", options.device.properties}};
+            {"calibration", options.calibration.empty() ? Json() : Stamp(options.calibration)},
+            {"options", OptionsJson(options)}};
 }
 
-// What the file system or a process's end made of a set may be another thing next time.
-bool Lasts(const Json& result) {
+// Only these results depend on the inputs alone; failed and unreadable sets are run again.
+bool IsFinal(const Json& result) {
     const Json& status = result["status"];
     return status == "equal" || status == "differs";
 }
 
-// What is wrong for every set alike is said before any starts. A folder's pictures may have several
-// sizes; a focus point that one of them can have is right.
+// Refuses, before any process starts, options that are wrong for every set. Sets may have pictures
+// of several sizes: a focus point that lies in one of them is accepted.
 void CheckOptions(const std::vector<DumpSet>& sets, const ReplayOptions& options) {
-    const DeviceFolder calibration(options.device);
+    const DeviceFolder calibration(options); // reads it
     std::optional<UseError> wrong;
     for (const DumpSet& set : sets) {
         try {
@@ -100,7 +107,7 @@ void CheckOptions(const std::vector<DumpSet>& sets, const ReplayOptions& options
     }
 }
 
-// Nothing where there is none, or one of other files or options.
+// The stored result of this job, unless it was computed from other files or options.
 std::optional<Json> ResultOf(const Job& job, const fs::path& output) {
     const fs::path file = output / (job.name + ".json");
     if (!fs::is_regular_file(file)) {
@@ -112,7 +119,7 @@ std::optional<Json> ResultOf(const Job& job, const fs::path& output) {
     return same ? std::optional(result) : std::nullopt;
 }
 
-// In the process of one set: does it and writes its result.
+// Replays one set in a process of its own and writes the result.
 int RunJob(const Job& job, const fs::path& output, const ReplayOptions& options) {
     Json result{{"key", job.key}};
     try {
@@ -145,7 +152,7 @@ pid_t StartJob(const Job& job, const fs::path& output, const ReplayOptions& opti
     int code = kExitFailed;
     try {
         ::prctl(PR_SET_PDEATHSIG, SIGTERM);
-        WatchForInterruption(); // its thread is the parent's alone
+        WatchForInterruption(); // fork copies no thread but this one
         const int log =
             ::open((output / (job.name + ".log")).c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
         ::dup2(log, STDERR_FILENO);
@@ -154,7 +161,7 @@ pid_t StartJob(const Job& job, const fs::path& output, const ReplayOptions& opti
         std::fprintf(stderr, "bokehnode: %s\n", error.what());
     }
     std::fflush(nullptr);
-    ::_exit(code); // nothing of the parent's is undone here
+    ::_exit(code); // the parent's destructors must not run here
 }
 
 // Why a set is not equal, in a few words.
@@ -180,8 +187,8 @@ std::string Reason(const Json& result) {
             count += plane["differing"].get<std::uint64_t>();
             largest = std::max(largest, plane["largest"].get<int>());
         }
-        words += std::string(words.empty() ? "" : "; ") + what + " differs in " +
-                 std::to_string(count) + " samples, by " + std::to_string(largest) + " at most";
+        words += fmt::format("{}{} differs in {} samples, by {} at most", words.empty() ? "" : "; ",
+                             what, count, largest);
     }
     if (words.empty()) {
         for (const Json& note : report["notes"]) {
@@ -193,7 +200,7 @@ std::string Reason(const Json& result) {
 
 class Tally {
 public:
-    explicit Tally(bool json) : json_(json) {}
+    Tally(bool json, const fs::path& output) : json_(json), output_(output) {}
 
     void Add(const Job& job, const Json& result, bool before) {
         const std::string status = result["status"];
@@ -220,21 +227,24 @@ public:
             for (const auto& [status, count] : counts_) {
                 counts[status] = count;
             }
-            std::printf(
-                "%s",
-                JsonText({{"sets", sets}, {"counts", counts}, {"results", results_}}).c_str());
+            std::printf("%s", JsonText({{"sets", sets},
+                                        {"counts", counts},
+                                        {"results", results_},
+                                        {"written", {output_.string()}}})
+                                  .c_str());
         } else {
             std::printf("%zu sets:", sets);
             for (const auto& [status, count] : counts_) {
                 std::printf(" %zu %s", count, status.c_str());
             }
-            std::printf("\n");
+            std::printf("\nwrote %s\n", output_.c_str());
         }
         return counts_["equal"] == sets ? kExitDone : kExitFailed;
     }
 
 private:
     bool json_;
+    fs::path output_;
     std::size_t done_ = 0;
     std::map<std::string, std::size_t> counts_;
     Json results_ = Json::array();
@@ -245,9 +255,8 @@ void FinishOne(std::map<pid_t, const Job*>& running, const fs::path& output, Tal
     int status = 0;
     pid_t ended = 0;
     {
-        // Its thread is gone before the next process starts.
-        const Progress progress(std::to_string(tally.done()) + " of " + std::to_string(sets) +
-                                " sets");
+        // The progress thread must have ended before the next fork.
+        const Progress progress(fmt::format("{} of {} sets", tally.done(), sets));
         do {
             ended = ::waitpid(-1, &status, 0);
         } while (ended < 0 && errno == EINTR);
@@ -262,12 +271,13 @@ void FinishOne(std::map<pid_t, const Job*>& running, const fs::path& output, Tal
         tally.Add(job, *result, false);
         return;
     }
-    const std::string how = WIFSIGNALED(status) ? std::string("its process ended by signal ") +
-                                                      std::to_string(WTERMSIG(status))
-                                                : "its process wrote no result";
+    const std::string how = WIFSIGNALED(status)
+                                ? fmt::format("ended by signal {}", WTERMSIG(status))
+                                : "wrote no result";
+    const fs::path log = output / (job.name + ".log");
     tally.Add(
         job,
-        {{"status", "failed"}, {"error", how + ", see " + (output / (job.name + ".log")).string()}},
+        {{"status", "failed"}, {"error", fmt::format("its process {}, see {}", how, log.string())}},
         false);
 }
 
@@ -275,7 +285,7 @@ void FinishOne(std::map<pid_t, const Job*>& running, const fs::path& output, Tal
 
 int ReplayAll(const fs::path& place, const fs::path& output, int jobs, bool json,
               const ReplayOptions& options) {
-    const Libraries libraries = FindLibraries(options.device.node, options.device.engine);
+    const Libraries libraries = FindLibraries(options);
     const std::vector<DumpSet> sets = FindDumpSets({place});
     const std::vector<std::string> names = DistinctNames(sets);
     CheckOptions(sets, options);
@@ -283,11 +293,11 @@ int ReplayAll(const fs::path& place, const fs::path& output, int jobs, bool json
     for (std::size_t i = 0; i < sets.size(); ++i) {
         list.push_back({sets[i], names[i], KeyOf(sets[i], options, libraries)});
     }
-    OutputFolder(output).Commit(); // makes it, or says why not
-    Tally tally(json);
+    OutputFolder(output).Commit(); // makes the folder, or throws
+    Tally tally(json, output);
     std::map<pid_t, const Job*> running;
     for (const Job& job : list) {
-        if (const auto result = ResultOf(job, output); result && Lasts(*result)) {
+        if (const auto result = ResultOf(job, output); result && IsFinal(*result)) {
             tally.Add(job, *result, true);
             continue;
         }

@@ -1,6 +1,6 @@
-#include "tools/replay/replay_text.h"
+#include <fmt/core.h>
 
-using Json = nlohmann::ordered_json;
+#include "tools/replay/replay.h"
 
 namespace {
 
@@ -24,33 +24,16 @@ void AddDifference(std::string& text, const char* what,
     text += difference->identical() ? " identical\n" : "\n" + Indented(ToText(*difference));
 }
 
-Json OrNull(const std::optional<PictureDifference>& difference) {
-    return difference ? ToJson(*difference) : Json(nullptr);
-}
-
 } // namespace
 
 std::string InWords(const DumpSet& set, const Replayed& replayed) {
     std::string text = set.name() + "\n";
     for (const std::string& change : DifferencesOf(replayed.dumped, replayed.asked)) {
-        text += "  changed: " + change + "\n";
+        text += fmt::format("  changed: {}\n", change);
     }
-    text += "  calibration: " + replayed.calibration + "\n";
-    for (const std::string& complaint : replayed.result.complaints) {
-        text += "  the node broke the interface's rules: " + complaint + "\n";
-    }
-    if (!replayed.result.published) {
-        text += "  FAILED: the node published nothing, its result is " +
-                std::to_string(replayed.result.code) + "\n";
-    }
-    if (replayed.copied) {
-        text += "  FAILED: the output is a copy of the main picture\n";
-    }
-    for (const std::string& reason : replayed.reasons) {
-        text += "  because: " + reason + "\n";
-    }
-    for (const std::string& note : replayed.notes) {
-        text += "  note: " + note + "\n";
+    text += fmt::format("  calibration: {}\n", replayed.calibration);
+    for (const std::string& line : Lines(replayed)) {
+        text += fmt::format("  {}\n", line);
     }
     AddDifference(text, "output", replayed.outputDifference);
     AddDifference(text, "disparity", replayed.disparityDifference);
@@ -58,17 +41,15 @@ std::string InWords(const DumpSet& set, const Replayed& replayed) {
 }
 
 Json ToJson(const DumpSet& set, const Replayed& replayed) {
-    return {{"set", set.name()},
-            {"equal", replayed.equal()},
-            {"result", replayed.result.code},
-            {"published", replayed.result.published.has_value()},
-            {"copiedMainImage", replayed.copied},
-            {"reasons", replayed.reasons},
-            {"complaints", replayed.result.complaints},
-            {"notes", replayed.notes},
-            {"calibration", replayed.calibration},
-            {"parameters", ToJson(replayed.asked)},
-            {"changed", DifferencesOf(replayed.dumped, replayed.asked)},
-            {"output", OrNull(replayed.outputDifference)},
-            {"disparity", OrNull(replayed.disparityDifference)}};
+    const auto difference = [](const std::optional<PictureDifference>& value) {
+        return value ? ToJson(*value) : Json();
+    };
+    Json json{{"set", set.name()}, {"equal", replayed.equal()}};
+    json.update(ToJson(static_cast<const Outcome&>(replayed)));
+    json["calibration"] = replayed.calibration;
+    json["parameters"] = ToJson(replayed.asked);
+    json["changed"] = DifferencesOf(replayed.dumped, replayed.asked);
+    json["output"] = difference(replayed.outputDifference);
+    json["disparity"] = difference(replayed.disparityDifference);
+    return json;
 }

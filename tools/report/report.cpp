@@ -260,7 +260,7 @@ std::string Report::Page(const fs::path& folder) const {
 }
 
 ReportFile::ReportFile(const fs::path& file)
-    : folder_(fs::absolute(file).parent_path()), name_(file.filename().string()) {
+    : folder_(file.parent_path()), name_(file.filename().string()) {
     if (fs::is_directory(folder_.path() / name_)) {
         throw UseError(file.string() + ": expected a file, found a folder");
     }

@@ -69,6 +69,7 @@ public:
 
     void Write(const Report& report);
     void Commit() { folder_.Commit(); }
+    std::vector<std::string> written() const { return folder_.written(); }
 
 private:
     OutputFolder folder_;

@@ -40,20 +40,24 @@ void AddImages(Report& report, const host::Image* main, const host::Image* aux,
     }
 }
 
-void AddOutcome(Report& report, const host::RequestResult& result, bool copied,
-                const std::vector<std::string>& reasons) {
-    for (const std::string& complaint : result.complaints) {
+void AddOutcome(Report& report, const Outcome& outcome) {
+    report.AddLog(outcome.log);
+    for (const std::string& complaint : outcome.result.complaints) {
         report.AddFinding(Kind::kWrong, "interface", complaint);
     }
-    if (!result.published) {
-        report.AddFinding(Kind::kWrong, "failed",
-                          fmt::format("the node published nothing, its result is {}", result.code));
+    if (!outcome.result.published) {
+        report.AddFinding(
+            Kind::kWrong, "failed",
+            fmt::format("the node published nothing, its result is {}", outcome.result.code));
     }
-    if (copied) {
+    if (outcome.copied) {
         report.AddFinding(Kind::kWrong, "copy", "the output is a copy of the main picture");
     }
-    for (const std::string& reason : reasons) {
+    for (const std::string& reason : outcome.reasons) {
         report.AddFinding(Kind::kWrong, "because", reason);
+    }
+    for (const std::string& note : outcome.notes) {
+        report.AddFinding(Kind::kNote, "", note);
     }
 }
 
@@ -94,14 +98,11 @@ Report ReportOf(const Inspection& inspection) {
     return report;
 }
 
-Report ReportOf(const RunFacts& facts, const Outcome& outcome,
-                const std::optional<Inspection>& dumps, const std::vector<host::LogRecord>& log) {
-    const RenderOptions& options = facts.options;
-    const host::Request& request = facts.request;
+Report ReportOf(const RenderOptions& options, const host::Request& request, const Outcome& outcome,
+                const std::optional<Inspection>& dumps) {
     const auto& published = outcome.result.published;
     Report report("render", options.main.filename().string());
-    report.AddLog(log);
-    AddOutcome(report, outcome.result, outcome.copied, outcome.reasons);
+    AddOutcome(report, outcome);
     if (dumps) {
         AddFindings(report, *dumps);
         if (dumps->parameters) {
@@ -113,8 +114,8 @@ Report ReportOf(const RunFacts& facts, const Outcome& outcome,
     }
     const host::Image& main = *request.inputs[0];
     const host::Image& aux = *request.inputs[1];
-    // The sensors are as large as the pictures.
-    report.SetSensors({main.width(), main.height()}, {aux.width(), aux.height()});
+    report.SetSensors(options.mainSensor.value_or(main.size()),
+                      options.auxSensor.value_or(aux.size()));
     report.SetAfRegion(request.metadata.cameraMetadata[0].focusRect);
     AddImages(report, &main, &aux, published ? request.output : nullptr);
     report.AddLink("main", options.main);
@@ -128,22 +129,18 @@ Report ReportOf(const RunFacts& facts, const Outcome& outcome,
             report.AddLink("disparity", options.output / "disparity.png");
         }
     }
-    report.AddSection("Request", ParametersJson(facts));
+    report.AddSection("Request", ParametersJson(options, request, outcome));
     return report;
 }
 
 Report ReportOf(const Inspection& inspection, const Replayed& replayed) {
     const auto& published = replayed.result.published;
     Report report("replay", inspection.set.stem);
-    report.AddLog(replayed.log);
-    AddOutcome(report, replayed.result, replayed.copied, replayed.reasons);
+    AddOutcome(report, replayed);
     AddFindings(report, inspection);
     const auto changes = DifferencesOf(replayed.dumped, replayed.asked);
     if (!changes.empty()) {
         report.AddFinding(Kind::kNote, "changed", fmt::format("{}", fmt::join(changes, ", ")));
-    }
-    for (const std::string& note : replayed.notes) {
-        report.AddFinding(Kind::kNote, "", note);
     }
     AddDifference(report, "output against the dumped one", replayed.outputDifference);
     AddDifference(report, "disparity against the dumped one", replayed.disparityDifference);

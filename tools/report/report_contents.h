@@ -6,7 +6,7 @@
 #include "tools/inspect/inspection.h"
 #include "tools/replay/replay.h"
 #include "tools/report/report.h"
-#include "tools/run/run_json.h"
+#include "tools/run/capture_request.h"
 
 // What the report of each command holds.
 
@@ -14,8 +14,8 @@
 Report ReportOf(const Inspection& inspection);
 
 // A rendered pair. `dumps`: the inspection of what the node dumped of it.
-Report ReportOf(const RunFacts& facts, const Outcome& outcome,
-                const std::optional<Inspection>& dumps, const std::vector<host::LogRecord>& log);
+Report ReportOf(const RenderOptions& options, const host::Request& request, const Outcome& outcome,
+                const std::optional<Inspection>& dumps);
 
 // A replayed set. `inspection`: what was known of it before.
 Report ReportOf(const Inspection& inspection, const Replayed& replayed);

@@ -1,26 +1,20 @@
 #include "tools/run/capture_request.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <string>
 
+#include <fmt/core.h>
+
 #include "host/picture/errors.h"
-#include "host/properties/property_control.h"
-#include "platform/device_names.h"
+#include "tools/run/crop_search.h"
 
 namespace {
 
-// Half the width of the auto-focus region around a point, as a share of the picture's width.
-constexpr int kFocusRegionShare = 40;
-
-// The region whose middle the node takes as exactly this point. Column and row 0 mean "no focus" to
-// the node, so the next ones stand for them.
+// An auto-focus region whose middle, as the node computes it, is exactly this point. The node takes
+// a focus in column or row 0 as no focus, so column and row 1 are used instead.
 ChiWeightedRegion RegionAround(Point point, Size image) {
-    if (point.x < 0 || point.y < 0 || point.x >= image.width || point.y >= image.height) {
-        throw UseError("--focus: expected a point of the main picture, " +
-                       std::to_string(image.width) + "x" + std::to_string(image.height) +
-                       ", found " + std::to_string(point.x) + "," + std::to_string(point.y));
-    }
+    // Half the width of the region, as a share of the image's width.
+    constexpr int kFocusRegionShare = 40;
     const int x = std::max(point.x, 1);
     const int y = std::max(point.y, 1);
     const int reach = std::min(
@@ -28,62 +22,115 @@ ChiWeightedRegion RegionAround(Point point, Size image) {
     return {x - reach, y - reach, x + reach, y + reach};
 }
 
-} // namespace
-
-host::UseCase UseCaseOf(const RenderOptions& options, Size main, Size aux) {
-    return {main, aux, main, options.rotation};
+Json ImageJson(const std::filesystem::path& file, const host::Image& image) {
+    return {{"file", file.string()},
+            {"width", image.width()},
+            {"height", image.height()},
+            {"pitch", image.pitch()}};
 }
 
-host::Request RequestOf(const RenderOptions& options, const host::UseCase& useCase, Size main) {
+} // namespace
+
+host::UseCase UseCaseOf(const Sensors& sensors, Size image, std::uint32_t rotation) {
+    return {sensors.main, sensors.aux, image, rotation};
+}
+
+void SetAppliedCrop(CameraMetadata& camera, Size sensor, Size image, Size part, const char* name,
+                    std::vector<std::string>& notes) {
+    const auto applied = FindAppliedCrop(sensor, image, part);
+    if (applied) {
+        camera.ifeAppliedCrop = applied->crop;
+    }
+    if (!applied || applied->part != part) {
+        notes.push_back(fmt::format(
+            "the {} crop, {}, is none that a sensor of {} and an image of {} can have; {} is taken",
+            name, InWords(part), InWords(sensor), InWords(image),
+            applied ? InWords(applied->part) : "the whole sensor"));
+    }
+}
+
+void CheckFocus(Point focus, Size image) {
+    if (focus.x < 0 || focus.y < 0 || focus.x >= image.width || focus.y >= image.height) {
+        Refuse("--focus", "a point of the main picture, " + InWords(image),
+               fmt::format("{},{}", focus.x, focus.y));
+    }
+}
+
+void CheckPitch(int pitch, int width, const std::filesystem::path& file) {
+    if (pitch != 0 && pitch < width) {
+        Refuse("--pitch",
+               fmt::format("at least {}, the bytes of a row of {}", width, file.string()),
+               std::to_string(pitch));
+    }
+}
+
+host::Request RequestOf(const RenderOptions& options, const Sensors& sensors,
+                        const host::UseCase& useCase, Size main, Size aux,
+                        std::vector<std::string>& notes) {
     host::Request request = host::PlainRequest(useCase, 1);
     CameraMetadata& camera = request.metadata.cameraMetadata[0];
+    // The node maps places from the scaler's crop region to the image. The options give them in the
+    // image's pixels, so the region is as large as the image.
+    const host::Request ofImage = host::PlainRequest(UseCaseOf({main, aux}, main, 0), 1);
+    camera.scalerCropRegion = ofImage.metadata.cameraMetadata[0].scalerCropRegion;
+    camera.focusRect = ofImage.metadata.cameraMetadata[0].focusRect;
     if (options.focus) {
+        CheckFocus(*options.focus, main);
         camera.focusRect = RegionAround(*options.focus, main);
     }
     if (options.afRegion) {
         camera.focusRect = *options.afRegion;
     }
-    // A tap focuses once on its place; without one the camera follows what it finds.
+    // A camera app sets mode 1 (auto) for a tap on the screen; otherwise focus is continuous.
     constexpr std::int32_t kAfModeAuto = 1;
     const bool placed = options.focus || options.afRegion;
     camera.afMode = options.afMode.value_or(placed ? kAfModeAuto : kAfModeContinuousPicture);
     std::ranges::copy(options.faces, camera.faces);
     camera.faceCount = static_cast<std::uint8_t>(options.faces.size());
-    request.metadata.blurLevel = options.blur;
+    if (options.mainCrop) {
+        SetAppliedCrop(camera, sensors.main, main, *options.mainCrop, "main", notes);
+    }
+    if (options.auxCrop) {
+        SetAppliedCrop(request.metadata.cameraMetadata[1], sensors.aux, aux, *options.auxCrop,
+                       "aux", notes);
+    }
+    request.metadata.blurLevel = options.blur.value_or(100);
     request.selectedFace = options.selectedFace;
     request.faceRotation = options.faceRotation;
     return request;
 }
 
-void SetProperties(const RenderOptions& options) {
-    const auto set = [](const std::string& name, const std::string& value) {
-        if (property_set(name.c_str(), value.c_str()) != 0) {
-            throw UseError("--set: expected a property that can be set, found \"" + name + "=" +
-                           value + "\"");
-        }
-    };
-    if (options.dump) {
-        set(device::kDumpProperty, "1");
+Json ParametersJson(const RenderOptions& options, const host::Request& request,
+                    const Outcome& outcome) {
+    const CameraMetadata& camera = request.metadata.cameraMetadata[0];
+    const ChiWeightedRegion& region = camera.focusRect;
+    Json faces = Json::array();
+    for (const ChiRect& face : options.faces) {
+        faces.push_back({face.left, face.top, face.width, face.height});
     }
-    if (options.debugView) {
-        set(device::kDebugViewProperty, std::to_string(*options.debugView));
+    Json properties = Json::object();
+    for (const auto& [name, value] : options.properties) {
+        properties[name] = value;
     }
-    if (options.logMask) {
-        set(device::kLogMaskProperty, std::to_string(*options.logMask));
-    }
-    for (const auto& [name, value] : options.properties) { // last: said more explicitly
-        set(name, value);
-    }
-}
-
-int DebugView() {
-    char value[kPropertyValueMax] = {};
-    property_get(device::kDebugViewProperty, value, "0");
-    const int view = std::atoi(value);
-    return view >= 1 && view <= 3 ? view : 0;
-}
-
-bool IsCopy(const host::Published& published, int debugView) {
-    return debugView == 0 &&
-           (published.result.depthEffectInfo != 0 || published.depthPictureSize <= 0);
+    const Libraries libraries = FindLibraries(options);
+    return {{"main", ImageJson(options.main, *request.inputs[0])},
+            {"aux", ImageJson(options.aux, *request.inputs[1])},
+            {"afRegion", {region.xMin, region.yMin, region.xMax, region.yMax}},
+            {"afMode", camera.afMode},
+            {"faces", faces},
+            {"faceRotation", OrNull(options.faceRotation)},
+            {"selectedFace", OrNull(options.selectedFace)},
+            {"blur", request.metadata.blurLevel},
+            {"rotation", options.rotation.value_or(0)},
+            {"mainCrop", OrNull(options.mainCrop)},
+            {"auxCrop", OrNull(options.auxCrop)},
+            {"mainSensor", OrNull(options.mainSensor)},
+            {"auxSensor", OrNull(options.auxSensor)},
+            {"debugView", outcome.debugView},
+            {"dump", options.dump},
+            {"properties", properties},
+            {"failures", options.failures},
+            {"calibration", outcome.calibration},
+            {"node", libraries.node.string()},
+            {"engine", libraries.engine.string()}};
 }

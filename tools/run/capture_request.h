@@ -1,21 +1,33 @@
 #pragma once
 
 #include "host/pipeline/pipeline.h"
+#include "tools/run/node_run.h"
 #include "tools/run/run_options.h"
 
-// A main and an aux camera whose sensors are as large as these images.
-host::UseCase UseCaseOf(const RenderOptions& options, Size main, Size aux);
+// The sensors of a main and an aux camera.
+struct Sensors {
+    Size main;
+    Size aux;
+};
 
-// The request's metadata as the options want it; images are not set. Throws UseError where a place
-// is not in the main image.
-host::Request RequestOf(const RenderOptions& options, const host::UseCase& useCase, Size main);
+// A main and an aux camera of these sensors, whose output is as large as the main image.
+host::UseCase UseCaseOf(const Sensors& sensors, Size image, std::uint32_t rotation);
 
-// To be called before a node is created: it reads them then.
-void SetProperties(const RenderOptions& options);
+// The metadata of a camera whose image shows `part` of its sensor. Where no crop gives exactly that
+// part, the nearest is taken and a note added.
+void SetAppliedCrop(CameraMetadata& camera, Size sensor, Size image, Size part, const char* name,
+                    std::vector<std::string>& notes);
 
-// The debug view that the properties select, 0 for none.
-int DebugView();
+// Throw UseError, naming the option: for a point outside the main image, and for a pitch that is
+// shorter than a row of the image in `file`.
+void CheckFocus(Point focus, Size image);
+void CheckPitch(int pitch, int width, const std::filesystem::path& file);
 
-// The picture is the main image though nobody asked for it: without a debug view the engine's
-// disparity goes with each picture that it had a part in.
-bool IsCopy(const host::Published& published, int debugView);
+// The request of `bokehnode render` for images of these sizes; the images themselves are not set.
+host::Request RequestOf(const RenderOptions& options, const Sensors& sensors,
+                        const host::UseCase& useCase, Size main, Size aux,
+                        std::vector<std::string>& notes);
+
+// What the request was made of.
+Json ParametersJson(const RenderOptions& options, const host::Request& request,
+                    const Outcome& outcome);

@@ -1,13 +1,19 @@
 #include "tools/run/device_folder.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <system_error>
+
+#include <fmt/core.h>
 
 #include "host/filesystem/device_root.h"
 #include "host/picture/errors.h"
 #include "host/refocus/calibration.h"
 #include "platform/device_names.h"
+#include "tools/files/interruption.h"
 
 namespace fs = std::filesystem;
 
@@ -21,15 +27,14 @@ fs::path PlaceIn(const fs::path& root, const char* devicePath) {
 Bytes ReadCalibration(const fs::path& path) {
     Bytes bytes = ReadFileBytes(path);
     if (bytes.size() != device::kCalibrationFileSize) {
-        throw UseError(path.string() + ": expected a calibration file of " +
-                       std::to_string(device::kCalibrationFileSize) + " bytes, found " +
-                       std::to_string(bytes.size()) + " bytes");
+        Refuse(path, fmt::format("a calibration file of {} bytes", device::kCalibrationFileSize),
+               fmt::format("{} bytes", bytes.size()));
     }
     return bytes;
 }
 
-// Only the ratio of depths shows in a picture, so any lens and distance of the cameras will do.
-Bytes RectifiedCalibration(Size main, Size aux, std::uint32_t rotation) {
+// Pictures show only ratios of depths, so any focal length and baseline will do.
+Bytes RectifiedCalibration(Size main, Size aux, std::uint32_t rotation, const std::string& source) {
     refocus::RectifiedPair pair;
     pair.mainWidth = main.width;
     pair.mainHeight = main.height;
@@ -38,11 +43,11 @@ Bytes RectifiedCalibration(Size main, Size aux, std::uint32_t rotation) {
     pair.focalLength = main.width;
     pair.baseline = 12;
     refocus::Calibration calibration = refocus::CalibrationOfRectifiedPair(pair);
-    calibration.mountAngle = static_cast<std::int32_t>(rotation); // the pictures stand as given
+    calibration.mountAngle =
+        static_cast<std::int32_t>(rotation); // the images are not to be rotated
     if (refocus::ValidateCalibration(calibration) != refocus::Error::kNone) {
-        throw UseError("expected pictures that a pair of cameras can have, found " +
-                       std::to_string(main.width) + "x" + std::to_string(main.height) + " and " +
-                       std::to_string(aux.width) + "x" + std::to_string(aux.height));
+        Refuse(source, "sizes that a pair of cameras can have",
+               InWords(main) + " and " + InWords(aux));
     }
     const auto bytes = refocus::WriteCalibration(calibration);
     return {bytes.begin(), bytes.end()};
@@ -52,7 +57,8 @@ void MakeFolder(const fs::path& path) {
     std::error_code error;
     fs::create_directories(path, error);
     if (error) {
-        throw UseError(path.string() + ": cannot make this folder: " + error.message());
+        throw UseError(
+            fmt::format("{}: cannot make this folder: {}", path.string(), error.message()));
     }
 }
 
@@ -68,7 +74,24 @@ void WriteFile(const fs::path& path, const Bytes& bytes) {
 
 } // namespace
 
-DeviceFolder::DeviceFolder(const RenderOptions& options) : rotation_(options.rotation) {
+TemporaryFolder::TemporaryFolder() {
+    std::string name = (fs::temp_directory_path() / "bokehnode-XXXXXX").string();
+    const auto delay = DelayInterruption();
+    if (::mkdtemp(name.data()) == nullptr) {
+        throw UseError(
+            fmt::format("{}: cannot make a temporary folder: {}", name, std::strerror(errno)));
+    }
+    path_ = name;
+    RemoveWhenInterrupted(path_, Removal::kWithEverything);
+}
+
+TemporaryFolder::~TemporaryFolder() {
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+    KeepWhenInterrupted(path_);
+}
+
+DeviceFolder::DeviceFolder(const RunOptions& options) {
     if (!options.calibration.empty()) {
         calibration_ = ReadCalibration(options.calibration);
         calibrationSource_ = options.calibration.string();
@@ -86,7 +109,7 @@ DeviceFolder::~DeviceFolder() {
     host::SetDeviceRoot({});
 }
 
-void DeviceFolder::Prepare(Size main, Size aux) {
+void DeviceFolder::Prepare(Size main, Size aux, std::uint32_t rotation, const std::string& source) {
     if (calibration_.empty()) {
         for (const char* path : device::kCalibrationPaths) {
             if (calibrationSource_.empty() && fs::exists(PlaceIn(root_, path))) {
@@ -95,7 +118,7 @@ void DeviceFolder::Prepare(Size main, Size aux) {
         }
     }
     if (calibrationSource_.empty()) {
-        calibration_ = RectifiedCalibration(main, aux, rotation_);
+        calibration_ = RectifiedCalibration(main, aux, rotation, source);
         calibrationSource_ = "rectified pair";
     }
     MakeFolder(PlaceIn(root_, device::kDumpFolder));

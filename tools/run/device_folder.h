@@ -7,23 +7,37 @@
 #include <vector>
 
 #include "host/picture/file_bytes.h"
-#include "tools/files/temporary_folder.h"
 #include "tools/run/run_options.h"
+
+// A folder of this run alone, gone with everything in it when the object goes.
+class TemporaryFolder {
+public:
+    TemporaryFolder();
+    ~TemporaryFolder();
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+    const std::filesystem::path& path() const { return path_; }
+
+private:
+    std::filesystem::path path_;
+};
 
 // The folder in place of the device's root: the caller's own, or a temporary one. While the object
 // lives, the node's absolute paths lead into it.
 class DeviceFolder {
 public:
     // Reads what is needed; makes and writes nothing in the caller's folder.
-    explicit DeviceFolder(const RenderOptions& options);
+    explicit DeviceFolder(const RunOptions& options);
     ~DeviceFolder();
     DeviceFolder(const DeviceFolder&) = delete;
     DeviceFolder& operator=(const DeviceFolder&) = delete;
 
     // Makes the device's folders and writes the calibration that the node shall find: the caller's
-    // file, else the one that the caller's folder holds already, else a rectified pair's of these
-    // sizes. Throws UseError.
-    void Prepare(Size main, Size aux);
+    // file, else the one that the caller's folder holds already, else that of a rectified pair with
+    // sensors of these sizes, mounted at `rotation` degrees. Throws UseError, for impossible sizes
+    // with `source` as the name of what they come from.
+    void Prepare(Size main, Size aux, std::uint32_t rotation, const std::string& source);
 
     bool temporary() const { return temporary_.has_value(); }
 
@@ -39,5 +53,4 @@ private:
     std::map<std::filesystem::path, std::filesystem::file_time_type> before_; // dumps at Prepare
     Bytes calibration_;
     std::string calibrationSource_;
-    std::uint32_t rotation_ = 0;
 };

@@ -15,7 +15,7 @@ namespace {
 constexpr std::string_view kEnginePrefix = "TSL_DCIR_";
 
 void Print(const host::LogRecord& record) {
-    // On a terminal a progress line may be under way, which ends where it stands.
+    // A progress line may stand on the terminal: it is cleared first.
     const char* clear = ::isatty(STDERR_FILENO) != 0 ? "\033[K" : "";
     if (const std::string lines = host::LogText(record); !lines.empty()) {
         std::fprintf(stderr, "%s%s", clear, lines.c_str());
@@ -43,7 +43,8 @@ std::string Words(const std::string& result) {
     return std::string_view(text.name) == "Unknown" ? "" : std::string(": ") + text.sentence;
 }
 
-// Engine failures end in "NAME failed res = N" or "NAME res = N". Empty: the message is another.
+// The node's messages of engine failures end in "NAME failed res = N" or "NAME res = N". Returns an
+// empty text for any other message.
 std::string EngineFailure(std::string_view message, bool ownEngine) {
     constexpr std::string_view kResult = "res = ";
     constexpr std::string_view kFailed = "failed ";
@@ -56,7 +57,7 @@ std::string EngineFailure(std::string_view message, bool ownEngine) {
         before.remove_suffix(kFailed.size());
     }
     std::string function(LastWord(before));
-    if (function == "SetCaliData") { // named by the operation that passes it on
+    if (function == "SetCaliData") { // the node leaves out the prefix of this one
         function.insert(0, kEnginePrefix);
     }
     if (!function.starts_with(kEnginePrefix)) {
@@ -86,7 +87,7 @@ std::vector<std::string> LogLines::Reasons() const {
             continue;
         }
         const std::string error = WithoutNewlines(record.text);
-        // The node reports the calibration it read at error priority, so that it always shows.
+        // The node logs this success at error priority, so that it always shows.
         if (error.find("cali data success") != std::string::npos) {
             continue;
         }

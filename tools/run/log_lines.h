@@ -9,14 +9,14 @@
 // them. One at a time.
 class LogLines {
 public:
-    // `ownEngine`: the engine's results are those of host/refocus and can be put into words.
+    // `ownEngine`: the engine is the stand-in, whose result codes Reasons() can put into words.
     explicit LogLines(bool ownEngine);
     ~LogLines();
     LogLines(const LogLines&) = delete;
     LogLines& operator=(const LogLines&) = delete;
 
-    // What the errors so far say went wrong: "TSL_DCIR_Reset failed (-3)" and the like for an
-    // engine function, the message itself for anything else. Each once.
+    // The error messages so far, without repetitions: "TSL_DCIR_Reset failed (-3)" for a failed
+    // engine function, otherwise the message as it was logged.
     std::vector<std::string> Reasons() const;
 
     // The messages so far. To be called while nobody logs.

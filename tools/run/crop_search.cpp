@@ -1,4 +1,4 @@
-#include "tools/replay/crop_search.h"
+#include "tools/run/crop_search.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -16,13 +16,13 @@ bool HasArea(Size size) {
     return size.width > 0 && size.height > 0;
 }
 
-// A side that an aspect gives, which may be far larger than any sensor's.
+// A side computed from an aspect ratio. It may be far larger than any sensor: it is clamped to int.
 int Side(double length) {
     constexpr double kLongest = 1 << 30;
     return static_cast<int>(std::min(length, kLongest));
 }
 
-// What the node finds, by its own arithmetic.
+// The part of the sensor that the node would compute from this crop, by its own arithmetic.
 Size PartOf(Size sensor, const ChiRect& crop, Size image) {
     CropRegion part = ShownRegion({0, 0, sensor.width, sensor.height},
                                   {crop.left, crop.top, static_cast<std::int32_t>(crop.width),

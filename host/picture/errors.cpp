@@ -1,0 +1,7 @@
+#include "host/picture/errors.h"
+
+#include <fmt/core.h>
+
+void Refuse(const std::string& name, const std::string& expected, const std::string& found) {
+    throw UseError(fmt::format("{}: expected {}, found {}", name, expected, found));
+}

@@ -1,0 +1,149 @@
+#include "tools/commands/shared_options.h"
+
+#include <cstdio>
+#include <stdexcept>
+
+#include <fmt/core.h>
+
+#include "host/control/faults.h"
+#include "host/picture/errors.h"
+#include "host/picture/image_file.h"
+#include "platform/properties.h"
+
+namespace {
+
+// Coordinates and sides are at most this far from 0: the request's arithmetic has room for them.
+constexpr int kMostPixels = 1 << 20;
+
+ChiRect ParseFace(const Argument& argument) {
+    const auto n = argument.Integers("L,T,W,H", -kMostPixels, kMostPixels);
+    if (n[2] < 0 || n[3] < 0) {
+        argument.Refuse("a width and a height of 0 or more");
+    }
+    return {n[0], n[1], static_cast<std::uint32_t>(n[2]), static_cast<std::uint32_t>(n[3])};
+}
+
+std::pair<std::string, std::string> ParseProperty(const Argument& argument) {
+    constexpr std::size_t kLongestValue = kPropertyValueMax - 1;
+    const std::string& text = argument.text;
+    const auto equals = text.find('=');
+    if (equals == 0 || equals == std::string::npos) {
+        argument.Refuse("NAME=VALUE");
+    }
+    const std::string value = text.substr(equals + 1);
+    if (value.size() > kLongestValue) {
+        argument.Refuse(fmt::format("a value of at most {} bytes", kLongestValue));
+    }
+    return {text.substr(0, equals), value};
+}
+
+// Arming checks the text. The run resets all failures and arms them again before the node is made.
+std::string ParseFailure(const Argument& argument) {
+    try {
+        host::Faults::Arm(argument.text);
+    } catch (const std::invalid_argument& error) {
+        throw UseError(argument.name + ": " + error.what());
+    }
+    return argument.text;
+}
+
+} // namespace
+
+void AddRequestOptions(Command& command, RequestOptions& options, const std::string& defaults) {
+    const auto help = [&defaults](const char* what, const std::string& ownDefault) {
+        return fmt::format("{} (default: {})", what, defaults.empty() ? ownDefault : defaults);
+    };
+    command.Value(
+        "--focus", "X,Y",
+        [&options](const Argument& argument) {
+            const auto n = argument.Integers("X,Y");
+            options.focus = Point{n[0], n[1]};
+        },
+        "focus on this point of the main image, as a tap does");
+    command.Repeated(
+        "--face", "L,T,W,H",
+        [&options](const Argument& argument) {
+            if (options.faces.size() == kMaxFaces) {
+                argument.Refuse(fmt::format("at most {} faces", kMaxFaces));
+            }
+            options.faces.push_back(ParseFace(argument));
+        },
+        help("a detected face; may be repeated", "none"));
+    command.Integer("--face-rotation", "DEG", -360, 360, options.faceRotation,
+                    help("rotation of all faces", "0"));
+    command.Integer("--blur", "0..100", 0, 100, options.blur, help("blur level", "100"));
+    command.Rotation("--rotation", options.rotation,
+                     help("rotation of the images against the scene", "0"));
+    command.Integer("--pitch", "BYTES", 2, 4 * kLongestSide, options.pitch,
+                    help("bytes from row to row", "the width"));
+    const auto size = [&command](const char* name, std::optional<Size>& into,
+                                 const std::string& what) {
+        command.Value(
+            name, "WxH",
+            [&into](const Argument& argument) { into = argument.Sides("WxH", 1, kMostPixels); },
+            what);
+    };
+    size("--main-crop", options.mainCrop,
+         help("part of its sensor that the main image shows", "all"));
+    size("--aux-crop", options.auxCrop, "the same of the aux image");
+    size("--main-sensor", options.mainSensor,
+         fmt::format("size of the main sensor (default: {})",
+                     defaults.empty() ? "the image's" : "as calibrated"));
+    size("--aux-sensor", options.auxSensor, "the same of the aux sensor");
+}
+
+void AddRunOptions(Command& command, RunOptions& options) {
+    command.Path("--calibration", "FILE", options.calibration,
+                 "the device's calibration file (default: one for a rectified\npair)");
+    command.Integer("--debug-view", "0..3", 0, 3, options.debugView,
+                    "1 main, 2 aux, 3 main with aux in its corner");
+    command.Integer("--log", "MASK", 0, 255, options.logMask,
+                    "log mask: 2 the node's debug lines, 6 all");
+    command.Repeated(
+        "--set", "NAME=VALUE",
+        [&](const Argument& argument) { options.properties.push_back(ParseProperty(argument)); },
+        "set a system property, as setprop; may be repeated");
+    command.Repeated(
+        "--fail", "CALL[:N[:RESULT]]",
+        [&](const Argument& argument) { options.failures.push_back(ParseFailure(argument)); },
+        "let the N-th call (default: the first) of this function of\nthe platform or the stand-in "
+        "engine fail with RESULT; may be\nrepeated");
+    command.Path("--node", "FILE", options.node, "the node's library");
+    command.Path("--engine", "FILE", options.engine, "the engine's library");
+}
+
+std::string FailureHelp() {
+    std::string help = "\n\nCalls for --fail, what it means that they fail, and RESULT if none is "
+                       "given:\n";
+    for (const host::CallDescription& call : host::Faults::List()) {
+        help += fmt::format("  {:<39} {}{}\n", call.name, call.effect,
+                            call.result ? fmt::format(" ({})", *call.result) : "");
+    }
+    return help;
+}
+
+std::string ExitCodes(const std::string& others) {
+    return fmt::format("Exit codes: {};\n"
+                       "2 wrong use, unreadable input or a file that cannot be written.",
+                       others);
+}
+
+Option AddReportOption(Command& command, std::filesystem::path& file) {
+    return command.Value(
+        "--report", "FILE",
+        [&file](const Argument& argument) {
+            // `--report out.png left.png ...`, with a word forgotten, must not replace a picture.
+            const std::string ending = std::filesystem::path(argument.text).extension().string();
+            if (ending != ".html" && ending != ".htm") {
+                argument.Refuse("a file name that ends in .html");
+            }
+            file = argument.text;
+        },
+        "write a page for a browser that shows all of it, ending\nin .html");
+}
+
+void PrintWritten(const std::vector<std::string>& files) {
+    for (const std::string& file : files) {
+        std::printf("wrote %s\n", file.c_str());
+    }
+}

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "tools/commands/options.h"
+#include "tools/run/run_options.h"
+
+// What several commands take or say, under one name and in one way.
+
+// The options of a request. `defaults`: what holds without them, "as dumped"; empty for a new
+// request, which has defaults of its own.
+void AddRequestOptions(Command& command, RequestOptions& options, const std::string& defaults);
+
+// What the node runs in: calibration, debug view, log mask, properties, failures, libraries.
+void AddRunOptions(Command& command, RunOptions& options);
+
+// The calls that --fail of AddRunOptions knows, for the end of the help.
+std::string FailureHelp();
+
+// For the end of the help: "Exit codes: OTHERS; 2 ...", which means the same for all commands.
+std::string ExitCodes(const std::string& others);
+
+// --report FILE.
+Option AddReportOption(Command& command, std::filesystem::path& file);
+
+// Says on standard output which files a command has written.
+void PrintWritten(const std::vector<std::string>& files);

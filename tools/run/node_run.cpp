@@ -1,0 +1,171 @@
+#include "tools/run/node_run.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <iterator>
+#include <optional>
+#include <utility>
+
+#include <fmt/core.h>
+
+#include "host/control/faults.h"
+#include "host/picture/errors.h"
+#include "host/properties/property_control.h"
+#include "platform/device_names.h"
+#include "tools/files/progress.h"
+#include "tools/run/log_lines.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+fs::path FindLibrary(const char* option, fs::path file, const char* name) {
+    if (file.empty()) {
+        file = fs::read_symlink("/proc/self/exe").parent_path().parent_path() / "lib" / name;
+    }
+    if (!fs::is_regular_file(file)) {
+        Refuse(option, "a library", "none at " + file.string());
+    }
+    return fs::absolute(file); // without a folder the loader would search its own
+}
+
+// A node reads the properties while it is created.
+void SetProperties(const RunOptions& options) {
+    const auto set = [](const std::string& name, const std::string& value) {
+        if (property_set(name.c_str(), value.c_str()) != 0) {
+            Refuse("--set", "a property that can be set", fmt::format("\"{}={}\"", name, value));
+        }
+    };
+    if (options.dump) {
+        set(device::kDumpProperty, "1");
+    }
+    if (options.debugView) {
+        set(device::kDebugViewProperty, std::to_string(*options.debugView));
+    }
+    if (options.logMask) {
+        set(device::kLogMaskProperty, std::to_string(*options.logMask));
+    }
+    for (const auto& [name, value] : options.properties) { // last, since --set is the most explicit
+        set(name, value);
+    }
+}
+
+int DebugView() {
+    char value[kPropertyValueMax] = {};
+    property_get(device::kDebugViewProperty, value, "0");
+    const int view = std::atoi(value);
+    return view >= 1 && view <= 3 ? view : 0;
+}
+
+// Starts counting anew, since the tool itself has called functions of the stand-ins.
+void ArmFailures(const std::vector<std::string>& failures) {
+    host::Faults::Reset();
+    for (const std::string& failure : failures) {
+        host::Faults::Arm(failure);
+    }
+}
+
+host::RequestResult Process(const Libraries& libraries, const host::UseCase& useCase,
+                            host::Request& request) {
+    std::optional<host::NodeLibrary> library;
+    try {
+        library.emplace(libraries.node, libraries.engine);
+    } catch (const host::PipelineError& error) {
+        if (error.code() ==
+            CDKResultSuccess) { // no answer of the node: the file is no such library
+            throw UseError(error.what());
+        }
+        throw;
+    }
+    std::optional<host::Node> node;
+    {
+        const Progress progress("creating the node");
+        node.emplace(*library, useCase);
+    }
+    const Progress progress("processing the request");
+    host::RequestResult result = node->Process(request);
+    std::ranges::move(node->End(), std::back_inserter(result.complaints));
+    return result;
+}
+
+// Unless a debug view is on, a picture that the engine rendered comes with its disparity.
+bool IsCopy(const host::Published& published, int debugView) {
+    return debugView == 0 &&
+           (published.result.depthEffectInfo != 0 || published.depthPictureSize <= 0);
+}
+
+} // namespace
+
+Libraries FindLibraries(const RunOptions& options) {
+    return {FindLibrary("--node", options.node, device::kNodeLibrary),
+            FindLibrary("--engine", options.engine, device::kEngineLibrary)};
+}
+
+Outcome RunNode(const RunOptions& options, const Libraries& libraries, const host::UseCase& useCase,
+                host::Request& request) {
+    Outcome outcome;
+    SetProperties(options);
+    outcome.debugView = DebugView();
+    const LogLines log(options.engine.empty());
+    ArmFailures(options.failures);
+    try {
+        outcome.result = Process(libraries, useCase, request);
+    } catch (const host::PipelineError& error) {
+        std::string text = error.what();
+        for (const std::string& reason : log.Reasons()) {
+            text += "; because: " + reason;
+        }
+        throw host::PipelineError(text, error.code());
+    }
+    for (const std::string& failure : host::Faults::Pending()) {
+        outcome.notes.push_back("--fail: there was no such call: " + failure);
+    }
+    const auto& published = outcome.result.published;
+    outcome.copied = published && IsCopy(*published, outcome.debugView);
+    if (!published || outcome.copied) {
+        outcome.reasons = log.Reasons();
+    }
+    outcome.log = log.records();
+    return outcome;
+}
+
+std::vector<std::string> Lines(const Outcome& outcome) {
+    std::vector<std::string> lines;
+    if (!outcome.result.published) {
+        lines.push_back(fmt::format("failed: the node published nothing, its result is {}",
+                                    outcome.result.code));
+    }
+    if (outcome.copied) {
+        lines.emplace_back("failed: the output is a copy of the main picture");
+    }
+    const auto add = [&lines](const char* what, const std::vector<std::string>& texts) {
+        for (const std::string& text : texts) {
+            lines.push_back(what + text);
+        }
+    };
+    add("because: ", outcome.reasons);
+    add("failed: the node broke the interface's rules: ", outcome.result.complaints);
+    add("note: ", outcome.notes);
+    return lines;
+}
+
+Json TagsJson(const host::Published& published) {
+    return {{"SupportedFeature", published.supportedFeature},
+            {"CurrentMode", published.currentMode},
+            {"ProcessedFrameNumber", published.processedFrameNumber},
+            {"FrameDimension", published.frameDimension},
+            {"depthpicturesize", published.depthPictureSize},
+            {"OutputMetadataBokeh",
+             {{"masterCameraId", published.result.masterCameraId},
+              {"activeMap", published.result.activeMap},
+              {"depthEffectInfo", published.result.depthEffectInfo}}},
+            {"PtFocus", published.focusPoint}};
+}
+
+Json ToJson(const Outcome& outcome) {
+    const auto& published = outcome.result.published;
+    return {
+        {"result", outcome.result.code}, {"copiedMainImage", outcome.copied},
+        {"reasons", outcome.reasons},    {"complaints", outcome.result.complaints},
+        {"notes", outcome.notes},        {"published", published ? TagsJson(*published) : Json()}};
+}

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "host/log/log_control.h"
+#include "host/pipeline/pipeline.h"
+#include "tools/files/json_text.h"
+#include "tools/run/run_options.h"
+
+// One request through a node that is made for it.
+
+// The two libraries that the pipeline loads.
+struct Libraries {
+    std::filesystem::path node;
+    std::filesystem::path engine;
+};
+
+// Those of the options; by default those of the build, in ../lib beside the running program. Throws
+// UseError where a file is missing.
+Libraries FindLibraries(const RunOptions& options);
+
+// What became of a request.
+struct Outcome {
+    host::RequestResult result;       // complaints found while the node ended included
+    bool copied = false;              // the output is the main image, though nobody asked for it
+    std::vector<std::string> reasons; // from the log: why nothing was published, or a copy
+    std::vector<std::string> notes;
+    std::vector<host::LogRecord> log;
+    int debugView = 0;       // that the properties select, 0 for none
+    std::string calibration; // where it came from
+
+    bool failed() const { return !result.published || copied || !result.complaints.empty(); }
+};
+
+// Sets the properties, arms the failures, creates a node, runs the request and ends the node. The
+// log's messages go to standard error meanwhile. Once per process: libraries and properties are the
+// process's. Throws UseError where a library does not load, host::PipelineError where the node
+// refuses to be created.
+Outcome RunNode(const RunOptions& options, const Libraries& libraries, const host::UseCase& useCase,
+                host::Request& request);
+
+// What went wrong, why, and what is worth noting, a line each.
+std::vector<std::string> Lines(const Outcome& outcome);
+
+// The published tags by their names.
+Json TagsJson(const host::Published& published);
+
+// The outcome as JSON.
+Json ToJson(const Outcome& outcome);
