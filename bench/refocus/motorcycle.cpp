@@ -147,15 +147,13 @@ cv::Mat ReadNumpyArray(const std::filesystem::path& path) {
     std::smatch sizes;
     if (!file || std::memcmp(start.data(), "\x93NUMPY\1\0", 8) != 0 ||
         !std::regex_match(header, sizes, expected)) {
-        throw UseError(fmt::format("{}: expected a NumPy array of 32-bit floats in two dimensions",
-                                   path.string()));
+        Refuse(path.string(), "a NumPy array of 32-bit floats in two dimensions", "another");
     }
     cv::Mat values(std::stoi(sizes[1]), std::stoi(sizes[2]), CV_32FC1);
     file.read(reinterpret_cast<char*>(values.data),
               static_cast<std::streamsize>(values.total() * sizeof(float)));
     if (!file) {
-        throw UseError(fmt::format("{}: the array ends before its {}x{} values", path.string(),
-                                   values.rows, values.cols));
+        Refuse(path.string(), fmt::format("{}x{} values", values.rows, values.cols), "fewer");
     }
     return values;
 }
@@ -166,9 +164,8 @@ std::vector<Row> MotorcycleRows(const std::filesystem::path& folder,
     const RgbImage right = ReadImageFile(folder / "motorcycle_right.png");
     cv::Mat truth = ReadNumpyArray(folder / "motorcycle_disp.npy");
     if (truth.cols != left.width || truth.rows != left.height) {
-        throw UseError(fmt::format("{}: expected a ground truth of {}x{}, found {}x{}",
-                                   folder.string(), left.width, left.height, truth.cols,
-                                   truth.rows));
+        Refuse(folder.string(), fmt::format("a ground truth of {}x{}", left.width, left.height),
+               fmt::format("{}x{}", truth.cols, truth.rows));
     }
     StereoPair pair{RgbToNv12(left, 0), RgbToNv12(right, 0)};
     truth = truth(cv::Rect(0, 0, pair.main.width(), pair.main.height())); // sides are even

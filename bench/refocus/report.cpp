@@ -4,7 +4,6 @@
 #include <array>
 #include <cmath>
 #include <fstream>
-#include <limits>
 #include <utility>
 
 #include <fmt/ostream.h>
@@ -77,15 +76,9 @@ void PictureFolder::Write(const std::string& name, const RgbImage& picture) cons
 
 void PictureFolder::Write(const std::string& name, const cv::Mat& numbers,
                           const std::string& unit) const {
-    if (folder_.empty()) {
-        return;
+    if (!folder_.empty()) {
+        Write(name, FalseColour(numbers, cv::abs(numbers) < INFINITY, unit));
     }
-    NumberMap map{numbers.cols, numbers.rows, {}, unit};
-    map.values.assign(numbers.begin<float>(), numbers.end<float>());
-    std::replace_if(
-        map.values.begin(), map.values.end(), [](float value) { return !std::isfinite(value); },
-        std::numeric_limits<float>::quiet_NaN());
-    Write(name, FalseColour(map));
 }
 
 } // namespace quality

@@ -32,6 +32,9 @@ void SetLogSink(LogSink sink);
 // and a newline at the end. Thread-safe; a sink may call it.
 std::string LogText(const LogRecord& record);
 
+// "V", "D", "I", "W", "E", "F" or "S" by AndroidLogPriority, else "?".
+char PriorityLetter(int priority);
+
 // Collects all messages of all threads during its life. It is the sink: only one may live at a
 // time.
 class LogCollector {

@@ -4,10 +4,6 @@
 #include "host/log/log_control.h"
 
 namespace host {
-namespace {
-
-// The device cuts what stands before each line to such a buffer.
-constexpr std::size_t kHeadBuffer = 128;
 
 char PriorityLetter(int priority) {
     constexpr std::string_view kLetters = "??VDIWEFS";
@@ -16,10 +12,8 @@ char PriorityLetter(int priority) {
                : '?';
 }
 
-} // namespace
-
 std::string LogText(const LogRecord& record) {
-    char head[kHeadBuffer];
+    char head[128]; // the device cuts what stands before each line to such a buffer
     std::snprintf(head, sizeof(head), "%c/%-8s(%5d): ", PriorityLetter(record.priority),
                   record.tag.c_str(), record.pid);
     // Every line of the message gets the head; the newline that ends a message opens no further

@@ -1,7 +1,6 @@
 #include "host/picture/false_colour.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 
 #include <fmt/core.h>
@@ -12,31 +11,17 @@ namespace {
 
 constexpr std::uint8_t kPaper = 255; // white, in each channel
 constexpr Colour kInk{0, 0, 0};
-constexpr Colour kNoNumber{128, 128, 128};
-
-constexpr std::array<Colour, 7> kSteps{{{40, 30, 120},
-                                        {30, 100, 220},
-                                        {20, 190, 210},
-                                        {70, 200, 80},
-                                        {235, 220, 60},
-                                        {240, 130, 30},
-                                        {170, 20, 20}}};
+const cv::Scalar kNoNumber(128, 128, 128);
 
 struct Range {
-    float low = 0;
-    float high = 1;
+    double low = 0;
+    double high = 1;
 };
 
-Range RangeOf(const NumberMap& map) {
-    Range range{INFINITY, -INFINITY};
-    for (const float value : map.values) {
-        if (std::isfinite(value)) {
-            range.low = std::min(range.low, value);
-            range.high = std::max(range.high, value);
-        }
-    }
-    if (!(range.low <= range.high)) {
-        return {};
+Range RangeOf(const cv::Mat& numbers, const cv::Mat& known) {
+    Range range;
+    if (cv::countNonZero(known) > 0) {
+        cv::minMaxLoc(numbers, &range.low, &range.high, nullptr, nullptr, known);
     }
     if (range.low == range.high) { // a bar needs two ends
         range.high += 1;
@@ -44,22 +29,26 @@ Range RangeOf(const NumberMap& map) {
     return range;
 }
 
-Colour ColourAt(float share) {
-    const float place = std::clamp(share, 0.0f, 1.0f) * static_cast<float>(kSteps.size() - 1);
-    const auto step = std::min(static_cast<std::size_t>(place), kSteps.size() - 2);
-    const float rest = place - static_cast<float>(step);
-    Colour colour;
-    for (std::size_t i = 0; i < colour.size(); ++i) {
-        const auto from = static_cast<float>(kSteps[step][i]);
-        const auto to = static_cast<float>(kSteps[step + 1][i]);
-        colour[i] = static_cast<std::uint8_t>(std::lround(from + (to - from) * rest));
+cv::Mat Coloured(const cv::Mat& bytes) {
+    cv::Mat colours;
+    cv::applyColorMap(bytes, colours, cv::COLORMAP_TURBO);
+    cv::cvtColor(colours, colours, cv::COLOR_BGR2RGB);
+    return colours;
+}
+
+// Every level once, from top to bottom: the last first.
+cv::Mat Levels(int count) {
+    cv::Mat levels(count, 1, CV_8UC1);
+    for (int i = 0; i < count; ++i) {
+        levels.at<std::uint8_t>(i) =
+            static_cast<std::uint8_t>(cvRound(255.0 * (count - 1 - i) / (count - 1)));
     }
-    return colour;
+    return levels;
 }
 
 // The distance between marks: 1, 2 or 5 times a power of ten, so that there are about six marks.
 double MarkStep(Range range) {
-    const double rough = (static_cast<double>(range.high) - static_cast<double>(range.low)) / 6;
+    const double rough = (range.high - range.low) / 6;
     const double power = std::pow(10.0, std::floor(std::log10(rough)));
     for (const double factor : {1.0, 2.0, 5.0}) {
         if (rough <= factor * power) {
@@ -90,7 +79,7 @@ void DrawText(RgbImage& picture, int x, int y, const std::string& text, int scal
 // The places of the picture's parts. They grow with the map, so that the text of a large picture
 // can still be read when a window shows it at a smaller scale.
 struct Layout {
-    explicit Layout(const NumberMap& map) : dot(std::max(1, map.height / 400)) {
+    explicit Layout(cv::Size map) : dot(std::max(1, map.height / 400)) {
         margin = 6 * dot;
         barLeft = map.width + margin;
         barWidth = 14 * dot;
@@ -110,34 +99,9 @@ struct Layout {
     int textLeft;
 };
 
-void DrawMap(RgbImage& picture, const NumberMap& map, Range range) {
-    for (int y = 0; y < map.height; ++y) {
-        for (int x = 0; x < map.width; ++x) {
-            const float value =
-                map.values[static_cast<std::size_t>(y) * static_cast<std::size_t>(map.width) +
-                           static_cast<std::size_t>(x)];
-            picture.Set(x, y,
-                        std::isfinite(value)
-                            ? ColourAt((value - range.low) / (range.high - range.low))
-                            : kNoNumber);
-        }
-    }
-}
-
-void DrawBar(RgbImage& picture, const Layout& layout) {
-    for (int y = 0; y < layout.barHeight; ++y) {
-        const Colour colour =
-            ColourAt(1 - static_cast<float>(y) / static_cast<float>(layout.barHeight - 1));
-        for (int x = 0; x < layout.barWidth; ++x) {
-            picture.Set(layout.barLeft + x, layout.barTop + y, colour);
-        }
-    }
-}
-
 void DrawMarks(RgbImage& picture, const Layout& layout, Range range) {
     const double step = MarkStep(range);
-    const auto low = static_cast<double>(range.low);
-    const auto high = static_cast<double>(range.high);
+    const auto [low, high] = range;
     for (double k = std::ceil(low / step); k * step <= high; ++k) {
         const double share = (k * step - low) / (high - low);
         const int y =
@@ -152,30 +116,42 @@ void DrawMarks(RgbImage& picture, const Layout& layout, Range range) {
 
 int WidestMark(Range range, int dot) {
     const double step = MarkStep(range);
-    const auto width = [&](float value) {
-        return TextSize(MarkText(static_cast<double>(value), step), dot).width;
-    };
+    const auto width = [&](double value) { return TextSize(MarkText(value, step), dot).width; };
     return std::max(width(range.low), width(range.high));
 }
 
 } // namespace
 
 std::vector<Colour> FalseColourSteps() {
-    return {kSteps.begin(), kSteps.end()};
+    const cv::Mat steps = Coloured(Levels(17));
+    std::vector<Colour> colours;
+    for (int i = steps.rows - 1; i >= 0; --i) {
+        const auto& step = steps.at<cv::Vec3b>(i);
+        colours.push_back({step[0], step[1], step[2]});
+    }
+    return colours;
 }
 
-RgbImage FalseColour(const NumberMap& map) {
-    const Range range = RangeOf(map);
-    const Layout layout(map);
+RgbImage FalseColour(const cv::Mat& numbers, const cv::Mat& known, const std::string& unit) {
+    const Range range = RangeOf(numbers, known);
+    const Layout layout(numbers.size());
     const int right = std::max(layout.textLeft + WidestMark(range, layout.dot),
-                               layout.barLeft + TextSize(map.unit, layout.dot).width);
+                               layout.barLeft + TextSize(unit, layout.dot).width);
     RgbImage picture(right + layout.margin,
-                     std::max(map.height, layout.barTop + layout.barHeight + layout.margin));
+                     std::max(numbers.rows, layout.barTop + layout.barHeight + layout.margin));
     std::ranges::fill(picture.bytes, kPaper);
-    DrawMap(picture, map, range);
-    DrawBar(picture, layout);
+    cv::Mat pixels(picture.height, picture.width, CV_8UC3, picture.bytes.data());
+
+    const double scale = 255 / (range.high - range.low);
+    cv::Mat levels;
+    numbers.convertTo(levels, CV_8U, scale, -range.low * scale);
+    cv::Mat colours = Coloured(levels);
+    colours.setTo(kNoNumber, ~known);
+    colours.copyTo(pixels(cv::Rect({}, numbers.size())));
+    cv::repeat(Coloured(Levels(layout.barHeight)), 1, layout.barWidth,
+               pixels(cv::Rect(layout.barLeft, layout.barTop, layout.barWidth, layout.barHeight)));
     DrawMarks(picture, layout, range);
-    DrawText(picture, layout.barLeft, layout.margin + layout.textHeight, map.unit, layout.dot);
+    DrawText(picture, layout.barLeft, layout.margin + layout.textHeight, unit, layout.dot);
     return picture;
 }
 
@@ -187,11 +163,8 @@ std::optional<RgbImage> DisparityPicture(const host::Image& depth, std::int32_t 
     if (size <= 0 || static_cast<std::size_t>(size) != depth.planeSize(0)) {
         return std::nullopt;
     }
-    NumberMap map{depth.width(), depth.height(), {}, "disparity"};
-    map.values.reserve(static_cast<std::size_t>(map.width) * static_cast<std::size_t>(map.height));
-    for (int y = 0; y < map.height; ++y) {
-        const std::uint8_t* row = depth.row(0, y);
-        map.values.insert(map.values.end(), row, row + map.width);
-    }
-    return FalseColour(map);
+    const cv::Mat numbers(depth.height(), depth.width(), CV_8UC1,
+                          const_cast<std::uint8_t*>(depth.plane(0)),
+                          static_cast<std::size_t>(depth.pitch()));
+    return FalseColour(numbers, numbers >= 0, "disparity");
 }

@@ -5,23 +5,18 @@
 #include <string>
 #include <vector>
 
+#include <opencv2/core.hpp>
+
 #include "host/picture/image.h"
 #include "host/picture/rgb_image.h"
-
-// A map of numbers, row by row; NaN where there is none.
-struct NumberMap {
-    int width = 0;
-    int height = 0;
-    std::vector<float> values;
-    std::string unit; // drawn over the scale
-};
 
 // The colours of the scale, evenly apart from the lowest number to the highest.
 std::vector<Colour> FalseColourSteps();
 
-// The map in colours from blue (low) over green and yellow to red (high), grey where there is no
-// number, with the scale beside it: a bar of all colours, marked with round numbers.
-RgbImage FalseColour(const NumberMap& map);
+// The numbers (CV_8UC1 or CV_32FC1) in colours from blue (low) over green and yellow to red (high),
+// grey where `known` (CV_8UC1) is 0, with the scale beside it: a bar of all colours, marked with
+// round numbers and with `unit` over it.
+RgbImage FalseColour(const cv::Mat& numbers, const cv::Mat& known, const std::string& unit);
 
 // A depth output with room for the disparity data of a main image like this.
 host::Image DepthImage(const host::Image& main);

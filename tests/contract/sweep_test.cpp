@@ -210,23 +210,9 @@ const std::map<std::string, Site>& Sites() {
 // Imports that cannot fail, or whose failure is undefined rather than answered.
 bool CannotFail(const std::string& import) {
     static const std::set<std::string> names = {
-        "free",
-        "memcpy",
-        "memmove",
-        "memset",
-        "strncpy",
-        "strlen",
-        "strtol",
-        "snprintf",
-        "roundf",
-        "tzset",
-        "floorf",
-        "trunc",
-        "_ZdaPv",
-        "_ZdlPv",
-        "_ZdlPvm",
-        "_ZSt7nothrow",
-        "pthread_mutex_unlock",
+        "free",           "memcpy", "memmove",  "memset",  "strncpy",      "strlen",
+        "strtol",         "atoi",   "snprintf", "roundf",  "tzset",        "floorf",
+        "trunc",          "_ZdaPv", "_ZdlPv",   "_ZdlPvm", "_ZSt7nothrow", "pthread_mutex_unlock",
         "_Unwind_Resume",
     };
     // The C++ runtime's own, and what a sanitizer or a coverage build adds.

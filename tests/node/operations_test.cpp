@@ -321,15 +321,6 @@ TEST_F(OperationsTest, CropsOfNegativeExtentFollowTheArithmetic) {
     EXPECT_EQ(fitted({0, 0, -4000, 3000}, {0, 0, 100, 100}), "[0,3499 -4000x-3998 (1.0005)]");
 }
 
-TEST_F(OperationsTest, CropAtTheToleranceStaysAsItIs) {
-    // Aspects 0.001 and 0.002: their difference is the tolerance, to the last bit.
-    CameraMetadata camera = {};
-    camera.activeArraySize = {0, 0, 1, 1000};
-    const CropSize size = getCropRegions(&camera, 2, 1000);
-    EXPECT_EQ(size.width, 1);
-    EXPECT_EQ(size.height, 1000);
-}
-
 TEST_F(OperationsTest, NoMemoryForADebugLineCostsTheLineAlone) {
     platform().properties[device::kLogMaskProperty] = "6";
     node_ = nullptr; // its end clears the mask

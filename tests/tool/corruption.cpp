@@ -107,7 +107,7 @@ Corrupted SwapChroma(Work& work) {
     const DumpRole role = work.AnyImage();
     host::Image image = ImageOf(work, role);
     for (int y = 0; y < image.planeRows(1); ++y) {
-        std::uint8_t* row = image.plane(1) + static_cast<std::ptrdiff_t>(y) * image.pitch();
+        std::uint8_t* row = image.row(1, y);
         for (int x = 0; x + 1 < image.width(); x += 2) {
             std::swap(row[x], row[x + 1]);
         }

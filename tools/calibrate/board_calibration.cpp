@@ -43,8 +43,9 @@ cv::Mat ReadGrey(const fs::path& path, cv::Size& size) {
         size = rgb.size();
     }
     if (rgb.size() != size) {
-        throw UseError(fmt::format("{}: expected {}x{} as the camera's first photo, found {}x{}",
-                                   path.string(), size.width, size.height, rgb.cols, rgb.rows));
+        Refuse(path.string(),
+               fmt::format("{}x{} as the camera's first photo", size.width, size.height),
+               fmt::format("{}x{}", rgb.cols, rgb.rows));
     }
     cv::Mat grey;
     cv::cvtColor(rgb, grey, cv::COLOR_RGB2GRAY);

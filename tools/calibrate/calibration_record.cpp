@@ -23,9 +23,8 @@ refocus::CameraCalibration CameraOf(const LensMatrices& lens, Size size, const c
     constexpr int kTerms = 8;
     for (int i = kTerms; i < distortion.cols; ++i) {
         if (distortion.at<double>(0, i) != 0) {
-            throw UseError(fmt::format("{} camera: expected at most 8 terms of distortion, found "
-                                       "those of a thin prism or a tilt",
-                                       name));
+            Refuse(fmt::format("{} camera", name), "at most 8 terms of distortion",
+                   "those of a thin prism or a tilt");
         }
     }
     const auto term = [&](int i) {
@@ -68,10 +67,10 @@ cv::Mat ReadMatrix(cv::FileStorage& storage, const fs::path& path, const char* n
     }
     const auto count = static_cast<int>(matrix.total());
     if (matrix.channels() != 1 || (elements > 0 ? count != elements : count < 4)) {
-        throw UseError(fmt::format("{}: expected a matrix {} of {} numbers, found {}",
-                                   path.string(), name,
-                                   elements > 0 ? fmt::to_string(elements) : "4 or more",
-                                   count == 0 ? "none" : fmt::to_string(count)));
+        Refuse(path.string(),
+               fmt::format("a matrix {} of {} numbers", name,
+                           elements > 0 ? fmt::to_string(elements) : "4 or more"),
+               count == 0 ? "none" : fmt::to_string(count));
     }
     return matrix;
 }
@@ -86,7 +85,7 @@ cv::FileStorage Open(const fs::path& path) {
         }
     } catch (const cv::Exception&) { // another kind of file
     }
-    throw UseError(path.string() + ": expected OpenCV's YAML, found another kind of file");
+    Refuse(path.string(), "OpenCV's YAML", "another kind of file");
 }
 
 constexpr double kDegrees = 180 / std::numbers::pi;

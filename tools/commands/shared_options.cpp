@@ -116,7 +116,7 @@ std::string FailureHelp() {
     std::string help = "\n\nCalls for --fail, what it means that they fail, and RESULT if none is "
                        "given:\n";
     for (const host::CallDescription& call : host::Faults::List()) {
-        help += fmt::format("  {:<39} {}{}\n", call.name, call.effect,
+        help += fmt::format("  {:<40} {}{}\n", call.name, call.effect,
                             call.result ? fmt::format(" ({})", *call.result) : "");
     }
     return help;

@@ -3,15 +3,12 @@
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
-#include <limits>
 #include <string_view>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include "tools/compare/matrix.h"
-
-using Json = nlohmann::ordered_json;
+#include "tools/files/json_text.h"
 
 namespace {
 
@@ -157,7 +154,7 @@ Json ToJson(const PictureDifference& difference) {
                           {"samples", plane.samples},
                           {"differing", plane.differing},
                           {"largest", plane.largest},
-                          {"psnr", plane.psnr ? Json(*plane.psnr) : Json(nullptr)}});
+                          {"psnr", OrNull(plane.psnr)}});
     }
     Json first = nullptr;
     if (const auto& pixel = difference.first) {
@@ -178,10 +175,6 @@ host::Image DifferenceMap(const RgbImage& a, const RgbImage& b) {
 }
 
 RgbImage HeatMap(const host::Image& differenceMap) {
-    NumberMap map{differenceMap.width(), differenceMap.height(), {}, "difference"};
-    std::ranges::transform(
-        differenceMap.bytes(), std::back_inserter(map.values), [](std::uint8_t value) {
-            return value == 0 ? std::numeric_limits<float>::quiet_NaN() : static_cast<float>(value);
-        });
-    return FalseColour(map);
+    const cv::Mat differences = MatrixOf(differenceMap, 0);
+    return FalseColour(differences, differences > 0, "difference");
 }

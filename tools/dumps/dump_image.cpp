@@ -91,8 +91,8 @@ host::Image ReadImageDump(const fs::path& path, Format format, int width, int pi
     const Bytes bytes = ReadFileBytes(path);
     const std::size_t expected = ImageBytes(format, pitch, height);
     if (bytes.size() < expected) {
-        throw UseError(fmt::format("{}: expected {} bytes for {}x{}, found {}", path.string(),
-                                   expected, pitch, height, bytes.size()));
+        Refuse(path.string(), fmt::format("{} bytes for {}x{}", expected, pitch, height),
+               fmt::to_string(bytes.size()));
     }
     return ImageFromBytes(format, bytes, width, pitch, height);
 }
@@ -105,7 +105,7 @@ host::Image ReadImageDump(const DumpFile& file, int width) {
 ParameterText ReadParameters(const DumpSet& set) {
     const auto& file = set.file(DumpRole::kParameters);
     if (!file) {
-        throw UseError(set.name() + ": expected a parameter text, found none");
+        Refuse(set.name(), "a parameter text", "none");
     }
     return ParseParameterText(ReadFileBytes(file->path));
 }

@@ -74,15 +74,15 @@ Sets SetsOf(const fs::path& place) {
     if (fs::is_directory(place)) {
         AddFolder(sets, place.has_filename() ? place : place.parent_path());
         if (sets.empty()) {
-            throw UseError(place.string() + ": expected a folder with dump sets, found none in it");
+            Refuse(place.string(), "a folder with dump sets", "none in it");
         }
         return sets;
     }
     const auto name = ParseDumpName(place.filename().string());
     sets = SetsOfStem(place.parent_path(), name ? name->stem : place.filename().string());
     if (sets.empty()) {
-        throw UseError(place.string() + ": expected a folder or a file of a dump set, found " +
-                       (fs::exists(place) ? "a file of another name" : "nothing"));
+        Refuse(place.string(), "a folder or a file of a dump set",
+               fs::exists(place) ? "a file of another name" : "nothing");
     }
     return sets;
 }
@@ -117,10 +117,8 @@ std::vector<DumpSet> FindDumpSets(const std::vector<fs::path>& places) {
 DumpSet FindDumpSet(const fs::path& place) {
     std::vector<DumpSet> sets = FindDumpSets({place});
     if (sets.size() != 1) {
-        throw UseError(
-            fmt::format("{}: expected one dump set, found {}; name a file of one, or use "
-                        "--all",
-                        place.string(), sets.size()));
+        Refuse(place.string(), "one dump set",
+               fmt::format("{}; name a file of one, or use --all", sets.size()));
     }
     return std::move(sets.front());
 }

@@ -19,8 +19,8 @@ namespace {
 std::optional<int> DumpWidth(const fs::path& path, const SizedName& name,
                              std::optional<int> width) {
     if (width && *width > name.first) {
-        throw UseError(fmt::format("--width: expected at most {}, the pitch of {}, found {}",
-                                   name.first, path.string(), *width));
+        Refuse("--width", fmt::format("at most {}, the pitch of {}", name.first, path.string()),
+               fmt::to_string(*width));
     }
     if (!width) {
         const auto set = SetOfFile(path);
@@ -34,7 +34,7 @@ std::optional<int> DumpWidth(const fs::path& path, const SizedName& name,
 RgbImage GreyToRgb(const host::Image& image) {
     RgbImage picture(image.width(), image.height());
     for (int y = 0; y < picture.height; ++y) {
-        const std::uint8_t* row = image.plane(0) + static_cast<std::ptrdiff_t>(y) * image.pitch();
+        const std::uint8_t* row = image.row(0, y);
         for (int x = 0; x < picture.width; ++x) {
             picture.Set(x, y, {row[x], row[x], row[x]});
         }
@@ -63,17 +63,18 @@ PictureFile ReadPictureFile(const fs::path& path, std::optional<int> width) {
     }
     const auto name = ParseSizedName(path.filename().string());
     if (!name) {
-        throw UseError(fmt::format("{}: expected a name that ends in pitch and height, such as "
-                                   "_4096x3000{}, found none in it",
-                                   path.string(), path.extension().string()));
+        Refuse(path.string(),
+               "a name that ends in pitch and height, such as _4096x3000" +
+                   path.extension().string(),
+               "none in it");
     }
     const bool nv12 = picture.kind == PictureFile::Kind::kNv12;
     if (!fs::exists(path)) {
         ReadFileBytes(path); // throws, and its message is the one for a missing file
     }
     if (nv12 && (name->first % 2 != 0 || name->second < 2)) {
-        throw UseError(fmt::format("{}: expected an even pitch and at least two rows, found {}x{}",
-                                   path.string(), name->first, name->second));
+        Refuse(path.string(), "an even pitch and at least two rows",
+               fmt::format("{}x{}", name->first, name->second));
     }
     const auto known = DumpWidth(path, *name, width);
     picture.widthKnown = known.has_value();

@@ -18,8 +18,6 @@
 #include "tools/report/page_files.h"
 
 namespace fs = std::filesystem;
-using Json = nlohmann::ordered_json;
-
 namespace {
 
 constexpr int kLongestSide = 1600; // of a picture in a page
@@ -197,8 +195,7 @@ void Report::SetDisparity(const host::Image& disparity, int width) {
     int low = 255;
     int high = 0;
     const auto row = [&](int y) {
-        return std::span(disparity.plane(0) + static_cast<std::ptrdiff_t>(y) * disparity.pitch(),
-                         static_cast<std::size_t>(width));
+        return std::span(disparity.row(0, y), static_cast<std::size_t>(width));
     };
     for (int y = 0; y < disparity.height(); ++y) {
         const auto [lowest, highest] = std::ranges::minmax(row(y));
@@ -220,12 +217,10 @@ void Report::AddSection(const std::string& title, const Json& values) {
 }
 
 void Report::AddLog(const std::vector<host::LogRecord>& log) {
-    constexpr std::string_view kLetters = "??VDIWEFS"; // by AndroidLogPriority
     for (const host::LogRecord& record : log) {
-        const auto priority = static_cast<std::size_t>(record.priority);
         const timespec& start = log.front().time;
         data_["log"].push_back(
-            {{"priority", std::string(1, priority < kLetters.size() ? kLetters[priority] : '?')},
+            {{"priority", std::string(1, host::PriorityLetter(record.priority))},
              {"tag", record.tag},
              {"seconds", static_cast<double>(record.time.tv_sec - start.tv_sec) +
                              static_cast<double>(record.time.tv_nsec - start.tv_nsec) * 1e-9},
@@ -262,7 +257,7 @@ std::string Report::Page(const fs::path& folder) const {
 ReportFile::ReportFile(const fs::path& file)
     : folder_(file.parent_path()), name_(file.filename().string()) {
     if (fs::is_directory(folder_.path() / name_)) {
-        throw UseError(file.string() + ": expected a file, found a folder");
+        Refuse(file.string(), "a file", "a folder");
     }
 }
 
