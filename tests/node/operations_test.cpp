@@ -29,10 +29,22 @@ void Free(void* memory) {
 } // namespace
 
 // Not inlined: g++ would take the pair of malloc and delete for a mistake.
-[[gnu::noinline]] void* operator new(std::size_t size) {
+// The forms for arrays stand here as well, since a sanitizer has its own that do not call the
+// others.
+[[gnu::noinline]] void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
     void* memory = g_newCallsLeft == 0 ? nullptr : std::malloc(size);
     g_newCallsLeft -= g_newCallsLeft >= 0 ? 1 : 0;
+    return memory;
+}
+[[gnu::noinline]] void* operator new(std::size_t size) {
+    void* memory = operator new[](size, std::nothrow);
     return memory != nullptr ? memory : throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete[](void* memory) noexcept {
+    Free(memory);
+}
+[[gnu::noinline]] void operator delete[](void* memory, std::size_t) noexcept {
+    Free(memory);
 }
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
     Free(memory);
