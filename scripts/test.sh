@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# Checks the format, builds everything and runs all tests, optimised and under the address and
-# undefined-behaviour sanitizers, and checks the node with clang-tidy. With --all also under the
-# thread sanitizer, as 64-bit ARM code, the node as a device builds it, under clang, with clang-tidy over everything but the tests,
-# the device build file, reports in a browser, the branch coverage of the node and a minute of
-# fuzzing. Needs Debian 12 and root or sudo, for what is not installed yet.
+# Checks the format, builds everything and runs all tests; then all but the tool's under the address
+# and undefined-behaviour sanitizers, and clang-tidy over the node. With --all also the tool under
+# those, everything that needs no OpenCV under the thread sanitizer and as 64-bit ARM code, the node
+# as a device builds it, everything under clang, clang-tidy over all but the tests, the branch
+# coverage of the node, a minute of fuzzing, and what has the label "all".
+# Needs Debian 12 and root or sudo, for what is not installed yet.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/.."
 
@@ -16,21 +17,22 @@ case "$*" in
     ;;
 esac
 
-run_preset() {
+run_preset() { # preset, settings
     echo "== $1"
-    cmake --preset "$1" >/dev/null
+    cmake --preset "$@" >/dev/null
     cmake --build --preset "$1" -- --quiet
     ctest --preset "$1" -LE all -j "$(nproc)" --progress
 }
 
 scripts/check-format
 run_preset release
-run_preset asan
 if [ $# -eq 0 ]; then
+    run_preset asan -DBUILD_TOOL=OFF
     scripts/check-tidy node bokehbase engine
     exit
 fi
 scripts/fetch-arm64-libcxx build/arm64-libcxx
+run_preset asan -DBUILD_TOOL=ON
 for preset in tsan aarch64 device clang coverage; do
     run_preset "$preset"
 done
