@@ -100,7 +100,7 @@ TEST_F(PictureCommandTest, ConvertsDumpsAndBack) {
 
 TEST_F(PictureCommandTest, PrintsCommandsThatOpenTheDumps) {
     if (std::system("ffmpeg -version >/dev/null 2>&1") != 0) {
-        GTEST_SKIP() << "ffmpeg is missing: install the packages of scripts/packages.txt, [test]";
+        GTEST_SKIP() << "ffmpeg is missing: install the packages of scripts/packages.txt, [all]";
     }
     ASSERT_EQ(Run({"convert", kMain, kDisparity, "-o", "seen"}).exitCode, 0);
     const ToolRun run = Run({"convert", kMain, kDisparity, "--commands"});
