@@ -18,7 +18,7 @@ constexpr std::uintptr_t kHandleStep = 0x10;
 std::unique_ptr<PhysicalCameraConfigs> CameraConfigs() {
     auto configs = std::make_unique<PhysicalCameraConfigs>();
     configs->numPhysicalCameras = 2;
-    for (std::uint32_t id : {0, 1}) {
+    for (std::uint32_t id : {0u, 1u}) {
         configs->camera[id].cameraId = id;
         configs->camera[id].masterRank = id == 0 ? 2.f : 1.f;
     }
@@ -30,7 +30,7 @@ std::unique_ptr<PhysicalCameraConfigs> CameraConfigs() {
 // node and instance tell them apart.
 std::vector<std::byte> InputConfig() {
     std::vector<CameraInputConfig> entries;
-    for (std::uint32_t camera : {0, 1}) {
+    for (std::uint32_t camera : {0u, 1u}) {
         const std::uint32_t others[][3] = {
             {kNodeId + 1, 0, camera + 5}, {kNodeId, 0, camera}, {kNodeId, 1, camera + 9}};
         for (const auto& [node, instance, index] : others) {
@@ -74,7 +74,7 @@ void PipelineSession::SupplyRequestData() {
 
 void PipelineSession::BeginRequest(const Request& request) {
     const std::lock_guard lock(mutex_);
-    live_.emplace();
+    live_ = LiveRequest();
     live_->frameNumber = request.frameNumber;
     live_->metadata = std::make_unique<InputMetadataBokeh>(request.metadata);
     if (request.selectedFace) {

@@ -82,7 +82,7 @@ TEST(ThinLens, AuxCameraSeesEveryDisparityMoved) {
 // disparity.
 TEST(Rendering, BeatsTheGaussianBlendOnTheSameScenes) {
     const cv::Size size(240, 180);
-    for (const std::uint32_t seed : {1, 2}) {
+    for (const std::uint32_t seed : {1u, 2u}) {
         const ScenePhoto photo = Photograph(RandomScene(seed, size.width), size);
         const Fidelity engine = Compare(RenderedBy(photo, photo.disparity), photo);
         const Fidelity blend = Compare(GaussianBlend(photo, photo.disparity), photo);
