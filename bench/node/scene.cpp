@@ -67,7 +67,7 @@ Scene::Scene(const Shape& shape, std::uint8_t faces)
     state.metadata = {{TagId("InputMetadataBokeh") | kTagPoolRequest, &metadata_},
                       {TagId("PhysicalCameraConfigs") | kTagPoolCameraConfig, &configs_},
                       {TagId("PhysicalCameraInputConfig") | kTagPoolUseCase, &inputConfig_}};
-    for (int camera = 0; camera < 2; ++camera) {
+    for (const std::size_t camera : {0u, 1u}) {
         state.engine.calibrationSizes[2 * camera] = 100 * shape.width;
         state.engine.calibrationSizes[2 * camera + 1] = 100 * shape.height;
     }

@@ -391,9 +391,8 @@ cv::Point2f FocusPoint(const Scene& scene, Random& random) {
     const float depth =
         static_cast<float>(Whole(random, 0, 2)) * 0.4f + random.Between(0.05f, 0.15f);
     const int pixel = order.at<int>(cvFloor(depth * static_cast<float>(order.cols - 1)));
-    return cv::Point2f(static_cast<float>(pixel % size.width) + 0.5f,
-                       static_cast<float>(pixel / size.width) + 0.5f) *
-           (1.0f / static_cast<float>(size.width));
+    const cv::Point2f at = cv::Point(pixel % size.width, pixel / size.width);
+    return (at + cv::Point2f(0.5f, 0.5f)) * (1.0f / static_cast<float>(size.width));
 }
 
 } // namespace

@@ -135,9 +135,8 @@ public:
                 const int luma = std::abs(own[0] - colour[i][0]);
                 const int chroma =
                     std::abs(own[1] - colour[i][1]) + std::abs(own[2] - colour[i][2]);
-                const float share =
-                    weight[i] *
-                    similarity_[static_cast<std::size_t>(luma + kChromaWeight * chroma)];
+                const int difference = luma + kChromaWeight * chroma;
+                const float share = weight[i] * similarity_[static_cast<std::size_t>(difference)];
                 histogram_[bin[i]] += share;
                 total += static_cast<double>(share);
                 lowest = std::min<int>(lowest, bin[i]);

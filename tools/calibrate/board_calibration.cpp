@@ -148,6 +148,7 @@ Solution Solve(const std::vector<Detection>& detections, const Board& board, con
 bool DropWorst(const Solution& solution, std::vector<Detection>& detections,
                std::vector<BoardView>& views) {
     std::vector<double> errors;
+    errors.reserve(static_cast<std::size_t>(solution.errors.rows));
     for (int i = 0; i < solution.errors.rows; ++i) {
         errors.push_back(std::max(solution.errors(i, 0), solution.errors(i, 1)));
     }

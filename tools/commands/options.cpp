@@ -176,12 +176,12 @@ Option Command::Flag(const std::string& names, bool& given, const std::string& h
     return Option(*app_, *app_->add_flag(names, given, help));
 }
 
-Option Command::Value(const std::string& names, const std::string& form, Take take,
+Option Command::Value(const std::string& names, const std::string& form, const Take& take,
                       const std::string& help) {
     return Option(*app_, AddOption(*app_, names, form, Values::kOne, take, help));
 }
 
-Option Command::Repeated(const std::string& names, const std::string& form, Take take,
+Option Command::Repeated(const std::string& names, const std::string& form, const Take& take,
                          const std::string& help) {
     return Option(*app_, AddOption(*app_, names, form, Values::kOneEachTime, take, help));
 }

@@ -59,10 +59,10 @@ public:
     explicit Command(CLI::App& app) : app_(&app) {}
 
     Option Flag(const std::string& names, bool& given, const std::string& help);
-    Option Value(const std::string& names, const std::string& form, Take take,
+    Option Value(const std::string& names, const std::string& form, const Take& take,
                  const std::string& help);
     // May be repeated; `take` is called for each.
-    Option Repeated(const std::string& names, const std::string& form, Take take,
+    Option Repeated(const std::string& names, const std::string& form, const Take& take,
                     const std::string& help);
     Option Path(const std::string& names, const std::string& form, std::filesystem::path& path,
                 const std::string& help);
