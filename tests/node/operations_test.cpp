@@ -174,6 +174,12 @@ TEST_F(OperationsTest, FaceArraysThatExistStayAsTheyAre) {
     EXPECT_EQ(node_->m_frameParams.pFaceRects, rects);
     EXPECT_EQ(node_->m_focusParam.pFaceOrients, orients);
     EXPECT_EQ(node_->m_frameParams.i32FaceNum, 3);
+
+    // Half a pair is none, and is left as it is.
+    TSL_RECT* const whole = std::exchange(node_->m_frameParams.pFaceRects, nullptr);
+    EXPECT_FALSE(node_->IniEngine());
+    EXPECT_EQ(node_->m_frameParams.pFaceRects, nullptr);
+    node_->m_frameParams.pFaceRects = whole;
 }
 
 TEST_F(OperationsTest, TheHandleIsClearedOnceItsNodeIsGone) {
