@@ -1,15 +1,21 @@
 // replay, run as a user does.
 
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
 #include <fstream>
+#include <thread>
 
 #include <nlohmann/json.hpp>
 
+#include "host/picture/image_file.h"
 #include "tests/tool/tool_test.h"
 #include "tools/dumps/dump_image.h"
 #include "tools/dumps/dump_set.h"
 
 namespace fs = std::filesystem;
 using testing::HasSubstr;
+using testing::MatchesRegex;
 using testing::Not;
 
 namespace {
@@ -124,16 +130,19 @@ TEST_F(ReplayTest, AllWorksThroughAFolderOnce) {
     const Names arguments{"replay", "camera", "--all", "--jobs", "2"};
 
     const ToolRun run = Run(arguments);
-    EXPECT_EQ(run.exitCode, 1);
-    EXPECT_THAT(run.output, HasSubstr("unreadable camera/" + captures[2].stem));
-    EXPECT_THAT(run.output, HasSubstr("3 sets:"));
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_THAT(run.output,
+                MatchesRegex(".*camera/" + captures[0].stem + ".*\n.*camera/" + captures[1].stem +
+                             ".*\nunreadable camera/" + captures[2].stem +
+                             ".*\n3 sets: 1 differs, 1 equal, 1 unreadable\n.*"));
     EXPECT_THAT(run.output, Not(HasSubstr("done before")));
 
-    // Again: nothing runs but what has changed since.
+    // Again, of a copy elsewhere: nothing runs but what has changed since.
     output[0] ^= 0x40;
     WriteBytes(path(1, DumpRole::kOutput), output);
-    fs::last_write_time(path(1, DumpRole::kOutput), fs::file_time_type::clock::now());
-    const ToolRun again = Run(arguments);
+    fs::create_directory(folder_ / "elsewhere");
+    fs::copy(folder_ / "camera", folder_ / "elsewhere/camera"); // with new times
+    const ToolRun again = Run({"replay", "elsewhere", "--all"});
     const auto line = [&](std::size_t i) {
         const auto at = again.output.find(captures[i].stem);
         return again.output.substr(at, again.output.find('\n', at) - at);
@@ -141,13 +150,118 @@ TEST_F(ReplayTest, AllWorksThroughAFolderOnce) {
     EXPECT_THAT(line(0), HasSubstr("done before"));
     EXPECT_THAT(line(1), Not(HasSubstr("done before")));
     EXPECT_THAT(line(2), Not(HasSubstr("done before"))) << "may be readable now";
-    EXPECT_TRUE(fs::exists(folder_ / "replayed" / (captures[0].stem + ".json")));
 
     // What is wrong for all is said once.
     for (const Names& wrong : {Names{"--calibration", "none.bin"}, {"--focus", "99999,1"}}) {
         EXPECT_EQ(Run({"replay", "camera", "--all", "-o", "new"}, wrong).exitCode, 2) << wrong[1];
         EXPECT_FALSE(fs::exists(folder_ / "new")) << wrong[1];
     }
+    EXPECT_THAT(Run({"replay", "camera", "--all", "-o", "camera"}).errors,
+                HasSubstr("another folder than the set's own"));
+}
+
+TEST_F(ReplayTest, ShardsOfOneFolderMakeUpTheWhole) {
+    Make(2000, 6);
+    fs::create_directory(folder_ / "mount");
+    fs::copy(folder_ / "camera", folder_ / "mount/camera");
+    const Names first{"replay", "camera", "--all", "--shard", "1/2", "--jobs", "1"};
+    std::thread killed([&] {
+        InterruptTool(first, folder_, [this] { return fs::exists(folder_ / "replayed"); });
+    });
+    const ToolRun second = Run({"replay", "mount", "--all", "--shard", "2/2"});
+    killed.join();
+    const auto shows = [this](const Names& more, const std::string& end) {
+        const ToolRun run = Run({"replay", "mount", "--all"}, more);
+        EXPECT_THAT(run.output, HasSubstr("\n6 sets: " + end)) << run.errors;
+        return run.output;
+    };
+    EXPECT_THAT(shows({"--merge"}, ""), HasSubstr(" missing"));
+    const ToolRun again = Run(first);
+    const auto sets = [](const ToolRun& run) {
+        return std::ranges::count(run.output, '\n') - 2; // but for the summary
+    };
+    EXPECT_GE(sets(again), 1);
+    EXPECT_GE(sets(second), 1);
+    EXPECT_EQ(sets(again) + sets(second), 6);
+    EXPECT_THAT(shows({"--merge"}, "3 differs, 3 equal\n"), Not(HasSubstr("done before")));
+    EXPECT_EQ(NamesIn(folder_ / "replayed").size(), 12) << "a result and a log each, no more";
+    const std::string whole = shows({}, "3 differs, 3 equal\n");
+    EXPECT_EQ(std::ranges::count(whole, '('), 6) << whole; // (done before)
+}
+
+TEST_F(ReplayTest, AllTrustsNoDamagedResult) {
+    Make(970, 1);
+    const Names arguments{"replay", "camera", "--all", "-o", "results"};
+    Run(arguments);
+    const fs::path file = folder_ / "results" / NamesIn(folder_ / "results").front();
+    ASSERT_EQ(file.extension(), ".json");
+    const std::string good = ReadText(file);
+    ASSERT_THAT(Run(arguments).output, HasSubstr("done before"));
+    const auto changed = [&good](const std::string& from, const std::string& to) {
+        std::string text = good;
+        return text.replace(text.find(from), from.size(), to);
+    };
+    const std::string damages[] = {
+        "",
+        good.substr(0, good.size() / 2),
+        "[]",
+        changed("\"status\": \"equal\"", "\"status\": -1"),
+        changed("\"reason\"", "\"raison\""),
+        changed("\"report\": {",
+                "\"report\": {\"a\": " + std::string(9000, '[') + std::string(9000, ']') + ","),
+        std::string(1000000, '[')};
+    for (const std::string& damage : damages) {
+        Write("results/" + file.filename().string(), damage);
+        const ToolRun run = Run(arguments);
+        EXPECT_EQ(run.exitCode, 0) << run.errors;
+        EXPECT_THAT(run.output, Not(HasSubstr("done before"))) << damage.substr(0, 1000);
+        EXPECT_EQ(ReadText(file), good);
+    }
+    fs::remove(file);
+    fs::create_directories(file / "kept"); // no result can be written there
+    const ToolRun run = Run(arguments);
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_THAT(run.errors, HasSubstr("some results are not stored: "));
+}
+
+TEST_F(ReplayTest, CrashAndHangAreResultsAndLeaveNothing) {
+    const SyntheticCapture capture = Make(985, 1).front();
+    WriteBytes(folder_ / "picture.png",
+               EncodePng(Paint(64, 48, [](int, int) { return Colour{}; })));
+    fs::create_directory(folder_ / "tmp");
+    ::setenv("TMPDIR", (folder_ / "tmp").c_str(), 1);
+    const auto with = [](const char* end) {
+        return Names{"--node", ENDING_NODE, "--set", std::string("test.end=") + end};
+    };
+    const std::pair<const char*, std::string> ends[] = {{"crash", "crashed: signal 6"},
+                                                        {"exit", "crashed: signal 6"},
+                                                        {"hang", "timed out after 1 s"}};
+    for (const auto& [end, said] : ends) {
+        Names more = with(end);
+        more.insert(more.end(), {"--timeout", "1"});
+        const ToolRun all = Run({"replay", "camera", "--all"}, more);
+        EXPECT_EQ(all.exitCode, 1);
+        EXPECT_THAT(all.output, HasSubstr("\n1 sets: 1 " + said));
+        more.insert(more.end(), {"-o", "new/out"});
+        for (const ToolRun& run :
+             {Replay(capture, more), Run({"render", "picture.png", "picture.png"}, more)}) {
+            EXPECT_EQ(run.exitCode, 1);
+            EXPECT_THAT(run.errors, HasSubstr("bokehnode: " + said));
+        }
+    }
+    Names hanging{"replay", "../camera", "--all", "-o", "results"};
+    for (const std::string& word : with("hang")) {
+        hanging.push_back(word);
+    }
+    const int signal = InterruptTool(hanging, folder_ / "tmp", [this] {
+        return std::ranges::any_of(NamesIn(folder_ / "tmp"), [](const std::string& name) {
+            return name.starts_with("boke");
+        });
+    });
+    EXPECT_EQ(signal, SIGTERM);
+    ::unsetenv("TMPDIR");
+    EXPECT_EQ(NamesIn(folder_ / "tmp"), Names{"results"});
+    EXPECT_FALSE(fs::exists(folder_ / "new"));
 }
 
 TEST_F(ReplayTest, RefusesWhatCannotBeReplayed) {

@@ -108,7 +108,7 @@ std::vector<int> Argument::Integers(const std::string& form, int low, int high) 
     };
     bool good = read();
     for (const char separator : form) {
-        if (separator == ',' || separator == 'x') {
+        if (separator == ',' || separator == 'x' || separator == '/') {
             good = good && at != end && *at++ == separator && read();
         }
     }

@@ -26,7 +26,7 @@ struct Argument {
 
     [[noreturn]] void Refuse(const std::string& expected) const;
 
-    // Whole numbers within bounds, as many as `form` has places: "X,Y", "WxH", "N".
+    // Whole numbers within bounds, as many as `form` has places: "X,Y", "WxH", "K/N".
     std::vector<int> Integers(const std::string& form, int low = std::numeric_limits<int>::min(),
                               int high = std::numeric_limits<int>::max()) const;
     int Integer(int low, int high) const;

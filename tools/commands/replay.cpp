@@ -28,19 +28,11 @@ struct ReplayCommandOptions {
     fs::path place;
     fs::path output;
     bool all = false;
-    int jobs = 0;
+    ReplayAllOptions allOptions;
     bool json = false;
     fs::path report;
     ReplayOptions replay;
 };
-
-// The new dumps have the names of the old ones and would replace them.
-void RefuseSetsFolder(const fs::path& output, const DumpSet& set) {
-    std::error_code missing;
-    if (fs::equivalent(output, set.folder.empty() ? "." : set.folder, missing)) {
-        Refuse("--output", "another folder than the set's own", output);
-    }
-}
 
 void WriteFiles(OutputFolder& folder, const std::string& stem, const Replayed& replayed) {
     const Progress progress("writing the results");
@@ -111,9 +103,34 @@ int Run(const ReplayCommandOptions& options) {
     if (!options.all) {
         return ReplayOne(options);
     }
-    const auto cores = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
     return ReplayAll(options.place, options.output.empty() ? "replayed" : options.output,
-                     options.jobs > 0 ? options.jobs : cores, options.json, options.replay);
+                     options.allOptions, options.json, options.replay);
+}
+
+void AddAllOptions(Command& command, ReplayCommandOptions& options) {
+    command.Flag("--all", options.all,
+                 "every set below SET, several at once; what came out equal or\n"
+                 "differing before, by the output folder, is not run again");
+    ReplayAllOptions& all = options.allOptions;
+    all.jobs = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+    command.Integer("--jobs", "N", 1, 1024, all.jobs, "sets at once (default: one a core)")
+        .Needs("--all");
+    command
+        .Value(
+            "--shard", "K/N",
+            [&all](const Argument& argument) {
+                const auto n = argument.Integers("K/N", 1);
+                if (n[0] > n[1]) {
+                    argument.Refuse("K of at most N");
+                }
+                all.shard = n[0];
+                all.shards = n[1];
+            },
+            "the K-th of N parts of the sets, by their content, for\nseveral machines")
+        .Needs("--all");
+    command.Flag("--merge", all.merge, "run nothing; show the results that the output folder holds")
+        .Needs("--all")
+        .Excludes("--shard");
 }
 
 void AddChanges(Command& command, ReplayOptions& options) {
@@ -139,12 +156,7 @@ std::function<int()> PrepareReplay(Command command) {
                  "write the new dumps, the output as PNG and, where it\ndiffers, by how much; not "
                  "into the set's own folder. With\n--all each set's result as JSON and its log "
                  "(default with\n--all: replayed)");
-    command.Flag("--all", options->all,
-                 "every set below SET, several at once; sets that came out\nequal "
-                 "or differing before, by the output folder, are not\nrun again");
-    command
-        .Integer("--jobs", "N", 1, 1024, options->jobs, "processes at once (default: one a core)")
-        .Needs("--all");
+    AddAllOptions(command, *options);
     command.Flag("--json", options->json, "say it as JSON");
     AddReportOption(command, options->report).Excludes("--all");
     AddChanges(command, options->replay);
@@ -159,7 +171,8 @@ std::function<int()> PrepareReplay(Command command) {
         "      --calibration dualcam_cali.bin\n"
         "  bokehnode replay camera/IMG_20240131_235959 --blur 80 -o replayed\n"
         "  bokehnode replay camera/IMG_20240131_235959 --log 6 --report replayed.html\n"
-        "  bokehnode replay camera --all --jobs 4 -o replayed\n"
+        "  bokehnode replay camera --all --shard 2/8 --timeout 60 -o replayed\n"
+        "  bokehnode replay camera --all --merge -o replayed\n"
         "\n" +
         ExitCodes("0 output and disparity equal the dumped ones; 1 they differ, or the node "
                   "or the engine failed") +

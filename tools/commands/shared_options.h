@@ -13,7 +13,8 @@
 // request, which has defaults of its own.
 void AddRequestOptions(Command& command, RequestOptions& options, const std::string& defaults);
 
-// What the node runs in: calibration, debug view, log mask, properties, failures, libraries.
+// What the node runs in: calibration, debug view, log mask, properties, failures, timeout,
+// libraries.
 void AddRunOptions(Command& command, RunOptions& options);
 
 // The calls that --fail of AddRunOptions knows, for the end of the help.

@@ -1,6 +1,5 @@
 #include "tools/files/progress.h"
 
-#include <chrono>
 #include <cstdio>
 #include <utility>
 
@@ -13,7 +12,8 @@ constexpr auto kBeat = std::chrono::milliseconds(200);
 
 } // namespace
 
-Progress::Progress(std::string step) : step_(std::move(step)) {
+Progress::Progress(std::string step, Clock::time_point start)
+    : step_(std::move(step)), start_(start) {
     if (::isatty(STDERR_FILENO) != 0) {
         thread_ = std::thread([this] { Run(); });
     }
@@ -32,13 +32,12 @@ Progress::~Progress() {
 }
 
 void Progress::Run() {
-    const auto start = std::chrono::steady_clock::now();
     std::unique_lock lock(mutex_);
-    if (wake_.wait_for(lock, kQuiet, [this] { return done_; })) {
+    if (wake_.wait_until(lock, start_ + kQuiet, [this] { return done_; })) {
         return;
     }
     do {
-        const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
+        const std::chrono::duration<double> taken = Clock::now() - start_;
         // The cursor returns to the line's start, where a log line may overwrite this one.
         std::fprintf(stderr, "\033[K%s ... %.1f s\r", step_.c_str(), taken.count());
         std::fflush(stderr);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <string>
@@ -9,7 +10,9 @@
 // takes longer than half a second. The destructor removes the line.
 class Progress {
 public:
-    explicit Progress(std::string step);
+    using Clock = std::chrono::steady_clock;
+
+    explicit Progress(std::string step, Clock::time_point start = Clock::now());
     ~Progress();
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
@@ -18,6 +21,7 @@ private:
     void Run();
 
     std::string step_;
+    Clock::time_point start_;
     std::mutex mutex_;
     std::condition_variable wake_;
     bool done_ = false;

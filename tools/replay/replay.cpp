@@ -312,6 +312,13 @@ bool Replayed::equal() const {
     return !failed() && outputDifference && outputDifference->identical() && disparitySame;
 }
 
+void RefuseSetsFolder(const fs::path& output, const DumpSet& set) {
+    std::error_code missing;
+    if (fs::equivalent(output, set.folder.empty() ? "." : set.folder, missing)) {
+        Refuse("--output", "another folder than the set's own", output);
+    }
+}
+
 void CheckFocus(const DumpSet& set, const ReplayOptions& options) {
     if (options.focus) {
         const int width = options.mainWidth.value_or(WidthOf(set, DumpRole::kMain));

@@ -44,22 +44,34 @@ struct Replayed : Outcome {
     bool equal() const;
 };
 
-// Rebuilds the set's request and runs it through the node, which dumps. Once per process: the
-// node's libraries and properties are the process's. Throws UseError where the set cannot be
-// replayed.
+// Rebuilds the set's request and runs it through the node, which dumps. Once per process, and
+// returns in a child process: see RunNode. Throws UseError where the set cannot be replayed.
 Replayed Replay(const DumpSet& set, const ReplayOptions& options);
 
 // Throws UseError where the options name a focus point that no replay of this set can have.
 void CheckFocus(const DumpSet& set, const ReplayOptions& options);
 
+// Throws UseError where the output folder is the set's own: new dumps have the names of the old
+// ones and would replace them.
+void RefuseSetsFolder(const std::filesystem::path& output, const DumpSet& set);
+
 // What became of a replay, for a reader and as JSON.
 std::string InWords(const DumpSet& set, const Replayed& replayed);
 Json ToJson(const DumpSet& set, const Replayed& replayed);
 
-// Replays every set below `place`, `jobs` processes at once, a line each and a summary at the end.
-// The result of each is a JSON file in `output`, and its process's log a text file; a set that
-// came out equal or differing, of the same files with the same options, is not run again. Returns
-// the command's exit code; throws UseError before any starts where the options suit no set. To be
+struct ReplayAllOptions {
+    int jobs = 1; // sets at once
+    // The sets are split by their content, so that it does not matter where they lie.
+    int shard = 1;
+    int shards = 1;
+    bool merge = false; // only shows results
+};
+
+// Replays every set below `place`, each in a process of its own. Prints a line each, in the sets'
+// order, and a summary, or all as JSON. The result of each is a JSON file in `output`, and its
+// process's log a text file. A set that came out equal or differing is not run again while its
+// content, the node's, the engine's and the calibration's and the options are the same. Returns the
+// command's exit code; throws UseError before any set starts where the options suit none. To be
 // called before the process has loaded a node.
-int ReplayAll(const std::filesystem::path& place, const std::filesystem::path& output, int jobs,
-              bool json, const ReplayOptions& options);
+int ReplayAll(const std::filesystem::path& place, const std::filesystem::path& output,
+              const ReplayAllOptions& all, bool json, const ReplayOptions& options);

@@ -1,4 +1,7 @@
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -8,85 +11,68 @@
 #include <vector>
 
 #include <fcntl.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
-
 #include <fmt/core.h>
+#include <fmt/ranges.h>
+#include <zlib.h>
 
 #include "host/picture/errors.h"
 #include "tools/dumps/dump_set.h"
-#include "tools/files/interruption.h"
-#include "tools/files/json_text.h"
+#include "tools/files/child_process.h"
 #include "tools/files/output_folder.h"
 #include "tools/files/progress.h"
 #include "tools/replay/replay.h"
+#include "tools/replay/stored_result.h"
 #include "tools/run/device_folder.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
+constexpr char kEqual[] = "equal";
+constexpr char kDiffers[] = "differs";
+constexpr char kFailed[] = "failed";
+constexpr char kUnreadable[] = "unreadable";
+constexpr char kMissing[] = "missing";
+
+// Only these results depend on the inputs alone; sets with any other are run again.
+bool IsFinal(const std::string& status) {
+    return status == kEqual || status == kDiffers;
+}
+
+std::uint32_t ChecksumOf(const std::vector<std::string>& content) {
+    const std::string text = fmt::format("{}", fmt::join(content, "\n"));
+    return static_cast<std::uint32_t>(
+        ::crc32_z(0, reinterpret_cast<const Bytef*>(text.data()), text.size()));
+}
+
+// The beginning of each file tells captures apart, and every shard reads it of all of them.
+bool IsInShard(const DumpSet& set, const ReplayAllOptions& all) {
+    constexpr std::uintmax_t kBeginning = 1 << 16;
+    const auto shards = static_cast<std::uint32_t>(all.shards);
+    return all.shards == 1 ||
+           ChecksumOf(ContentOf(set, kBeginning)) % shards + 1 == static_cast<unsigned>(all.shard);
+}
+
 struct Job {
     DumpSet set;
-    std::string name;
-    Json key; // what the result depends on
+    std::string name;              // of the result's files; sets of one name have the same content
+    Json key;                      // what the result depends on
+    std::vector<std::size_t> rows; // of the table: the set and its copies
+    fs::path output;
+
+    fs::path log() const { return output / (name + ".log"); }
+    fs::path result() const { return output / (name + ".json"); }
 };
 
-Json Stamp(const fs::path& path) {
-    std::error_code error;
-    const auto size = fs::file_size(path, error);
-    const auto time = fs::last_write_time(path, error).time_since_epoch().count();
-    return {path.string(), error ? 0 : size, error ? 0 : time};
-}
-
-// Everything that the options can change about a result, besides the files that they name.
-Json OptionsJson(const ReplayOptions& options) {
-    Json faces = Json::array();
-    for (const ChiRect& face : options.faces) {
-        faces.push_back({face.left, face.top, face.width, face.height});
-    }
-    const auto point = [](Point at) { return Json{at.x, at.y}; };
-    return {{"blur", OrNull(options.blur)},
-            {"focus", options.focus ? point(*options.focus) : Json()},
-            {"rotation", OrNull(options.rotation)},
-            {"faces", faces},
-            {"noFaces", options.noFaces},
-            {"faceRotation", OrNull(options.faceRotation)},
-            {"mainCrop", OrNull(options.mainCrop)},
-            {"auxCrop", OrNull(options.auxCrop)},
-            {"mainSensor", OrNull(options.mainSensor)},
-            {"auxSensor", OrNull(options.auxSensor)},
-            {"mainWidth", OrNull(options.mainWidth)},
-            {"auxWidth", OrNull(options.auxWidth)},
-            {"pitch", options.pitch},
-            {"skipBokeh", options.skipBokeh},
-            {"debugView", OrNull(options.debugView)},
-            {"log", OrNull(options.logMask)},
-            {"properties", options.properties},
-            {"failures", options.failures}};
-}
-
-Json KeyOf(const DumpSet& set, const ReplayOptions& options, const Libraries& libraries) {
-    Json files = Json::array();
-    for (const auto& file : set.files) {
-        if (file) {
-            files.push_back(Stamp(file->path));
-        }
-    }
-    return {{"files", files},
-            {"node", Stamp(libraries.node)},
-            {"engine", Stamp(libraries.engine)},
-            {"calibration", options.calibration.empty() ? Json() : Stamp(options.calibration)},
-            {"options", OptionsJson(options)}};
-}
-
-// Only these results depend on the inputs alone; failed and unreadable sets are run again.
-bool IsFinal(const Json& result) {
-    const Json& status = result["status"];
-    return status == "equal" || status == "differs";
+Job JobOf(const DumpSet& set, std::size_t row, const Json& commonKey, const fs::path& output) {
+    constexpr std::uintmax_t kLongestFile = std::uintmax_t{1} << 32;
+    const std::vector<std::string> content = ContentOf(set, kLongestFile);
+    Json key = commonKey;
+    key["set"] = content;
+    return {set, fmt::format("{}-{:08x}", set.stem, ChecksumOf(content)), key, {row}, output};
 }
 
 // Refuses, before any process starts, options that are wrong for every set. Sets may have pictures
@@ -107,207 +93,292 @@ void CheckOptions(const std::vector<DumpSet>& sets, const ReplayOptions& options
     }
 }
 
-// The stored result of this job, unless it was computed from other files or options.
-std::optional<Json> ResultOf(const Job& job, const fs::path& output) {
-    const fs::path file = output / (job.name + ".json");
-    if (!fs::is_regular_file(file)) {
+// Nothing where none of this key is stored, or it cannot be read.
+std::optional<Json> StoredResult(const Job& job) {
+    constexpr std::uintmax_t kLongest = std::uintmax_t{1} << 24;
+    std::error_code error;
+    if (!fs::is_regular_file(job.result(), error) || fs::file_size(job.result()) > kLongest) {
         return std::nullopt;
     }
-    const Bytes bytes = ReadFileBytes(file);
-    const Json result = Json::parse(bytes.begin(), bytes.end(), nullptr, false);
-    const bool same = result.is_object() && result.value("key", Json()) == job.key;
-    return same ? std::optional(result) : std::nullopt;
+    std::optional<Json> result;
+    MistakeIn([&] { result = ParseResult(ReadFileBytes(job.result()), job.key); });
+    return result;
 }
 
-// Replays one set in a process of its own and writes the result.
-int RunJob(const Job& job, const fs::path& output, const ReplayOptions& options) {
-    Json result{{"key", job.key}};
+void Store(const Job& job, const std::string& status, const std::string& reason,
+           const Json& report) {
+    OutputFolder folder(job.output);
+    folder.Write(
+        job.result().filename().string(),
+        JsonText({{"key", job.key}, {"status", status}, {"reason", reason}, {"report", report}}));
+    folder.Commit();
+}
+
+// Why a set is not equal, in a few words.
+std::string Reason(const Replayed& replayed) {
+    for (const auto* list : {&replayed.reasons, &replayed.result.complaints}) {
+        if (!list->empty()) {
+            return list->front();
+        }
+    }
+    std::vector<std::string> words;
+    const auto add = [&words](const char* what, const std::optional<PictureDifference>& found) {
+        if (!found || found->identical()) {
+            return;
+        }
+        std::uint64_t count = 0;
+        int largest = 0;
+        for (const PlaneDifference& plane : found->planes) {
+            count += plane.differing;
+            largest = std::max(largest, plane.largest);
+        }
+        words.push_back(
+            fmt::format("{} differs in {} samples, by {} at most", what, count, largest));
+    };
+    add("output", replayed.outputDifference);
+    add("disparity", replayed.disparityDifference);
+    return fmt::format("{}", fmt::join(words.empty() ? replayed.notes : words, "; "));
+}
+
+// Replays the set and stores what became of it.
+void RunJob(const Job& job, const ReplayOptions& options) {
+    std::string status;
+    std::string reason;
+    Json report;
     try {
         const Replayed replayed = Replay(job.set, options);
-        result["status"] = replayed.equal() ? "equal" : replayed.failed() ? "failed" : "differs";
-        result["report"] = ToJson(job.set, replayed);
+        status = replayed.equal() ? kEqual : replayed.failed() ? kFailed : kDiffers;
+        reason = replayed.equal() ? "" : Reason(replayed);
+        report = ToJson(job.set, replayed);
+        report.erase("set"); // it may lie elsewhere another time
     } catch (const UseError& error) {
-        result["status"] = "unreadable";
-        result["error"] = error.what();
+        status = kUnreadable;
+        reason = error.what();
+    } catch (const ChildFailure& error) {
+        status = error.what();
+        reason = "see " + job.log().string();
     } catch (const std::exception& error) {
-        result["status"] = "failed";
-        result["error"] = error.what();
+        status = kFailed;
+        reason = error.what();
     }
-    OutputFolder folder(output);
-    folder.Write(job.name + ".json", JsonText(result));
-    folder.Commit();
-    return 0;
+    Store(job, status, reason, report);
 }
 
-pid_t StartJob(const Job& job, const fs::path& output, const ReplayOptions& options) {
-    std::fflush(nullptr);
-    const pid_t parent = ::getpid();
-    const pid_t child = ::fork();
-    if (child < 0) {
-        throw std::runtime_error(std::string("cannot start a process: ") + std::strerror(errno));
-    }
+pid_t StartJob(const Job& job, const ReplayOptions& options) {
+    std::error_code ignored;
+    fs::remove(job.result(), ignored); // so that what is found later is of this run
+    const pid_t child = ForkChild();
     if (child > 0) {
         return child;
     }
-    int code = kExitFailed;
+    int code = kExitDone;
     try {
-        ::prctl(PR_SET_PDEATHSIG, SIGTERM);
-        WatchForInterruption(); // fork copies no thread but this one
-        const int log =
-            ::open((output / (job.name + ".log")).c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
-        ::dup2(log, STDERR_FILENO);
-        code = ::getppid() == parent ? RunJob(job, output, options) : code;
+        ::dup2(::open(job.log().c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666), STDERR_FILENO);
+        RunJob(job, options);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "bokehnode: %s\n", error.what());
+        code = kExitFailed;
     }
     std::fflush(nullptr);
     ::_exit(code); // the parent's destructors must not run here
 }
 
-// Why a set is not equal, in a few words.
-std::string Reason(const Json& result) {
-    if (result.contains("error")) {
-        return result["error"];
-    }
-    const Json& report = result["report"];
-    for (const char* list : {"reasons", "complaints"}) {
-        if (!report[list].empty()) {
-            return report[list].front();
-        }
-    }
-    std::string words;
-    for (const char* what : {"output", "disparity"}) {
-        const Json& difference = report[what];
-        if (difference.is_null() || difference["identical"] == true) {
-            continue;
-        }
-        std::uint64_t count = 0;
-        int largest = 0;
-        for (const Json& plane : difference["planes"]) {
-            count += plane["differing"].get<std::uint64_t>();
-            largest = std::max(largest, plane["largest"].get<int>());
-        }
-        words += fmt::format("{}{} differs in {} samples, by {} at most", words.empty() ? "" : "; ",
-                             what, count, largest);
-    }
-    if (words.empty()) {
-        for (const Json& note : report["notes"]) {
-            words += (words.empty() ? "" : "; ") + note.get<std::string>();
-        }
-    }
-    return words;
+std::string TimeInWords(double seconds) {
+    return seconds < 100    ? fmt::format("{:.0f} s", seconds)
+           : seconds < 6000 ? fmt::format("{:.0f} min", seconds / 60)
+                            : fmt::format("{:.1f} h", seconds / 3600);
 }
 
-class Tally {
+// The results, printed in the sets' order.
+class Table {
 public:
-    Tally(bool json, const fs::path& output) : json_(json), output_(output) {}
+    Table(bool json, const std::vector<DumpSet>& sets) : json_(json), sets_(sets) {
+        results_.resize(sets.size());
+    }
 
-    void Add(const Job& job, const Json& result, bool before) {
+    void Fill(std::size_t row, Json result, bool before) {
         const std::string status = result["status"];
         ++counts_[status];
         ++done_;
-        if (json_) {
-            Json entry = result;
-            entry.erase("key");
-            entry["set"] = job.set.name();
-            results_.push_back(entry);
-            return;
+        ran_ += before ? 0 : 1;
+        result.erase("key");
+        result["set"] = sets_[row].name();
+        result["doneBefore"] = before;
+        results_[row] = std::move(result);
+        for (; !json_ && printed_ < done_ && !results_[printed_].is_null(); ++printed_) {
+            Print(results_[printed_]);
+            results_[printed_] = true; // its report is needed no more
         }
-        const std::string reason = status == "equal" ? "" : ": " + Reason(result);
-        std::printf("%-10s %s%s%s\n", status.c_str(), job.set.name().c_str(), reason.c_str(),
-                    before ? " (done before)" : "");
-        std::fflush(stdout);
     }
 
-    std::size_t done() const { return done_; }
-
-    int Finish(std::size_t sets) {
-        if (json_) {
-            Json counts = Json::object();
-            for (const auto& [status, count] : counts_) {
-                counts[status] = count;
-            }
-            std::printf("%s", JsonText({{"sets", sets},
-                                        {"counts", counts},
-                                        {"results", results_},
-                                        {"written", {output_.string()}}})
-                                  .c_str());
-        } else {
-            std::printf("%zu sets:", sets);
-            for (const auto& [status, count] : counts_) {
-                std::printf(" %zu %s", count, status.c_str());
-            }
-            std::printf("\nwrote %s\n", output_.c_str());
+    std::string Progress(double seconds) const {
+        const std::size_t left = sets_.size() - done_;
+        const auto ended = [this](const char* status) {
+            const auto count = counts_.find(status);
+            return count == counts_.end() ? 0 : count->second;
+        };
+        std::string text = fmt::format("{} sets done, {} of them failed, {} left", done_,
+                                       done_ - ended(kEqual) - ended(kDiffers), left);
+        if (ran_ > 0) {
+            const double each = seconds / static_cast<double>(ran_);
+            text += ", about " + TimeInWords(each * static_cast<double>(left));
         }
-        return counts_["equal"] == sets ? kExitDone : kExitFailed;
+        return text;
+    }
+
+    // Prints the end. `mistake`: why results could not be stored, if so. Returns the exit code.
+    int Finish(const std::vector<std::string>& written, const std::string& mistake) {
+        const std::string lost = mistake.empty() ? "" : "some results are not stored: " + mistake;
+        if (json_) {
+            Json summary{{"sets", sets_.size()},
+                         {"counts", counts_},
+                         {"results", results_},
+                         {"written", written}};
+            if (!lost.empty()) {
+                summary["error"] = lost;
+            }
+            std::printf("%s", JsonText(summary).c_str());
+        } else {
+            std::vector<std::string> counts;
+            for (const auto& [status, count] : counts_) {
+                counts.push_back(fmt::format("{} {}", count, status));
+            }
+            std::printf("%zu sets: %s\n", sets_.size(),
+                        fmt::format("{}", fmt::join(counts, ", ")).c_str());
+            for (const std::string& path : written) {
+                std::printf("wrote %s\n", path.c_str());
+            }
+        }
+        if (!lost.empty()) {
+            std::fprintf(stderr, "bokehnode: %s\n", lost.c_str());
+        }
+        return !lost.empty() || counts_.contains(kUnreadable) ? kExitWrongUse
+               : counts_[kEqual] == sets_.size()              ? kExitDone
+                                                              : kExitFailed;
     }
 
 private:
+    static void Print(const Json& result) {
+        const std::string reason = result["reason"];
+        std::printf("%-10s %s%s%s%s\n", result["status"].get<std::string>().c_str(),
+                    result["set"].get<std::string>().c_str(), reason.empty() ? "" : ": ",
+                    reason.c_str(), result["doneBefore"] == true ? " (done before)" : "");
+        std::fflush(stdout);
+    }
+
     bool json_;
-    fs::path output_;
-    std::size_t done_ = 0;
+    const std::vector<DumpSet>& sets_;
+    std::vector<Json> results_; // by set; null: none yet
     std::map<std::string, std::size_t> counts_;
-    Json results_ = Json::array();
+    std::size_t done_ = 0;
+    std::size_t ran_ = 0;
+    std::size_t printed_ = 0;
 };
 
-void FinishOne(std::map<pid_t, const Job*>& running, const fs::path& output, Tally& tally,
-               std::size_t sets) {
-    int status = 0;
-    pid_t ended = 0;
-    {
-        // The progress thread must have ended before the next fork.
-        const Progress progress(fmt::format("{} of {} sets", tally.done(), sets));
-        do {
-            ended = ::waitpid(-1, &status, 0);
-        } while (ended < 0 && errno == EINTR);
+// Runs jobs, several at once, and fills in the table.
+class Batch {
+public:
+    Batch(const ReplayOptions& options, int jobs, Table& table)
+        : options_(options), jobs_(static_cast<std::size_t>(jobs)), table_(table) {}
+
+    void Run(Job job) {
+        while (running_.size() >= jobs_) {
+            FinishOne();
+        }
+        const pid_t child = StartJob(job, options_);
+        running_.emplace(child, std::move(job));
     }
-    const auto found = running.find(ended);
-    if (found == running.end()) {
-        return;
+
+    // The job of this name, if it is running.
+    Job* Find(const std::string& name) {
+        const auto found = std::ranges::find_if(
+            running_, [&name](const auto& entry) { return entry.second.name == name; });
+        return found == running_.end() ? nullptr : &found->second;
     }
-    const Job& job = *found->second;
-    running.erase(found);
-    if (const auto result = ResultOf(job, output); result && WIFEXITED(status)) {
-        tally.Add(job, *result, false);
-        return;
+
+    void Finish() {
+        while (!running_.empty()) {
+            FinishOne();
+        }
     }
-    const std::string how = WIFSIGNALED(status)
-                                ? fmt::format("ended by signal {}", WTERMSIG(status))
-                                : "wrote no result";
-    const fs::path log = output / (job.name + ".log");
-    tally.Add(
-        job,
-        {{"status", "failed"}, {"error", fmt::format("its process {}, see {}", how, log.string())}},
-        false);
-}
+
+    // Why results could not be stored; empty if all were.
+    const std::string& mistake() const { return mistake_; }
+
+private:
+    void FinishOne() {
+        const std::chrono::duration<double> taken = Progress::Clock::now() - start_;
+        std::optional<Progress> progress(std::in_place, table_.Progress(taken.count()), start_);
+        const auto [child, status] = AwaitChild(0);
+        progress.reset(); // its thread must have ended before the next fork
+        const auto found = running_.find(child);
+        if (found == running_.end()) {
+            return;
+        }
+        const Job& job = found->second;
+        std::optional<Json> result;
+        if (WIFEXITED(status) && WEXITSTATUS(status) == kExitDone) {
+            result = StoredResult(job);
+        }
+        for (const std::size_t row : job.rows) {
+            table_.Fill(row, result ? *result : Lost(job, status), false);
+        }
+        running_.erase(found);
+    }
+
+    // The result of a job that stored none.
+    Json Lost(const Job& job, int status) {
+        const std::string what = WIFSIGNALED(status) ? SignalInWords(WTERMSIG(status)) : kFailed;
+        std::string reason = "it left no result, see " + job.log().string();
+        const std::string mistake = MistakeIn([&] { Store(job, what, reason, {}); });
+        if (!mistake.empty()) {
+            reason = mistake;
+            mistake_ = mistake;
+        }
+        return {{"status", what}, {"reason", reason}};
+    }
+
+    const ReplayOptions& options_;
+    const std::size_t jobs_;
+    Table& table_;
+    const Progress::Clock::time_point start_ = Progress::Clock::now();
+    std::map<pid_t, Job> running_;
+    std::string mistake_;
+};
 
 } // namespace
 
-int ReplayAll(const fs::path& place, const fs::path& output, int jobs, bool json,
+int ReplayAll(const fs::path& place, const fs::path& output, const ReplayAllOptions& all, bool json,
               const ReplayOptions& options) {
-    const Libraries libraries = FindLibraries(options);
-    const std::vector<DumpSet> sets = FindDumpSets({place});
-    const std::vector<std::string> names = DistinctNames(sets);
+    const Json commonKey = KeyOf(options, FindLibraries(options));
+    std::vector<DumpSet> sets = FindDumpSets({place});
     CheckOptions(sets, options);
-    std::vector<Job> list;
-    for (std::size_t i = 0; i < sets.size(); ++i) {
-        list.push_back({sets[i], names[i], KeyOf(sets[i], options, libraries)});
+    for (const DumpSet& set : sets) {
+        RefuseSetsFolder(output, set);
     }
-    OutputFolder(output).Commit(); // makes the folder, or throws
-    Tally tally(json, output);
-    std::map<pid_t, const Job*> running;
-    for (const Job& job : list) {
-        if (const auto result = ResultOf(job, output); result && IsFinal(*result)) {
-            tally.Add(job, *result, true);
+    std::erase_if(sets, [&all](const DumpSet& set) { return !IsInShard(set, all); });
+    if (!all.merge) {
+        OutputFolder(output).Commit(); // makes the folder, or throws
+    }
+    Table table(json, sets);
+    Batch batch(options, all.jobs, table);
+    for (std::size_t row = 0; row < sets.size(); ++row) {
+        Job job = JobOf(sets[row], row, commonKey, output);
+        if (Job* const same = batch.Find(job.name)) {
+            same->rows.push_back(row);
             continue;
         }
-        while (running.size() >= static_cast<std::size_t>(jobs)) {
-            FinishOne(running, output, tally, sets.size());
+        const auto result = StoredResult(job);
+        if (result && (all.merge || IsFinal((*result)["status"]))) {
+            table.Fill(row, *result, !all.merge);
+        } else if (all.merge) {
+            table.Fill(row, {{"status", kMissing}, {"reason", "not run with these options"}},
+                       false);
+        } else {
+            batch.Run(std::move(job));
         }
-        running[StartJob(job, output, options)] = &job;
     }
-    while (!running.empty()) {
-        FinishOne(running, output, tally, sets.size());
-    }
-    return tally.Finish(sets.size());
+    batch.Finish();
+    const std::vector<std::string> written(all.merge ? 0 : 1, output.string());
+    return table.Finish(written, batch.mistake());
 }

@@ -1,10 +1,13 @@
 #include "tools/run/node_run.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <iterator>
 #include <optional>
 #include <utility>
+
+#include <dlfcn.h>
 
 #include <fmt/core.h>
 
@@ -12,6 +15,7 @@
 #include "host/picture/errors.h"
 #include "host/properties/property_control.h"
 #include "platform/device_names.h"
+#include "tools/files/child_process.h"
 #include "tools/files/progress.h"
 #include "tools/run/log_lines.h"
 
@@ -19,9 +23,16 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// Where the stand-ins that this program has loaded come from: its build or its installation.
+fs::path StandInsFolder() {
+    Dl_info library = {};
+    ::dladdr(::dlsym(RTLD_DEFAULT, "property_set"), &library);
+    return fs::path(library.dli_fname).parent_path();
+}
+
 fs::path FindLibrary(const char* option, fs::path file, const char* name) {
     if (file.empty()) {
-        file = fs::read_symlink("/proc/self/exe").parent_path().parent_path() / "lib" / name;
+        file = StandInsFolder() / name;
     }
     if (!fs::is_regular_file(file)) {
         Refuse(option, "a library", "none at " + file.string());
@@ -65,6 +76,27 @@ void ArmFailures(const std::vector<std::string>& failures) {
     }
 }
 
+// While it lives, a library's call of exit() aborts the process: it must not look like a run that
+// succeeded.
+class NoExit {
+public:
+    NoExit() {
+        std::atexit([] {
+            if (active) {
+                std::fprintf(stderr, "bokehnode: the node or the engine called exit\n");
+                std::abort();
+            }
+        });
+        active = true;
+    }
+    ~NoExit() { active = false; }
+    NoExit(const NoExit&) = delete;
+    NoExit& operator=(const NoExit&) = delete;
+
+private:
+    static inline bool active = false;
+};
+
 host::RequestResult Process(const Libraries& libraries, const host::UseCase& useCase,
                             host::Request& request) {
     std::optional<host::NodeLibrary> library;
@@ -103,12 +135,14 @@ Libraries FindLibraries(const RunOptions& options) {
 
 Outcome RunNode(const RunOptions& options, const Libraries& libraries, const host::UseCase& useCase,
                 host::Request& request) {
+    ContinueInChild(options.timeout);
     Outcome outcome;
     SetProperties(options);
     outcome.debugView = DebugView();
     const LogLines log(options.engine.empty());
     ArmFailures(options.failures);
     try {
+        const NoExit noExit;
         outcome.result = Process(libraries, useCase, request);
     } catch (const host::PipelineError& error) {
         std::string text = error.what();

@@ -17,8 +17,8 @@ struct Libraries {
     std::filesystem::path engine;
 };
 
-// Those of the options; by default those of the build, in ../lib beside the running program. Throws
-// UseError where a file is missing.
+// Those of the options; by default those in the folder of the platform's stand-ins. Throws UseError
+// where a file is missing.
 Libraries FindLibraries(const RunOptions& options);
 
 // What became of a request.
@@ -36,8 +36,9 @@ struct Outcome {
 
 // Sets the properties, arms the failures, creates a node, runs the request and ends the node. The
 // log's messages go to standard error meanwhile. Once per process: libraries and properties are the
-// process's. Throws UseError where a library does not load, host::PipelineError where the node
-// refuses to be created.
+// process's. Returns in a child process, where the caller goes on, and throws a ChildFailure in the
+// calling one where the child crashes or takes too long: see ContinueInChild. Throws UseError where
+// a library does not load, host::PipelineError where the node refuses to be created.
 Outcome RunNode(const RunOptions& options, const Libraries& libraries, const host::UseCase& useCase,
                 host::Request& request);
 

@@ -18,10 +18,11 @@ struct RunOptions {
     std::vector<std::pair<std::string, std::string>> properties;
     std::vector<std::string> failures; // of stand-ins' calls, each as host::Faults::Arm takes it
 
+    std::optional<int> timeout;        // seconds
     std::filesystem::path deviceRoot;  // empty: none given
     std::filesystem::path calibration; // empty: a rectified pair's
-    std::filesystem::path node;        // empty: beside the tool
-    std::filesystem::path engine;      // empty: beside the tool
+    std::filesystem::path node;        // empty: beside the stand-ins
+    std::filesystem::path engine;      // empty: beside the stand-ins
 };
 
 // What can be asked of a request, be it a new or a dumped one. Places are pixels of the main image

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "tools/dumps/dump_set.h"
+#include "tools/files/json_text.h"
+#include "tools/replay/replay.h"
+
+// Results of earlier runs, which hold as long as nothing that they depend on changes.
+
+// What tells the contents of two sets apart, wherever they lie: a line for each file with its
+// length and the checksums of its first `most` bytes.
+std::vector<std::string> ContentOf(const DumpSet& set, std::uintmax_t most);
+
+// What every result of a run depends on beside its set.
+Json KeyOf(const ReplayOptions& options, const Libraries& libraries);
+
+// The result in this text: an object with the "key", and the texts "status" and "reason". Nothing
+// if it is damaged or belongs to another key.
+std::optional<Json> ParseResult(std::span<const std::uint8_t> text, const Json& key);
