@@ -1,18 +1,26 @@
 #include "tools/files/interruption.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <system_error>
 #include <thread>
 #include <vector>
 
 #include <poll.h>
+#include <sys/prctl.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
+
+#include <fmt/core.h>
 
 namespace {
 
@@ -71,6 +79,30 @@ void Remove(const Entry& entry) {
     }
 }
 
+// Waits, but no longer than so many seconds, if any, until this child has ended.
+bool EndsWithin(pid_t child, std::optional<int> seconds) {
+    const auto file = static_cast<int>(::syscall(SYS_pidfd_open, child, 0));
+    if (file < 0) {
+        return errno == ESRCH;
+    }
+    pollfd ended = {file, POLLIN, 0};
+    int count = 0;
+    do {
+        count = ::poll(&ended, 1, seconds ? *seconds * 1000 : -1);
+    } while (count < 0 && errno == EINTR);
+    ::close(file);
+    return count > 0;
+}
+
+void EndChild(pid_t child) {
+    constexpr int kPatience = 5; // seconds, in which it removes what it has made
+    ::kill(child, SIGTERM);
+    if (!EndsWithin(child, kPatience)) {
+        ::kill(child, SIGKILL);
+        EndsWithin(child, std::nullopt);
+    }
+}
+
 [[noreturn]] void* Watch(void*) {
     const sigset_t signals = InterruptingSignals();
     int signal = 0;
@@ -78,12 +110,7 @@ void Remove(const Entry& entry) {
     }
     // Held until the process ends: no thread may register a path that nobody would remove.
     watched().mutex.lock();
-    for (const pid_t child : watched().children) {
-        ::kill(child, SIGTERM);
-    }
-    for (const pid_t child : watched().children) {
-        EndByForce(child);
-    }
+    std::ranges::for_each(watched().children, EndChild);
     auto& entries = watched().entries;
     for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
         Remove(*entry);
@@ -104,12 +131,6 @@ void WatchForInterruption() {
     ::pthread_detach(thread);
 }
 
-void WatchForInterruptionInChild() {
-    std::construct_at(&watched().mutex); // a thread may hold it that the child does not have
-    watched().children.clear();
-    WatchForInterruption();
-}
-
 std::unique_lock<std::recursive_mutex> DelayInterruption() {
     return std::unique_lock(watched().mutex);
 }
@@ -124,35 +145,64 @@ void KeepWhenInterrupted(const std::filesystem::path& path) {
     std::erase_if(watched().entries, [&](const Entry& entry) { return entry.path == path; });
 }
 
-void EndWhenInterrupted(pid_t child) {
-    const std::lock_guard lock(watched().mutex);
-    watched().children.push_back(child);
-}
-
-void ForgetEnded(pid_t child) {
-    const std::lock_guard lock(watched().mutex);
-    std::erase(watched().children, child);
-}
-
-bool EndsWithin(pid_t child, std::optional<int> seconds) {
-    const auto file = static_cast<int>(::syscall(SYS_pidfd_open, child, 0));
-    if (file < 0) {
-        return errno == ESRCH;
+pid_t ForkChild() {
+    std::fflush(nullptr); // or the child would write it as well
+    const pid_t parent = ::getpid();
+    auto delay = DelayInterruption();
+    const pid_t child = ::fork();
+    if (child < 0) {
+        throw std::runtime_error(std::string("cannot start a process: ") + std::strerror(errno));
     }
-    pollfd ended = {file, POLLIN, 0};
-    int count = 0;
+    if (child > 0) {
+        watched().children.push_back(child);
+        return child;
+    }
+    delay.release();
+    std::construct_at(&watched().mutex); // unlocked
+    watched().children.clear();
+    WatchForInterruption();
+    ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (::getppid() != parent) {
+        ::_exit(EXIT_FAILURE); // it ended before that
+    }
+    return 0;
+}
+
+pid_t AwaitChild(pid_t child, int& status) {
+    pid_t ended = 0;
     do {
-        count = ::poll(&ended, 1, seconds ? *seconds * 1000 : -1);
-    } while (count < 0 && errno == EINTR);
-    ::close(file);
-    return count > 0;
+        ended = ::waitpid(child, &status, 0);
+    } while (ended < 0 && errno == EINTR);
+    const auto delay = DelayInterruption();
+    std::erase(watched().children, ended);
+    return ended;
 }
 
-void EndByForce(pid_t child) {
-    constexpr int kPatience = 5; // seconds, in which it removes what it has made
-    ::kill(child, SIGTERM);
-    if (!EndsWithin(child, kPatience)) {
-        ::kill(child, SIGKILL);
-        EndsWithin(child, std::nullopt);
+std::string SignalInWords(int signal) {
+    return fmt::format("crashed: signal {} ({})", signal, ::strsignal(signal));
+}
+
+void ContinueInChild(std::optional<int> seconds) {
+    const pid_t child = ForkChild();
+    if (child == 0) {
+        return;
     }
+    const bool ended = EndsWithin(child, seconds);
+    if (!ended) {
+        EndChild(child);
+    }
+    int status = 0;
+    AwaitChild(child, status);
+    if (!ended) {
+        throw ChildFailure(fmt::format("timed out after {} s", *seconds));
+    }
+    if (WIFEXITED(status)) {
+        std::_Exit(WEXITSTATUS(status)); // whatever is to be done or removed, the child has
+    }
+    const int signal = WTERMSIG(status);
+    if (const sigset_t ours = InterruptingSignals(); sigismember(&ours, signal) == 1) {
+        ::kill(::getpid(), signal); // Ctrl-C ends both
+        ::pause();
+    }
+    throw ChildFailure(SignalInWords(signal));
 }

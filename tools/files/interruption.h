@@ -3,17 +3,15 @@
 #include <filesystem>
 #include <mutex>
 #include <optional>
+#include <stdexcept>
 
 #include <sys/types.h>
 
-// Removes files and folders when the run is interrupted (Ctrl-C, kill, hang-up), where no
-// destructor runs. Thread-safe.
+// Ends child processes and removes files and folders when the run is interrupted (Ctrl-C, kill,
+// hang-up), where no destructor runs. Thread-safe.
 
 // To be called first in main, before any thread starts.
 void WatchForInterruption();
-
-// The same in a child process that goes on with what its parent has registered.
-void WatchForInterruptionInChild();
 
 enum class Removal {
     kAlone,          // a file, or a folder if it is empty: other programs may have used it
@@ -30,12 +28,25 @@ void RemoveWhenInterrupted(const std::filesystem::path& path, Removal removal);
 // Takes RemoveWhenInterrupted back: the path is to stay, or was removed already.
 void KeepWhenInterrupted(const std::filesystem::path& path);
 
-// Interrupts the child process, too, and waits for its end before anything is removed.
-void EndWhenInterrupted(pid_t child);
-void ForgetEnded(pid_t child);
+// Child processes are copies of this one, as fork(2) makes them. A copy has the forking thread
+// alone, so that at a fork no other may run but that of WatchForInterruption.
 
-// Waits for the end of a child process for so long, or without limit; does not reap it.
-bool EndsWithin(pid_t child, std::optional<int> seconds);
+// Returns 0 in the child, which is interrupted when this process ends. Throws std::runtime_error.
+pid_t ForkChild();
 
-// Ends a child process with SIGTERM or, if it is still there some seconds later, with SIGKILL.
-void EndByForce(pid_t child);
+// Waits until this child or, with -1, any child has ended. Returns its id, and its status as of
+// waitpid(2).
+pid_t AwaitChild(pid_t child, int& status);
+
+// How a child ended that did not exit: "crashed: signal 6 (Aborted)", "timed out after 30 s".
+class ChildFailure : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+std::string SignalInWords(int signal);
+
+// Goes on in a child, so that a crash or a hang of what follows ends the child alone. Returns in
+// the child. This process waits and exits with its code, without destructors, or throws a
+// ChildFailure if it crashes or runs for longer than `seconds`.
+void ContinueInChild(std::optional<int> seconds);

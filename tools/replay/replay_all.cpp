@@ -1,9 +1,6 @@
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
-#include <cmath>
 #include <cstdio>
-#include <cstring>
 #include <exception>
 #include <map>
 #include <optional>
@@ -20,7 +17,7 @@
 
 #include "host/picture/errors.h"
 #include "tools/dumps/dump_set.h"
-#include "tools/files/child_process.h"
+#include "tools/files/interruption.h"
 #include "tools/files/output_folder.h"
 #include "tools/files/progress.h"
 #include "tools/replay/replay.h"
@@ -42,8 +39,12 @@ bool IsFinal(const std::string& status) {
     return status == kEqual || status == kDiffers;
 }
 
+std::string Joined(const std::vector<std::string>& words, const char* separator) {
+    return fmt::format("{}", fmt::join(words, separator));
+}
+
 std::uint32_t ChecksumOf(const std::vector<std::string>& content) {
-    const std::string text = fmt::format("{}", fmt::join(content, "\n"));
+    const std::string text = Joined(content, "\n");
     return static_cast<std::uint32_t>(
         ::crc32_z(0, reinterpret_cast<const Bytef*>(text.data()), text.size()));
 }
@@ -57,23 +58,14 @@ bool IsInShard(const DumpSet& set, const ReplayAllOptions& all) {
 }
 
 struct Job {
+    std::size_t row; // of the table
     DumpSet set;
-    std::string name;              // of the result's files; sets of one name have the same content
-    Json key;                      // what the result depends on
-    std::vector<std::size_t> rows; // of the table: the set and its copies
-    fs::path output;
+    Json key;       // what the result depends on
+    fs::path files; // the result's and the log's, without their endings
 
-    fs::path log() const { return output / (name + ".log"); }
-    fs::path result() const { return output / (name + ".json"); }
+    fs::path result() const { return files.string() + ".json"; }
+    fs::path log() const { return files.string() + ".log"; }
 };
-
-Job JobOf(const DumpSet& set, std::size_t row, const Json& commonKey, const fs::path& output) {
-    constexpr std::uintmax_t kLongestFile = std::uintmax_t{1} << 32;
-    const std::vector<std::string> content = ContentOf(set, kLongestFile);
-    Json key = commonKey;
-    key["set"] = content;
-    return {set, fmt::format("{}-{:08x}", set.stem, ChecksumOf(content)), key, {row}, output};
-}
 
 // Refuses, before any process starts, options that are wrong for every set. Sets may have pictures
 // of several sizes: a focus point that lies in one of them is accepted.
@@ -107,7 +99,7 @@ std::optional<Json> StoredResult(const Job& job) {
 
 void Store(const Job& job, const std::string& status, const std::string& reason,
            const Json& report) {
-    OutputFolder folder(job.output);
+    OutputFolder folder(job.files.parent_path());
     folder.Write(
         job.result().filename().string(),
         JsonText({{"key", job.key}, {"status", status}, {"reason", reason}, {"report", report}}));
@@ -137,7 +129,7 @@ std::string Reason(const Replayed& replayed) {
     };
     add("output", replayed.outputDifference);
     add("disparity", replayed.disparityDifference);
-    return fmt::format("{}", fmt::join(words.empty() ? replayed.notes : words, "; "));
+    return Joined(words.empty() ? replayed.notes : words, "; ");
 }
 
 // Replays the set and stores what became of it.
@@ -176,174 +168,140 @@ pid_t StartJob(const Job& job, const ReplayOptions& options) {
         ::dup2(::open(job.log().c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666), STDERR_FILENO);
         RunJob(job, options);
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "bokehnode: %s\n", error.what());
+        fmt::print(stderr, "bokehnode: {}\n", error.what());
         code = kExitFailed;
     }
     std::fflush(nullptr);
     ::_exit(code); // the parent's destructors must not run here
 }
 
-std::string TimeInWords(double seconds) {
-    return seconds < 100    ? fmt::format("{:.0f} s", seconds)
-           : seconds < 6000 ? fmt::format("{:.0f} min", seconds / 60)
-                            : fmt::format("{:.1f} h", seconds / 3600);
-}
-
-// The results, printed in the sets' order.
-class Table {
+// Runs jobs, several at once, and shows their results in the sets' order.
+class Batch {
 public:
-    Table(bool json, const std::vector<DumpSet>& sets) : json_(json), sets_(sets) {
-        results_.resize(sets.size());
+    Batch(const std::vector<DumpSet>& sets, const ReplayOptions& options, int jobs, bool json)
+        : sets_(sets), options_(options), jobs_(static_cast<std::size_t>(jobs)), json_(json),
+          results_(sets.size()) {}
+
+    void Start(const Job& job) {
+        while (running_.size() >= jobs_) {
+            FinishOne();
+        }
+        running_.emplace(StartJob(job, options_), job);
     }
 
-    void Fill(std::size_t row, Json result, bool before) {
-        const std::string status = result["status"];
-        ++counts_[status];
+    // Waits for a copy of the same set that is running.
+    void AwaitCopies(const Job& job) {
+        const auto isCopy = [&job](const auto& entry) { return entry.second.files == job.files; };
+        while (std::ranges::any_of(running_, isCopy)) {
+            FinishOne();
+        }
+    }
+
+    void Show(const Job& job, Json result, bool before) {
+        ++counts_[result["status"]];
+        failed_ += IsFinal(result["status"]) ? 0 : 1;
         ++done_;
-        ran_ += before ? 0 : 1;
         result.erase("key");
-        result["set"] = sets_[row].name();
+        result["set"] = job.set.name();
         result["doneBefore"] = before;
-        results_[row] = std::move(result);
+        results_[job.row] = std::move(result);
         for (; !json_ && printed_ < done_ && !results_[printed_].is_null(); ++printed_) {
             Print(results_[printed_]);
             results_[printed_] = true; // its report is needed no more
         }
     }
 
-    std::string Progress(double seconds) const {
-        const std::size_t left = sets_.size() - done_;
-        const auto ended = [this](const char* status) {
-            const auto count = counts_.find(status);
-            return count == counts_.end() ? 0 : count->second;
-        };
-        std::string text = fmt::format("{} sets done, {} of them failed, {} left", done_,
-                                       done_ - ended(kEqual) - ended(kDiffers), left);
-        if (ran_ > 0) {
-            const double each = seconds / static_cast<double>(ran_);
-            text += ", about " + TimeInWords(each * static_cast<double>(left));
+    // Returns the exit code.
+    int Finish(const std::vector<std::string>& written) {
+        while (!running_.empty()) {
+            FinishOne();
         }
-        return text;
-    }
-
-    // Prints the end. `mistake`: why results could not be stored, if so. Returns the exit code.
-    int Finish(const std::vector<std::string>& written, const std::string& mistake) {
-        const std::string lost = mistake.empty() ? "" : "some results are not stored: " + mistake;
+        std::vector<std::string> counts;
+        for (const auto& [status, count] : counts_) {
+            counts.push_back(fmt::format("{} {}", count, status));
+        }
         if (json_) {
-            Json summary{{"sets", sets_.size()},
-                         {"counts", counts_},
-                         {"results", results_},
-                         {"written", written}};
-            if (!lost.empty()) {
-                summary["error"] = lost;
-            }
-            std::printf("%s", JsonText(summary).c_str());
+            std::printf("%s", JsonText({{"sets", sets_.size()},
+                                        {"counts", counts_},
+                                        {"results", results_},
+                                        {"error", mistake_.empty() ? Json() : Json(mistake_)},
+                                        {"written", written}})
+                                  .c_str());
         } else {
-            std::vector<std::string> counts;
-            for (const auto& [status, count] : counts_) {
-                counts.push_back(fmt::format("{} {}", count, status));
-            }
-            std::printf("%zu sets: %s\n", sets_.size(),
-                        fmt::format("{}", fmt::join(counts, ", ")).c_str());
-            for (const std::string& path : written) {
-                std::printf("wrote %s\n", path.c_str());
-            }
+            std::printf("%zu sets: %s\n", sets_.size(), Joined(counts, ", ").c_str());
         }
-        if (!lost.empty()) {
-            std::fprintf(stderr, "bokehnode: %s\n", lost.c_str());
+        for (std::size_t i = 0; !json_ && i < written.size(); ++i) {
+            std::printf("wrote %s\n", written[i].c_str());
         }
-        return !lost.empty() || counts_.contains(kUnreadable) ? kExitWrongUse
-               : counts_[kEqual] == sets_.size()              ? kExitDone
-                                                              : kExitFailed;
+        if (!mistake_.empty()) {
+            fmt::print(stderr, "bokehnode: some results are not stored: {}\n", mistake_);
+        }
+        return !mistake_.empty() || counts_.contains(kUnreadable) ? kExitWrongUse
+               : counts_[kEqual] == sets_.size()                  ? kExitDone
+                                                                  : kExitFailed;
     }
 
 private:
     static void Print(const Json& result) {
         const std::string reason = result["reason"];
-        std::printf("%-10s %s%s%s%s\n", result["status"].get<std::string>().c_str(),
-                    result["set"].get<std::string>().c_str(), reason.empty() ? "" : ": ",
+        const std::string status = result["status"];
+        const std::string set = result["set"];
+        std::printf("%-10s %s%s%s%s\n", status.c_str(), set.c_str(), reason.empty() ? "" : ": ",
                     reason.c_str(), result["doneBefore"] == true ? " (done before)" : "");
         std::fflush(stdout);
     }
 
-    bool json_;
-    const std::vector<DumpSet>& sets_;
-    std::vector<Json> results_; // by set; null: none yet
-    std::map<std::string, std::size_t> counts_;
-    std::size_t done_ = 0;
-    std::size_t ran_ = 0;
-    std::size_t printed_ = 0;
-};
-
-// Runs jobs, several at once, and fills in the table.
-class Batch {
-public:
-    Batch(const ReplayOptions& options, int jobs, Table& table)
-        : options_(options), jobs_(static_cast<std::size_t>(jobs)), table_(table) {}
-
-    void Run(Job job) {
-        while (running_.size() >= jobs_) {
-            FinishOne();
+    std::string ProgressText() const {
+        const std::size_t left = sets_.size() - done_;
+        std::string text =
+            fmt::format("{} sets done, {} of them failed, {} left", done_, failed_, left);
+        if (ran_ > 0) {
+            const std::chrono::duration<double> taken = Progress::Clock::now() - start_;
+            text += fmt::format(" in about {:.0f} s", taken.count() * static_cast<double>(left) /
+                                                          static_cast<double>(ran_));
         }
-        const pid_t child = StartJob(job, options_);
-        running_.emplace(child, std::move(job));
+        return text;
     }
 
-    // The job of this name, if it is running.
-    Job* Find(const std::string& name) {
-        const auto found = std::ranges::find_if(
-            running_, [&name](const auto& entry) { return entry.second.name == name; });
-        return found == running_.end() ? nullptr : &found->second;
-    }
-
-    void Finish() {
-        while (!running_.empty()) {
-            FinishOne();
-        }
-    }
-
-    // Why results could not be stored; empty if all were.
-    const std::string& mistake() const { return mistake_; }
-
-private:
     void FinishOne() {
-        const std::chrono::duration<double> taken = Progress::Clock::now() - start_;
-        std::optional<Progress> progress(std::in_place, table_.Progress(taken.count()), start_);
-        const auto [child, status] = AwaitChild(0);
+        int status = 0;
+        std::optional<Progress> progress(std::in_place, ProgressText(), start_);
+        const auto ended = running_.extract(AwaitChild(-1, status));
         progress.reset(); // its thread must have ended before the next fork
-        const auto found = running_.find(child);
-        if (found == running_.end()) {
+        if (ended.empty()) {
             return;
         }
-        const Job& job = found->second;
-        std::optional<Json> result;
-        if (WIFEXITED(status) && WEXITSTATUS(status) == kExitDone) {
-            result = StoredResult(job);
-        }
-        for (const std::size_t row : job.rows) {
-            table_.Fill(row, result ? *result : Lost(job, status), false);
-        }
-        running_.erase(found);
+        const Job& job = ended.mapped();
+        const bool exited = WIFEXITED(status) && WEXITSTATUS(status) == kExitDone;
+        const auto result = exited ? StoredResult(job) : std::nullopt;
+        ++ran_;
+        Show(job, result ? *result : Lost(job, status), false);
     }
 
     // The result of a job that stored none.
     Json Lost(const Job& job, int status) {
         const std::string what = WIFSIGNALED(status) ? SignalInWords(WTERMSIG(status)) : kFailed;
         std::string reason = "it left no result, see " + job.log().string();
-        const std::string mistake = MistakeIn([&] { Store(job, what, reason, {}); });
-        if (!mistake.empty()) {
-            reason = mistake;
-            mistake_ = mistake;
+        if (std::string mistake = MistakeIn([&] { Store(job, what, reason, {}); });
+            !mistake.empty()) {
+            reason = mistake_ = std::move(mistake);
         }
         return {{"status", what}, {"reason", reason}};
     }
 
+    const std::vector<DumpSet>& sets_;
     const ReplayOptions& options_;
     const std::size_t jobs_;
-    Table& table_;
+    const bool json_;
     const Progress::Clock::time_point start_ = Progress::Clock::now();
     std::map<pid_t, Job> running_;
-    std::string mistake_;
+    std::vector<Json> results_; // by set; null: none yet
+    std::map<std::string, std::size_t> counts_;
+    std::size_t done_ = 0;
+    std::size_t failed_ = 0;
+    std::size_t ran_ = 0; // but for those done before
+    std::size_t printed_ = 0;
+    std::string mistake_; // why results could not be stored
 };
 
 } // namespace
@@ -360,25 +318,22 @@ int ReplayAll(const fs::path& place, const fs::path& output, const ReplayAllOpti
     if (!all.merge) {
         OutputFolder(output).Commit(); // makes the folder, or throws
     }
-    Table table(json, sets);
-    Batch batch(options, all.jobs, table);
+    Batch batch(sets, options, all.jobs, json);
     for (std::size_t row = 0; row < sets.size(); ++row) {
-        Job job = JobOf(sets[row], row, commonKey, output);
-        if (Job* const same = batch.Find(job.name)) {
-            same->rows.push_back(row);
-            continue;
-        }
+        Job job{row, sets[row], commonKey, {}};
+        const auto content = ContentOf(job.set, kWhole);
+        job.key["set"] = content;
+        job.files = output / fmt::format("{}-{:08x}", job.set.stem, ChecksumOf(content));
+        batch.AwaitCopies(job);
         const auto result = StoredResult(job);
         if (result && (all.merge || IsFinal((*result)["status"]))) {
-            table.Fill(row, *result, !all.merge);
+            batch.Show(job, *result, !all.merge);
         } else if (all.merge) {
-            table.Fill(row, {{"status", kMissing}, {"reason", "not run with these options"}},
+            batch.Show(job, {{"status", kMissing}, {"reason", "not run with these options"}},
                        false);
         } else {
-            batch.Run(std::move(job));
+            batch.Start(job);
         }
     }
-    batch.Finish();
-    const std::vector<std::string> written(all.merge ? 0 : 1, output.string());
-    return table.Finish(written, batch.mistake());
+    return batch.Finish(std::vector<std::string>(all.merge ? 0 : 1, output.string()));
 }

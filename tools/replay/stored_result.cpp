@@ -11,8 +11,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::uintmax_t kWhole = std::uintmax_t{1} << 32; // more than any dump or library has
-
 // A file that cannot be read has the digest of an empty one: its set's run will say why.
 std::string Digest(const fs::path& path, std::uintmax_t most) {
     std::ifstream stream(path, std::ios::binary);

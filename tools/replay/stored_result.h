@@ -13,6 +13,8 @@
 
 // Results of earlier runs, which hold as long as nothing that they depend on changes.
 
+constexpr std::uintmax_t kWhole = std::uintmax_t{1} << 32; // more bytes than any file should have
+
 // What tells the contents of two sets apart, wherever they lie: a line for each file with its
 // length and the checksums of its first `most` bytes.
 std::vector<std::string> ContentOf(const DumpSet& set, std::uintmax_t most);

@@ -1,7 +1,6 @@
 #include "tools/run/node_run.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <iterator>
 #include <optional>
@@ -15,7 +14,7 @@
 #include "host/picture/errors.h"
 #include "host/properties/property_control.h"
 #include "platform/device_names.h"
-#include "tools/files/child_process.h"
+#include "tools/files/interruption.h"
 #include "tools/files/progress.h"
 #include "tools/run/log_lines.h"
 
@@ -76,25 +75,14 @@ void ArmFailures(const std::vector<std::string>& failures) {
     }
 }
 
-// While it lives, a library's call of exit() aborts the process: it must not look like a run that
-// succeeded.
-class NoExit {
-public:
+// While it lives, a library's call of exit() aborts: it must not look like a run that succeeded.
+struct NoExit {
+    static inline bool active = true;
+
     NoExit() {
-        std::atexit([] {
-            if (active) {
-                std::fprintf(stderr, "bokehnode: the node or the engine called exit\n");
-                std::abort();
-            }
-        });
-        active = true;
+        std::atexit([] { active ? std::abort() : void(); });
     }
     ~NoExit() { active = false; }
-    NoExit(const NoExit&) = delete;
-    NoExit& operator=(const NoExit&) = delete;
-
-private:
-    static inline bool active = false;
 };
 
 host::RequestResult Process(const Libraries& libraries, const host::UseCase& useCase,
