@@ -11,7 +11,7 @@ cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/.."
 
 case "$*" in
 "") scripts/install-packages demo test ;;
---all) scripts/install-packages demo test all ;;
+--all) scripts/install-packages demo test package all ;;
 *)
     echo "usage: scripts/test.sh [--all]" >&2
     exit 2

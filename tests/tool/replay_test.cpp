@@ -14,6 +14,7 @@
 #include "tools/dumps/dump_set.h"
 
 namespace fs = std::filesystem;
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::Not;
@@ -225,7 +226,7 @@ TEST_F(ReplayTest, AllTrustsNoDamagedResult) {
 }
 
 TEST_F(ReplayTest, CrashAndHangAreResultsAndLeaveNothing) {
-    const SyntheticCapture capture = Make(985, 1).front();
+    const SyntheticCapture capture = Make(985, 2).front();
     WriteBytes(folder_ / "picture.png",
                EncodePng(Paint(64, 48, [](int, int) { return Colour{}; })));
     fs::create_directory(folder_ / "tmp");
@@ -241,7 +242,7 @@ TEST_F(ReplayTest, CrashAndHangAreResultsAndLeaveNothing) {
         more.insert(more.end(), {"--timeout", "1"});
         const ToolRun all = Run({"replay", "camera", "--all"}, more);
         EXPECT_EQ(all.exitCode, 1);
-        EXPECT_THAT(all.output, HasSubstr("\n1 sets: 1 " + said));
+        EXPECT_THAT(all.output, HasSubstr("\n2 sets: 2 " + said));
         more.insert(more.end(), {"-o", "new/out"});
         for (const ToolRun& run :
              {Replay(capture, more), Run({"render", "picture.png", "picture.png"}, more)}) {
@@ -249,6 +250,15 @@ TEST_F(ReplayTest, CrashAndHangAreResultsAndLeaveNothing) {
             EXPECT_THAT(run.errors, HasSubstr("bokehnode: " + said));
         }
     }
+    // On a terminal, how far it is.
+    const std::string shown = "cd " + folder_.string() +
+                              " && script -qec '" BOKEHNODE
+                              " replay camera --all --jobs 1 --timeout 1 --node " ENDING_NODE
+                              " --set test.end=hang' /dev/null > shown";
+    EXPECT_NE(std::system(shown.c_str()), 0);
+    EXPECT_THAT(ReadText(folder_ / "shown"),
+                ContainsRegex("1 sets done, 1 of them failed, 1 left in about [0-9]+ s"));
+
     Names hanging{"replay", "../camera", "--all", "-o", "results"};
     for (const std::string& word : with("hang")) {
         hanging.push_back(word);

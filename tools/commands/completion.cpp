@@ -61,8 +61,9 @@ std::string BashScript(const Program& program) {
     for (const Command& command : program.commands()) {
         AddCommand(command, words);
     }
-    return R"(# bash completion of bokehnode; bokehnode completion bash prints it.
+    return R"(# bash completion of bokehnode; bokehnode completion bash prints it. zsh reads it after bashcompinit.
 
+[ -z "$ZSH_VERSION" ] || mapfile() { local IFS=$'\n'; COMPREPLY=($(cat)); }
 _bokehnode_words() { mapfile -t COMPREPLY < <(compgen -W "$1" -- "$current"); }
 _bokehnode_files() { mapfile -t COMPREPLY < <(compgen -f -- "$current"); }
 _bokehnode_folders() { mapfile -t COMPREPLY < <(compgen -d -- "$current"); }
