@@ -13,9 +13,9 @@ constexpr int kLongestSide = 16384;
 // transparent becomes black. Throws UseError that names the file, what was expected and found.
 RgbImage ReadImageFile(const std::filesystem::path& path);
 
-// The picture as a PNG file's bytes; a Y8 image as one in grey.
+// The picture as a PNG file's bytes; `height` rows of a Y8 image from `top` as one in grey.
 Bytes EncodePng(const RgbImage& image);
-Bytes EncodePng(const host::Image& grey);
+Bytes EncodePng(const host::Image& grey, int top, int height);
 
 // The picture as a JPEG file's bytes, with colours at full size. `quality`: 1 to 100.
 Bytes EncodeJpeg(const RgbImage& image, int quality);

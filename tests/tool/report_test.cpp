@@ -46,20 +46,28 @@ TEST_F(ReportTest, HoldsWhatTheCommandKnows) {
         Names pictures;
         Names sections;
         bool log;
+        const char* verdict;
     } const kRuns[] = {
-        {{"inspect", set_}, {"aux", "main", "output"}, {"Parameters", "Files"}, false},
-        {{"replay", set_, "--calibration", calibration},
+        {{"inspect", set_},
          {"aux", "main", "output"},
+         {"Parameters", "Files"},
+         false,
+         "nothing wrong found"},
+        {{"replay", set_, "--calibration", calibration},
+         {"aux", "dumped output", "main", "output"},
          {"Parameters", "Published tags", "Run"},
-         true},
+         true,
+         "identical to the dump, byte for byte"},
         {{"replay", set_, "--calibration", calibration, "--focus", "31,42"},
          {"aux", "dumped output", "main", "output"},
          {"Parameters", "Published tags", "Run"},
-         true},
+         true,
+         "differs from the dump"},
         {{"render", "main.png", "aux.png", "-o", "out", "--debug-view", "1"},
          {"aux", "main", "output"},
          {"Parameters", "Published tags", "Request"},
-         true},
+         true,
+         "rendered"},
     };
     for (const auto& run : kRuns) {
         SCOPED_TRACE(testing::PrintToString(run.arguments));
@@ -73,6 +81,7 @@ TEST_F(ReportTest, HoldsWhatTheCommandKnows) {
             pictures.push_back(name);
         }
         EXPECT_EQ(pictures, run.pictures);
+        EXPECT_THAT(data["verdict"]["text"].get<std::string>(), HasSubstr(run.verdict));
         Names sections;
         for (const auto& section : data["sections"]) {
             sections.push_back(section["title"]);
@@ -112,6 +121,8 @@ TEST_F(ReportTest, PutsAFallbackAndItsReasonFirst) {
     const auto data = DataOf(folder_ / "out/page.html");
     EXPECT_EQ(data["findings"][0]["kind"], "wrong");
     EXPECT_EQ(data["findings"][0]["name"], "copy");
+    EXPECT_THAT(data["verdict"]["text"].get<std::string>(),
+                HasSubstr("the main image was copied: the two images give no depth"));
     EXPECT_THAT(data["findings"][1]["text"].get<std::string>(), HasSubstr("TSL_DCIR_"));
 }
 

@@ -199,9 +199,15 @@ std::vector<std::string> DifferencesOf(const DumpParameters& before, const DumpP
             differences.push_back(fmt::format("{}: {} -> {}", name, old, now));
         }
     };
-    for (const Field& field : kFields) {
-        compare(field.name, before.*field.value, after.*field.value);
-    }
+    // Named and grouped as in JSON.
+    const auto two = [](int first, int second) { return fmt::format("{}, {}", first, second); };
+    compare("blur", before.blur, after.blur);
+    compare("focus", two(before.focusX, before.focusY), two(after.focusX, after.focusY));
+    compare("mainCrop", two(before.mainCropWidth, before.mainCropHeight),
+            two(after.mainCropWidth, after.mainCropHeight));
+    compare("auxCrop", two(before.auxCropWidth, before.auxCropHeight),
+            two(after.auxCropWidth, after.auxCropHeight));
+    compare("rotation", before.degree, after.degree);
     for (std::size_t i = 0; i < std::max(before.faces.size(), after.faces.size()); ++i) {
         compare(fmt::format("face {}", i), FaceText(before.faces, i), FaceText(after.faces, i));
     }

@@ -1,30 +1,19 @@
 "use strict";
 
-// What the tool knows of the run. All of it is put in as text, never as markup.
-const data = JSON.parse(document.getElementById("data").textContent);
+// The views of the stage, its controls, and the texts of the page.
 
-const byId = (id) => document.getElementById(id);
-
-const LABEL_PIXELS = 13; // height of the labels' font
-const MARK_PIXELS = 11; // radius of the focus mark
-const SLIDER_STEP = 2; // percent of the picture's width
+const SLIDER_STEP = 2; // percent of the stage's width
+const CURSOR_STEP = 10; // pixels of the picture, with shift
+const PAN_STEP = 80; // CSS pixels
+const ZOOM_STEP = 1.5;
+const TAP_PIXELS = 6; // a finger that moves less has tapped
+const TAP_MILLISECONDS = 350; // between the taps of a double one
 const BLINK_MILLISECONDS = 700;
 const GAINS = [1, 4, 16];
 const PRIORITIES = ["V", "D", "I", "W", "E", "F"];
 const NO_DIFFERENCE = [38, 40, 44];
 
-function make(name, text, className) {
-  const element = document.createElement(name);
-  if (text !== undefined) element.textContent = text;
-  if (className) element.className = className;
-  return element;
-}
-
-function makeSvg(name, attributes) {
-  const element = document.createElementNS(byId("overlay").namespaceURI, name);
-  for (const [key, value] of Object.entries(attributes)) element.setAttribute(key, value);
-  return element;
-}
+// --- Controls ---
 
 // `key`: shown beside the text, as the key that does the same; may be empty.
 function makeButton(text, key, press) {
@@ -59,54 +48,6 @@ async function untilDone(work) {
   }
 }
 
-const sizeText = ([width, height]) => `${width}×${height}`;
-
-// --- Numbers as colours ---
-
-function colourAt(share) {
-  const place = Math.min(Math.max(share, 0), 1) * (data.colours.length - 1);
-  const step = Math.min(Math.floor(place), data.colours.length - 2);
-  const [from, to] = [data.colours[step], data.colours[step + 1]];
-  return from.map((value, i) => Math.round(value + (to[i] - value) * (place - step)));
-}
-
-// The numbers of a map, which its picture holds as shades of grey.
-async function numbersOf(map) {
-  if (!map.numbers) {
-    const image = new Image();
-    image.src = map.uri;
-    await image.decode();
-    const canvas = make("canvas");
-    canvas.width = image.naturalWidth;
-    canvas.height = image.naturalHeight;
-    const context = canvas.getContext("2d", { willReadFrequently: true });
-    context.drawImage(image, 0, 0);
-    const pixels = context.getImageData(0, 0, canvas.width, canvas.height).data;
-    const values = new Uint8Array(canvas.width * canvas.height);
-    for (let i = 0; i < values.length; i++) values[i] = pixels[4 * i];
-    map.numbers = { width: canvas.width, height: canvas.height, values };
-  }
-  return map.numbers;
-}
-
-// Draws a map with a colour for each of the 256 numbers.
-async function drawMap(map, colourOf) {
-  const numbers = await numbersOf(map);
-  const table = Array.from({ length: 256 }, (_, value) => colourOf(value));
-  const canvas = byId("map");
-  canvas.width = numbers.width;
-  canvas.height = numbers.height;
-  const picture = new ImageData(numbers.width, numbers.height);
-  for (let i = 0; i < numbers.values.length; i++) {
-    const [red, green, blue] = table[numbers.values[i]];
-    picture.data[4 * i] = red;
-    picture.data[4 * i + 1] = green;
-    picture.data[4 * i + 2] = blue;
-    picture.data[4 * i + 3] = 255;
-  }
-  canvas.getContext("2d").putImageData(picture, 0, 0);
-}
-
 // Round numbers from low to high, about six of them.
 function marksOf(low, high) {
   const rough = Math.max(high - low, 1) / 6;
@@ -127,141 +68,24 @@ function showScale(title, low, high, colourOf, focus) {
     context.fillStyle = `rgb(${colourOf(low + (range * x) / 255).join()})`;
     context.fillRect(x, 0, 1, 1);
   }
-  const place = (value) => `${Math.min(Math.max((100 * (value - low)) / range, 0), 100)}%`;
+  const at = (value) => `${clamp((100 * (value - low)) / range, 0, 100)}%`;
   byId("scaleMarks").replaceChildren(...marksOf(low, high).map((value) => {
     const mark = make("span", String(value));
-    mark.style.left = place(value);
+    mark.style.left = at(value);
     return mark;
   }));
   byId("scaleBar").querySelectorAll("div").forEach((mark) => mark.remove());
   if (!focus) return;
   const mark = make("div", `focus ${focus.value}`);
   mark.id = "focusMark";
-  mark.style.left = place(focus.value);
+  mark.style.left = at(focus.value);
   byId("scaleBar").append(mark);
   if (focus.shown) {
     const band = make("div");
     band.id = "focusBand";
-    band.style.left = place(focus.value - focus.reach);
-    band.style.right = `calc(100% - ${place(focus.value + focus.reach)})`;
+    band.style.left = at(focus.low);
+    band.style.right = `calc(100% - ${at(focus.high)})`;
     byId("scaleBar").append(band);
-  }
-}
-
-// --- What is drawn over the picture, in its pixels ---
-
-const overlayNames = { focus: "Focus", afRegion: "AF region", faces: "Faces", crop: "Crop" };
-const overlaysShown = new Set(Object.keys(overlayNames));
-
-// A shape drawn twice, with a dark outline under a coloured one, to be visible on any picture.
-function shape(group, name, attributes, className = "") {
-  for (const layer of ["under", `over ${className}`]) {
-    group.append(makeSvg(name, { ...attributes, class: layer }));
-  }
-}
-
-function label(group, x, y, text, unit, size) {
-  const element = makeSvg("text", {
-    x, y, "font-size": LABEL_PIXELS * unit, "stroke-width": 3 * unit,
-  });
-  element.textContent = text;
-  group.append(element);
-  // Moved into the picture where it would stick out.
-  const width = element.getComputedTextLength();
-  element.setAttribute("x", Math.max(Math.min(x, size[0] - width - 4 * unit), 4 * unit));
-  element.setAttribute("y", Math.max(Math.min(y, size[1] - 5 * unit), (LABEL_PIXELS + 2) * unit));
-}
-
-const drawers = {
-  focus(group, unit, size) {
-    const [x, y] = data.overlays.focus;
-    const reach = MARK_PIXELS * unit;
-    const [cx, cy] = [x + 0.5, y + 0.5]; // the middle of that pixel
-    shape(group, "circle", { cx, cy, r: reach });
-    const arm = (x1, y1, x2, y2) =>
-      `M${cx + x1 * reach} ${cy + y1 * reach}L${cx + x2 * reach} ${cy + y2 * reach}`;
-    shape(group, "path", {
-      d: arm(-1.6, 0, -0.4, 0) + arm(0.4, 0, 1.6, 0) + arm(0, -1.6, 0, -0.4) + arm(0, 0.4, 0, 1.6),
-    });
-    const above = Math.min(cy - 1.6 * reach, data.overlays.afRegion?.[1] ?? size[1]);
-    label(group, cx - 1.6 * reach, above - 6 * unit, `focus ${x},${y}`, unit, size);
-  },
-
-  afRegion(group, unit, size) {
-    const [left, top, right, bottom] = data.overlays.afRegion;
-    shape(group, "rect",
-      { x: left, y: top, width: right - left + 1, height: bottom - top + 1 }, "dashed");
-    label(group, left, bottom + 1 + (LABEL_PIXELS + 4) * unit, "AF region", unit, size);
-  },
-
-  faces(group, unit, size) {
-    data.overlays.faces.forEach(({ edges: [left, top, right, bottom], turn }, index) => {
-      const face = makeSvg("g", {});
-      group.append(face);
-      const [width, height] = [Math.max(right - left + 1, 0), Math.max(bottom - top + 1, 0)];
-      shape(face, "rect", { x: left, y: top, width, height });
-      // An arrow points out of the face at its forehead.
-      const [cx, cy] = [left + width / 2, top + height / 2];
-      const half = (turn % 180 === 0 ? height : width) / 2;
-      const head = 7 * unit;
-      const tip = half + 20 * unit;
-      shape(face, "path", {
-        d: `M0 ${-half}V${-tip}M${-head} ${-tip + head}L0 ${-tip}L${head} ${-tip + head}`,
-        transform: `translate(${cx} ${cy}) rotate(${turn})`,
-      }, "up");
-      const turned = turn === 0 ? "upright" : `turned ${turn}°`;
-      label(face, left, bottom + 1 + (LABEL_PIXELS + 4) * unit, `face ${index}, ${turned}`, unit,
-        size);
-    });
-  },
-
-  // The sensor in miniature and on it the part that the picture shows, or that part alone if the
-  // sensor's size is not known.
-  crop(group, unit, size, crop) {
-    const sensor = crop.sensor ?? crop.part;
-    const longest = Math.min(96 * unit, size[0] / 7);
-    const scale = longest / Math.max(...sensor);
-    const [width, height] = sensor.map((side) => side * scale);
-    const [left, top] = [size[0] - width - 10 * unit, size[1] - height - 10 * unit];
-    const [partWidth, partHeight] = crop.part.map((side) => side * scale);
-    if (crop.sensor) shape(group, "rect", { x: left, y: top, width, height }, "dashed");
-    shape(group, "rect", {
-      x: left + (width - partWidth) / 2, y: top + (height - partHeight) / 2,
-      width: partWidth, height: partHeight,
-    }, "filled");
-    const whole = sizeText(crop.part) === sizeText(sensor);
-    const text = !crop.sensor ? `crop ${sizeText(crop.part)}`
-      : whole ? `whole sensor ${sizeText(sensor)}`
-      : `crop ${sizeText(crop.part)} of ${sizeText(sensor)}`;
-    label(group, size[0], top - 6 * unit, text, unit, size);
-  },
-};
-
-function cropOf(view) {
-  return view.picture === "aux" ? data.overlays.auxCrop : data.overlays.mainCrop;
-}
-
-// Names of the overlays that the view can show.
-function overlaysOf(view) {
-  const known = {
-    focus: data.overlays.focus, afRegion: data.overlays.afRegion,
-    faces: data.overlays.faces.length > 0, crop: cropOf(view),
-  };
-  return Object.keys(overlayNames).filter(
-    (name) => known[name] && (view.picture !== "aux" || name === "crop"));
-}
-
-function drawOverlays() {
-  const overlay = byId("overlay");
-  const size = view.size;
-  overlay.replaceChildren();
-  overlay.setAttribute("viewBox", `0 0 ${size[0]} ${size[1]}`);
-  const unit = size[0] / byId("stage").clientWidth; // picture pixels in one of the page's
-  for (const name of overlaysOf(view)) {
-    if (!overlaysShown.has(name)) continue;
-    const group = makeSvg("g", { class: name });
-    overlay.append(group);
-    drawers[name](group, unit, size, cropOf(view));
   }
 }
 
@@ -291,43 +115,37 @@ function toggleAllOverlays() {
 
 // --- Views ---
 
-let pair = data.comparisons[0];
-let divide = 50; // percent of the picture's width that shows the first of the pair
 let blinked = false;
 let blinkTimer = 0;
 let gain = 4;
 let planeShown = false;
-let view;
 
-const focusReach = data.disparity
-  ? Math.max(1, Math.round((data.disparity.high - data.disparity.low) * 0.03)) : 0;
+const layerOf = (name) => ({ key: name, picture: pictures[name], paint: paintPicture });
+const depth = data.depthOfField;
 
-function showPictures(before, after) {
-  for (const [id, name] of [["before", before], ["after", after]]) {
-    const image = byId(id);
-    image.hidden = !name;
-    if (name && image.dataset.name !== name) {
-      image.dataset.name = name;
-      image.src = data.pictures[name].uri;
-      untilDone(image.decode().catch(() => {})); // rejected if another view is chosen meanwhile
-      image.alt = `${name} picture`;
-    }
-    byId(`${id}Name`).hidden = !name;
-    byId(`${id}Name`).textContent = name ?? "";
+function showNames(before, after) {
+  for (const [id, name] of [["beforeName", before], ["afterName", after]]) {
+    byId(id).hidden = !name;
+    byId(id).textContent = name ?? "";
   }
-  byId("after").style.clipPath = "";
+}
+
+function describe(text) {
+  byId("picture").setAttribute("aria-label", text);
 }
 
 function setDivide(percent) {
-  divide = Math.min(Math.max(percent, 0), 100);
+  divide = clamp(percent, 0, 100);
   byId("divide").style.left = `${divide}%`;
   byId("divide").setAttribute("aria-valuenow", Math.round(divide));
-  byId("after").style.clipPath = `inset(0 0 0 ${divide}%)`;
+  draw();
 }
 
 function setBlinked(second) {
   blinked = second;
-  showPictures(blinked ? null : pair.before, blinked ? pair.after : null);
+  showNames(blinked ? null : pair.before, blinked ? pair.after : null);
+  describe(blinked ? pair.after : pair.before);
+  draw();
 }
 
 function stopBlinking() {
@@ -337,6 +155,12 @@ function stopBlinking() {
 
 function showChoices(...buttons) {
   byId("choices").replaceChildren(...buttons);
+}
+
+function showSlider() {
+  showNames(pair.before, pair.after);
+  describe(`${pair.before}, and right of the divide ${pair.after}`);
+  setDivide(divide);
 }
 
 function showBlink() {
@@ -350,182 +174,358 @@ function showBlink() {
   showChoices(swap, auto);
 }
 
-async function showDifference() {
-  const top = 255 / gain;
-  const colourOf = (value) => (value < 1 ? NO_DIFFERENCE : colourAt(value / top));
-  const { high } = pair.difference;
-  const largest = high === 0 ? "no difference at all" : `largest difference ${high}`;
-  showScale(`${pair.before} against ${pair.after}, ×${gain}: ${largest} of 255`, 0,
-    Math.round(top), colourOf);
+const differenceColour = (value) => (value < 1 ? NO_DIFFERENCE : colourAt((value * gain) / 255));
+
+function showDifference() {
   showChoices(...GAINS.map((factor) => makeToggle(`×${factor}`, "", gain === factor, () => {
     gain = factor;
     showDifference();
+    draw();
   })));
-  await untilDone(drawMap(pair.difference, colourOf));
+  const { levels, size } = pair.difference;
+  if (!levels[0]) return; // shown again when it is computed
+  const [{ values }] = pair.difference.level(Math.ceil(Math.log2(Math.max(...size))));
+  const text = `${pair.before} against ${pair.after}, ×${gain}: ` +
+    (values[0] === 0 ? "no difference at all" : `largest difference ${values[0]} of 255`);
+  showScale(text, 0, Math.round(255 / gain), differenceColour);
+  describe(text);
 }
 
-async function showDisparity() {
+function disparityColour(value) {
   const { low, high } = data.disparity;
-  const range = Math.max(high - low, 1);
+  const share = (value - low) / Math.max(high - low, 1);
+  return !planeShown || (value >= depth.low && value <= depth.high) ? colourAt(share)
+    : new Array(3).fill(Math.round(40 + 80 * share)); // far dark, near lighter
+}
+
+function showDisparity() {
+  const { low, high } = data.disparity;
   const focus = data.focusDisparity;
-  const inPlane = (value) => focus === null || Math.abs(value - focus) <= focusReach;
-  const colourOf = (value) => {
-    const share = (value - low) / range;
-    return !planeShown || inPlane(value) ? colourAt(share)
-      : new Array(3).fill(Math.round(40 + 80 * share)); // far dark, near lighter
-  };
-  showScale("disparity, larger is nearer", low, high, (value) => colourAt((value - low) / range),
-    focus === null ? null : { value: focus, reach: focusReach, shown: planeShown });
-  if (focus === null) {
-    showChoices();
-  } else {
-    showChoices(makeToggle(`Focus plane ${focus} ± ${focusReach}`, "p", planeShown, togglePlane));
-  }
-  await untilDone(drawMap(data.disparity, colourOf));
+  showScale("disparity, larger is nearer", low, high,
+    (value) => colourAt((value - low) / Math.max(high - low, 1)),
+    focus === null ? null : { value: focus, ...depth, shown: planeShown });
+  if (depth) showChoices(makeToggle(`In focus: ${depth.low} to ${depth.high}`, "p", planeShown, togglePlane));
+  describe(`Disparity map from ${low} to ${high}` + (focus === null ? "" : `, focus at ${focus}`));
 }
 
 function togglePlane() {
   planeShown = !planeShown;
   showDisparity();
+  draw();
 }
 
 function makeViews() {
   const views = [];
   if (pair) {
-    const size = data.pictures[pair.before].size;
-    views.push(
-      { name: "Slider", size, show() { showPictures(pair.before, pair.after); setDivide(divide); } },
-      { name: "Blink", size, show: showBlink },
-      { name: "Difference", size, map: () => pair.difference, show: showDifference });
+    const { size } = pictures[pair.before];
+    const both = () => [layerOf(pair.before), layerOf(pair.after)];
+    const difference = () => [{ key: `${pair.before} ${pair.after} ${gain}`,
+      picture: pair.difference, paint: paintMap(differenceColour) }];
+    views.push({ name: "Slider", size, layers: both, show: showSlider },
+      { name: "Blink", size, layers: () => [both()[blinked ? 1 : 0]], show: showBlink },
+      { name: "Difference", size, layers: difference, show: showDifference });
+    for (const each of views) each.paired = true;
   }
   const paired = new Set(data.comparisons.flatMap(({ before, after }) => [before, after]));
-  for (const [name, { size }] of Object.entries(data.pictures)) {
-    if (!paired.has(name)) {
-      const title = name[0].toUpperCase() + name.slice(1);
-      views.push({ name: title, picture: name, size, show() { showPictures(name, null); } });
-    }
+  for (const [name, { size }] of Object.entries(pictures)) {
+    if (paired.has(name)) continue;
+    const show = () => {
+      showNames(name);
+      describe(name);
+    };
+    views.push({ name: name[0].toUpperCase() + name.slice(1), picture: name, size,
+      layers: () => [layerOf(name)], show });
   }
-  if (data.disparity) {
-    views.push({
-      name: "Disparity", size: data.disparity.size, map: () => data.disparity, show: showDisparity,
-    });
+  if (disparity) {
+    views.push({ name: "Disparity", size: disparity.size, show: showDisparity,
+      layers: () => [{ key: `disparity ${planeShown}`, picture: disparity, paint: paintMap(disparityColour) }] });
   }
   return views;
 }
 
 const views = makeViews();
 
-// The stage is as wide as the page, but leaves room in height for its buttons.
+// The stage is as wide as the page, but leaves room in height for its buttons; in full screen it
+// takes all that these leave by the style sheet.
 function fitStage() {
   const stage = byId("stage");
-  const room = byId("viewer").clientWidth;
+  const full = byId("viewer").classList.contains("full");
   const highest = Math.max(window.innerHeight * 0.66, 240);
-  const width = Math.min(room, (highest * view.size[0]) / view.size[1]);
-  stage.style.width = `${width}px`;
-  stage.style.height = `${(width * view.size[1]) / view.size[0]}px`;
-  drawOverlays();
+  const width = Math.min(byId("viewer").clientWidth, (highest * view.size[0]) / view.size[1]);
+  stage.style.width = full ? "" : `${Math.floor(width)}px`;
+  stage.style.height = full ? "" : `${Math.floor((width * view.size[1]) / view.size[0])}px`;
+  moveTo(place.zoom, place.x, place.y);
+}
+
+function toggleFull(full = !byId("viewer").classList.contains("full")) {
+  byId("viewer").classList.toggle("full", full);
+  byId("fullButton")?.setAttribute("aria-pressed", full);
+  // Where the browser has no full screen for pages, the window alone is filled.
+  if (full) document.documentElement.requestFullscreen?.().catch(() => {});
+  else if (document.fullscreenElement) document.exitFullscreen();
+  fitStage();
 }
 
 function showHelp() {
   if (matchMedia("(pointer: coarse)").matches) {
-    const touches = { Slider: "Drag across the picture to move the slider.",
-      Blink: "Tap the picture to swap.", Difference: "Touch a place to read its number.",
-      Disparity: "Touch a place to read its number." };
-    byId("help").textContent = touches[view.name] ?? "";
+    const touches = { Slider: "Drag moves the slider.", Blink: "Tap swaps." };
+    byId("help").textContent =
+      `${touches[view.name] ?? ""} Touch reads the numbers; pinch or tap twice to zoom.`;
     return;
   }
-  const keys = [`1–${views.length} view`, "o overlays"];
-  if (view.name === "Slider") keys.unshift("← → move the slider (shift: further)");
+  const arrows = spot.marked ? "move the cursor (shift: further), esc puts it away"
+    : view.name === "Slider" && place.zoom === 1 ? "move the slider (shift: further)" : "pan";
+  const keys = [`← → ↑ ↓ ${arrows}`, "c cursor", "+ − zoom", "0 all", "z real pixels",
+    "f full screen", `1–${views.length} view`, "o overlays"];
   if (pair) keys.push("space blinks");
-  if (view.name === "Disparity" && data.focusDisparity !== null) keys.push("p focus plane");
-  byId("help").textContent = `Keys: ${keys.join(" · ")}`;
+  if (pair?.regions?.length) keys.push("d next difference");
+  if (view.name === "Disparity" && depth) keys.push("p what is in focus");
+  byId("help").textContent = `Keys: ${keys.join(" · ")}. The wheel zooms, a double click shows real pixels.`;
+}
+
+// Everything of the view but its place.
+function refreshView() {
+  view.show();
+  showOverlayButtons();
+  showHelp();
+  draw();
 }
 
 function showView(next) {
+  const sameScene = view && (view.picture === "aux") === (next.picture === "aux");
+  const focus = next.picture === "aux" ? null : data.overlays.focus;
+  const [x, y] = sameScene ? scaled(spot, next.size) : focus ?? next.size.map((side) => side >> 1);
   view = next;
+  spot = { x: clamp(x, 0, view.size[0] - 1), y: clamp(y, 0, view.size[1] - 1), marked: spot.marked };
   stopBlinking();
   for (const [i, button] of [...byId("views").children].entries()) {
     button.setAttribute("aria-pressed", views[i] === view);
   }
-  showPictures(null, null);
+  showNames();
   showChoices();
-  byId("map").hidden = !view.map;
   byId("scale").hidden = true;
   byId("divide").hidden = view.name !== "Slider";
-  byId("pairLabel").hidden = data.comparisons.length < 2 || !["Slider", "Blink", "Difference"].includes(view.name);
-  byId("readout").hidden = !view.map;
-  byId("readout").textContent = "";
-  view.show();
-  showHelp();
-  showOverlayButtons();
+  byId("pairLabel").hidden = data.comparisons.length < 2 || !view.paired;
   fitStage();
+  refreshView();
+  showValues();
+  untilDone(Promise.all(view.layers().map(({ picture }) => picture.ready())).then(() => {
+    if (view === next) refreshView();
+  }, (error) => { byId("help").textContent = `The pictures cannot be shown: ${error.message}`; }));
 }
 
-// --- Pointer and keys ---
+// --- Numbers of a pixel ---
 
-function placeInStage(event) {
-  const box = byId("stage").getBoundingClientRect();
-  return [(event.clientX - box.left) / box.width, (event.clientY - box.top) / box.height];
+// The same place in a picture of another size.
+const scaled = ({ x, y }, size) => [Math.floor((x * size[0]) / view.size[0]),
+  Math.floor((y * size[1]) / view.size[1])];
+
+function valueRows(shown) {
+  const rows = shown.filter(({ levels }) => levels[0]).map((picture) => {
+    const numbers = picture.at(...scaled(spot, picture.size));
+    return [picture.name, ...numbers, ...rgbOf(numbers)];
+  });
+  return rows.length ? [["", "Y", "U", "V", "R", "G", "B"], ...rows] : [];
 }
 
-// The number under the pointer.
-async function readOut(event) {
-  if (!view.map) return;
-  const map = view.map();
-  const { width, height, values } = await numbersOf(map);
-  const [x, y] = placeInStage(event);
-  if (x < 0 || y < 0 || x >= 1 || y >= 1) return;
-  const value = values[Math.floor(y * height) * width + Math.floor(x * width)];
-  const place = `${Math.floor(x * map.size[0])},${Math.floor(y * map.size[1])}`;
-  byId("readout").textContent = `${place}: ${view.name.toLowerCase()} ${value}`;
+function showValues() {
+  const table = byId("values");
+  table.replaceChildren();
+  const aux = view.picture === "aux";
+  const shown = Object.values(pictures).filter(({ name }) => (name === "aux") === aux);
+  for (const [i, cells] of valueRows(shown).entries()) {
+    table.insertRow().append(...cells.map((cell, column) => make(i && column ? "td" : "th", String(cell))));
+  }
+  const texts = [];
+  if (!aux && disparity?.levels[0]) {
+    const [value] = disparity.at(...scaled(spot, disparity.size));
+    texts.push(`disparity ${value}`);
+    if (depth) texts.push(`radius ${Math.abs(depth.radius[value]).toFixed(1)} pixels`);
+  }
+  if (view.paired && pair.difference.levels[0]) texts.push(`difference ${pair.difference.at(spot.x, spot.y)[0]}`);
+  byId("readout").textContent = `${spot.x},${spot.y}: ${texts.join(", ")}`;
+}
+
+function setSpot(pixel, marked) {
+  if (!pixel) return;
+  const before = spot.marked;
+  spot = { x: clamp(pixel[0], 0, view.size[0] - 1), y: clamp(pixel[1], 0, view.size[1] - 1), marked };
+  if (marked || before) drawOverlays();
+  showValues();
+}
+
+// The cursor that keys move; it takes the picture along where it leaves the stage.
+function moveCursor(x, y) {
+  setSpot([spot.x + x, spot.y + y], true);
+  const { width, height } = frame();
+  const [left, top] = positionOfPixel(spot);
+  if (left < 0 || top < 0 || left > width || top > height) {
+    moveTo(place.zoom, spot.x / view.size[0], spot.y / view.size[1]);
+  }
+}
+
+function toggleCursor() {
+  const [left, top] = positionOfPixel(spot);
+  const { width, height } = frame();
+  const visible = left >= 0 && top >= 0 && left < width && top < height;
+  setSpot(visible ? [spot.x, spot.y] : pixelAt(middle()), !spot.marked);
+}
+
+// --- Pointer, wheel and keys ---
+
+function positionOf(event) {
+  const bounds = byId("stage").getBoundingClientRect();
+  return [event.clientX - bounds.left, event.clientY - bounds.top];
+}
+
+// Fingers and pressed mouse buttons on the stage, by their ids: where each is now.
+const pressed = new Map();
+let drag = null; // what one of them moves: "divide" or "picture"
+let travelled = 0; // CSS pixels since the first was pressed
+let lastTap = { time: 0, point: [0, 0] };
+
+const apart = ([x, y], [u, v]) => Math.hypot(x - u, y - v);
+
+function pressStage(event) {
+  if (event.button !== 0) return;
+  const point = positionOf(event);
+  pressed.set(event.pointerId, point);
+  byId("stage").setPointerCapture(event.pointerId);
+  if (pressed.size > 1) {
+    drag = null;
+    return;
+  }
+  travelled = 0;
+  const slides = view.name === "Slider" && (place.zoom === 1 || event.target.id === "divide");
+  drag = slides ? "divide" : "picture";
+  if (slides) setDivide((100 * point[0]) / byId("stage").clientWidth);
+  setSpot(pixelAt(point), event.pointerType !== "mouse");
+}
+
+// Two fingers: what was between them stays there.
+function pinch(id, point) {
+  const [other] = [...pressed].filter(([key]) => key !== id).map(([, at]) => at);
+  const before = pressed.get(id);
+  const between = ([x, y]) => [(x + other[0]) / 2, (y + other[1]) / 2];
+  zoomAt(between(before), (place.zoom * apart(point, other)) / Math.max(apart(before, other), 1));
+  panBy(between(point)[0] - between(before)[0], between(point)[1] - between(before)[1]);
+}
+
+function moveOnStage(event) {
+  const point = positionOf(event);
+  const before = pressed.get(event.pointerId);
+  if (!before) {
+    setSpot(pixelAt(point), false);
+    return;
+  }
+  travelled += apart(point, before);
+  if (pressed.size === 2) pinch(event.pointerId, point);
+  else if (drag === "divide") setDivide((100 * point[0]) / byId("stage").clientWidth);
+  else if (drag === "picture" && place.zoom > 1) panBy(point[0] - before[0], point[1] - before[1]);
+  pressed.set(event.pointerId, point);
+  if (pressed.size === 1) setSpot(pixelAt(point), event.pointerType !== "mouse");
+}
+
+function releaseStage(event) {
+  if (!pressed.delete(event.pointerId)) return;
+  drag = "picture"; // by the finger that stays after a pinch
+  if (event.type === "pointercancel") return;
+  if (travelled > TAP_PIXELS || pressed.size > 0) return;
+  const point = positionOf(event);
+  const twice = event.timeStamp - lastTap.time < TAP_MILLISECONDS && apart(point, lastTap.point) < 24;
+  lastTap = { time: twice ? 0 : event.timeStamp, point };
+  if (twice) {
+    toggleRealPixels(point);
+    showHelp();
+  }
+  if (view.name === "Blink") setBlinked(!blinked);
+}
+
+// The wheel zooms; what it cannot make smaller it scrolls.
+function turnWheel(event) {
+  if (event.deltaY > 0 && place.zoom === 1) return;
+  event.preventDefault();
+  const turned = event.deltaMode === 0 ? event.deltaY / 100 : Math.sign(event.deltaY);
+  zoomAt(positionOf(event), place.zoom * ZOOM_STEP ** -clamp(event.ctrlKey ? 5 * turned : turned, -2, 2));
+  setSpot(pixelAt(positionOf(event)), false);
+  showHelp();
 }
 
 function watchStage() {
   const stage = byId("stage");
-  let dragging = false;
-  stage.addEventListener("pointerdown", (event) => {
-    readOut(event);
-    if (view.name === "Slider") {
-      dragging = true;
-      stage.setPointerCapture(event.pointerId);
-      setDivide(100 * placeInStage(event)[0]);
-    }
-  });
-  stage.addEventListener("pointermove", (event) => {
-    if (dragging) setDivide(100 * placeInStage(event)[0]);
-    else readOut(event);
-  });
-  for (const end of ["pointerup", "pointercancel"]) {
-    stage.addEventListener(end, () => { dragging = false; });
-  }
-  stage.addEventListener("click", () => {
-    if (view.name === "Blink") setBlinked(!blinked);
-  });
+  stage.addEventListener("pointerdown", pressStage);
+  stage.addEventListener("pointermove", moveOnStage);
+  stage.addEventListener("pointerup", releaseStage);
+  stage.addEventListener("pointercancel", releaseStage);
+  stage.addEventListener("wheel", turnWheel, { passive: false });
   stage.addEventListener("dragstart", (event) => event.preventDefault());
 }
 
+let region = -1; // the difference that was jumped to last
+
+function nextDifference() {
+  const { regions } = pair;
+  region = (region + 1) % regions.length;
+  if (!view.paired) showView(views[0]);
+  showBox(regions[region]);
+}
+
+function pressArrow(key, far, onDivide) {
+  const [x, y] = { ArrowLeft: [-1, 0], ArrowRight: [1, 0], ArrowUp: [0, -1], ArrowDown: [0, 1] }[key];
+  const slides = view.name === "Slider" && (onDivide || (place.zoom === 1 && !spot.marked));
+  if (slides && x !== 0) setDivide(divide + x * SLIDER_STEP * (far ? 5 : 1));
+  else if (spot.marked && !onDivide) moveCursor(x * (far ? CURSOR_STEP : 1), y * (far ? CURSOR_STEP : 1));
+  else if (place.zoom > 1) panBy(-x * PAN_STEP, -y * PAN_STEP);
+  else return false; // scrolls the page
+  return true;
+}
+
+const keys = {
+  "+": () => zoomAt(middle(), place.zoom * ZOOM_STEP),
+  "-": () => zoomAt(middle(), place.zoom / ZOOM_STEP),
+  0: () => moveTo(1, 0.5, 0.5),
+  z: () => toggleRealPixels(spot.marked ? positionOfPixel(spot) : middle()),
+  f: () => toggleFull(),
+  c: toggleCursor,
+  o: toggleAllOverlays,
+  p: () => view.name === "Disparity" && depth && togglePlane(),
+  d: () => pair?.regions?.length && nextDifference(),
+  Home: () => view.name === "Slider" && setDivide(0),
+  End: () => view.name === "Slider" && setDivide(100),
+  Escape: () => (spot.marked ? toggleCursor() : toggleFull(false)),
+};
+keys["="] = keys["+"];
+
 function pressKey(event) {
   if (event.ctrlKey || event.altKey || event.metaKey || event.target.tagName === "SELECT") return;
-  const step = event.shiftKey ? 5 * SLIDER_STEP : SLIDER_STEP;
-  const moves = {
-    ArrowLeft: () => setDivide(divide - step), ArrowRight: () => setDivide(divide + step),
-    Home: () => setDivide(0), End: () => setDivide(100),
-  };
-  if (view.name === "Slider" && moves[event.key]) {
-    moves[event.key]();
+  const onDivide = event.target.id === "divide";
+  if (event.target.id === "log") return;
+  if (event.key.startsWith("Arrow")) {
+    if (!pressArrow(event.key, event.shiftKey, onDivide)) return;
   } else if (views[Number(event.key) - 1]) {
     showView(views[Number(event.key) - 1]);
-  } else if (event.key === "o") {
-    toggleAllOverlays();
-  } else if (event.key === "p" && view.name === "Disparity" && data.focusDisparity !== null) {
-    togglePlane();
   } else if (event.key === " " && pair && event.target.tagName !== "BUTTON") {
     if (view.name === "Blink") setBlinked(!blinked);
     else showView(views[1]);
+  } else if (keys[event.key]) {
+    keys[event.key]();
+    showHelp();
   } else {
     return;
   }
   event.preventDefault();
+}
+
+// What the first view does not need comes after it: numbers of the other pictures, and differences.
+async function loadRest() {
+  await Promise.all(view.layers().map(({ picture }) => picture.ready()));
+  for (const each of [...Object.values(pictures), disparity].filter(Boolean)) await each.ready();
+  for (const each of data.comparisons) {
+    await each.difference.ready();
+    if (each.framed) each.regions = regionsOf(each.difference);
+  }
+  refreshView();
+  showValues();
 }
 
 function startViewer() {
@@ -538,29 +538,48 @@ function startViewer() {
   }
   byId("pair").addEventListener("change", () => {
     pair = data.comparisons[Number(byId("pair").value)];
+    region = -1;
     showView(view);
   });
+  const zoom = [["−", "-", ""], ["+", "+", ""], ["All", "0", "0"], ["1:1", "z", "z"]].map(
+    ([text, key, shown]) => makeButton(text, shown, () => { keys[key](); showHelp(); }));
+  const full = makeToggle("Full screen", "f", false, () => toggleFull());
+  full.id = "fullButton";
+  byId("zoom").append(...zoom, full);
   watchStage();
   document.addEventListener("keydown", pressKey);
+  document.addEventListener("fullscreenchange", () => {
+    if (!document.fullscreenElement) toggleFull(false);
+  });
   window.addEventListener("resize", fitStage);
+  new ResizeObserver(() => moveTo(place.zoom, place.x, place.y)).observe(byId("stage"));
   showView(views[0]);
+  untilDone(loadRest().catch(() => {})); // showView() tells what cannot be shown
 }
 
 // --- Texts ---
 
-function showFindings() {
-  byId("command").textContent = `bokehnode ${data.command}`;
-  byId("title").textContent = data.title;
-  document.title = `${data.title} – ${data.command}`;
-  const wrong = data.findings.filter(({ kind }) => kind === "wrong");
-  const rest = data.findings.filter(({ kind }) => kind !== "wrong");
-  byId("findings").append(...[...wrong, ...rest].map(({ kind, name, text }) => {
+function findingsOf(kinds) {
+  const list = make("ul", undefined, "findings");
+  list.append(...data.findings.filter(({ kind }) => kinds.includes(kind)).map(({ kind, name, text }) => {
     const item = make("li", undefined, kind);
     if (kind === "wrong") item.append(make("b", "WRONG "));
     if (name) item.append(make("b", `${name}: `));
     item.append(text.trimEnd());
     return item;
   }));
+  return list;
+}
+
+function showFindings() {
+  byId("command").textContent = `bokehnode ${data.command}`;
+  byId("title").textContent = data.title;
+  document.title = `${data.title} – ${data.command}`;
+  byId("verdict").textContent = data.verdict.text;
+  byId("verdict").className = data.verdict.kind;
+  byId("verdict").after(findingsOf(["wrong"]));
+  const rest = findingsOf(["good", "note"]);
+  if (rest.children.length) addSection("Notes").append(rest);
 }
 
 const isObject = (value) => value !== null && typeof value === "object";
@@ -598,7 +617,9 @@ function addTable(title, rows) {
   const table = make("table");
   for (const [name, value] of rows) {
     const row = table.insertRow();
-    row.append(make("th", name), make("td"));
+    row.append(make("th"), make("td"));
+    // A long name may break before its words.
+    row.firstChild.append(...name.split(/(?<=\.)|(?=[A-Z])/).flatMap((part) => [part, make("wbr")]));
     row.firstChild.scope = "row";
     row.lastChild.append(value);
   }
@@ -621,9 +642,14 @@ function showLog() {
   const log = make("div");
   log.id = "log";
   log.tabIndex = 0; // it scrolls, so the keys must reach it
-  for (const { priority, tag, seconds, text } of data.log) {
-    log.append(make("div",
-      `${seconds.toFixed(3).padStart(7)} ${priority}/${tag}: ${text.trimEnd()}`, priority));
+  for (const { priority, tag, seconds, text, success } of data.log) {
+    const line = make("div",
+      `${seconds.toFixed(3).padStart(7)} ${priority}/${tag}: ${text.trimEnd()}`, priority);
+    if (success) {
+      line.classList.add("success");
+      line.append(make("i", " (a success, logged as an error so that it always shows)"));
+    }
+    log.append(line);
   }
   const section = addSection("Log", "wide");
   const priorities = PRIORITIES.filter((letter) => data.log.some((line) => line.priority === letter));
@@ -633,7 +659,7 @@ function showLog() {
     for (const letter of priorities) least.append(new Option(`from ${letter}`, letter));
     least.addEventListener("change", () => {
       for (const line of log.children) {
-        line.hidden = PRIORITIES.indexOf(line.className) < PRIORITIES.indexOf(least.value);
+        line.hidden = PRIORITIES.indexOf(line.classList[0]) < PRIORITIES.indexOf(least.value);
       }
     });
     section.firstChild.append(least);

@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <future>
 #include <span>
 #include <string_view>
+
+#include <opencv2/core.hpp>
 
 #include <fmt/format.h>
 
@@ -11,17 +14,17 @@
 #include "host/picture/errors.h"
 #include "host/picture/false_colour.h"
 #include "host/picture/image_file.h"
-#include "host/picture/nv12.h"
-#include "tools/compare/difference.h"
+#include "tools/compare/matrix.h"
 #include "tools/files/json_text.h"
 #include "tools/files/progress.h"
+#include "tools/report/depth_of_field.h"
 #include "tools/report/page_files.h"
+#include "tools/run/log_lines.h"
 
 namespace fs = std::filesystem;
 namespace {
 
-constexpr int kLongestSide = 1600; // of a picture in a page
-constexpr int kJpegQuality = 92;
+constexpr int kPartPixels = 1 << 22; // which every browser decodes at once
 
 std::string Base64(std::span<const std::uint8_t> bytes) {
     constexpr std::string_view kDigits =
@@ -41,48 +44,29 @@ std::string Base64(std::span<const std::uint8_t> bytes) {
     return text;
 }
 
-Size Reduced(Size size) {
-    const int longest = std::max(size.width, size.height);
-    if (longest <= kLongestSide) {
-        return size;
+// All samples of an image as rows of numbers: luma, and below it U on the left and V on the right.
+host::Image NumbersOf(const host::Image& image, int width) {
+    const bool chroma = image.format() == host::Image::Format::Nv12;
+    const int pairs = (width + 1) / 2;
+    const int below = chroma ? image.planeRows(1) : 0;
+    host::Image numbers(host::Image::Format::Y8, chroma ? 2 * pairs : width, image.height() + below,
+                        chroma ? 2 * pairs : width);
+    cv::Mat rows(numbers.height(), numbers.width(), CV_8UC1, numbers.plane(0));
+    MatrixOf(image, 0).colRange(0, width).copyTo(rows(cv::Rect(0, 0, width, image.height())));
+    for (int channel = 0; chroma && channel < 2; ++channel) {
+        cv::Mat part = rows(cv::Rect(channel * pairs, image.height(), pairs, below));
+        cv::extractChannel(MatrixOf(image, 1), part, channel);
     }
-    const auto side = [longest](int pixels) {
-        const std::int64_t scaled = std::int64_t{pixels} * kLongestSide / longest;
-        return std::max(static_cast<int>(scaled) / 2 * 2, 2);
-    };
-    return {side(size.width), side(size.height)};
-}
-
-// Reduced by leaving out pixels, so that each value that remains is a true one.
-host::Image Sampled(const host::Image& grey, int width) {
-    const Size size = Reduced({width, grey.height()});
-    host::Image sampled(host::Image::Format::Y8, size.width, size.height, size.width);
-    // The middle one of the pixels that a reduced pixel stands for.
-    const auto source = [](int i, int full, int reduced) {
-        return static_cast<int>((std::int64_t{2} * i + 1) * full / (std::int64_t{2} * reduced));
-    };
-    std::uint8_t* to = sampled.bytes().data();
-    for (int y = 0; y < size.height; ++y) {
-        const std::uint8_t* from =
-            grey.plane(0) +
-            static_cast<std::ptrdiff_t>(source(y, grey.height(), size.height)) * grey.pitch();
-        for (int x = 0; x < size.width; ++x) {
-            *to++ = from[source(x, width, size.width)];
-        }
-    }
-    return sampled;
-}
-
-// A picture of numbers. `full`: its size before it was reduced.
-Json MapJson(Size full, const host::Image& grey, int low, int high) {
-    return {{"size", {full.width, full.height}},
-            {"uri", "data:image/png;base64," + Base64(EncodePng(grey))},
-            {"low", low},
-            {"high", high}};
+    return numbers;
 }
 
 Json CropJson(int width, int height) {
     return {{"part", {width, height}}, {"sensor", nullptr}};
+}
+
+const char* NameOf(Report::Kind kind) {
+    constexpr const char* kNames[] = {"good", "note", "wrong"};
+    return kNames[static_cast<int>(kind)];
 }
 
 // A relative link. All bytes of a name are escaped that could mean anything but themselves.
@@ -119,11 +103,13 @@ std::string ScriptText(const Json& data) {
 Report::Report(const std::string& command, const std::string& title)
     : data_{{"command", command},
             {"title", title},
+            {"verdict", nullptr},
             {"findings", Json::array()},
             {"pictures", Json::object()},
             {"comparisons", Json::array()},
             {"disparity", nullptr},
             {"focusDisparity", nullptr},
+            {"depthOfField", nullptr},
             {"overlays",
              {{"focus", nullptr},
               {"afRegion", nullptr},
@@ -135,31 +121,45 @@ Report::Report(const std::string& command, const std::string& title)
             {"links", Json::array()},
             {"colours", FalseColourSteps()}} {}
 
+void Report::SetVerdict(Kind kind, const std::string& text) {
+    data_["verdict"] = {{"kind", NameOf(kind)}, {"text", text}};
+}
+
 void Report::AddFinding(Kind kind, const std::string& name, const std::string& text) {
-    constexpr const char* kKinds[] = {"good", "note", "wrong"};
-    data_["findings"].push_back(
-        {{"kind", kKinds[static_cast<int>(kind)]}, {"name", name}, {"text", text}});
-    hasWrong_ = hasWrong_ || kind == Kind::kWrong;
+    data_["findings"].push_back({{"kind", NameOf(kind)}, {"name", name}, {"text", text}});
+}
+
+Json Report::NumbersJson(const host::Image& image, int width) {
+    const host::Image numbers = NumbersOf(image, width);
+    const int rows = std::max(1, kPartPixels / numbers.width());
+    std::vector<std::future<std::string>> encoded;
+    for (int top = 0; top < numbers.height(); top += rows) {
+        encoded.push_back(std::async(std::launch::async, [&numbers, top, rows] {
+            return Base64(EncodePng(numbers, top, std::min(rows, numbers.height() - top)));
+        }));
+    }
+    Json names = Json::array();
+    for (std::future<std::string>& part : encoded) {
+        names.push_back(fmt::format("part{}", parts_.size()));
+        parts_.push_back(part.get());
+    }
+    return {{"size", {width, image.height()}}, {"parts", names}};
 }
 
 void Report::AddPicture(const std::string& name, const host::Image& image) {
-    const Size size = Reduced({image.width(), image.height()});
-    const RgbImage picture = Nv12ToRgb(
-        size.width == image.width() ? image : ScaleNv12(image, size.width, size.height, 0));
-    data_["pictures"][name] = {
-        {"size", {image.width(), image.height()}},
-        {"uri", "data:image/jpeg;base64," + Base64(EncodeJpeg(picture, kJpegQuality))}};
+    data_["pictures"][name] = NumbersJson(image, image.width());
 }
 
-void Report::AddComparison(const std::string& before, const host::Image& a,
-                           const std::string& after, const host::Image& b) {
-    if (a.width() == b.width() && a.height() == b.height()) {
-        const host::Image map = DifferenceMap(a, b);
-        data_["comparisons"].push_back(
-            {{"before", before},
-             {"after", after},
-             {"difference",
-              MapJson({a.width(), a.height()}, map, 0, *std::ranges::max_element(map.bytes()))}});
+void Report::AddSamePicture(const std::string& name, const std::string& other) {
+    const Json same = data_["pictures"][other];
+    data_["pictures"][name] = same;
+}
+
+void Report::AddComparison(const std::string& before, const std::string& after, bool framed) {
+    const Json& pictures = data_["pictures"];
+    if (pictures.contains(before) && pictures.contains(after) &&
+        pictures[before]["size"] == pictures[after]["size"]) {
+        data_["comparisons"].push_back({{"before", before}, {"after", after}, {"framed", framed}});
     }
 }
 
@@ -180,6 +180,7 @@ void Report::SetSensors(Size main, Size aux) {
 }
 
 void Report::SetParameters(const DumpParameters& parameters) {
+    parameters_ = parameters;
     SetFocus({parameters.focusX, parameters.focusY});
     Json& overlays = data_["overlays"];
     overlays["mainCrop"] = CropJson(parameters.mainCropWidth, parameters.mainCropHeight);
@@ -202,7 +203,13 @@ void Report::SetDisparity(const host::Image& disparity, int width) {
         low = std::min(low, int{lowest});
         high = std::max(high, int{highest});
     }
-    data_["disparity"] = MapJson({width, disparity.height()}, Sampled(disparity, width), low, high);
+    data_["disparity"] = NumbersJson(disparity, width);
+    data_["disparity"].update({{"low", low}, {"high", high}});
+    const auto depth = parameters_ ? DepthOfFieldOf(disparity, width, *parameters_) : std::nullopt;
+    if (depth) {
+        data_["depthOfField"] = {
+            {"low", depth->low}, {"high", depth->high}, {"radius", depth->radius}};
+    }
     if (const Json& focus = data_["overlays"]["focus"]; !focus.is_null()) {
         const int x = focus[0];
         const int y = focus[1];
@@ -224,7 +231,8 @@ void Report::AddLog(const std::vector<host::LogRecord>& log) {
              {"tag", record.tag},
              {"seconds", static_cast<double>(record.time.tv_sec - start.tv_sec) +
                              static_cast<double>(record.time.tv_nsec - start.tv_nsec) * 1e-9},
-             {"text", record.text}});
+             {"text", record.text},
+             {"success", IsLoudSuccess(record)}});
     }
 }
 
@@ -239,12 +247,20 @@ std::string Report::Page(const fs::path& folder) const {
             {{"name", name}, {"file", file.filename().string()}, {"target", LinkTo(file, folder)}});
     }
     const std::string script = ScriptText(data);
+    std::string pictures;
+    for (std::size_t i = 0; i < parts_.size(); ++i) {
+        pictures +=
+            fmt::format("<script type=\"text/plain\" id=\"part{}\">{}</script>\n", i, parts_[i]);
+    }
     std::string_view rest = kPageHtml;
     std::string page;
     // The marks in the order of the page. What replaces them is not searched for marks.
     for (const auto& [mark, text] :
          {std::pair<std::string_view, std::string_view>("{page.css}", kPageCss),
           {"{data}", script},
+          {"{pictures}", pictures},
+          {"{pictures.js}", kPicturesJs},
+          {"{stage.js}", kStageJs},
           {"{page.js}", kPageJs}}) {
         const auto at = rest.find(mark);
         page += rest.substr(0, at);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -23,17 +24,21 @@ public:
 
     enum class Kind { kGood, kNote, kWrong };
 
+    // The page's headline: all of it in a sentence.
+    void SetVerdict(Kind kind, const std::string& text);
+
     // `name`: of the problem, may be empty.
     void AddFinding(Kind kind, const std::string& name, const std::string& text);
-    bool hasWrong() const { return hasWrong_; }
 
-    // An NV12 image, reduced if it is larger than a page needs. The first one added is the main
-    // image.
+    // An NV12 image, every sample of it.
     void AddPicture(const std::string& name, const host::Image& image);
+    // An image that is equal to an added one; costs no bytes in the page.
+    void AddSamePicture(const std::string& name, const std::string& other);
 
-    // Two added images, to be compared in the page. Nothing happens if their sizes differ.
-    void AddComparison(const std::string& before, const host::Image& a, const std::string& after,
-                       const host::Image& b);
+    // Two added images, to be compared in the page, which opens with the first comparison. Nothing
+    // happens if one is missing or their sizes differ. `framed`: equal pixels are expected, and a
+    // frame shows where they are not.
+    void AddComparison(const std::string& before, const std::string& after, bool framed);
 
     // To be drawn over the pictures.
     void SetFocus(Point focus);
@@ -42,8 +47,8 @@ public:
     // Focus, faces and crops, and a section of all parameters.
     void SetParameters(const DumpParameters& parameters);
 
-    // The disparity, of which the first `width` bytes of each row belong to the main image. The
-    // focus must have been set before.
+    // The disparity, of which the first `width` bytes of each row belong to the main image. Focus
+    // and parameters must have been set before.
     void SetDisparity(const host::Image& disparity, int width);
 
     // `values`: an object.
@@ -56,9 +61,13 @@ public:
     std::string Page(const std::filesystem::path& folder) const;
 
 private:
-    nlohmann::ordered_json data_; // for the page's script
+    // The samples of the first `width` columns for the page's script, added to `parts_`.
+    nlohmann::ordered_json NumbersJson(const host::Image& image, int width);
+
+    nlohmann::ordered_json data_;    // for the page's script
+    std::vector<std::string> parts_; // PNG files as Base64, which `data_` names
     std::vector<std::pair<std::string, std::filesystem::path>> links_;
-    bool hasWrong_ = false;
+    std::optional<DumpParameters> parameters_;
 };
 
 // A page under way: the file appears when it is committed, and not before.

@@ -1,8 +1,12 @@
 #include "tools/report/report_contents.h"
 
+#include <algorithm>
+#include <cctype>
 #include <utility>
 
 #include <fmt/format.h>
+
+#include "tools/report/depth_of_field.h"
 
 using Kind = Report::Kind;
 
@@ -15,6 +19,17 @@ void AddFindings(Report& report, const Inspection& inspection) {
     for (const std::string& note : inspection.notes) {
         report.AddFinding(Kind::kNote, "", note);
     }
+}
+
+// "looks wrong: fallback, names".
+std::string FindingsInWords(const Inspection& inspection) {
+    std::vector<std::string> names;
+    for (const Finding& finding : inspection.findings) {
+        if (std::ranges::find(names, NameOf(finding.problem)) == names.end()) {
+            names.emplace_back(NameOf(finding.problem));
+        }
+    }
+    return fmt::format("looks wrong: {}", fmt::join(names, ", "));
 }
 
 void AddDumpLinks(Report& report, const DumpSet& set) {
@@ -35,8 +50,67 @@ void AddImages(Report& report, const host::Image* main, const host::Image* aux,
             report.AddPicture(name, *image);
         }
     }
-    if (main != nullptr && output != nullptr) {
-        report.AddComparison("main", *main, "output", *output);
+    report.AddComparison("main", "output", false);
+}
+
+// "TSL_DCIR_CalcDisparityData failed (-30: No depth.)" as "no depth (-30)"; other texts as they
+// are.
+std::string Sentence(const std::string& reason) {
+    const auto code = reason.find(" failed (");
+    const auto words = reason.find(": ", code);
+    if (code == std::string::npos || words == std::string::npos || !reason.ends_with(".)")) {
+        return reason;
+    }
+    std::string sentence = reason.substr(words + 2, reason.size() - words - 4);
+    sentence.front() = static_cast<char>(std::tolower(static_cast<unsigned char>(sentence[0])));
+    return fmt::format("{} ({})", sentence, reason.substr(code + 9, words - code - 9));
+}
+
+// What went wrong with a request; empty for a success.
+std::string FailureInWords(const Outcome& outcome) {
+    if (outcome.result.published && !outcome.copied) {
+        const auto& complaints = outcome.result.complaints;
+        return complaints.empty() ? ""
+                                  : "the node broke the interface's rules: " + complaints.front();
+    }
+    const char* const what =
+        outcome.copied ? "the main image was copied" : "the node failed and published nothing";
+    return outcome.reasons.empty() ? what
+                                   : fmt::format("{}: {}", what, Sentence(outcome.reasons.front()));
+}
+
+std::string DifferenceInWords(const Replayed& replayed) {
+    const PlaneDifference& luma = replayed.outputDifference->planes.front();
+    if (replayed.outputDifference->identical()) {
+        return "the output is identical to the dump, the disparity is not";
+    }
+    if (luma.differing == 0) {
+        return "differs from the dump in chroma alone";
+    }
+    const double percent =
+        100.0 * static_cast<double>(luma.differing) / static_cast<double>(luma.samples);
+    const std::string share = percent < 0.01 ? "less than 0.01" : fmt::format("{:.2g}", percent);
+    const auto depth = replayed.disparity.height() > 0
+                           ? DepthOfFieldOf(replayed.disparity, replayed.main.width(),
+                                            replayed.taken.value_or(replayed.asked))
+                           : std::nullopt;
+    return fmt::format("differs from the dump in {} % of luma{}", share,
+                       depth ? PlaceOfDifference(replayed.dumpedOutput, replayed.output,
+                                                 replayed.disparity, *depth)
+                             : "");
+}
+
+// How the output compares with the dumped one.
+void SetReplayVerdict(Report& report, const Replayed& replayed, bool asDumped) {
+    if (const std::string failure = FailureInWords(replayed); !failure.empty()) {
+        report.SetVerdict(Kind::kWrong, failure);
+    } else if (replayed.equal()) {
+        report.SetVerdict(Kind::kGood, "identical to the dump, byte for byte");
+    } else if (!replayed.outputDifference) {
+        report.SetVerdict(Kind::kNote, "rendered; the set has no output to compare with");
+    } else {
+        const Kind kind = asDumped ? Kind::kWrong : Kind::kNote;
+        report.SetVerdict(kind, DifferenceInWords(replayed) + (asDumped ? "" : ", as changed"));
     }
 }
 
@@ -79,9 +153,9 @@ void AddDifference(Report& report, const char* name,
 Report ReportOf(const Inspection& inspection) {
     Report report("inspect", inspection.set.stem);
     AddFindings(report, inspection);
-    if (inspection.findings.empty()) {
-        report.AddFinding(Kind::kGood, "", "nothing wrong found");
-    }
+    report.SetVerdict(inspection.findings.empty() ? Kind::kGood : Kind::kWrong,
+                      inspection.findings.empty() ? "nothing wrong found"
+                                                  : FindingsInWords(inspection));
     if (inspection.parameters) {
         report.SetParameters(*inspection.parameters);
     }
@@ -109,8 +183,12 @@ Report ReportOf(const RenderOptions& options, const host::Request& request, cons
             report.SetParameters(*dumps->parameters);
         }
     }
-    if (!report.hasWrong()) {
-        report.AddFinding(Kind::kGood, "", "rendered, nothing wrong found");
+    const std::string failure = FailureInWords(outcome);
+    if (!failure.empty() || !dumps || dumps->findings.empty()) {
+        report.SetVerdict(failure.empty() ? Kind::kGood : Kind::kWrong,
+                          failure.empty() ? "rendered, nothing wrong found" : failure);
+    } else {
+        report.SetVerdict(Kind::kWrong, "rendered, but " + FindingsInWords(*dumps));
     }
     const host::Image& main = *request.inputs[0];
     const host::Image& aux = *request.inputs[1];
@@ -142,17 +220,25 @@ Report ReportOf(const Inspection& inspection, const Replayed& replayed) {
     if (!changes.empty()) {
         report.AddFinding(Kind::kNote, "changed", fmt::format("{}", fmt::join(changes, ", ")));
     }
+    SetReplayVerdict(report, replayed, changes.empty());
     AddDifference(report, "output against the dumped one", replayed.outputDifference);
     AddDifference(report, "disparity against the dumped one", replayed.disparityDifference);
     report.SetParameters(replayed.taken.value_or(replayed.asked));
     report.SetSensors(replayed.mainSensor, replayed.auxSensor);
-    AddImages(report, &replayed.main, &replayed.aux, published ? &replayed.output : nullptr);
+    // First what a replay is about: the dumped output and the new one.
+    if (replayed.outputDifference) {
+        report.AddPicture("output", replayed.output);
+        if (replayed.outputDifference->identical()) {
+            report.AddSamePicture("dumped output", "output");
+        } else {
+            report.AddPicture("dumped output", replayed.dumpedOutput);
+        }
+        report.AddComparison("dumped output", "output", true);
+    }
+    AddImages(report, &replayed.main, &replayed.aux,
+              published && !replayed.outputDifference ? &replayed.output : nullptr);
     if (published) {
         AddTags(report, *published);
-    }
-    if (replayed.outputDifference && !replayed.outputDifference->identical()) {
-        report.AddPicture("dumped output", replayed.dumpedOutput);
-        report.AddComparison("dumped output", replayed.dumpedOutput, "output", replayed.output);
     }
     if (replayed.disparity.height() > 0) {
         report.SetDisparity(replayed.disparity, replayed.main.width());

@@ -69,6 +69,11 @@ std::string EngineFailure(std::string_view message, bool ownEngine) {
 
 } // namespace
 
+bool IsLoudSuccess(const host::LogRecord& record) {
+    return record.priority >= ANDROID_LOG_ERROR &&
+           record.text.find("cali data success") != std::string::npos;
+}
+
 LogLines::LogLines(bool ownEngine) : ownEngine_(ownEngine) {
     host::SetLogSink([this](const host::LogRecord& record) {
         Print(record);
@@ -83,14 +88,10 @@ LogLines::~LogLines() {
 std::vector<std::string> LogLines::Reasons() const {
     std::vector<std::string> reasons;
     for (const host::LogRecord& record : records_) {
-        if (record.priority < ANDROID_LOG_ERROR) {
+        if (record.priority < ANDROID_LOG_ERROR || IsLoudSuccess(record)) {
             continue;
         }
         const std::string error = WithoutNewlines(record.text);
-        // The node logs this success at error priority, so that it always shows.
-        if (error.find("cali data success") != std::string::npos) {
-            continue;
-        }
         const std::string failure = EngineFailure(error, ownEngine_);
         const std::string& reason = failure.empty() ? error : failure;
         if (std::ranges::find(reasons, reason) == reasons.end()) {

@@ -5,6 +5,9 @@
 
 #include "host/log/log_control.h"
 
+// The node logs that it has read the calibration at error priority, so that it always shows.
+bool IsLoudSuccess(const host::LogRecord& record);
+
 // Prints the log's messages on standard error, in the layout of `adb logcat -v brief`, and keeps
 // them. One at a time.
 class LogLines {
