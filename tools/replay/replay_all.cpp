@@ -257,8 +257,10 @@ private:
             fmt::format("{} sets done, {} of them failed, {} left", done_, failed_, left);
         if (ran_ > 0) {
             const std::chrono::duration<double> taken = Progress::Clock::now() - start_;
-            text += fmt::format(" in about {:.0f} s", taken.count() * static_cast<double>(left) /
-                                                          static_cast<double>(ran_));
+            const double rest =
+                taken.count() * static_cast<double>(left) / static_cast<double>(ran_);
+            text += rest < 600 ? fmt::format(" in about {:.0f} s", rest)
+                               : fmt::format(" in about {:.0f} min", rest / 60);
         }
         return text;
     }
