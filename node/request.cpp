@@ -69,15 +69,14 @@ void ChiNodeCaptureBokeh::ReportUnusableImage() const {
                       name, format.format, format.width, format.height, format.plane[0].stride,
                       format.numberOfPlanes, static_cast<void*>(list.planeAddress[0]),
                       static_cast<void*>(list.planeAddress[1]),
-                      written ? "the main image is copied" : "nothing is written");
+                      written ? "the main image is copied" : "no photo is written");
         return;
     }
 }
 
 void ChiNodeCaptureBokeh::ProduceOutput() {
     frame_params_t& params = m_frameParams;
-    // Without a main image there is no photo, so nothing is shown in its place.
-    const bool auxCanBeShown = IsUsable(params.stMainImage) && IsUsable(params.stAuxImage);
+    const bool auxCanBeShown = IsUsable(params.stAuxImage);
     switch (m_debugView) {
     case kViewMain:
         CopyImageToOutput(params.stMainImage);

@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Checks the format, builds all but the benchmarks and runs all tests; then all but the tool's under
-# the address and undefined-behaviour sanitizers, and clang-tidy over the node. With --all also the
-# benchmarks' tests, the tool under those sanitizers, everything that needs no OpenCV under the thread
-# sanitizer and as 64-bit ARM code, the node as a device builds it, everything under clang, clang-tidy
-# over all but the tests, the branch coverage of the node, a minute of fuzzing, and what has the label
-# "all".
+# Checks the format, builds all but the benchmarks and runs all tests; then the node and the stand-ins
+# of the platform under the address and undefined-behaviour sanitizers, and clang-tidy over the node.
+# With --all also the benchmarks' tests, the engine and the tool under those sanitizers, everything
+# that needs no OpenCV under the thread sanitizer and as 64-bit ARM code, the node as a device builds
+# it, everything under clang, clang-tidy over all but the tests, the branch coverage of the node, a
+# minute of fuzzing, and what has the label "all".
 # Needs Debian 12 and root or sudo, for what is not installed yet.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/.."
@@ -28,13 +28,13 @@ run_preset() { # preset, settings
 scripts/check-format
 if [ $# -eq 0 ]; then
     run_preset release -DBUILD_BENCH=OFF
-    run_preset asan -DBUILD_TOOL=OFF
+    run_preset asan -DBUILD_ENGINE=OFF
     scripts/check-tidy node bokehbase engine
     exit
 fi
 scripts/fetch-arm64-libcxx build/arm64-libcxx
 run_preset release -DBUILD_BENCH=ON
-run_preset asan -DBUILD_TOOL=ON
+run_preset asan -DBUILD_ENGINE=ON
 for preset in tsan aarch64 device clang coverage; do
     run_preset "$preset"
 done

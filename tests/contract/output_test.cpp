@@ -227,8 +227,14 @@ protected:
             platform().log.clear();
             platform().engine.calls.clear();
             EXPECT_EQ(Process(), 0u);
+            // The views of the aux image need no main image.
+            const bool auxIsShown = &image == &main_ && *view >= '2';
             EXPECT_EQ(OutputIsMain(), copied);
-            EXPECT_EQ(OutputIsBlank(), !copied);
+            EXPECT_EQ(OutputIsBlank(), !copied && !auxIsShown);
+            if (auxIsShown) {
+                EXPECT_EQ(OutputShows(aux_), *view == '2');
+                EXPECT_EQ(output_.bytes[0], aux_.bytes[0]);
+            }
             EXPECT_TRUE(platform().engine.calls.empty());
             if (*view == '0') {
                 EXPECT_EQ(DepthEffect(), 1u);
@@ -254,7 +260,7 @@ private:
                           "%d, [w, h]: [%d, %d], pitch %d, planes %d, addresses [%p, %p], %s\n",
                           name, word(16), word(8), word(12), word(32), word(232),
                           list.Get<void*>(336), list.Get<void*>(344),
-                          copied ? "the main image is copied" : "nothing is written");
+                          copied ? "the main image is copied" : "no photo is written");
             errors.emplace_back(text);
         }
         return errors;

@@ -375,7 +375,8 @@ public:
     }
 
     bool IsRight(const Node& node, const Image& output, const Image& main, const Image& aux) const {
-        if (!main.usable() || !output.usable()) {
+        const bool showsAux = (node.view == 2 || node.view == 3) && aux.usable();
+        if (!output.usable() || (!main.usable() && !showsAux)) {
             return output.IsBlank();
         }
         const bool rendered = world.calls.dataRead && !world.calls.engineFailed;
@@ -383,11 +384,9 @@ public:
                                          world.calls.depthEffect != (rendered ? 0u : 1u))) {
             return false;
         }
-        if (node.view == 2 && aux.usable()) {
-            return SamePixels(output, aux);
-        }
-        if (node.view == 3 && aux.usable()) {
-            return IsMerged(output, main, aux);
+        if (showsAux) {
+            return node.view == 2 ? SamePixels(output, aux)
+                                  : !main.usable() || IsMerged(output, main, aux);
         }
         return rendered && world.calls.processed ? output.IsFilledWith(kRendered)
                                                  : SamePixels(output, main);
