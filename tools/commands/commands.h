@@ -13,5 +13,6 @@ std::function<int()> PrepareReplay(Command command);    // dumped requests throu
 std::function<int()> PrepareConvert(Command command);   // dumps to PNG and pictures to dumps
 std::function<int()> PrepareDiff(Command command);      // compares two pictures
 std::function<int()> PrepareCalibrate(Command command); // the stand-in engine's calibration file
+std::function<int()> PrepareLog(Command command);       // what a phone's log tells
 // A shell's completion of `program`, made from its commands and options.
 std::function<int()> PrepareCompletion(Command command, const Program& program);

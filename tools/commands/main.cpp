@@ -35,6 +35,7 @@ int Run(int argc, char** argv) {
     add("convert", "turn dumps into PNG pictures and back", PrepareConvert);
     add("diff", "compare two pictures or dumps", PrepareDiff);
     add("calibrate", "make or show the engine's calibration file", PrepareCalibrate);
+    add("log", "tell from a phone's log what its nodes did", PrepareLog);
     add("completion", "print a shell's completion of this program", PrepareCompletion, program);
     add("help", "show the options of a command", PrepareHelp, program);
     const std::string chosen = program.Parse(argc, argv);

@@ -1,5 +1,6 @@
 #include "tools/files/output_folder.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <system_error>
@@ -117,6 +118,17 @@ void OutputFolder::Write(const std::string& name, std::span<const std::uint8_t> 
 
 void OutputFolder::Write(const std::string& name, std::string_view text) {
     Write(name, std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
+}
+
+void OutputFolder::Append(const std::string& name, std::string_view text) {
+    const auto at = std::ranges::find(pending_, folder_ / name, &Pending::second);
+    const int file = ::open(at->first.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+    const bool written =
+        file >= 0 &&
+        WriteAll(file, {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
+    if ((file >= 0 && ::close(file) != 0) || !written) {
+        Fail(folder_ / name, "cannot be written");
+    }
 }
 
 void OutputFolder::Drop(const std::string& name) {

@@ -23,6 +23,8 @@ public:
 
     void Write(const std::string& name, std::span<const std::uint8_t> bytes);
     void Write(const std::string& name, std::string_view text);
+    // To the end of a file that was written before.
+    void Append(const std::string& name, std::string_view text);
 
     // On Commit, removes the file of this name that an earlier run may have left.
     void Drop(const std::string& name);

@@ -1,0 +1,482 @@
+#include "tools/phonelog/node_history.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include <fmt/core.h>
+
+namespace phonelog {
+
+namespace {
+
+// Errors of one request come within this time, where only errors are logged.
+constexpr std::int64_t kLongestRequest = 10'000'000;
+
+bool BelongsToCreation(Message message) {
+    return message <= Message::NoInputConfiguration;
+}
+
+Moment MomentOf(const LogLine& line) {
+    return {std::string(line.time), line.micros, line.process, line.thread};
+}
+
+void AddOnce(std::vector<std::string>& texts, std::string text) {
+    if (std::ranges::find(texts, text) == texts.end()) {
+        texts.push_back(std::move(text));
+    }
+}
+
+std::string SizeMismatch(const char* camera, const Recognised& found) {
+    return fmt::format("the {} camera's active array is {}x{}, its calibration {}x{}", camera,
+                       found.values[2], found.values[3], found.values[0], found.values[1]);
+}
+
+// The failure that a message tells, in words; empty for all that is none.
+std::string FailureOf(const Recognised& found) {
+    const auto& values = found.values;
+    switch (found.message) {
+    case Message::CalibrationNone:
+        return "no calibration file was usable";
+    case Message::EngineStartFailed:
+        return fmt::format("TSL_DCIR_Init failed ({})", values[0]);
+    case Message::EngineInfoFailed:
+        return fmt::format("TSL_DCIR_SetCameraImageInfo failed at creation ({})", values[0]);
+    case Message::TagMissing:
+        return fmt::format("the platform does not know the tag {} {} ({})", values[1], values[2],
+                           values[0]);
+    case Message::NoCameraConfiguration:
+        return "the platform gave no camera configuration";
+    case Message::TooManyCameras:
+        return fmt::format("{} linked cameras, at most {} are supported", values[0], values[1]);
+    case Message::NoInputConfiguration:
+        return "the platform gave no input configuration";
+    case Message::MainInconsistent:
+        return SizeMismatch("main", found);
+    case Message::AuxInconsistent:
+        return SizeMismatch("aux", found);
+    case Message::FormatUnsupported:
+        return "an image's format is not NV12";
+    case Message::ImageUnusable:
+        return fmt::format("the {} image cannot be used (format {}, {}x{}, pitch {}, {} planes)",
+                           values[0], values[1], values[2], values[3], values[4], values[5]);
+    case Message::NoCalibrationCopy:
+        return "there is no fitting calibration";
+    case Message::EngineFailed:
+        return fmt::format("{} failed ({})", values[0], values[1]);
+    case Message::NoDisparity:
+        return "the engine gave no disparity";
+    case Message::DumpFailed:
+        return fmt::format("{} could not be written", values[0]);
+    case Message::NullPointer:
+        return fmt::format("{} stopped: a pointer was null or a step had failed", found.operation);
+    default:
+        return {};
+    }
+}
+
+// A failed dump costs no picture.
+bool CostsThePicture(Message message) {
+    return message != Message::DumpFailed;
+}
+
+} // namespace
+
+const char* Word(Verdict verdict) {
+    constexpr const char* kWords[] = {"rendered", "disparity alone", "debug view", "copied",
+                                      "failed",   "stopped",         "unended"};
+    return kWords[static_cast<int>(verdict)];
+}
+
+NodeHistory::NodeHistory(TakeNode takeNode, TakeRequest takeRequest)
+    : takeNode_(std::move(takeNode)), takeRequest_(std::move(takeRequest)) {}
+
+void NodeHistory::Read(const LogLine& line) {
+    ++messages_;
+    const auto found = Recognise(line.text);
+    if (!found) {
+        return;
+    }
+    const Thread thread(line.process, line.thread);
+    switch (found->message) {
+    case Message::DestroyIn:
+    case Message::Destroyed:
+        ReadDestruction(line, *found);
+        return;
+    case Message::NullPointer: {
+        // Of the step that is under way; its cause has been told, or it is the caller's mistake.
+        const auto node = nodes_.find(thread);
+        const auto request = requests_.find(thread);
+        if (request != requests_.end() && request->second.life.failures.empty()) {
+            request->second.life.failures.push_back(FailureOf(*found));
+        } else if (node != nodes_.end() && node->second.life.failures.empty()) {
+            node->second.life.failures.push_back(FailureOf(*found));
+        }
+        return;
+    }
+    default:
+        break;
+    }
+    if (BelongsToCreation(found->message)) {
+        ReadCreation(line, *found);
+    } else {
+        ReadRequest(line, *found);
+    }
+}
+
+NodeHistory::OpenNode& NodeHistory::NodeOf(const LogLine& line, bool begins) {
+    const Thread thread(line.process, line.thread);
+    auto open = nodes_.find(thread);
+    if (open != nodes_.end() && begins) {
+        CloseNode(thread, std::nullopt);
+        open = nodes_.end();
+    }
+    if (open == nodes_.end()) {
+        // A request of this thread did not end if it creates a node now.
+        if (requests_.contains(thread)) {
+            Close(thread, std::nullopt, std::nullopt);
+        }
+        open = nodes_.emplace(thread, OpenNode()).first;
+        open->second.life.number = ++counts_.nodes;
+        open->second.life.begin = MomentOf(line);
+    }
+    return open->second;
+}
+
+void NodeHistory::ReadCreation(const LogLine& line, const Recognised& found) {
+    const Thread thread(line.process, line.thread);
+    const auto open = nodes_.find(thread);
+    const bool decided =
+        open != nodes_.end() && !open->second.debug &&
+        (!open->second.life.calibration.empty() || !open->second.life.failures.empty());
+    // The creation's first message depends on the mask of the node before it. Where only errors are
+    // logged, a new search for a calibration is the next node's.
+    const bool searches =
+        found.message >= Message::CalibrationMissing && found.message <= Message::CalibrationUsed;
+    const bool begins = found.message == Message::CreateIn || (decided && searches);
+    if (found.message == Message::CreateOut && open == nodes_.end()) {
+        return; // the log begins behind the creation, or its record was refused
+    }
+    OpenNode& node = NodeOf(line, begins);
+    node.debug = node.debug || line.priority == 'D';
+    NodeLife& life = node.life;
+    const auto& values = found.values;
+    switch (found.message) {
+    case Message::CreateOut:
+        life.created = found.Number(0) == 0;
+        CloseNode(thread, line.micros);
+        return;
+    case Message::TagMissing:
+    case Message::NoCameraConfiguration:
+    case Message::TooManyCameras:
+    case Message::NoInputConfiguration:
+        life.created = false;
+        AddOnce(life.failures, FailureOf(found));
+        break;
+    case Message::EngineVersion:
+        life.engineVersion = values[0];
+        break;
+    case Message::CalibrationMissing:
+        life.refused.push_back(fmt::format("{}: cannot be opened", values[0]));
+        break;
+    case Message::CalibrationLength:
+        life.refused.push_back(
+            fmt::format("{}: {} bytes, expected {}", values[0], values[1], values[2]));
+        break;
+    case Message::CalibrationShort:
+        life.refused.push_back(fmt::format("{}: cannot be read", values[0]));
+        break;
+    case Message::CalibrationRefused:
+        life.refused.push_back(fmt::format("refused by the engine ({})", values[0]));
+        break;
+    case Message::CalibrationUsed:
+        life.calibration = values[0];
+        break;
+    case Message::Cameras:
+        life.cameras = found.Number(0);
+        life.primaryCamera = found.Number(1);
+        break;
+    default:
+        if (std::string failure = FailureOf(found); !failure.empty()) {
+            AddOnce(life.failures, std::move(failure));
+        }
+        break;
+    }
+}
+
+void NodeHistory::CloseNode(const Thread& thread, std::optional<std::int64_t> end) {
+    const auto open = nodes_.find(thread);
+    NodeLife life = std::move(open->second.life);
+    nodes_.erase(open);
+    life.end = end;
+    if (life.created) {
+        std::vector<LivingNode>& living = living_[thread.first];
+        // Ends are not logged where only errors are.
+        constexpr std::size_t kMostNodes = 16;
+        if (living.size() == kMostNodes) {
+            living.erase(living.begin());
+        }
+        living.push_back({life.number, 0, thread.second});
+    } else {
+        ++counts_.nodesFailed;
+    }
+    if (life.calibration.empty()) {
+        ++counts_.nodesWithoutCalibration;
+    }
+    for (const std::string& failure : life.failures) {
+        Count(failure, life.begin.time);
+    }
+    takeNode_(life);
+}
+
+void NodeHistory::ReadDestruction(const LogLine& line, const Recognised& found) {
+    CloseErrorsAlone(line.process);
+    const auto living = living_.find(line.process);
+    // The end of a node whose creation failed shows nothing that is not known.
+    if (found.message == Message::Destroyed || living == living_.end() || living->second.empty()) {
+        return;
+    }
+    // The log does not say which; with several, requests will be told apart by their numbers.
+    std::vector<LivingNode>& nodes = living->second;
+    const auto ofThread = std::ranges::find(nodes, line.thread, &LivingNode::thread);
+    nodes.erase(ofThread == nodes.end() ? nodes.begin() : ofThread);
+    if (nodes.empty()) {
+        living_.erase(living);
+    }
+}
+
+NodeHistory::OpenRequest& NodeHistory::RequestOf(const LogLine& line, Message message,
+                                                 const std::string& failure) {
+    const Thread thread(line.process, line.thread);
+    auto open = requests_.find(thread);
+    if (open != requests_.end()) {
+        const RequestLife& life = open->second.life;
+        // Where only errors are logged: what comes earlier in a request than the last message, or
+        // is said again, or comes much later, is the next one's.
+        const bool next =
+            life.errorsAlone &&
+            (message < open->second.last || std::ranges::count(life.failures, failure) > 0 ||
+             (line.micros && life.begin.micros &&
+              *line.micros - *life.begin.micros > kLongestRequest));
+        if (message == Message::RequestIn || next) {
+            Close(thread, std::nullopt, std::nullopt);
+            open = requests_.end();
+        }
+    }
+    if (open == requests_.end()) {
+        CloseErrorsAlone(line.process);
+        open = requests_.emplace(thread, OpenRequest()).first;
+        RequestLife& life = open->second.life;
+        life.begin = MomentOf(line);
+        life.errorsAlone = line.priority == 'E';
+    }
+    open->second.last = message;
+    return open->second;
+}
+
+// A node whose creation logged errors alone was there before its first request.
+void NodeHistory::CloseErrorsAlone(int process) {
+    for (auto node = nodes_.begin(); node != nodes_.end();) {
+        const auto next = std::next(node);
+        if (node->first.first == process && !node->second.debug) {
+            CloseNode(node->first, std::nullopt);
+        }
+        node = next;
+    }
+}
+
+void NodeHistory::ReadRequest(const LogLine& line, const Recognised& found) {
+    const Thread thread(line.process, line.thread);
+    // The end of a request that began before the log did.
+    if (!requests_.contains(thread) && found.message == Message::RequestOut) {
+        return;
+    }
+    const std::string failure = FailureOf(found);
+    OpenRequest& open = RequestOf(line, found.message, failure);
+    open.life.errorsAlone = open.life.errorsAlone && line.priority == 'E';
+    ReadValues(open.life, found);
+    if (!failure.empty()) {
+        open.copied = open.copied || CostsThePicture(found.message);
+        AddOnce(open.life.failures, failure);
+    }
+    ReadEvent(line, open, found);
+    if (found.message == Message::RequestOut) {
+        Close(thread, found.Number(0), line.micros);
+    }
+}
+
+void NodeHistory::ReadValues(RequestLife& life, const Recognised& found) {
+    const auto number = [&found](std::size_t index) { return found.Number<int>(index); };
+    switch (found.message) {
+    case Message::Frame:
+        life.frame = found.Number<std::uint64_t>(0);
+        break;
+    case Message::Faces:
+        life.faces = number(1);
+        break;
+    case Message::FaceChosen:
+        life.faceInFocus = number(0);
+        break;
+    case Message::Parameters:
+        life.crops = {{number(0), number(1)}, {number(2), number(3)}};
+        life.blur = number(4);
+        life.rotation = number(5);
+        life.focus = {number(6), number(7)};
+        break;
+    case Message::EngineParameters:
+        life.blur = number(1);
+        life.focus = {number(2), number(3)};
+        break;
+    case Message::Processed:
+        life.processed = found.Number<std::uint64_t>(0);
+        break;
+    default:
+        break;
+    }
+}
+
+// How far the request came, and how long its steps took.
+void NodeHistory::ReadEvent(const LogLine& line, OpenRequest& open, const Recognised& found) {
+    const char* step = nullptr;
+    switch (found.message) {
+    case Message::EngineParametersIn:
+        open.prepared = true;
+        step = "preparation";
+        break;
+    case Message::EngineParameters:
+        open.renders = found.Number(0) != 0;
+        return;
+    case Message::RenderIn:
+        open.renderBegan = true;
+        break;
+    case Message::DisparityRead:
+        step = "disparity";
+        break;
+    case Message::Rendered:
+        step = "rendering";
+        break;
+    case Message::Copied:
+        open.copied = true;
+        step = "copy";
+        break;
+    case Message::RenderOut:
+    case Message::DumpsIn:
+    case Message::RequestIn:
+        break;
+    case Message::DumpsOut:
+        step = "dumps";
+        break;
+    default:
+        return;
+    }
+    if (!line.micros) {
+        return;
+    }
+    if (step != nullptr && open.stepStart != 0) {
+        open.life.steps.push_back({step, open.stepStart, *line.micros - open.stepStart});
+    }
+    open.stepStart = *line.micros;
+}
+
+void NodeHistory::Close(const Thread& thread, std::optional<std::int64_t> result,
+                        std::optional<std::int64_t> end) {
+    const auto at = requests_.find(thread);
+    const OpenRequest open = std::move(at->second);
+    requests_.erase(at);
+    RequestLife life = open.life;
+    life.number = ++counts_.requests;
+    life.end = end;
+    const bool ended = result.has_value();
+    life.verdict = !ended && !life.errorsAlone ? Verdict::Unended
+                   : result.value_or(0) != 0   ? Verdict::Failed
+                   : open.copied               ? Verdict::Copied
+                   : !open.prepared            ? Verdict::Stopped
+                   : !open.renderBegan         ? Verdict::Shown
+                   : open.renders              ? Verdict::Rendered
+                                               : Verdict::Disparity;
+    // With its errors alone a request may have lost its dumps and nothing else.
+    if (life.errorsAlone && !open.copied) {
+        life.verdict = Verdict::Rendered;
+    }
+    Assign(life);
+    counts_.copied += life.verdict == Verdict::Copied ? 1 : 0;
+    counts_.failed += life.verdict == Verdict::Failed ? 1 : 0;
+    counts_.unended += life.verdict == Verdict::Unended ? 1 : 0;
+    for (const std::string& failure : life.failures) {
+        Count(failure, life.begin.time);
+    }
+    takeRequest_(life);
+}
+
+// The node of a request: the only one of the process, or the one whose count the request continues,
+// first of all the one that this thread used last.
+void NodeHistory::Assign(RequestLife& life) {
+    const auto living = living_.find(life.begin.process);
+    if (living == living_.end()) {
+        return;
+    }
+    LivingNode* chosen = nullptr;
+    for (LivingNode& node : living->second) {
+        const bool fits =
+            living->second.size() == 1 || (life.processed && node.processed + 1 == *life.processed);
+        if (fits && (chosen == nullptr ||
+                     (node.thread == life.begin.thread && chosen->thread != life.begin.thread))) {
+            chosen = &node;
+        }
+    }
+    if (chosen != nullptr) {
+        life.node = chosen->number;
+        chosen->processed = life.processed.value_or(chosen->processed);
+        chosen->thread = life.begin.thread;
+    }
+}
+
+void NodeHistory::Count(const std::string& failure, const std::string& time) {
+    constexpr std::size_t kMostKinds = 100; // of failures, so that no log fills the memory
+    if (failures_.size() >= kMostKinds && !failures_.contains(failure)) {
+        return;
+    }
+    Failures& alike = failures_[failure];
+    if (alike.count++ == 0) {
+        alike.first = time;
+    }
+    alike.last = time;
+}
+
+void NodeHistory::Finish() {
+    while (!nodes_.empty()) {
+        CloseNode(nodes_.begin()->first, std::nullopt);
+    }
+    while (!requests_.empty()) {
+        Close(requests_.begin()->first, std::nullopt, std::nullopt);
+    }
+}
+
+std::vector<std::string> NodeHistory::Findings() const {
+    std::vector<std::string> findings;
+    const auto add = [&findings](int count, int all, const char* what) {
+        if (count > 0) {
+            findings.push_back(fmt::format("{} of {} {}", count, all, what));
+        }
+    };
+    if (messages_ == 0) {
+        findings.emplace_back("no message of the node");
+    }
+    add(counts_.nodesFailed, counts_.nodes, "nodes could not be created");
+    add(counts_.nodesWithoutCalibration, counts_.nodes,
+        "nodes have no calibration: each of their photos is a copy of the main image");
+    add(counts_.copied, counts_.requests, "requests ended in a copy of the main image");
+    add(counts_.failed, counts_.requests, "requests failed");
+    add(counts_.unended, counts_.requests,
+        "requests never ended: a crash, a hang, or the end of the log");
+    for (const auto& [failure, alike] : failures_) {
+        const std::string since = alike.first.empty() ? ""
+                                  : alike.count == 1
+                                      ? fmt::format(", at {}", alike.first)
+                                      : fmt::format(", from {} to {}", alike.first, alike.last);
+        findings.push_back(fmt::format("{} time{}: {}{}", alike.count, alike.count == 1 ? "" : "s",
+                                       failure, since));
+    }
+    return findings;
+}
+
+} // namespace phonelog

@@ -1,0 +1,216 @@
+#include "tools/phonelog/node_messages.h"
+
+#include <algorithm>
+#include <map>
+#include <vector>
+
+namespace phonelog {
+
+namespace {
+
+using enum Message;
+
+constexpr char kIn[] = "TSL_CTB: %s: %d:  (IN)\n";
+
+constexpr NodeMessage kMessages[] = {
+    {CreateIn, "NodeCreate", kIn},
+    {CreateOut, "NodeCreate", "TSL_CTB: %s: %d: (OUT) res = %d\n"},
+    {LogMask, "ChiNodeBokehBase", "TSL_CTB: %s: %d:  g_enableNodeLogs %d\n"},
+    {InitializeIn, "Initialize", kIn},
+    {EngineVersion, "IniEngine", "TSL_CTB: %s: %d: pVersion: %s\n"},
+    {CalibrationMissing, "GetCalibrationBinData", "TSL_CTB: %s: %d: : %s readCaliData fail\n"},
+    {CalibrationLength, "GetCalibrationBinData", "TSL_CTB: %s: %d: : %s, size: %d  != %d\n"},
+    {CalibrationShort, "GetCalibrationBinData",
+     "TSL_CTB: %s: %d: : %s readCaliData read file size error!\n"},
+    {CalibrationRefused, "GetCalibrationBinData",
+     "TSL_CTB: %s: %d:  : Initialize SetCaliData res = %ld\n"},
+    {CalibrationUsed, "GetCalibrationData",
+     "TSL_CTB: %s: %d: : read  cali data success, path: %s length:%d\n"},
+    {CalibrationNone, "GetCalibrationData", "TSL_CTB: %s: %d: : read  cali data fail\n"},
+    {EngineStartFailed, "IniEngine", "TSL_CTB: %s: %d: Initialize TSL_DCIR_Init res = %ld\n"},
+    {EngineInfoFailed, "IniEngine",
+     "TSL_CTB: %s: %d: TSL_DCIR_SetCameraImageInfo failed res = %ld\n"},
+    {TagMissing, "operator()", "TSL_CTB: %s: %d: Error: %s during GetVendorTagBase for: %s %s\n"},
+    {NoCameraConfiguration, "ConfigureCameraInfo",
+     "TSL_CTB: %s: %d: pPhysicalCameraConfigs not updated for BOKEH\n"},
+    {TooManyCameras, "ConfigureCameraInfo",
+     "TSL_CTB: %s: %d: Number of linked cameras %d, exceeds max supported linked cameras %d \n"},
+    {Cameras, "ConfigureCameraInfo",
+     "TSL_CTB: %s: %d:  Number of linked cameras %d, primary camera id %d \n"},
+    {NoInputConfiguration, "ConfigureInputBufferMapping",
+     "TSL_CTB: %s: %d: pCameraInputConfig not updated for BOKEH\n"},
+    {DestroyIn, "NodeDestroy", kIn},
+    {Destroyed, "~ChiNodeCaptureBokeh", "TSL_CTB: %s: %d:  (OUT)\n"},
+
+    {RequestIn, "NodeProcRequest", kIn},
+    {Frame, "GetFrameParams", "TSL_CTB: %s: %d: (IN ) %lu\n"},
+    {Faces, "UpdateFocusROIBasedFace",
+     "TSL_CTB: %s: %d: afMode %d, numFaces %d, maxFaceIndex %d\n"},
+    {FaceChosen, "UpdateFocusROIBasedFace",
+     "TSL_CTB: %s: %d: MaxFaceInfo[Index:%d]: (l,t,r,b)[%d,%d,%d,%d], Angles: %d, "
+     "ptFocus:[%d,%d]\n"},
+    {MainInconsistent, "CheckParamConsistency",
+     "TSL_CTB: %s: %d: Master camera parameter inconsistency!Calibration [w, h]: [%d, %d], "
+     "ActiveArraySize [w, h]: [%d, %d]\n"},
+    {AuxInconsistent, "CheckParamConsistency",
+     "TSL_CTB: %s: %d: Aux camera parameter inconsistency!Calibration [w, h]: [%d, %d], "
+     "ActiveArraySize [w, h]: [%d, %d]\n"},
+    {FormatUnsupported, "PrepareImage", "TSL_CTB: %s: %d:  format is not supported!\n"},
+    {Parameters, "GetBokehParams",
+     "TSL_CTB: %s: %d: MasterCam[w, h]:[%d %d], AuxCam[w, h]:[%d %d],BlurIntensity %d, "
+     "ImageDegree %d, ptFocus:[%d,%d], afStatus %d, focusDistance %d\n"},
+    {EngineParametersIn, "UpdataCTBParam", kIn},
+    {EngineParameters, "UpdataCTBParam",
+     "TSL_CTB: %s: %d:  m_BokehProcess %d, i32BlurIntensity %d, ptFocus[%d %d]\n"},
+    {ImageUnusable, "ProcessRequest",
+     "TSL_CTB: %s: %d: %s image cannot be used! Format %d, [w, h]: [%d, %d], pitch %d, planes %d, "
+     "addresses [%p, %p], %s\n"},
+    {NoCalibrationCopy, "ProcessRequest", "TSL_CTB: %s: %d: CalibDataSuccess falil, copy image!\n"},
+    {RenderIn, "DoProcess", kIn},
+    {EngineFailed, "DoProcess", "%s: %d: %s failed res = %ld"},
+    {NoDisparity, "DoProcess", "TSL_CTB: %s: %d: m_pDisparityData == nullptr\n"},
+    {DisparityRead, "DoProcess",
+     "TSL_CTB: %s: %d:  DoProcess TSL_DCIR_GetDisparityData res = %ld  "
+     "m_i32DisparityDataActiveSize %d\n"},
+    {Rendered, "DoProcess", "TSL_CTB: %s: %d:  DoProcess TSL_DCIR_Process result = %ld\n"},
+    {Copied, "DoProcess",
+     "TSL_CTB: %s: %d:  Process failed, copy the main image, m_resultDataCTB.depthEffectInfo = "
+     "%d\n"},
+    {RenderOut, "DoProcess", "TSL_CTB: %s: %d:  (OUT) \n"},
+    {DumpsIn, "DumpAndSaveYUV", kIn},
+    {DumpFailed, "saveFile", "TSL_CTB: %s: %d: Failed to open file: %s\n"},
+    {DumpsOut, "DumpAndSaveYUV", "TSL_CTB: %s: %d:  (OUT)\n"},
+    {Processed, "ProcessRequest", "TSL_CTB: %s: %d: ProcessRequest m_processedFrame = %lu\n"},
+    {RequestOut, "NodeProcRequest", "TSL_CTB: %s: %d:  (OUT) res = %d\n"},
+
+    {NullPointer, nullptr, "%s: %d: NULL POINTER!"},
+    {NullPointer, nullptr, "%s: %d: res: %d NULL POINTER!"},
+    {NullPointer, nullptr, "%s: %d:  res: %d NULL POINTER!"},
+    {NullPointer, nullptr, "%s: %d: errCode = %d: NULL POINTER!"},
+};
+
+constexpr std::string_view kPrefix = "TSL_CTB: ";
+constexpr std::string_view kPlace = "%s: %d:";
+
+// Bug reports drop the spaces at the end of a line.
+std::string_view WithoutTrailingSpace(std::string_view text) {
+    return text.substr(0, text.find_last_not_of(" \n") + 1);
+}
+
+// A format without its place and its newline: literal pieces, and the conversions between them.
+struct Pattern {
+    const NodeMessage* message;
+    bool prefixed;
+    std::vector<std::string_view> pieces; // one more than there are conversions
+    std::vector<char> conversions;
+};
+
+Pattern Compile(const NodeMessage& message) {
+    Pattern pattern{&message, false, {}, {}};
+    std::string_view rest = message.format;
+    if (rest.starts_with(kPrefix)) {
+        pattern.prefixed = true;
+        rest.remove_prefix(kPrefix.size());
+    }
+    rest.remove_prefix(kPlace.size());
+    rest = WithoutTrailingSpace(rest);
+    for (std::size_t at = 0; (at = rest.find('%')) != std::string_view::npos;) {
+        pattern.pieces.push_back(rest.substr(0, at));
+        const std::size_t end = rest.find_first_of("dups", at); // "%d", "%lu", "%p", "%s"
+        pattern.conversions.push_back(rest[end]);
+        rest.remove_prefix(end + 1);
+    }
+    pattern.pieces.push_back(rest);
+    return pattern;
+}
+
+// The end of a value: of a number its last digit, of a text the literal piece behind it.
+std::size_t ValueEnd(std::string_view text, char conversion, std::string_view behind) {
+    if (conversion == 's' || conversion == 'p') {
+        return behind.empty() ? text.size() : text.find(behind);
+    }
+    const std::size_t end = text.find_first_not_of("0123456789", text.starts_with('-') ? 1 : 0);
+    return std::min(end, text.size());
+}
+
+bool Match(const Pattern& pattern, std::string_view text, Recognised& found) {
+    found.count = 0;
+    for (std::size_t i = 0; i < pattern.pieces.size(); ++i) {
+        if (!text.starts_with(pattern.pieces[i])) {
+            return false;
+        }
+        text.remove_prefix(pattern.pieces[i].size());
+        if (i == pattern.conversions.size()) {
+            break;
+        }
+        const std::size_t end = ValueEnd(text, pattern.conversions[i], pattern.pieces[i + 1]);
+        if (end == 0 || end == std::string_view::npos) {
+            return false;
+        }
+        if (found.count < found.values.size()) {
+            found.values[found.count++] = text.substr(0, end);
+        }
+        text.remove_prefix(end);
+    }
+    return text.empty();
+}
+
+struct Patterns {
+    std::map<std::string_view, std::vector<Pattern>> ofOperation;
+    std::vector<Pattern> ofAny;
+
+    Patterns() {
+        for (const NodeMessage& message : kMessages) {
+            std::vector<Pattern>& patterns =
+                message.operation == nullptr ? ofAny : ofOperation[message.operation];
+            patterns.push_back(Compile(message));
+        }
+    }
+};
+
+} // namespace
+
+std::span<const NodeMessage> NodeMessages() {
+    return kMessages;
+}
+
+std::optional<Recognised> Recognise(std::string_view text) {
+    static const Patterns patterns;
+    const bool prefixed = text.starts_with(kPrefix);
+    text.remove_prefix(prefixed ? kPrefix.size() : 0);
+    // The place: "OPERATION: LINE:".
+    const std::size_t end = text.find(": ");
+    if (end == std::string_view::npos) {
+        return std::nullopt;
+    }
+    Recognised found{};
+    found.operation = text.substr(0, end);
+    text.remove_prefix(end + 2);
+    const std::size_t digits = text.find_first_not_of("0123456789");
+    if (digits == 0 || digits == std::string_view::npos || text[digits] != ':') {
+        return std::nullopt;
+    }
+    text.remove_prefix(digits + 1);
+    text = WithoutTrailingSpace(text);
+    const auto matches = [&](const Pattern& pattern) {
+        return pattern.prefixed == prefixed && Match(pattern, text, found);
+    };
+    const auto byOperation = patterns.ofOperation.find(found.operation);
+    if (byOperation != patterns.ofOperation.end()) {
+        for (const Pattern& pattern : byOperation->second) {
+            if (matches(pattern)) {
+                found.message = pattern.message->message;
+                return found;
+            }
+        }
+    }
+    for (const Pattern& pattern : patterns.ofAny) {
+        if (matches(pattern)) {
+            found.message = pattern.message->message;
+            return found;
+        }
+    }
+    return std::nullopt;
+}
+
+} // namespace phonelog
