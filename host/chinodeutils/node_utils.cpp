@@ -26,8 +26,9 @@ void host::SetMetadataProvider(MetadataProvider* provider) {
 }
 
 CDKResult ChiNodeUtils::QueryVendorTag(ChiQueryVendorTag* query, CHIVENDORTAGINFO* info) {
-    if (const auto failure = queryVendorTag.Enter()) {
-        return static_cast<CDKResult>(*failure);
+    const host::Call call(queryVendorTag);
+    if (call.failure()) {
+        return static_cast<CDKResult>(*call.failure());
     }
     if (query == nullptr || info == nullptr) {
         return CDKResultEInvalidPointer;
@@ -41,8 +42,9 @@ CDKResult ChiNodeUtils::QueryVendorTag(ChiQueryVendorTag* query, CHIVENDORTAGINF
 
 CDKResult ChiNodeUtils::SetNodeInterface(ChiNodeInterface* platform, const char* nodeName,
                                          ChiNodeInterface* copy, unsigned int* vendorTagBase) {
-    if (const auto failure = setNodeInterface.Enter()) {
-        return static_cast<CDKResult>(*failure);
+    const host::Call call(setNodeInterface);
+    if (call.failure()) {
+        return static_cast<CDKResult>(*call.failure());
     }
     if (platform == nullptr || nodeName == nullptr || copy == nullptr || vendorTagBase == nullptr) {
         return CDKResultEInvalidPointer;
@@ -66,19 +68,21 @@ CDKResult ChiNodeUtils::SetNodeInterface(ChiNodeInterface* platform, const char*
 
 void* ChiNodeUtils::GetDataList(unsigned long requestId, unsigned int tagId, ChiMetadataType type,
                                 ChiNodeInterface* platform, void* session, unsigned int cameraId) {
-    if (getDataList.Enter()) {
-        return nullptr;
-    }
+    host::Call call(getDataList);
     host::MetadataProvider* const provider = metadataProvider;
-    if (provider == nullptr) {
+    if (call.failure() || provider == nullptr) {
         return nullptr;
     }
-    return provider->Find({requestId, tagId, type, platform, session, cameraId});
+    const host::MetadataQuery query = {requestId, tagId, type, platform, session, cameraId};
+    void* const data = provider->Find(query);
+    call.Tell([&] { return provider->Describe(tagId) + (data != nullptr ? "" : ": none"); });
+    return data;
 }
 
 CDKResult ChiNodeUtils::DefaultBufferNegotiation(ChiNodeQueryBufferInfo* query) {
-    if (const auto failure = defaultBufferNegotiation.Enter()) {
-        return static_cast<CDKResult>(*failure);
+    const host::Call call(defaultBufferNegotiation);
+    if (call.failure()) {
+        return static_cast<CDKResult>(*call.failure());
     }
     if (query == nullptr) {
         return CDKResultEInvalidPointer;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "platform/chi_node.h"
 #include "platform/chi_node_utils.h"
@@ -53,6 +54,9 @@ public:
 
     // The tag's data, owned by the provider, or null.
     virtual void* Find(const MetadataQuery& query) = 0;
+
+    // The tag by its name, for people.
+    virtual std::string Describe(std::uint32_t tagId) const = 0;
 };
 
 // The provider that answers from now on; null: no metadata at all. It must outlive its use.

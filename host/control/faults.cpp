@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <atomic>
 #include <charconv>
+#include <ctime>
 #include <stdexcept>
+
+#include <unistd.h>
 
 #include <fmt/format.h>
 
@@ -58,6 +61,14 @@ constinit CallState calls[] = {
     {{"TSL_DCIR_Uninit", "the engine ends the instance, but reports a failure", kEngineError}},
 };
 
+std::function<void(const CallRecord&)> observer;
+
+std::int64_t Microseconds() {
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return std::int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000;
+}
+
 CallState& Find(std::string_view name) {
     const auto found =
         std::ranges::find(calls, name, [](const CallState& call) { return call.description.name; });
@@ -106,12 +117,26 @@ void ArmCall(CallState& call, std::uint64_t nth, std::int64_t result, std::uint6
 
 CallPoint::CallPoint(std::string_view name) : state_(Find(name)) {}
 
-std::optional<std::int64_t> CallPoint::Enter() {
-    const std::uint64_t call = ++state_.calls;
-    if (call >= state_.failFrom && call < state_.failUpTo) {
-        return state_.result.load();
+Call::Call(CallPoint& point) : Call(point.state_.description.name) {
+    CallState& state = point.state_;
+    const std::uint64_t call = ++state.calls;
+    if (call >= state.failFrom && call < state.failUpTo) {
+        failure_ = state.result.load();
     }
-    return std::nullopt;
+}
+
+Call::Call(std::string_view name)
+    : name_(name), observed_(observer != nullptr), start_(observed_ ? Microseconds() : 0) {}
+
+Call::~Call() {
+    if (observed_) {
+        observer({std::string(name_), std::move(detail_), start_, Microseconds() - start_,
+                  static_cast<int>(::gettid())});
+    }
+}
+
+void SetCallObserver(std::function<void(const CallRecord&)> take) {
+    observer = std::move(take);
 }
 
 std::vector<CallDescription> Faults::List() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -33,12 +34,54 @@ public:
     CallPoint(const CallPoint&) = delete;
     CallPoint& operator=(const CallPoint&) = delete;
 
-    // Counts one call. Returns the result to fail with if this call was told to fail.
-    std::optional<std::int64_t> Enter();
-
 private:
+    friend class Call;
     CallState& state_;
 };
+
+// A call that an observer is told of.
+struct CallRecord {
+    std::string name;        // of the call point, or of a node's callback
+    std::string detail;      // what it was about and what came of it, may be empty
+    std::int64_t start = 0;  // microseconds since 1970, the log's clock
+    std::int64_t length = 0; // microseconds
+    int thread = 0;          // the kernel's number
+};
+
+// One call that is under way, from construction to destruction.
+class Call {
+public:
+    // Counts the call.
+    explicit Call(CallPoint& point);
+    // A call that is no stand-in's and cannot be told to fail. `name` must outlive it.
+    explicit Call(std::string_view name);
+    ~Call();
+    Call(const Call&) = delete;
+    Call& operator=(const Call&) = delete;
+
+    // The result to fail with, if this call was told to fail.
+    const std::optional<std::int64_t>& failure() const { return failure_; }
+
+    // Adds to the record's detail what `describe` returns; it is called where somebody observes.
+    template <typename Describe>
+    void Tell(const Describe& describe) {
+        if (observed_) {
+            detail_ += detail_.empty() ? "" : ", ";
+            detail_ += describe();
+        }
+    }
+
+private:
+    std::string_view name_;
+    std::optional<std::int64_t> failure_;
+    bool observed_;
+    std::int64_t start_;
+    std::string detail_;
+};
+
+// Hands the record of every call that ends to `observer`, on the thread that made it; null ends
+// that. To be set while no call is under way. The observer is called on several threads at once.
+void SetCallObserver(std::function<void(const CallRecord&)> observer);
 
 struct Faults {
     // All call points, those of the engine included, whether or not its library is loaded. Only the

@@ -106,7 +106,9 @@ File OpenAt(CallPoint& point, OpenFiles<File>& files, File failed, const char* p
     if (path == nullptr || !IsDevicePath(path)) {
         return next(path);
     }
-    if (point.Enter()) {
+    Call call(point);
+    call.Tell([path] { return std::string(path); });
+    if (call.failure()) {
         errno = EIO;
         return failed;
     }
@@ -122,15 +124,29 @@ File OpenAt(CallPoint& point, OpenFiles<File>& files, File failed, const char* p
     return file;
 }
 
-// The result with which this call on an open file is to fail.
-template <typename File>
-std::optional<std::int64_t> Failure(CallPoint& point, OpenFiles<File>& files, File file) {
-    const auto failure = files.Contains(file) ? point.Enter() : std::nullopt;
-    if (failure) {
-        errno = EIO;
+// A call on an open file; one on a file that is none of the device's is not counted.
+class FileCall {
+public:
+    FileCall(CallPoint& point, bool ofDevice) {
+        if (ofDevice) {
+            call_.emplace(point);
+        }
+        if (failure()) {
+            errno = EIO;
+        }
     }
-    return failure;
-}
+    std::optional<std::int64_t> failure() const { return call_ ? call_->failure() : std::nullopt; }
+
+    template <typename Count>
+    void TellBytes(Count bytes) {
+        if (call_) {
+            call_->Tell([bytes] { return std::to_string(bytes) + " bytes"; });
+        }
+    }
+
+private:
+    std::optional<Call> call_;
+};
 
 // The C library's function of this name.
 template <typename Function>
@@ -183,47 +199,53 @@ int open(const char* path, int flags, ...) {
 
 int fseek(FILE* stream, long offset, int whence) {
     static auto* const next = Next<int(FILE*, long, int)>("fseek");
-    const auto failure = Failure(fseekPoint, state().streams, stream);
-    return failure ? static_cast<int>(*failure) : next(stream, offset, whence);
+    const FileCall call(fseekPoint, state().streams.Contains(stream));
+    return call.failure() ? static_cast<int>(*call.failure()) : next(stream, offset, whence);
 }
 
 long ftell(FILE* stream) {
     static auto* const next = Next<long(FILE*)>("ftell");
-    const auto failure = Failure(ftellPoint, state().streams, stream);
-    return failure ? static_cast<long>(*failure) : next(stream);
+    const FileCall call(ftellPoint, state().streams.Contains(stream));
+    return call.failure() ? static_cast<long>(*call.failure()) : next(stream);
 }
 
 size_t fread(void* data, size_t size, size_t count, FILE* stream) {
     static auto* const next = Next<size_t(void*, size_t, size_t, FILE*)>("fread");
-    if (const auto failure = Failure(freadPoint, state().streams, stream)) {
+    FileCall call(freadPoint, state().streams.Contains(stream));
+    if (const auto failure = call.failure()) {
         count = std::min(count, static_cast<size_t>(std::max<std::int64_t>(*failure, 0)));
     }
-    return next(data, size, count, stream);
+    const size_t read = next(data, size, count, stream);
+    call.TellBytes(read * size);
+    return read;
 }
 
 ssize_t write(int descriptor, const void* data, size_t size) {
     static auto* const next = Next<ssize_t(int, const void*, size_t)>("write");
-    if (const auto failure = Failure(writePoint, state().descriptors, descriptor)) {
+    FileCall call(writePoint, state().descriptors.Contains(descriptor));
+    if (const auto failure = call.failure()) {
         if (*failure < 0) {
             return -1;
         }
         size = std::min(size, static_cast<size_t>(*failure));
     }
-    return next(descriptor, data, size);
+    const ssize_t written = next(descriptor, data, size);
+    call.TellBytes(written);
+    return written;
 }
 
 int fclose(FILE* stream) {
     static auto* const next = Next<int(FILE*)>("fclose");
-    const auto failure = state().streams.Remove(stream) ? fclosePoint.Enter() : std::nullopt;
+    const FileCall call(fclosePoint, state().streams.Remove(stream));
     const int result = next(stream);
-    return failure ? static_cast<int>(*failure) : result;
+    return static_cast<int>(call.failure().value_or(result));
 }
 
 int close(int descriptor) {
     static auto* const next = Next<int(int)>("close");
-    const auto failure = state().descriptors.Remove(descriptor) ? closePoint.Enter() : std::nullopt;
+    const FileCall call(closePoint, state().descriptors.Remove(descriptor));
     const int result = next(descriptor);
-    return failure ? static_cast<int>(*failure) : result;
+    return static_cast<int>(call.failure().value_or(result));
 }
 
 } // extern "C"

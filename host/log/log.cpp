@@ -63,8 +63,9 @@ std::vector<LogRecord> LogCollector::Take() {
 } // namespace host
 
 extern "C" int __android_log_print(int priority, const char* tag, const char* format, ...) {
-    if (const auto failure = host::androidLogPrint.Enter()) {
-        return static_cast<int>(*failure);
+    host::Call call(host::androidLogPrint);
+    if (call.failure()) {
+        return static_cast<int>(*call.failure());
     }
     char text[host::kMessageBuffer];
     std::va_list arguments;
@@ -74,6 +75,7 @@ extern "C" int __android_log_print(int priority, const char* tag, const char* fo
     if (length < 0) {
         return length;
     }
+    call.Tell([&text] { return std::string(text); });
     host::LogRecord record = {priority, tag != nullptr ? tag : "", format, text};
     record.pid = getpid();
     clock_gettime(CLOCK_REALTIME, &record.time);

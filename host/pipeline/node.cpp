@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include "host/control/faults.h"
 #include "host/pipeline/pipeline.h"
 #include "host/pipeline/pipeline_session.h"
 #include "host/pipeline/request_buffers.h"
@@ -61,6 +62,15 @@ void KeepForLater(const std::vector<std::string>& complaints) {
     }
 }
 
+// Calls one of the node's callbacks, under this name for who observes calls.
+template <typename Callback, typename... Arguments>
+CDKResult Observed(const char* name, Callback callback, Arguments... arguments) {
+    Call call(name);
+    const CDKResult code = callback(arguments...);
+    call.Tell([code] { return std::to_string(code); });
+    return code;
+}
+
 } // namespace
 
 struct Node::Session {
@@ -87,7 +97,7 @@ void Node::Session::Create(std::uint32_t imageDegree) {
     ChiNodeCreateInfo expected = info;
 
     const RotationSetting rotation(imageDegree);
-    const CDKResult code = callbacks.create(&info);
+    const CDKResult code = Observed("NodeCreate", callbacks.create, &info);
     if (code != CDKResultSuccess && info.hNodeSession != nullptr) {
         pipeline->Complain("a node that was not created left a handle");
     }
@@ -110,7 +120,7 @@ void Node::Session::Negotiate(Size output) {
     wanted.wantedWidth = static_cast<std::uint32_t>(output.width);
     wanted.wantedHeight = static_cast<std::uint32_t>(output.height);
     std::memcpy(query.negotiation, &wanted, sizeof(wanted));
-    Require(callbacks.queryBufferInfo(&query), "buffer query");
+    Require(Observed("NodeQueryBufferInfo", callbacks.queryBufferInfo, &query), "buffer query");
 
     ChiImageFormat format{};
     format.width = wanted.wantedWidth;
@@ -120,7 +130,7 @@ void Node::Session::Negotiate(Size output) {
     properties.size = sizeof(properties);
     properties.hNodeSession = node;
     properties.format = &format;
-    Require(callbacks.setBufferInfo(&properties), "buffer setting");
+    Require(Observed("NodeSetBufferInfo", callbacks.setBufferInfo, &properties), "buffer setting");
 }
 
 void Node::Session::PipelineCreated() {
@@ -128,7 +138,8 @@ void Node::Session::PipelineCreated() {
     ChiNodePostPipelineCreateOutput output;
     std::memset(static_cast<void*>(&output), 0xA5, sizeof(output));
     ChiNodePostPipelineCreateOutput expected = output;
-    Require(callbacks.postPipelineCreate(node, &input, &output), "answer to the built pipeline");
+    Require(Observed("NodePostPipelineCreate", callbacks.postPipelineCreate, node, &input, &output),
+            "answer to the built pipeline");
     expected.delay = output.delay;
     expected.reserved24 = 0;
     if (std::memcmp(&output, &expected, sizeof(output)) != 0) {
@@ -139,7 +150,7 @@ void Node::Session::PipelineCreated() {
 std::vector<std::string> Node::Session::End() {
     if (node != nullptr) {
         ChiNodedestroyInfo info{sizeof(info), 0, node};
-        const CDKResult code = callbacks.destroy(&info);
+        const CDKResult code = Observed("NodeDestroy", callbacks.destroy, &info);
         if (code != CDKResultSuccess) {
             pipeline->Complain(fmt::format("the node's destruction answers {}", code));
         } else if (info.hNodeSession != nullptr) {
@@ -171,7 +182,8 @@ Node::~Node() {
 RequestResult Node::Process(Request& request) {
     RequestBuffers buffers(request, session_->node);
     session_->pipeline->BeginRequest(request);
-    const CDKResult code = session_->callbacks.processRequest(buffers.record());
+    const CDKResult code =
+        Observed("NodeProcRequest", session_->callbacks.processRequest, buffers.record());
     RequestResult result = session_->pipeline->EndRequest(request, code);
     buffers.Check(code == CDKResultSuccess, result.complaints);
     return result;

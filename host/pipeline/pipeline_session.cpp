@@ -213,6 +213,10 @@ void* Sessions::Find(const MetadataQuery& query) {
     return session ? session->Find(query) : nullptr;
 }
 
+std::string Sessions::Describe(std::uint32_t tagId) const {
+    return VendorTags::Instance().Describe(tagId & ~kTagPoolBits);
+}
+
 void Sessions::Complain(std::string complaint) {
     const std::lock_guard lock(mutex_);
     complaints_.push_back(std::move(complaint));

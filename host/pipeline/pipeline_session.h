@@ -104,6 +104,7 @@ public:
     std::shared_ptr<PipelineSession> Get(const void* handle, const char* caller);
 
     void* Find(const MetadataQuery& query) override;
+    std::string Describe(std::uint32_t tagId) const override;
 
     // The complaints of TakeStrayComplaints.
     void Complain(std::string complaint);

@@ -14,7 +14,8 @@ CallPoint getVendorTagBasePoint("getVendorTagBase");
 CallPoint queryRequestStatePoint("queryRequestState");
 
 CDKResult SetMetadata(const ChiMetadataSet* set) {
-    const auto failure = setMetadataPoint.Enter();
+    const Call call(setMetadataPoint);
+    const auto& failure = call.failure();
     if (set == nullptr) {
         Sessions::Instance().Complain("setMetadata was called without a set");
         return CDKResultEInvalidPointer;
@@ -28,12 +29,14 @@ CDKResult SetMetadata(const ChiMetadataSet* set) {
 }
 
 CDKResult GetVendorTagBase(ChiVendorTagBaseQuery* query) {
-    if (const auto failure = getVendorTagBasePoint.Enter()) {
-        return static_cast<CDKResult>(*failure);
-    }
+    Call call(getVendorTagBasePoint);
     if (query == nullptr || query->section == nullptr) {
         Sessions::Instance().Complain("getVendorTagBase was called without a section");
         return CDKResultEInvalidPointer;
+    }
+    call.Tell([query] { return std::string(query->tag != nullptr ? query->tag : query->section); });
+    if (call.failure()) {
+        return static_cast<CDKResult>(*call.failure());
     }
     if (query->size != sizeof(*query) || query->tagId != 0) {
         Sessions::Instance().Complain(
@@ -49,8 +52,9 @@ CDKResult GetVendorTagBase(ChiVendorTagBaseQuery* query) {
 }
 
 CDKResult QueryRequestState(void* hChiSession, ChiRequestStateQuery* query) {
-    if (const auto failure = queryRequestStatePoint.Enter()) {
-        return static_cast<CDKResult>(*failure);
+    const Call call(queryRequestStatePoint);
+    if (call.failure()) {
+        return static_cast<CDKResult>(*call.failure());
     }
     const auto session = Sessions::Instance().Get(hChiSession, "queryRequestState");
     if (!session || query == nullptr) {

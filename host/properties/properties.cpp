@@ -24,9 +24,11 @@ Store& store() {
 } // namespace
 
 extern "C" int property_get(const char* key, char* value, const char* default_value) {
-    if (const auto failure = propertyGet.Enter()) {
+    host::Call call(propertyGet);
+    call.Tell([key] { return std::string(key); });
+    if (call.failure()) {
         value[0] = '\0';
-        return static_cast<int>(*failure);
+        return static_cast<int>(*call.failure());
     }
     const std::lock_guard lock(store().mutex);
     const auto found = store().values.find(std::string_view(key));
@@ -37,6 +39,7 @@ extern "C" int property_get(const char* key, char* value, const char* default_va
     text = text.substr(0, kPropertyValueMax - 1);
     std::memcpy(value, text.data(), text.size());
     value[text.size()] = '\0';
+    call.Tell([text] { return '"' + std::string(text) + '"'; });
     return static_cast<int>(text.size());
 }
 

@@ -31,13 +31,10 @@ host::CallPoint getDisparitySizeCalls("TSL_DCIR_GetDisparityDataSize");
 host::CallPoint getDisparityCalls("TSL_DCIR_GetDisparityData");
 host::CallPoint processCalls("TSL_DCIR_Process");
 
-// Runs one exported function: an armed fault takes precedence, and no exception leaves the library.
+// No exception leaves the library.
 template <typename Operation>
-std::int64_t Run(host::CallPoint& calls, Operation operation) noexcept {
+std::int64_t ResultOf(const Operation& operation) noexcept {
     try {
-        if (const std::optional<std::int64_t> fault = calls.Enter()) {
-            return *fault;
-        }
         return refocus::Result(operation());
     } catch (const std::bad_alloc&) {
         return refocus::Result(Error::kOutOfMemory);
@@ -49,10 +46,19 @@ std::int64_t Run(host::CallPoint& calls, Operation operation) noexcept {
     }
 }
 
+// Runs one exported function: an armed fault takes precedence.
+template <typename Operation>
+std::int64_t Run(host::CallPoint& point, const Operation& operation) {
+    host::Call call(point);
+    const std::int64_t result = call.failure() ? *call.failure() : ResultOf(operation);
+    call.Tell([result] { return std::to_string(result); });
+    return result;
+}
+
 // The same for an operation on the instance behind a handle.
 template <typename Operation>
-std::int64_t RunOn(void* handle, host::CallPoint& calls, Operation operation) noexcept {
-    return Run(calls, [&] {
+std::int64_t RunOn(void* handle, host::CallPoint& point, const Operation& operation) {
+    return Run(point, [&] {
         return handle == nullptr ? Error::kNullArgument
                                  : operation(*static_cast<Instance*>(handle));
     });
@@ -63,7 +69,7 @@ std::int64_t RunOn(void* handle, host::CallPoint& calls, Operation operation) no
 extern "C" {
 
 const TSL_DCR_VERSION* TSL_DCIR_GetVersion() {
-    return getVersionCalls.Enter() ? nullptr : &kVersion;
+    return host::Call(getVersionCalls).failure() ? nullptr : &kVersion;
 }
 
 std::int64_t TSL_DCIR_Init(void** handle, std::int32_t mode) {

@@ -11,7 +11,7 @@ host::CallPoint getStaticSettings("CamX::SettingsManager::GetStaticSettings");
 class HostSettings : public CamX::SettingsManager {
 public:
     const CamX::StaticSettings* GetStaticSettings() override {
-        return getStaticSettings.Enter() ? nullptr : &record_;
+        return host::Call(getStaticSettings).failure() ? nullptr : &record_;
     }
 
     void SetImageDegree(std::uint32_t degrees) { record_.imageDegree = degrees; }
@@ -32,7 +32,7 @@ namespace CamX {
 SettingsManager::~SettingsManager() = default;
 
 SettingsManager* SettingsManager::GetInstance() {
-    return getInstance.Enter() ? nullptr : &settings();
+    return host::Call(getInstance).failure() ? nullptr : &settings();
 }
 
 } // namespace CamX

@@ -192,9 +192,8 @@ TEST_F(ToolTest, LogTellsCamerasApart) {
     int nodes = 0;
     for (const Json& life : json["history"]) {
         if (life.contains("request")) {
-            found[life["begin"]["thread"]].push_back(
-                fmt::format("{} {}", life["frame"].get<std::uint64_t>(),
-                            life["verdict"].get<std::string>()));
+            found[life["begin"]["thread"]].push_back(fmt::format(
+                "{} {}", life["frame"].get<std::uint64_t>(), life["verdict"].get<std::string>()));
             EXPECT_EQ(life["focus"], Json({13, 12}));
             EXPECT_EQ(life["blur"], 37);
             EXPECT_EQ(life["failures"].size(), life["verdict"] == "copied" ? 1u : 0u);
@@ -249,6 +248,44 @@ TEST_F(ToolTest, LogOfErrorsAlone) {
               "looks wrong: 2 times: TSL_DCIR_Reset failed (-3), from 01-31 12:00:00.000 to 01-31 "
               "12:00:00.000\n"
               "looks wrong: 1 time: no calibration file was usable, at 01-31 12:00:00.000\n");
+}
+
+TEST_F(CaptureTest, TraceHoldsEveryStepOfARequest) {
+    const SyntheticCapture capture = Make(7, 1).front();
+    const ToolRun run = Run({"replay", "camera", "--calibration", capture.calibration, "--trace",
+                             "trace.json", "--json"});
+    ASSERT_EQ(run.exitCode, 0) << run.errors;
+    const Json trace = Json::parse(ReadText(folder_ / "trace.json"))["traceEvents"];
+    std::map<std::string, Json> byName;
+    for (const Json& event : trace) {
+        byName.try_emplace(event["name"], event);
+    }
+    for (const char* name : {"NodeCreate", "IniEngine", "property_get", "getVendorTagBase", "fread",
+                             "ChiNodeUtils::GetDataList", "setMetadata", "write", "NodeDestroy"}) {
+        EXPECT_TRUE(byName.contains(name)) << name;
+    }
+    EXPECT_EQ(byName["fread"]["args"]["detail"], "2048 bytes");
+    // What the request calls lies within it and adds up to no more than its time.
+    const Json& request = byName["NodeProcRequest"];
+    const auto end = [](const Json& event) {
+        return event["ts"].get<double>() + event["dur"].get<double>();
+    };
+    double sum = 0;
+    for (const Json& event : trace) {
+        const std::string name = event["name"];
+        if (event["ts"] < request["ts"] || end(event) > end(request) ||
+            event["tid"] != request["tid"]) {
+            continue;
+        }
+        sum += name.starts_with("TSL_DCIR_") || name == "DumpAndSaveYUV"
+                   ? event["dur"].get<double>()
+                   : 0;
+    }
+    EXPECT_LE(sum, request["dur"].get<double>());
+    EXPECT_GE(sum, request["dur"].get<double>() / 2);
+    const Json steps = Json::parse(run.output)["milliseconds"];
+    EXPECT_EQ(steps["NodeProcRequest"].get<double>(), request["dur"].get<double>() / 1000);
+    EXPECT_GT(Json::parse(run.output)["peakMemoryMB"], 1);
 }
 
 } // namespace

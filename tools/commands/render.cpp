@@ -98,7 +98,7 @@ void WriteReport(ReportFile& file, const Rendered& rendered) {
 std::vector<std::string> WriteAll(OutputFolder& folder, std::optional<ReportFile>& report,
                                   const Rendered& rendered) {
     const bool published = rendered.outcome.result.published.has_value();
-    std::vector<std::string> written;
+    std::vector<std::string> written = rendered.outcome.written;
     if (published) {
         WriteResults(folder, rendered);
     }
@@ -107,7 +107,7 @@ std::vector<std::string> WriteAll(OutputFolder& folder, std::optional<ReportFile
     }
     if (published) {
         folder.Commit();
-        written = folder.written();
+        std::ranges::move(folder.written(), std::back_inserter(written));
     }
     if (report) {
         report->Commit();

@@ -79,10 +79,10 @@ int ReplayOne(const ReplayCommandOptions& options) {
     if (options.replay.faceRotation && replayed.asked.faces.empty()) {
         replayed.notes.emplace_back("--face-rotation: there are no faces to turn");
     }
-    std::vector<std::string> written;
+    std::vector<std::string> written = replayed.written;
     if (report) {
         WriteReport(*report, options, set, replayed);
-        written = report->written();
+        std::ranges::move(report->written(), std::back_inserter(written));
     }
     if (output && replayed.result.published) {
         WriteFiles(*output, set.stem, replayed);

@@ -108,6 +108,8 @@ void AddRunOptions(Command& command, RunOptions& options) {
         [&](const Argument& argument) { options.failures.push_back(ParseFailure(argument)); },
         "let the N-th call (default: the first) of this function of\nthe platform or the stand-in "
         "engine fail with RESULT; may be\nrepeated");
+    command.Path("--trace", "FILE", options.trace,
+                 "write each callback, operation and call as a timeline\nfor Perfetto");
     command.Integer("--timeout", "SECONDS", 1, 1'000'000, options.timeout,
                     "give the node and the engine up after this time");
     command.Path("--node", "FILE", options.node, "the node's library");

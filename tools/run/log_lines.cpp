@@ -74,9 +74,11 @@ bool IsLoudSuccess(const host::LogRecord& record) {
            record.text.find("cali data success") != std::string::npos;
 }
 
-LogLines::LogLines(bool ownEngine) : ownEngine_(ownEngine) {
-    host::SetLogSink([this](const host::LogRecord& record) {
-        Print(record);
+LogLines::LogLines(bool ownEngine, bool errorsAlone) : ownEngine_(ownEngine) {
+    host::SetLogSink([this, errorsAlone](const host::LogRecord& record) {
+        if (!errorsAlone || record.priority >= ANDROID_LOG_ERROR) {
+            Print(record);
+        }
         records_.push_back(record);
     });
 }

@@ -13,7 +13,8 @@ bool IsLoudSuccess(const host::LogRecord& record);
 class LogLines {
 public:
     // `ownEngine`: the engine is the stand-in, whose result codes Reasons() can put into words.
-    explicit LogLines(bool ownEngine);
+    // `errorsAlone`: debug lines are kept, but not printed.
+    LogLines(bool ownEngine, bool errorsAlone);
     ~LogLines();
     LogLines(const LogLines&) = delete;
     LogLines& operator=(const LogLines&) = delete;

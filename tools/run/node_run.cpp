@@ -7,6 +7,7 @@
 #include <utility>
 
 #include <dlfcn.h>
+#include <sys/resource.h>
 
 #include <fmt/core.h>
 
@@ -16,11 +17,14 @@
 #include "platform/device_names.h"
 #include "tools/files/interruption.h"
 #include "tools/files/progress.h"
+#include "tools/run/call_trace.h"
 #include "tools/run/log_lines.h"
 
 namespace fs = std::filesystem;
 
 namespace {
+
+constexpr int kEveryMessage = 6; // log mask
 
 // Where the stand-ins that this program has loaded come from: its build or its installation.
 fs::path StandInsFolder() {
@@ -52,8 +56,8 @@ void SetProperties(const RunOptions& options) {
     if (options.debugView) {
         set(device::kDebugViewProperty, std::to_string(*options.debugView));
     }
-    if (options.logMask) {
-        set(device::kLogMaskProperty, std::to_string(*options.logMask));
+    if (options.logMask || !options.trace.empty()) { // a trace shows the operations that log
+        set(device::kLogMaskProperty, std::to_string(options.logMask.value_or(kEveryMessage)));
     }
     for (const auto& [name, value] : options.properties) { // last, since --set is the most explicit
         set(name, value);
@@ -114,6 +118,12 @@ bool IsCopy(const host::Published& published, int debugView) {
            (published.result.depthEffectInfo != 0 || published.depthPictureSize <= 0);
 }
 
+double PeakMemory() {
+    rusage usage = {};
+    ::getrusage(RUSAGE_SELF, &usage);
+    return static_cast<double>(usage.ru_maxrss) / 1024;
+}
+
 } // namespace
 
 Libraries FindLibraries(const RunOptions& options) {
@@ -127,7 +137,9 @@ Outcome RunNode(const RunOptions& options, const Libraries& libraries, const hos
     Outcome outcome;
     SetProperties(options);
     outcome.debugView = DebugView();
-    const LogLines log(options.engine.empty());
+    const bool errorsAlone = !options.trace.empty() && !options.logMask;
+    const LogLines log(options.engine.empty(), errorsAlone);
+    const CallTrace trace;
     ArmFailures(options.failures);
     try {
         const NoExit noExit;
@@ -148,6 +160,11 @@ Outcome RunNode(const RunOptions& options, const Libraries& libraries, const hos
         outcome.reasons = log.Reasons();
     }
     outcome.log = log.records();
+    outcome.calls = trace.calls();
+    outcome.peakMemory = PeakMemory();
+    if (!options.trace.empty()) {
+        outcome.written = WriteTrace(options.trace, outcome.calls);
+    }
     return outcome;
 }
 
@@ -186,8 +203,12 @@ Json TagsJson(const host::Published& published) {
 
 Json ToJson(const Outcome& outcome) {
     const auto& published = outcome.result.published;
-    return {
-        {"result", outcome.result.code}, {"copiedMainImage", outcome.copied},
-        {"reasons", outcome.reasons},    {"complaints", outcome.result.complaints},
-        {"notes", outcome.notes},        {"published", published ? TagsJson(*published) : Json()}};
+    return {{"result", outcome.result.code},
+            {"copiedMainImage", outcome.copied},
+            {"reasons", outcome.reasons},
+            {"complaints", outcome.result.complaints},
+            {"notes", outcome.notes},
+            {"milliseconds", StepsJson(outcome.calls)},
+            {"peakMemoryMB", outcome.peakMemory},
+            {"published", published ? TagsJson(*published) : Json()}};
 }

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "host/control/faults.h"
 #include "host/log/log_control.h"
 #include "host/pipeline/pipeline.h"
 #include "tools/files/json_text.h"
@@ -28,8 +29,11 @@ struct Outcome {
     std::vector<std::string> reasons; // from the log: why nothing was published, or a copy
     std::vector<std::string> notes;
     std::vector<host::LogRecord> log;
-    int debugView = 0;       // that the properties select, 0 for none
-    std::string calibration; // where it came from
+    std::vector<host::CallRecord> calls;
+    std::vector<std::string> written; // the trace, where it was asked for
+    double peakMemory = 0;            // of the process, in MB
+    int debugView = 0;                // that the properties select, 0 for none
+    std::string calibration;          // where it came from
 
     bool failed() const { return !result.published || copied || !result.complaints.empty(); }
 };

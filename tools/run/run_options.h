@@ -18,6 +18,7 @@ struct RunOptions {
     std::vector<std::pair<std::string, std::string>> properties;
     std::vector<std::string> failures; // of stand-ins' calls, each as host::Faults::Arm takes it
 
+    std::filesystem::path trace;       // empty: none
     std::optional<int> timeout;        // seconds
     std::filesystem::path deviceRoot;  // empty: none given
     std::filesystem::path calibration; // empty: a rectified pair's

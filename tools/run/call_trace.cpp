@@ -1,0 +1,93 @@
+#include "tools/run/call_trace.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include <unistd.h>
+
+#include "tools/files/trace_file.h"
+
+namespace {
+
+constexpr std::string_view kLogCall = "__android_log_print";
+
+// The operation in a message of the node, "TSL_CTB: OPERATION: LINE: ...".
+std::string_view OperationIn(std::string_view message) {
+    constexpr std::string_view kPrefix = "TSL_CTB: ";
+    if (!message.starts_with(kPrefix)) {
+        return {};
+    }
+    message.remove_prefix(kPrefix.size());
+    return message.substr(0, message.find(':'));
+}
+
+bool IsCallback(std::string_view name) {
+    return name.starts_with("Node");
+}
+
+} // namespace
+
+CallTrace::CallTrace() {
+    host::SetCallObserver([this](const host::CallRecord& call) { Take(call); });
+}
+
+CallTrace::~CallTrace() {
+    host::SetCallObserver(nullptr);
+}
+
+void CallTrace::Take(const host::CallRecord& call) {
+    const std::lock_guard lock(mutex_);
+    if (call.name == kLogCall) {
+        TakeMessage(call);
+    } else {
+        calls_.push_back(call);
+    }
+}
+
+void CallTrace::TakeMessage(const host::CallRecord& message) {
+    const std::string_view operation = OperationIn(message.detail);
+    if (operation.empty() || IsCallback(operation)) { // the pipeline tells of callbacks itself
+        return;
+    }
+    auto& begun = operations_[message.thread];
+    if (message.detail.find("(IN") != std::string::npos) {
+        begun.emplace_back(operation, message.start);
+    } else if (message.detail.find("(OUT)") != std::string::npos) {
+        // What began within it and logged no end of its own is no operation of known length.
+        const auto found = std::find_if(begun.rbegin(), begun.rend(), [operation](const auto& one) {
+            return one.first == operation;
+        });
+        if (found != begun.rend()) {
+            calls_.push_back(
+                {found->first, "", found->second, message.start - found->second, message.thread});
+            begun.erase(std::prev(found.base()), begun.end());
+        }
+    }
+}
+
+std::vector<std::string> WriteTrace(const std::filesystem::path& file,
+                                    const std::vector<host::CallRecord>& calls) {
+    TraceFile trace(file);
+    const int process = ::getpid();
+    for (const host::CallRecord& call : calls) {
+        trace.Add(call.name, process, call.thread, static_cast<double>(call.start),
+                  static_cast<double>(call.length),
+                  call.detail.empty() ? Json() : Json({{"detail", call.detail}}));
+    }
+    trace.Commit();
+    return trace.written();
+}
+
+Json StepsJson(const std::vector<host::CallRecord>& calls) {
+    std::map<std::string, std::int64_t> lengths;
+    for (const host::CallRecord& call : calls) {
+        if (IsCallback(call.name) || call.name.starts_with("TSL_DCIR_")) {
+            lengths[call.name] += call.length;
+        }
+    }
+    Json steps = Json::object();
+    for (const auto& [name, micros] : lengths) {
+        steps[name] = static_cast<double>(micros) / 1000;
+    }
+    return steps;
+}
