@@ -153,6 +153,7 @@ int Render(const RenderOptions& options) {
     const auto written = WriteAll(folder, report, rendered);
     if (options.json) {
         Json json = ReportJson(rendered);
+        AddCost(json, outcome);
         json["written"] = written;
         std::printf("%s", JsonText(json).c_str());
     } else {

@@ -90,6 +90,7 @@ int ReplayOne(const ReplayCommandOptions& options) {
     }
     if (options.json) {
         Json json = ToJson(set, replayed);
+        AddCost(json, replayed);
         json["written"] = written;
         std::printf("%s", JsonText(json).c_str());
     } else {

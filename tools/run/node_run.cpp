@@ -203,12 +203,13 @@ Json TagsJson(const host::Published& published) {
 
 Json ToJson(const Outcome& outcome) {
     const auto& published = outcome.result.published;
-    return {{"result", outcome.result.code},
-            {"copiedMainImage", outcome.copied},
-            {"reasons", outcome.reasons},
-            {"complaints", outcome.result.complaints},
-            {"notes", outcome.notes},
-            {"milliseconds", StepsJson(outcome.calls)},
-            {"peakMemoryMB", outcome.peakMemory},
-            {"published", published ? TagsJson(*published) : Json()}};
+    return {
+        {"result", outcome.result.code}, {"copiedMainImage", outcome.copied},
+        {"reasons", outcome.reasons},    {"complaints", outcome.result.complaints},
+        {"notes", outcome.notes},        {"published", published ? TagsJson(*published) : Json()}};
+}
+
+void AddCost(Json& json, const Outcome& outcome) {
+    json["milliseconds"] = StepsJson(outcome.calls);
+    json["peakMemoryMB"] = outcome.peakMemory;
 }

@@ -52,5 +52,8 @@ std::vector<std::string> Lines(const Outcome& outcome);
 // The published tags by their names.
 Json TagsJson(const host::Published& published);
 
-// The outcome as JSON.
+// The outcome as JSON: the same for the same request.
 Json ToJson(const Outcome& outcome);
+
+// Adds what differs from run to run: the time of each step, the peak memory.
+void AddCost(Json& json, const Outcome& outcome);
