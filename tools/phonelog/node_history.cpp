@@ -26,54 +26,6 @@ void AddOnce(std::vector<std::string>& texts, std::string text) {
     }
 }
 
-std::string SizeMismatch(const char* camera, const Recognised& found) {
-    return fmt::format("the {} camera's active array is {}x{}, its calibration {}x{}", camera,
-                       found.values[2], found.values[3], found.values[0], found.values[1]);
-}
-
-// The failure that a message tells, in words; empty for all that is none.
-std::string FailureOf(const Recognised& found) {
-    const auto& values = found.values;
-    switch (found.message) {
-    case Message::CalibrationNone:
-        return "no calibration file was usable";
-    case Message::EngineStartFailed:
-        return fmt::format("TSL_DCIR_Init failed ({})", values[0]);
-    case Message::EngineInfoFailed:
-        return fmt::format("TSL_DCIR_SetCameraImageInfo failed at creation ({})", values[0]);
-    case Message::TagMissing:
-        return fmt::format("the platform does not know the tag {} {} ({})", values[1], values[2],
-                           values[0]);
-    case Message::NoCameraConfiguration:
-        return "the platform gave no camera configuration";
-    case Message::TooManyCameras:
-        return fmt::format("{} linked cameras, at most {} are supported", values[0], values[1]);
-    case Message::NoInputConfiguration:
-        return "the platform gave no input configuration";
-    case Message::MainInconsistent:
-        return SizeMismatch("main", found);
-    case Message::AuxInconsistent:
-        return SizeMismatch("aux", found);
-    case Message::FormatUnsupported:
-        return "an image's format is not NV12";
-    case Message::ImageUnusable:
-        return fmt::format("the {} image cannot be used (format {}, {}x{}, pitch {}, {} planes)",
-                           values[0], values[1], values[2], values[3], values[4], values[5]);
-    case Message::NoCalibrationCopy:
-        return "there is no fitting calibration";
-    case Message::EngineFailed:
-        return fmt::format("{} failed ({})", values[0], values[1]);
-    case Message::NoDisparity:
-        return "the engine gave no disparity";
-    case Message::DumpFailed:
-        return fmt::format("{} could not be written", values[0]);
-    case Message::NullPointer:
-        return fmt::format("{} stopped: a pointer was null or a step had failed", found.operation);
-    default:
-        return {};
-    }
-}
-
 // A failed dump costs no picture.
 bool CostsThePicture(Message message) {
     return message != Message::DumpFailed;
@@ -107,9 +59,9 @@ void NodeHistory::Read(const LogLine& line) {
         const auto node = nodes_.find(thread);
         const auto request = requests_.find(thread);
         if (request != requests_.end() && request->second.life.failures.empty()) {
-            request->second.life.failures.push_back(FailureOf(*found));
+            request->second.life.failures.push_back(Failure(*found));
         } else if (node != nodes_.end() && node->second.life.failures.empty()) {
-            node->second.life.failures.push_back(FailureOf(*found));
+            node->second.life.failures.push_back(Failure(*found));
         }
         return;
     }
@@ -170,23 +122,16 @@ void NodeHistory::ReadCreation(const LogLine& line, const Recognised& found) {
     case Message::TooManyCameras:
     case Message::NoInputConfiguration:
         life.created = false;
-        AddOnce(life.failures, FailureOf(found));
+        AddOnce(life.failures, Failure(found));
         break;
     case Message::EngineVersion:
         life.engineVersion = values[0];
         break;
     case Message::CalibrationMissing:
-        life.refused.push_back(fmt::format("{}: cannot be opened", values[0]));
-        break;
     case Message::CalibrationLength:
-        life.refused.push_back(
-            fmt::format("{}: {} bytes, expected {}", values[0], values[1], values[2]));
-        break;
     case Message::CalibrationShort:
-        life.refused.push_back(fmt::format("{}: cannot be read", values[0]));
-        break;
     case Message::CalibrationRefused:
-        life.refused.push_back(fmt::format("refused by the engine ({})", values[0]));
+        life.refused.push_back(Failure(found));
         break;
     case Message::CalibrationUsed:
         life.calibration = values[0];
@@ -196,7 +141,7 @@ void NodeHistory::ReadCreation(const LogLine& line, const Recognised& found) {
         life.primaryCamera = found.Number(1);
         break;
     default:
-        if (std::string failure = FailureOf(found); !failure.empty()) {
+        if (std::string failure = Failure(found); !failure.empty()) {
             AddOnce(life.failures, std::move(failure));
         }
         break;
@@ -290,7 +235,7 @@ void NodeHistory::ReadRequest(const LogLine& line, const Recognised& found) {
     if (!requests_.contains(thread) && found.message == Message::RequestOut) {
         return;
     }
-    const std::string failure = FailureOf(found);
+    const std::string failure = Failure(found);
     OpenRequest& open = RequestOf(line, found.message, failure);
     open.life.errorsAlone = open.life.errorsAlone && line.priority == 'E';
     ReadValues(open.life, found);

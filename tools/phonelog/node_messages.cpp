@@ -4,6 +4,8 @@
 #include <map>
 #include <vector>
 
+#include <fmt/core.h>
+
 namespace phonelog {
 
 namespace {
@@ -168,6 +170,11 @@ struct Patterns {
     }
 };
 
+std::string SizeMismatch(const char* camera, const Recognised& found) {
+    return fmt::format("the {} camera's active array is {}x{}, its calibration {}x{}", camera,
+                       found.values[2], found.values[3], found.values[0], found.values[1]);
+}
+
 } // namespace
 
 std::span<const NodeMessage> NodeMessages() {
@@ -211,6 +218,56 @@ std::optional<Recognised> Recognise(std::string_view text) {
         }
     }
     return std::nullopt;
+}
+
+std::string Failure(const Recognised& found) {
+    const auto& values = found.values;
+    switch (found.message) {
+    case CalibrationMissing:
+        return fmt::format("{} cannot be opened", values[0]);
+    case CalibrationLength:
+        return fmt::format("{} has {} bytes, not {}", values[0], values[1], values[2]);
+    case CalibrationShort:
+        return fmt::format("{} cannot be read", values[0]);
+    case CalibrationRefused:
+        return fmt::format("TSL_DCIR_SetCaliData failed ({})", values[0]);
+    case CalibrationNone:
+        return "no calibration file was usable";
+    case EngineStartFailed:
+        return fmt::format("TSL_DCIR_Init failed ({})", values[0]);
+    case EngineInfoFailed:
+        return fmt::format("TSL_DCIR_SetCameraImageInfo failed at creation ({})", values[0]);
+    case TagMissing:
+        return fmt::format("the platform does not know the tag {} {} ({})", values[1], values[2],
+                           values[0]);
+    case NoCameraConfiguration:
+        return "the platform gave no camera configuration";
+    case TooManyCameras:
+        return fmt::format("{} linked cameras, at most {} are supported", values[0], values[1]);
+    case NoInputConfiguration:
+        return "the platform gave no input configuration";
+    case MainInconsistent:
+        return SizeMismatch("main", found);
+    case AuxInconsistent:
+        return SizeMismatch("aux", found);
+    case FormatUnsupported:
+        return "an image's format is not NV12";
+    case ImageUnusable:
+        return fmt::format("the {} image cannot be used (format {}, {}x{}, pitch {}, {} planes)",
+                           values[0], values[1], values[2], values[3], values[4], values[5]);
+    case NoCalibrationCopy:
+        return "there is no fitting calibration";
+    case EngineFailed:
+        return fmt::format("{} failed ({})", values[0], values[1]);
+    case NoDisparity:
+        return "the engine gave no disparity";
+    case DumpFailed:
+        return fmt::format("{} could not be written", values[0]);
+    case NullPointer:
+        return fmt::format("{} stopped: a pointer was null or a step had failed", found.operation);
+    default:
+        return {};
+    }
 }
 
 } // namespace phonelog

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <string>
 #include <string_view>
 
 // The node's messages, as far as a history of its work is read from them.
@@ -98,5 +99,8 @@ struct Recognised {
 
 // Nothing for another message of the node, and for one that was cut before its last value.
 std::optional<Recognised> Recognise(std::string_view text);
+
+// The failure that a message tells, in words; empty for all that tell of none.
+std::string Failure(const Recognised& found);
 
 } // namespace phonelog

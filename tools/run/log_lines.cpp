@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <string_view>
 
 #include <unistd.h>
 
 #include "host/refocus/error.h"
 #include "platform/log.h"
+#include "tools/phonelog/node_messages.h"
 
 namespace {
 
@@ -30,41 +30,30 @@ std::string WithoutNewlines(std::string text) {
     return text;
 }
 
-std::string_view LastWord(std::string_view text) {
-    while (text.ends_with(' ')) {
-        text.remove_suffix(1);
-    }
-    const auto space = text.rfind(' ');
-    return space == std::string_view::npos ? text : text.substr(space + 1);
-}
-
-std::string Words(const std::string& result) {
-    const refocus::ErrorText text = refocus::Describe(std::strtoll(result.c_str(), nullptr, 10));
+std::string Words(std::int64_t result) {
+    const refocus::ErrorText text = refocus::Describe(result);
     return std::string_view(text.name) == "Unknown" ? "" : std::string(": ") + text.sentence;
 }
 
-// The node's messages of engine failures end in "NAME failed res = N" or "NAME res = N". Returns an
-// empty text for any other message.
-std::string EngineFailure(std::string_view message, bool ownEngine) {
-    constexpr std::string_view kResult = "res = ";
-    constexpr std::string_view kFailed = "failed ";
-    const auto at = message.find(kResult);
-    if (at == std::string_view::npos) {
+// The reason that an error message tells, or an empty text where an earlier one has told the cause.
+std::string Reason(const host::LogRecord& record, bool ownEngine, bool first) {
+    const std::string text = WithoutNewlines(record.text);
+    const auto found = phonelog::Recognise(text);
+    if (!found) {
+        return text;
+    }
+    using phonelog::Message;
+    const bool isSize =
+        found->message == Message::MainInconsistent || found->message == Message::AuxInconsistent;
+    // Without a calibration its sizes are 0.
+    if (!first && (found->message == Message::NullPointer || (isSize && found->Number(0) == 0))) {
         return {};
     }
-    std::string_view before = message.substr(0, at);
-    if (before.ends_with(kFailed)) {
-        before.remove_suffix(kFailed.size());
+    std::string reason = phonelog::Failure(*found);
+    if (ownEngine && reason.starts_with(kEnginePrefix)) {
+        reason.insert(reason.size() - 1, Words(found->Number(found->count - 1)));
     }
-    std::string function(LastWord(before));
-    if (function == "SetCaliData") { // the node leaves out the prefix of this one
-        function.insert(0, kEnginePrefix);
-    }
-    if (!function.starts_with(kEnginePrefix)) {
-        return {};
-    }
-    const std::string result(message.substr(at + kResult.size()));
-    return function + " failed (" + result + (ownEngine ? Words(result) : "") + ")";
+    return reason;
 }
 
 } // namespace
@@ -93,10 +82,8 @@ std::vector<std::string> LogLines::Reasons() const {
         if (record.priority < ANDROID_LOG_ERROR || IsLoudSuccess(record)) {
             continue;
         }
-        const std::string error = WithoutNewlines(record.text);
-        const std::string failure = EngineFailure(error, ownEngine_);
-        const std::string& reason = failure.empty() ? error : failure;
-        if (std::ranges::find(reasons, reason) == reasons.end()) {
+        const std::string reason = Reason(record, ownEngine_, reasons.empty());
+        if (!reason.empty() && std::ranges::find(reasons, reason) == reasons.end()) {
             reasons.push_back(reason);
         }
     }

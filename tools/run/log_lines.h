@@ -19,8 +19,8 @@ public:
     LogLines(const LogLines&) = delete;
     LogLines& operator=(const LogLines&) = delete;
 
-    // The error messages so far, without repetitions: "TSL_DCIR_Reset failed (-3)" for a failed
-    // engine function, otherwise the message as it was logged.
+    // The failures that were logged so far, in words and without repetitions or consequences:
+    // "TSL_DCIR_Reset failed (-3)". A message that the node does not know is given as it stands.
     std::vector<std::string> Reasons() const;
 
     // The messages so far. To be called while nobody logs.
