@@ -236,7 +236,7 @@ TEST_F(ToolTest, LogOfErrorsAlone) {
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_EQ(run.output,
               "node 1 (01-31 12:00:00.000, process 1234, thread 5678): no calibration; not used: "
-              "/a/cali.bin: cannot be opened; no calibration file was usable\n"
+              "/a/cali.bin cannot be opened; no calibration file was usable\n"
               "request 1 of node 1 (01-31 12:00:00.000, process 1234, thread 5678): copied; "
               "TSL_DCIR_Reset failed (-3); TSL_DCIR_Process failed (-4); only errors are logged\n"
               "request 2 of node 1 (01-31 12:00:00.000, process 1234, thread 5678): copied; "
