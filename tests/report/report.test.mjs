@@ -2,7 +2,7 @@
 // browser. Screenshots land in the working folder's screenshots/.
 
 import assert from "node:assert/strict";
-import { readFileSync, readdirSync, rmSync, statSync } from "node:fs";
+import { copyFileSync, mkdirSync, readFileSync, readdirSync, rmSync, statSync } from "node:fs";
 import path from "node:path";
 import { after, before, test } from "node:test";
 import { pathToFileURL } from "node:url";
@@ -438,6 +438,66 @@ for (const [scheme, dark] of [["light", false], ["dark", true]]) {
     }
   });
 }
+
+// A folder with copies of the scene's dumps, a minute apart; the last lacks its aux image.
+function makeSets(folder, count) {
+  const [from, to] = [path.join(material.folder, "scene"), path.join(material.folder, folder)];
+  mkdirSync(to, { recursive: true });
+  for (const name of readdirSync(from).filter((file) => file.startsWith("IMG_"))) {
+    for (let i = 0; i < count; i++) {
+      const spoiled = i === count - 1 && /_1_/.test(name);
+      const copy = name.replace(/^IMG_\d+_\d+/, `IMG_20240131_12${String(i).padStart(2, "0")}00`);
+      if (!spoiled) copyFileSync(path.join(from, name), path.join(to, copy));
+    }
+  }
+}
+
+test("a page of many shows the worst first and opens each", async (t) => {
+  makeSets("many", 4);
+  const file = material.report("many", 1, "inspect", "many");
+  const page = await open(t, file);
+  assert.equal(await page.locator("#verdict").textContent(), "1 of 4 sets are wrong");
+  const tiles = page.locator(".tile:visible");
+  const titles = () => tiles.locator("b").allTextContents();
+  assert.deepEqual(await titles(), [3, 0, 1, 2].map((i) => `IMG_20240131_120${i}00`));
+  assert.match(await tiles.first().textContent(), /missing.*2024-01-31 12:03:00.*320×240.*blur 100.*findings: 1/);
+  const thumbnail = tiles.nth(1).locator("img");
+  assert.ok(await thumbnail.evaluate((image) => image.decode().then(() => image.naturalWidth)) >= 200);
+
+  await page.getByRole("button", { name: "Good 3" }).click();
+  assert.equal(await tiles.count(), 3);
+  await page.keyboard.press("/");
+  await page.keyboard.type("12:02");
+  assert.deepEqual(await titles(), ["IMG_20240131_120200"]);
+  assert.match(await page.locator("#count").textContent(), /^1 of 4/);
+  await page.getByLabel("Only sets with this text").fill("");
+  await page.keyboard.press("ArrowDown");
+  await page.keyboard.press("ArrowRight");
+  assert.equal(await page.evaluate(() => document.activeElement.querySelector("b").textContent),
+    "IMG_20240131_120100");
+  const target = await page.evaluate(() => document.activeElement.getAttribute("href"));
+  const set = await open(t, path.join(path.dirname(file), decodeURIComponent(target)));
+  assert.equal(await set.locator("#title").textContent(), "IMG_20240131_120100");
+});
+
+test("a replay of many is sorted by what differs most", async (t) => {
+  makeSets("again", 3);
+  const page = await open(t, material.report("again", 2, "replay", "again", "--all", "-o", "results"),
+    { ...PHONE, viewport: { width: 360, height: 740 } });
+  const verdicts = () => page.locator(".tile .verdict").allTextContents();
+  assert.match((await verdicts())[0], /unreadable/);
+  assert.equal((await verdicts())[1], "identical to the dump, byte for byte");
+  assert.ok(await page.evaluate(() => document.documentElement.scrollWidth) <= 360);
+  // Pages are made again only where they are missing.
+  const sets = path.join(material.folder, "again.sets");
+  const [first] = readdirSync(sets);
+  const times = () => Object.fromEntries(readdirSync(sets).map((name) => [name, statSync(path.join(sets, name)).mtimeMs]));
+  const before = times();
+  rmSync(path.join(sets, first));
+  material.report("again", 2, "replay", "again", "--all", "-o", "results");
+  const changed = Object.entries(times()).filter(([name, time]) => before[name] !== time);
+  assert.deepEqual(changed.map(([name]) => name), [first]);
+});
 
 test("a narrow phone breaks no word into letters", async (t) => {
   const page = await open(t, pages.scene, { ...PHONE, viewport: { width: 360, height: 740 } });

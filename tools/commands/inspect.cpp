@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include <fmt/core.h>
+#include <fmt/format.h>
 
 #include "host/picture/errors.h"
 #include "host/picture/false_colour.h"
@@ -20,6 +20,7 @@
 #include "tools/files/output_folder.h"
 #include "tools/files/progress.h"
 #include "tools/inspect/inspection.h"
+#include "tools/report/overview.h"
 #include "tools/report/report_contents.h"
 
 namespace fs = std::filesystem;
@@ -30,6 +31,7 @@ struct InspectOptions {
     std::vector<fs::path> places;
     fs::path output;
     bool json = false;
+    bool details = false; // of each set, however many there are
     fs::path report;
 };
 
@@ -50,30 +52,70 @@ std::vector<std::string> WritePictures(const Inspection& inspection, const fs::p
     return folder.written();
 }
 
-std::optional<ReportFile> OpenReport(const fs::path& file, std::size_t sets) {
-    if (file.empty()) {
-        return std::nullopt;
-    }
-    if (sets != 1) {
-        Refuse("--report", "one dump set", fmt::format("{}; name a file of one", sets));
-    }
-    return std::optional<ReportFile>(std::in_place, file);
-}
-
-void WriteReport(ReportFile& file, const InspectOptions& options, const Inspection& inspection,
-                 const std::string& name) {
-    Report report = ReportOf(inspection);
-    if (!options.output.empty()) {
-        for (const DumpRole role : {DumpRole::kMain, DumpRole::kAux, DumpRole::kOutput}) {
-            if (inspection.image(role)) {
-                const char* const image = RoleName(role);
-                report.AddLink(image, options.output / (name + "_" + image + ".png"));
-            }
+void AddPictureLinks(Report& report, const InspectOptions& options, const Inspection& inspection,
+                     const std::string& name) {
+    for (const DumpRole role : {DumpRole::kMain, DumpRole::kAux, DumpRole::kOutput}) {
+        if (!options.output.empty() && inspection.image(role)) {
+            const char* const image = RoleName(role);
+            report.AddLink(image, options.output / (name + "_" + image + ".png"));
         }
     }
-    file.Write(report);
-    file.Commit();
 }
+
+// The page of one set, or the page of many with one for each.
+class Pages {
+public:
+    Pages(const InspectOptions& options, std::size_t sets) {
+        if (options.report.empty() || sets == 0) {
+            return;
+        }
+        if (sets == 1) {
+            page_.emplace(options.report);
+        } else {
+            overview_.emplace(options.report, "inspect", Titles(options.places));
+        }
+    }
+
+    void Add(const std::string& name, const Report& report) {
+        if (page_) {
+            page_->Write(report);
+        } else if (overview_) {
+            overview_->Add(overview_->WritePage(name, report));
+        }
+    }
+
+    void AddFailed(const std::string& name, const std::string& mistake) {
+        if (overview_) {
+            overview_->AddPlain(name, Report::Kind::kWrong, mistake);
+        }
+    }
+
+    std::vector<std::string> Commit() {
+        if (overview_) {
+            overview_->Commit();
+            return overview_->written();
+        }
+        if (page_) {
+            page_->Commit();
+            return page_->written();
+        }
+        return {};
+    }
+
+    bool wanted() const { return page_ || overview_; }
+
+private:
+    static std::string Titles(const std::vector<fs::path>& places) {
+        std::string titles;
+        for (const fs::path& place : places) {
+            titles += (titles.empty() ? "" : ", ") + place.string();
+        }
+        return titles;
+    }
+
+    std::optional<ReportFile> page_;
+    std::optional<OverviewFile> overview_;
+};
 
 // A set's inspection and what was written of it.
 struct Inspected {
@@ -82,7 +124,7 @@ struct Inspected {
 };
 
 Inspected InspectOne(const InspectOptions& options, const DumpSet& set, const std::string& name,
-                     std::optional<ReportFile>& page) {
+                     Pages& pages) {
     Inspected inspected;
     std::optional<Progress> progress("inspecting " + name);
     inspected.inspection = Inspect(set);
@@ -90,51 +132,87 @@ Inspected InspectOne(const InspectOptions& options, const DumpSet& set, const st
     if (!options.output.empty()) {
         inspected.written = WritePictures(inspected.inspection, options.output, name);
     }
-    if (page) {
-        WriteReport(*page, options, inspected.inspection, name);
-        std::ranges::move(page->written(), std::back_inserter(inspected.written));
+    if (pages.wanted()) {
+        Report report = ReportOf(inspected.inspection);
+        AddPictureLinks(report, options, inspected.inspection, name);
+        pages.Add(name, report);
     }
     return inspected;
 }
 
-Json Show(const InspectOptions& options, const Inspected& inspected) {
+// "wrong      camera/IMG_20240131_235959: 740x500, blur 100, focus 370,180, looks wrong: names".
+std::string Row(const Inspection& inspection) {
+    std::vector<std::string> facts;
+    if (const auto& main = inspection.image(DumpRole::kMain)) {
+        facts.push_back(fmt::format("{}x{}", main->width(), main->height()));
+    }
+    if (const auto& parameters = inspection.parameters) {
+        facts.push_back(fmt::format("blur {}, focus {},{}", parameters->blur, parameters->focusX,
+                                    parameters->focusY));
+    }
+    const bool good = inspection.findings.empty();
+    if (!good) {
+        facts.push_back(InWords(inspection));
+    }
+    return fmt::format("{:<10} {}: {}\n", good ? "good" : "wrong", inspection.set.name(),
+                       fmt::join(facts, ", "));
+}
+
+// Returns the set as JSON; its pictures' names are told by their folder alone if there are many.
+Json Show(const InspectOptions& options, const Inspected& inspected, bool details) {
     Json json = ToJson(inspected.inspection);
     json["written"] = inspected.written;
     if (!options.json) {
-        std::printf("%s", ToText(inspected.inspection).c_str());
-        PrintWritten(inspected.written);
+        const Inspection& inspection = inspected.inspection;
+        std::printf("%s", (details ? ToText(inspection) : Row(inspection)).c_str());
+        PrintWritten(details ? inspected.written : std::vector<std::string>());
     }
     return json;
+}
+
+void Finish(const InspectOptions& options, Json& report, std::size_t sets, std::size_t wrong,
+            std::vector<std::string> written, bool details) {
+    if (options.json) {
+        if (!written.empty() && !report.empty()) { // of a page, beside the last set's pictures
+            std::ranges::copy(written, std::back_inserter(report.back()["written"]));
+        }
+        std::printf("%s", JsonText(report).c_str());
+        return;
+    }
+    if (sets > 1) {
+        std::printf("%zu of %zu sets look wrong\n", wrong, sets);
+    }
+    if (!details && !options.output.empty()) {
+        written.insert(written.begin(), options.output.string());
+    }
+    PrintWritten(written);
 }
 
 // A set that cannot be read is reported in its place; the others are inspected.
 int InspectAll(const InspectOptions& options) {
     std::vector<RefusedPlace> refused;
     const std::vector<DumpSet> sets = FindDumpSets(options.places, refused);
-    std::optional<ReportFile> page =
-        OpenReport(sets.empty() ? fs::path() : options.report, sets.size());
+    const bool details = options.details || sets.size() == 1;
+    Pages pages(options, sets.size());
     Json report = Json::array();
     const std::vector<std::string> names = DistinctNames(sets);
     std::size_t wrong = 0;
     for (std::size_t i = 0; i < sets.size(); ++i) {
         const std::string mistake = MistakeIn([&] {
-            const Inspected inspected = InspectOne(options, sets[i], names[i], page);
+            const Inspected inspected = InspectOne(options, sets[i], names[i], pages);
             wrong += inspected.inspection.findings.empty() ? 0 : 1;
-            report.push_back(Show(options, inspected));
+            report.push_back(Show(options, inspected, details));
         });
         if (!mistake.empty()) {
             refused.push_back({sets[i].name(), mistake});
+            pages.AddFailed(names[i], mistake);
         }
     }
     for (const RefusedPlace& place : refused) {
         std::fprintf(stderr, "bokehnode: %s\n", place.mistake.c_str());
         report.push_back({{"set", place.place.string()}, {"error", place.mistake}});
     }
-    if (options.json) {
-        std::printf("%s", JsonText(report).c_str());
-    } else if (sets.size() > 1) {
-        std::printf("%zu of %zu sets look wrong\n", wrong, sets.size());
-    }
+    Finish(options, report, sets.size(), wrong, pages.Commit(), details);
     if (!refused.empty()) {
         return kExitWrongUse;
     }
@@ -151,18 +229,22 @@ std::function<int()> PrepareInspect(Command command) {
         .Required();
     command.Path("-o,--output", "DIR", options->output,
                  "write main, aux, output and disparity of each set as PNG");
+    command.Flag("--details", options->details,
+                 "all that is known of each set, as of a single one");
     command.Flag("--json", options->json, "say it as JSON");
     AddReportOption(command, options->report);
     command.Footer(
         "Looks for missing files, wrong lengths, a pitch or height that the content contradicts,\n"
         "exchanged U and V, a rotated aux image, exchanged main and aux images, images of\n"
         "different moments, an output that is only a copy, and impossible parameters.\n"
-        "--report takes one set.\n"
+        "Several sets take a line each. Their report is a page with a tile for each, which opens\n"
+        "that set's page; these stand beside it, in the folder seen.sets for seen.html.\n"
         "\n"
         "Examples:\n"
         "  adb pull /data/vendor/camera && bokehnode inspect camera -o seen\n"
         "  bokehnode inspect camera/IMG_20240131_235959_0_4096x3000.nv12 --json\n"
         "  bokehnode inspect camera/IMG_20240131_235959 --report seen.html\n"
+        "  bokehnode inspect camera --report seen.html\n"
         "\n" +
         ExitCodes("0 nothing wrong found; 1 something looks wrong"));
     return [options] { return InspectAll(*options); };

@@ -18,6 +18,7 @@
 #include "tools/files/progress.h"
 #include "tools/inspect/inspection.h"
 #include "tools/replay/replay.h"
+#include "tools/report/overview.h"
 #include "tools/report/report_contents.h"
 
 namespace fs = std::filesystem;
@@ -51,18 +52,50 @@ void WriteFiles(OutputFolder& folder, const std::string& stem, const Replayed& r
 }
 
 // The report shows an inspection of the dumped set as well.
+Report ReportOf(const DumpSet& set, const Replayed& replayed) {
+    const Progress progress("inspecting " + set.stem);
+    return ReportOf(Inspect(set), replayed);
+}
+
 void WriteReport(ReportFile& file, const ReplayCommandOptions& options, const DumpSet& set,
                  const Replayed& replayed) {
-    std::optional<Progress> progress("inspecting " + set.stem);
-    const Inspection inspection = Inspect(set);
-    progress.reset();
-    Report report = ReportOf(inspection, replayed);
+    Report report = ReportOf(set, replayed);
     if (!options.output.empty() && replayed.result.published) {
         report.AddLink("output", options.output / (set.stem + "_output.png"));
     }
     file.Write(report);
     file.Commit();
 }
+
+class Overview : public ReplayPages {
+public:
+    Overview(const fs::path& file, const fs::path& place) : file_(file, "replay", place) {}
+
+    Json Write(const DumpSet& set, const std::string& name, const Replayed& replayed) override {
+        return file_.WritePage(name, ReportOf(set, replayed));
+    }
+    bool Has(const Json& tile) const override { return file_.HasPage(tile); }
+    void Add(const std::string& name, const std::string& status, const std::string& reason,
+             const Json& tile) override {
+        using Kind = Report::Kind;
+        if (tile.is_object()) {
+            file_.Add(tile);
+        } else {
+            file_.AddPlain(name,
+                           status == "equal"     ? Kind::kGood
+                           : status == "differs" ? Kind::kNote
+                                                 : Kind::kWrong,
+                           reason.empty() ? status : status + ": " + reason);
+        }
+    }
+    std::vector<std::string> Commit() override {
+        file_.Commit();
+        return file_.written();
+    }
+
+private:
+    OverviewFile file_;
+};
 
 int ReplayOne(const ReplayCommandOptions& options) {
     const DumpSet set = FindDumpSet(options.place);
@@ -104,8 +137,13 @@ int Run(const ReplayCommandOptions& options) {
     if (!options.all) {
         return ReplayOne(options);
     }
-    return ReplayAll(options.place, options.output.empty() ? "replayed" : options.output,
-                     options.allOptions, options.json, options.replay);
+    std::optional<Overview> overview;
+    ReplayAllOptions all = options.allOptions;
+    if (!options.report.empty()) {
+        all.pages = &overview.emplace(options.report, options.place);
+    }
+    return ReplayAll(options.place, options.output.empty() ? "replayed" : options.output, all,
+                     options.json, options.replay);
 }
 
 void AddAllOptions(Command& command, ReplayCommandOptions& options) {
@@ -159,7 +197,7 @@ std::function<int()> PrepareReplay(Command command) {
                  "(default with\n--all: replayed)");
     AddAllOptions(command, *options);
     command.Flag("--json", options->json, "say it as JSON");
-    AddReportOption(command, options->report).Excludes("--all");
+    AddReportOption(command, options->report);
     AddChanges(command, options->replay);
     AddRunOptions(command, options->replay);
     command.Footer(
@@ -173,7 +211,7 @@ std::function<int()> PrepareReplay(Command command) {
         "  bokehnode replay camera/IMG_20240131_235959 --blur 80 -o replayed\n"
         "  bokehnode replay camera/IMG_20240131_235959 --log 6 --report replayed.html\n"
         "  bokehnode replay camera --all --shard 2/8 --timeout 60 -o replayed\n"
-        "  bokehnode replay camera --all --merge -o replayed\n"
+        "  bokehnode replay camera --all --merge -o replayed --report all.html\n"
         "\n" +
         ExitCodes("0 output and disparity equal the dumped ones; 1 they differ, or the node "
                   "or the engine failed") +

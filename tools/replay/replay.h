@@ -59,12 +59,29 @@ void RefuseSetsFolder(const std::filesystem::path& output, const DumpSet& set);
 std::string InWords(const DumpSet& set, const Replayed& replayed);
 Json ToJson(const DumpSet& set, const Replayed& replayed);
 
+// What shows a page of all sets, made while they run.
+class ReplayPages {
+public:
+    virtual ~ReplayPages() = default;
+    // Writes the page of one set, in that set's process. Returns its tile, which the set's result
+    // keeps.
+    virtual Json Write(const DumpSet& set, const std::string& name, const Replayed& replayed) = 0;
+    // Whether the page of this tile is there.
+    virtual bool Has(const Json& tile) const = 0;
+    // `tile`: null where there is none.
+    virtual void Add(const std::string& name, const std::string& status, const std::string& reason,
+                     const Json& tile) = 0;
+    // Writes the page of all. Returns what was written.
+    virtual std::vector<std::string> Commit() = 0;
+};
+
 struct ReplayAllOptions {
     int jobs = 1; // sets at once
     // The sets are split by their content, so that it does not matter where they lie.
     int shard = 1;
     int shards = 1;
-    bool merge = false; // only shows results
+    bool merge = false;           // only shows results
+    ReplayPages* pages = nullptr; // may be null
 };
 
 // Replays every set below `place`, each in a process of its own. Prints a line each, in the sets'

@@ -64,6 +64,7 @@ struct Job {
     fs::path files; // the result's and the log's, without their endings
 
     fs::path result() const { return files.string() + ".json"; }
+    std::string name() const { return files.filename().string(); }
     fs::path log() const { return files.string() + ".log"; }
 };
 
@@ -97,12 +98,14 @@ std::optional<Json> StoredResult(const Job& job) {
     return result;
 }
 
-void Store(const Job& job, const std::string& status, const std::string& reason,
-           const Json& report) {
+void Store(const Job& job, const std::string& status, const std::string& reason, const Json& report,
+           const Json& tile) {
     OutputFolder folder(job.files.parent_path());
-    folder.Write(
-        job.result().filename().string(),
-        JsonText({{"key", job.key}, {"status", status}, {"reason", reason}, {"report", report}}));
+    folder.Write(job.result().filename().string(), JsonText({{"key", job.key},
+                                                             {"status", status},
+                                                             {"reason", reason},
+                                                             {"report", report},
+                                                             {"tile", tile}}));
     folder.Commit();
 }
 
@@ -133,16 +136,18 @@ std::string Reason(const Replayed& replayed) {
 }
 
 // Replays the set and stores what became of it.
-void RunJob(const Job& job, const ReplayOptions& options) {
+void RunJob(const Job& job, const ReplayOptions& options, ReplayPages* pages) {
     std::string status;
     std::string reason;
     Json report;
+    Json tile;
     try {
         const Replayed replayed = Replay(job.set, options);
         status = replayed.equal() ? kEqual : replayed.failed() ? kFailed : kDiffers;
         reason = replayed.equal() ? "" : Reason(replayed);
         report = ToJson(job.set, replayed);
         report.erase("set"); // it may lie elsewhere another time
+        tile = pages != nullptr ? pages->Write(job.set, job.name(), replayed) : Json();
     } catch (const UseError& error) {
         status = kUnreadable;
         reason = error.what();
@@ -153,10 +158,10 @@ void RunJob(const Job& job, const ReplayOptions& options) {
         status = kFailed;
         reason = error.what();
     }
-    Store(job, status, reason, report);
+    Store(job, status, reason, report, tile);
 }
 
-pid_t StartJob(const Job& job, const ReplayOptions& options) {
+pid_t StartJob(const Job& job, const ReplayOptions& options, ReplayPages* pages) {
     std::error_code ignored;
     fs::remove(job.result(), ignored); // so that what is found later is of this run
     const pid_t child = ForkChild();
@@ -166,7 +171,7 @@ pid_t StartJob(const Job& job, const ReplayOptions& options) {
     int code = kExitDone;
     try {
         ::dup2(::open(job.log().c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666), STDERR_FILENO);
-        RunJob(job, options);
+        RunJob(job, options, pages);
     } catch (const std::exception& error) {
         fmt::print(stderr, "bokehnode: {}\n", error.what());
         code = kExitFailed;
@@ -178,15 +183,16 @@ pid_t StartJob(const Job& job, const ReplayOptions& options) {
 // Runs jobs, several at once, and shows their results in the sets' order.
 class Batch {
 public:
-    Batch(const std::vector<DumpSet>& sets, const ReplayOptions& options, int jobs, bool json)
-        : sets_(sets), options_(options), jobs_(static_cast<std::size_t>(jobs)), json_(json),
-          results_(sets.size()) {}
+    Batch(const std::vector<DumpSet>& sets, const ReplayOptions& options,
+          const ReplayAllOptions& all, bool json)
+        : sets_(sets), options_(options), jobs_(static_cast<std::size_t>(all.jobs)),
+          pages_(all.pages), json_(json), results_(sets.size()) {}
 
     void Start(const Job& job) {
         while (running_.size() >= jobs_) {
             FinishOne();
         }
-        running_.emplace(StartJob(job, options_), job);
+        running_.emplace(StartJob(job, options_, pages_), job);
     }
 
     // Waits for a copy of the same set that is running.
@@ -198,10 +204,16 @@ public:
     }
 
     void Show(const Job& job, Json result, bool before) {
-        ++counts_[result["status"]];
-        failed_ += IsFinal(result["status"]) ? 0 : 1;
+        const std::string status = result["status"];
+        const std::string reason = result["reason"];
+        ++counts_[status];
+        failed_ += IsFinal(status) ? 0 : 1;
         ++done_;
+        if (pages_ != nullptr) {
+            pages_->Add(job.name(), status, reason, result["tile"]);
+        }
         result.erase("key");
+        result.erase("tile");
         result["set"] = job.set.name();
         result["doneBefore"] = before;
         results_[job.row] = std::move(result);
@@ -211,11 +223,14 @@ public:
         }
     }
 
-    // Returns the exit code.
-    int Finish(const std::vector<std::string>& written) {
+    void AwaitAll() {
         while (!running_.empty()) {
             FinishOne();
         }
+    }
+
+    // Returns the exit code.
+    int Finish(const std::vector<std::string>& written) {
         std::vector<std::string> counts;
         for (const auto& [status, count] : counts_) {
             counts.push_back(fmt::format("{} {}", count, status));
@@ -284,7 +299,7 @@ private:
     Json Lost(const Job& job, int status) {
         const std::string what = WIFSIGNALED(status) ? SignalInWords(WTERMSIG(status)) : kFailed;
         std::string reason = "it left no result, see " + job.log().string();
-        if (std::string mistake = MistakeIn([&] { Store(job, what, reason, {}); });
+        if (std::string mistake = MistakeIn([&] { Store(job, what, reason, {}, {}); });
             !mistake.empty()) {
             reason = mistake_ = std::move(mistake);
         }
@@ -294,6 +309,7 @@ private:
     const std::vector<DumpSet>& sets_;
     const ReplayOptions& options_;
     const std::size_t jobs_;
+    ReplayPages* const pages_;
     const bool json_;
     const Progress::Clock::time_point start_ = Progress::Clock::now();
     std::map<pid_t, Job> running_;
@@ -320,7 +336,7 @@ int ReplayAll(const fs::path& place, const fs::path& output, const ReplayAllOpti
     if (!all.merge) {
         OutputFolder(output).Commit(); // makes the folder, or throws
     }
-    Batch batch(sets, options, all.jobs, json);
+    Batch batch(sets, options, all, json);
     for (std::size_t row = 0; row < sets.size(); ++row) {
         Job job{row, sets[row], commonKey, {}};
         const auto content = ContentOf(job.set, kWhole);
@@ -328,7 +344,9 @@ int ReplayAll(const fs::path& place, const fs::path& output, const ReplayAllOpti
         job.files = output / fmt::format("{}-{:08x}", job.set.stem, ChecksumOf(content));
         batch.AwaitCopies(job);
         const auto result = StoredResult(job);
-        if (result && (all.merge || IsFinal((*result)["status"]))) {
+        const bool whole =
+            all.pages == nullptr || (result && all.pages->Has(result->value("tile", Json())));
+        if (result && (all.merge || (IsFinal((*result)["status"]) && whole))) {
             batch.Show(job, *result, !all.merge);
         } else if (all.merge) {
             batch.Show(job, {{"status", kMissing}, {"reason", "not run with these options"}},
@@ -337,5 +355,10 @@ int ReplayAll(const fs::path& place, const fs::path& output, const ReplayAllOpti
             batch.Start(job);
         }
     }
-    return batch.Finish(std::vector<std::string>(all.merge ? 0 : 1, output.string()));
+    batch.AwaitAll();
+    std::vector<std::string> written(all.merge ? 0 : 1, output.string());
+    if (all.pages != nullptr) {
+        std::ranges::move(all.pages->Commit(), std::back_inserter(written));
+    }
+    return batch.Finish(written);
 }

@@ -14,11 +14,12 @@
 #include "host/picture/errors.h"
 #include "host/picture/false_colour.h"
 #include "host/picture/image_file.h"
+#include "host/picture/nv12.h"
 #include "tools/compare/matrix.h"
 #include "tools/files/json_text.h"
 #include "tools/files/progress.h"
 #include "tools/report/depth_of_field.h"
-#include "tools/report/page_files.h"
+#include "tools/report/page_text.h"
 #include "tools/run/log_lines.h"
 
 namespace fs = std::filesystem;
@@ -60,45 +61,27 @@ host::Image NumbersOf(const host::Image& image, int width) {
     return numbers;
 }
 
+std::string Thumbnail(const host::Image& image) {
+    constexpr int kSide = 240; // pixels; twice what a tile shows on screens of twice the density
+    constexpr int kQuality = 70;
+    const double scale = 1.0 * kSide / std::max({image.width(), image.height(), kSide});
+    const auto side = [scale](int pixels) {
+        return std::max(static_cast<int>(pixels * scale) / 2 * 2, 2);
+    };
+    return Base64(EncodeJpeg(
+        Nv12ToRgb(ScaleNv12(image, side(image.width()), side(image.height()), 0)), kQuality));
+}
+
 Json CropJson(int width, int height) {
     return {{"part", {width, height}}, {"sensor", nullptr}};
 }
+
+} // namespace
 
 const char* NameOf(Report::Kind kind) {
     constexpr const char* kNames[] = {"good", "note", "wrong"};
     return kNames[static_cast<int>(kind)];
 }
-
-// A relative link. All bytes of a name are escaped that could mean anything but themselves.
-std::string LinkTo(const fs::path& file, const fs::path& folder) {
-    constexpr std::string_view kPlain =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~/";
-    std::string link;
-    for (const char character : fs::absolute(file)
-                                    .lexically_normal()
-                                    .lexically_relative(fs::absolute(folder).lexically_normal())
-                                    .string()) {
-        link += kPlain.find(character) != std::string_view::npos
-                    ? std::string(1, character)
-                    : fmt::format("%{:02X}", static_cast<unsigned char>(character));
-    }
-    return link;
-}
-
-// JSON for a script element, which only a "<" could end. In JSON it occurs in strings alone.
-std::string ScriptText(const Json& data) {
-    std::string text;
-    for (const char character : JsonText(data, -1)) {
-        if (character == '<') {
-            text += "\\u003c";
-        } else {
-            text += character;
-        }
-    }
-    return text;
-}
-
-} // namespace
 
 Report::Report(const std::string& command, const std::string& title)
     : data_{{"command", command},
@@ -147,6 +130,9 @@ Json Report::NumbersJson(const host::Image& image, int width) {
 }
 
 void Report::AddPicture(const std::string& name, const host::Image& image) {
+    if (name == "output" || thumbnail_.empty()) {
+        thumbnail_ = Thumbnail(image);
+    }
     data_["pictures"][name] = NumbersJson(image, image.width());
 }
 
@@ -246,28 +232,26 @@ std::string Report::Page(const fs::path& folder) const {
         data["links"].push_back(
             {{"name", name}, {"file", file.filename().string()}, {"target", LinkTo(file, folder)}});
     }
-    const std::string script = ScriptText(data);
     std::string pictures;
     for (std::size_t i = 0; i < parts_.size(); ++i) {
         pictures +=
             fmt::format("<script type=\"text/plain\" id=\"part{}\">{}</script>\n", i, parts_[i]);
     }
-    std::string_view rest = kPageHtml;
-    std::string page;
-    // The marks in the order of the page. What replaces them is not searched for marks.
-    for (const auto& [mark, text] :
-         {std::pair<std::string_view, std::string_view>("{page.css}", kPageCss),
-          {"{data}", script},
-          {"{pictures}", pictures},
-          {"{pictures.js}", kPicturesJs},
-          {"{stage.js}", kStageJs},
-          {"{page.js}", kPageJs}}) {
-        const auto at = rest.find(mark);
-        page += rest.substr(0, at);
-        page += text;
-        rest.remove_prefix(at + mark.size());
-    }
-    return page += rest;
+    return CapturePage(data, pictures);
+}
+
+Json Report::Tile() const {
+    const auto wrong = std::ranges::count_if(
+        data_["findings"], [](const Json& finding) { return finding["kind"] == "wrong"; });
+    const Json& pictures = data_["pictures"];
+    const Json& focus = data_["overlays"]["focus"];
+    return {{"verdict", data_["verdict"]},
+            {"findings", wrong},
+            {"size", pictures.empty() ? Json() : pictures.begin().value()["size"]},
+            {"blur", parameters_ ? Json(parameters_->blur) : Json()},
+            {"focus", focus},
+            {"psnr", OrNull(psnr_)},
+            {"thumbnail", thumbnail_}};
 }
 
 ReportFile::ReportFile(const fs::path& file)

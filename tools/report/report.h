@@ -56,6 +56,13 @@ public:
     void AddLog(const std::vector<host::LogRecord>& log);
     void AddLink(const std::string& name, const std::filesystem::path& file);
 
+    // A luma PSNR in dB, for the tile.
+    void SetPsnr(double psnr) { psnr_ = psnr; }
+
+    // What a page of many captures shows of this one: verdict, number of findings, size, blur,
+    // focus, PSNR, and a thumbnail as Base64 of a JPEG file.
+    nlohmann::ordered_json Tile() const;
+
     // The HTML page, which needs nothing else. `folder`: where it will stand, from which its links
     // are relative.
     std::string Page(const std::filesystem::path& folder) const;
@@ -67,8 +74,13 @@ private:
     nlohmann::ordered_json data_;    // for the page's script
     std::vector<std::string> parts_; // PNG files as Base64, which `data_` names
     std::vector<std::pair<std::string, std::filesystem::path>> links_;
+    std::string thumbnail_;
+    std::optional<double> psnr_;
     std::optional<DumpParameters> parameters_;
 };
+
+// "good", "note" or "wrong".
+const char* NameOf(Report::Kind kind);
 
 // A page under way: the file appears when it is committed, and not before.
 class ReportFile {

@@ -21,17 +21,6 @@ void AddFindings(Report& report, const Inspection& inspection) {
     }
 }
 
-// "looks wrong: fallback, names".
-std::string FindingsInWords(const Inspection& inspection) {
-    std::vector<std::string> names;
-    for (const Finding& finding : inspection.findings) {
-        if (std::ranges::find(names, NameOf(finding.problem)) == names.end()) {
-            names.emplace_back(NameOf(finding.problem));
-        }
-    }
-    return fmt::format("looks wrong: {}", fmt::join(names, ", "));
-}
-
 void AddDumpLinks(Report& report, const DumpSet& set) {
     for (const DumpRole role : {DumpRole::kMain, DumpRole::kAux, DumpRole::kOutput,
                                 DumpRole::kDisparity, DumpRole::kParameters}) {
@@ -150,12 +139,22 @@ void AddDifference(Report& report, const char* name,
 
 } // namespace
 
+std::string InWords(const Inspection& inspection) {
+    std::vector<std::string> names;
+    for (const Finding& finding : inspection.findings) {
+        if (std::ranges::find(names, NameOf(finding.problem)) == names.end()) {
+            names.emplace_back(NameOf(finding.problem));
+        }
+    }
+    return names.empty() ? "nothing wrong found"
+                         : fmt::format("looks wrong: {}", fmt::join(names, ", "));
+}
+
 Report ReportOf(const Inspection& inspection) {
     Report report("inspect", inspection.set.stem);
     AddFindings(report, inspection);
     report.SetVerdict(inspection.findings.empty() ? Kind::kGood : Kind::kWrong,
-                      inspection.findings.empty() ? "nothing wrong found"
-                                                  : FindingsInWords(inspection));
+                      InWords(inspection));
     if (inspection.parameters) {
         report.SetParameters(*inspection.parameters);
     }
@@ -188,7 +187,7 @@ Report ReportOf(const RenderOptions& options, const host::Request& request, cons
         report.SetVerdict(failure.empty() ? Kind::kGood : Kind::kWrong,
                           failure.empty() ? "rendered, nothing wrong found" : failure);
     } else {
-        report.SetVerdict(Kind::kWrong, "rendered, but " + FindingsInWords(*dumps));
+        report.SetVerdict(Kind::kWrong, "rendered, but " + InWords(*dumps));
     }
     const host::Image& main = *request.inputs[0];
     const host::Image& aux = *request.inputs[1];
@@ -221,6 +220,9 @@ Report ReportOf(const Inspection& inspection, const Replayed& replayed) {
         report.AddFinding(Kind::kNote, "changed", fmt::format("{}", fmt::join(changes, ", ")));
     }
     SetReplayVerdict(report, replayed, changes.empty());
+    if (replayed.outputDifference && replayed.outputDifference->planes.front().psnr) {
+        report.SetPsnr(*replayed.outputDifference->planes.front().psnr);
+    }
     AddDifference(report, "output against the dumped one", replayed.outputDifference);
     AddDifference(report, "disparity against the dumped one", replayed.disparityDifference);
     report.SetParameters(replayed.taken.value_or(replayed.asked));

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <optional>
-#include <vector>
+#include <string>
 
 #include "tools/inspect/inspection.h"
 #include "tools/replay/replay.h"
@@ -9,6 +9,9 @@
 #include "tools/run/capture_request.h"
 
 // What the report of each command holds.
+
+// "looks wrong: fallback, names", or that nothing does.
+std::string InWords(const Inspection& inspection);
 
 // All that is known of a dump set.
 Report ReportOf(const Inspection& inspection);

@@ -1,0 +1,61 @@
+#include "tools/report/overview.h"
+
+#include <utility>
+
+#include "host/picture/errors.h"
+#include "tools/files/progress.h"
+#include "tools/report/page_text.h"
+
+namespace fs = std::filesystem;
+
+OverviewFile::OverviewFile(const fs::path& file, const std::string& command,
+                           const std::string& title)
+    : file_(file), sets_(fs::path(file).replace_extension(".sets")),
+      folder_(file.parent_path()), data_{{"command", command},
+                                         {"title", title},
+                                         {"tiles", nlohmann::ordered_json::array()}} {
+    if (fs::is_directory(file)) {
+        Refuse(file.string(), "a file", "a folder");
+    }
+    OutputFolder(sets_).Commit(); // makes it, or throws
+}
+
+nlohmann::ordered_json OverviewFile::WritePage(const std::string& name,
+                                               const Report& report) const {
+    ReportFile page(sets_ / (name + ".html"));
+    page.Write(report);
+    page.Commit();
+    nlohmann::ordered_json tile = report.Tile();
+    tile["title"] = name;
+    tile["page"] = LinkTo(sets_ / (name + ".html"), folder_.path());
+    return tile;
+}
+
+bool OverviewFile::HasPage(const nlohmann::ordered_json& tile) const {
+    const bool known = tile.is_object() && tile.contains("title") && tile["title"].is_string();
+    return known && fs::is_regular_file(sets_ / (tile["title"].get<std::string>() + ".html"));
+}
+
+void OverviewFile::Add(nlohmann::ordered_json tile) {
+    if (!HasPage(tile)) {
+        tile.erase("page");
+    }
+    data_["tiles"].push_back(std::move(tile));
+}
+
+void OverviewFile::AddPlain(const std::string& name, Report::Kind kind,
+                            const std::string& verdict) {
+    Add({{"title", name},
+         {"verdict", {{"kind", NameOf(kind)}, {"text", verdict}}},
+         {"findings", 0}});
+}
+
+void OverviewFile::Commit() {
+    const Progress progress("writing the report");
+    folder_.Write(file_.filename().string(), OverviewPage(data_));
+    folder_.Commit();
+}
+
+std::vector<std::string> OverviewFile::written() const {
+    return {file_.string(), sets_.string()};
+}

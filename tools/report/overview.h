@@ -1,0 +1,39 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "tools/report/report.h"
+
+// The page of many captures: FILE.html has a tile for each, which opens the capture's own page in
+// the folder FILE.sets beside it. Each capture has a page of its own since one file with every
+// pixel of hundreds of captures would be too large for a browser.
+class OverviewFile {
+public:
+    // Makes the folders. Throws UseError if no page can stand there.
+    OverviewFile(const std::filesystem::path& file, const std::string& command,
+                 const std::string& title);
+
+    // Writes the page of one capture, also from a child process. `name`: distinct, the page's.
+    // Returns the capture's tile.
+    nlohmann::ordered_json WritePage(const std::string& name, const Report& report) const;
+    // Whether this tile's page is there.
+    bool HasPage(const nlohmann::ordered_json& tile) const;
+
+    // The tile opens nothing if its page is not there.
+    void Add(nlohmann::ordered_json tile);
+    // A capture of which no more is known.
+    void AddPlain(const std::string& name, Report::Kind kind, const std::string& verdict);
+
+    void Commit();
+    std::vector<std::string> written() const;
+
+private:
+    std::filesystem::path file_;
+    std::filesystem::path sets_;
+    OutputFolder folder_;
+    nlohmann::ordered_json data_; // for the page's script
+};

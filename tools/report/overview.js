@@ -1,0 +1,114 @@
+"use strict";
+
+// A tile for each capture. All texts are put in as text, never as markup.
+const data = JSON.parse(document.getElementById("data").textContent);
+const byId = (id) => document.getElementById(id);
+
+const KINDS = { wrong: "Wrong", note: "Notable", good: "Good" }; // the worst first
+
+let kind = ""; // of the verdicts shown; all of them if empty
+
+function make(name, text, className) {
+  const element = document.createElement(name);
+  if (text !== undefined) element.textContent = text;
+  if (className) element.className = className;
+  return element;
+}
+
+// A low PSNR is a large difference; equal pictures have none.
+function worstFirst(a, b) {
+  const rank = ({ verdict }) => Object.keys(KINDS).indexOf(verdict.kind);
+  return rank(a) - rank(b) || (a.psnr ?? Infinity) - (b.psnr ?? Infinity) || b.findings - a.findings ||
+    a.title.localeCompare(b.title) || 0;
+}
+
+// Of a name like IMG_20240131_235959.
+const timeOf = (title) => title.replace(
+  /^.*?(\d{4})(\d\d)(\d\d)_(\d\d)(\d\d)(\d\d).*$|.*/s, (whole, year, ...rest) => year
+    ? `${year}-${rest[0]}-${rest[1]} ${rest.slice(2, 5).join(":")}` : "");
+
+// What is not known is left out.
+function factsOf({ title, size, blur, focus, findings, psnr }) {
+  return [timeOf(title), size?.join("×"), Number.isInteger(blur) && `blur ${blur}`,
+    focus && `focus ${focus.join()}`, findings > 0 && `findings: ${findings}`,
+    psnr && `PSNR ${psnr.toFixed(1)} dB`].filter(Boolean).join(" · ");
+}
+
+function makeTile(entry) {
+  const tile = make("a", undefined, `tile ${entry.verdict.kind}`);
+  if (entry.page) tile.href = entry.page;
+  else tile.tabIndex = 0;
+  if (entry.thumbnail) {
+    const picture = make("img");
+    picture.alt = "";
+    picture.decoding = "async";
+    picture.loading = "lazy";
+    picture.src = `data:image/jpeg;base64,${entry.thumbnail}`;
+    tile.append(picture);
+  }
+  tile.append(make("b", entry.title), make("span", entry.verdict.text, "verdict"),
+    make("span", factsOf(entry)));
+  return { tile, kind: entry.verdict.kind, text: tile.textContent.toLowerCase() };
+}
+
+const tiles = [...data.tiles].sort(worstFirst).map(makeTile);
+
+const visible = () => tiles.filter(({ tile }) => !tile.hidden).map(({ tile }) => tile);
+
+function filter() {
+  const words = byId("search").value.toLowerCase().split(/\s+/);
+  for (const each of tiles) {
+    each.tile.hidden = (kind && each.kind !== kind) || !words.every((word) => each.text.includes(word));
+  }
+  byId("count").textContent = `${visible().length} of ${tiles.length} sets`;
+  for (const button of byId("kinds").children) {
+    button.setAttribute("aria-pressed", button.value === kind);
+  }
+}
+
+function showKinds() {
+  const counts = Object.keys(KINDS).map((name) => [name, tiles.filter((each) => each.kind === name).length]);
+  for (const [name, count] of [["", tiles.length], ...counts]) {
+    if (count === 0) continue;
+    const button = make("button", `${KINDS[name] ?? "All"} ${count}`);
+    button.type = "button";
+    button.value = name;
+    button.addEventListener("click", () => {
+      kind = name;
+      filter();
+    });
+    byId("kinds").append(button);
+  }
+  const wrong = counts[0][1];
+  byId("verdict").textContent = wrong === 0 ? `${tiles.length} sets, none wrong` : `${wrong} of ${tiles.length} sets are wrong`;
+  byId("verdict").className = wrong === 0 ? "good" : "wrong";
+}
+
+// Moves the focus by tiles, or by rows of tiles.
+function walk(key) {
+  const shown = visible();
+  const at = shown.indexOf(document.activeElement);
+  const top = shown[0]?.offsetTop;
+  const columns = Math.max(shown.findIndex(({ offsetTop }) => offsetTop !== top), 1);
+  const step = { ArrowLeft: -1, ArrowRight: 1, ArrowUp: -columns, ArrowDown: columns }[key];
+  const next = shown[at < 0 ? 0 : at + step];
+  next?.focus();
+  return next !== undefined;
+}
+
+function pressKey(event) {
+  if (event.ctrlKey || event.altKey || event.metaKey) return;
+  if (event.key === "/" && event.target !== byId("search")) byId("search").focus();
+  else if (event.target === byId("search") ? event.key !== "ArrowDown" : !event.key.startsWith("Arrow")) return;
+  else if (!walk(event.key)) return;
+  event.preventDefault();
+}
+
+byId("command").textContent = `bokehnode ${data.command}`;
+byId("title").textContent = data.title;
+document.title = `${data.title} – ${data.command}`;
+byId("tiles").append(...tiles.map(({ tile }) => tile));
+byId("search").addEventListener("input", filter);
+document.addEventListener("keydown", pressKey);
+showKinds();
+filter();

@@ -1,0 +1,70 @@
+#include "tools/report/page_text.h"
+
+#include <string_view>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "tools/files/json_text.h"
+#include "tools/report/page_files.h"
+
+namespace fs = std::filesystem;
+namespace {
+
+// JSON for a script element, which only a "<" could end. In JSON it occurs in strings alone.
+std::string ScriptText(const Json& data) {
+    std::string text;
+    for (const char character : JsonText(data, -1)) {
+        if (character == '<') {
+            text += "\\u003c";
+        } else {
+            text += character;
+        }
+    }
+    return text;
+}
+
+// The marks in the order of the page. What replaces them is not searched for marks.
+std::string Filled(std::string_view rest,
+                   std::initializer_list<std::pair<std::string_view, std::string_view>> marks) {
+    std::string page;
+    for (const auto& [mark, text] : marks) {
+        const auto at = rest.find(mark);
+        page += rest.substr(0, at);
+        page += text;
+        rest.remove_prefix(at + mark.size());
+    }
+    return page += rest;
+}
+
+} // namespace
+
+std::string CapturePage(const nlohmann::ordered_json& data, const std::string& pictures) {
+    return Filled(kPageHtml, {{"{page.css}", kPageCss},
+                              {"{data}", ScriptText(data)},
+                              {"{pictures}", pictures},
+                              {"{pictures.js}", kPicturesJs},
+                              {"{stage.js}", kStageJs},
+                              {"{page.js}", kPageJs}});
+}
+
+std::string OverviewPage(const nlohmann::ordered_json& data) {
+    return Filled(
+        kOverviewHtml,
+        {{"{page.css}", kPageCss}, {"{data}", ScriptText(data)}, {"{overview.js}", kOverviewJs}});
+}
+
+std::string LinkTo(const fs::path& file, const fs::path& folder) {
+    constexpr std::string_view kPlain =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~/";
+    std::string link;
+    for (const char character : fs::absolute(file)
+                                    .lexically_normal()
+                                    .lexically_relative(fs::absolute(folder).lexically_normal())
+                                    .string()) {
+        link += kPlain.find(character) != std::string_view::npos
+                    ? std::string(1, character)
+                    : fmt::format("%{:02X}", static_cast<unsigned char>(character));
+    }
+    return link;
+}
