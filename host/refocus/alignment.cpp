@@ -17,6 +17,8 @@ constexpr double kMinLead = 0.05;       // of the best correlation over that of 
 constexpr double kInlierDistance = 0.5; // pixels
 constexpr std::size_t kMinMatches = 24;
 constexpr double kMinInlierShare = 0.35; // of the matches
+constexpr int kReachShare = 16;      // the search across the rows reaches this part of the height
+constexpr double kMinParallax = 1.0; // pixels; see HaveParallax
 constexpr double kNegligibleShift = 0.2; // pixels at the worst corner; matching tolerates it
 constexpr double kNegligibleGain = 0.02;
 
@@ -118,7 +120,7 @@ std::vector<Match> FindCorners(const cv::Mat& left, const cv::Mat& right,
     cv::resize(right, pyramid.halfRight, {left.cols / 2, left.rows / 2}, 0, 0, cv::INTER_AREA);
     std::vector<cv::Point2f> corners;
     cv::goodFeaturesToTrack(left, corners, kCorners, 0.005, left.cols / 50.0);
-    const int reach = std::max(6, left.rows / 40);
+    const int reach = std::max(6, left.rows / kReachShare);
     std::vector<Match> matches(corners.size());
     cv::parallel_for_(cv::Range(0, static_cast<int>(corners.size())), [&](const cv::Range& some) {
         for (int i = some.start; i < some.end; ++i) {
@@ -183,6 +185,20 @@ std::vector<const Match*> LargestConsensus(const std::vector<Match>& matches, cv
     return best;
 }
 
+// True if the matches lie at several distances. Those of a pair that a quarter turn hides from the
+// calibration do not: only one plane of it can be aligned, however far it was moved down.
+bool HaveParallax(const std::vector<const Match*>& matches) {
+    std::vector<float> disparities;
+    disparities.reserve(matches.size());
+    for (const Match* match : matches) {
+        disparities.push_back(match->left.x - match->right.x);
+    }
+    std::sort(disparities.begin(), disparities.end());
+    const std::size_t few = disparities.size() / 10;
+    return static_cast<double>(disparities[disparities.size() - 1 - few] - disparities[few]) >
+           kMinParallax;
+}
+
 } // namespace
 
 Alignment EstimateAlignment(const cv::Mat& left, const cv::Mat& right, const SearchRange& range) {
@@ -203,6 +219,9 @@ Alignment EstimateAlignment(const cv::Mat& left, const cv::Mat& right, const Sea
     Model model = LeastSquares(inliers, left.size());
     inliers = Inliers(matches, model, left.size());
     model = LeastSquares(inliers, left.size());
+    if (std::abs(model[0]) > left.rows / (2.0 * kReachShare) && !HaveParallax(inliers)) {
+        return {};
+    }
     std::vector<double> gains;
     gains.reserve(inliers.size());
     for (const Match* match : inliers) {

@@ -21,7 +21,7 @@ struct Alignment {
 };
 
 // Corners of the left image (Shi and Tomasi, "Good Features to Track", 1994) are found in the right
-// one by normalised cross-correlation, within `range` along the rows and a fortieth of the height
+// one by normalised cross-correlation, within `range` along the rows and a sixteenth of the height
 // across them. The model that most of them agree with comes from random samples (Fischler and
 // Bolles, "Random Sample Consensus", 1981). left and right: CV_8UC1 of one size. The identity where
 // too few matches agree. The same result for any number of threads.

@@ -14,8 +14,9 @@ namespace refocus {
 // baseline * focal length / z, so the disc grows in proportion to |disparity - focus disparity|.
 //
 // `intensity`, 0 to 100, is the aperture. At 100, a disparity as far from the focus as the whole
-// scale is wide gets the largest radius, 2.2 % of the image's width.
-double RadiusPerDisparity(const DisparityScale& scale, int intensity, int imageWidth);
+// scale is wide gets the largest radius, 2.2 % of the image's longer side, whichever way the image
+// is turned.
+double RadiusPerDisparity(const DisparityScale& scale, int intensity, int longerSide);
 
 // How a pixel is blurred, by its value in the disparity map.
 struct BlurTable {
@@ -29,8 +30,8 @@ struct BlurTable {
 };
 
 // Radii grow from the ends of the focus range. Discs that the eye cannot tell from points count as
-// sharp. From there on, the sharp image fades into the blurred one while the radius grows by
-// `cell`, the main image pixels of one cell of the blurred image.
+// sharp. From there on, the sharp image fades into the blurred one, the sooner the smaller `cell`
+// is, the main image pixels of one cell of the blurred image.
 BlurTable MakeBlurTable(const DisparityScale& scale, FocusRange focus, int intensity,
                         cv::Size imageSize, int cell);
 

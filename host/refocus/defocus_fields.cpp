@@ -8,11 +8,10 @@
 #include <vector>
 
 #include "host/refocus/colour.h"
+#include "host/refocus/highlights.h"
 
 namespace refocus {
 namespace {
-
-constexpr int kClippedLuma = 245; // code value from which a pixel counts as overexposed
 
 // Sums over the pixels of one field in one cell.
 struct Sum {

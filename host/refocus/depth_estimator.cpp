@@ -15,7 +15,7 @@
 namespace refocus {
 namespace {
 
-constexpr int kMatchingWidth = 700; // columns, about
+constexpr int kMatchingSide = 700; // pixels along the longer side, about
 
 // The aux image at the reduced main image's size. ReduceLuma leaves out columns and rows of the
 // main image that fill no block, all but its first `used` pixels; the same share of the aux image
@@ -60,7 +60,7 @@ cv::Mat Refine(const Matches& matches, const cv::Mat& guide) {
     matches.consistent.convertTo(weight, CV_32F, (1.0 - kFilledWeight) / 255.0, kFilledWeight);
     cv::Mat result = WeightedMedian(disparity, weight, guide);
     // Removes single pixels whose brightness happens to be that of another surface.
-    cv::medianBlur(result, result, 5);
+    cv::medianBlur(result, result, 3);
     return result;
 }
 
@@ -70,7 +70,7 @@ Error EstimateDepth(const Nv12View& mainImage, const cv::Mat& auxLuma,
                     const Calibration& calibration, const ImageGeometry& geometry, int mainPitch,
                     DepthMap& depth) {
     const cv::Mat& mainLuma = mainImage.luma;
-    const int factor = ReductionFactor(mainLuma.cols, kMatchingWidth);
+    const int factor = ReductionFactor(mainLuma.size(), kMatchingSide);
     const cv::Mat main = ReduceLuma(mainLuma, factor);
     const auto rectification = Rectification::Make(calibration, geometry, main.size());
     if (!rectification) {
@@ -81,9 +81,9 @@ Error EstimateDepth(const Nv12View& mainImage, const cv::Mat& auxLuma,
         ReduceAux(auxLuma, mainLuma.size(), main.size() * factor, main.size()));
     const SearchRange range = SearchRangeFor(left.cols, rectification->nearestDisparity());
     const cv::Mat right = Align(seen, EstimateAlignment(left, seen, range));
-    const Matches matches = MatchBothWays(left, right, range);
+    const Matches matches = MatchBothWays(left, right, NarrowedRange(left, right, range));
     if (!HasDepth(MeasureDepthPresence(left, matches))) {
-        return Error::kNoDepth;
+        return ReasonForNoDepth(left, seen, matches, range);
     }
     cv::Mat guide;
     const cv::Mat chroma = rectification->Left(ReduceChroma(mainImage.chroma, main.size(), factor));

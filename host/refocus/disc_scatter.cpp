@@ -34,6 +34,12 @@ struct Disc {
 float Coverage(double radius, int dx, int dy) {
     const double distance = std::hypot(dx, dy);
     const double covered = radius + 0.5 - distance;
+    if (radius < 1.0) {
+        // Too small for its neighbours to be covered by area: they get what makes the variance
+        // along an axis that of the disc, radius^2 / 4.
+        const double beside = radius * radius / 4.0 / (2.0 - radius * radius);
+        return static_cast<float>(distance < 0.5 ? 1.0 : distance < 1.1 ? beside : 0.0);
+    }
     if (radius > kLargestSoftDisc) {
         return distance <= radius ? 1.0f : 0.0f;
     }
@@ -42,7 +48,7 @@ float Coverage(double radius, int dx, int dy) {
 
 Disc MakeDisc(double radius) {
     Disc disc;
-    const int reach = static_cast<int>(std::ceil(radius + 0.5)) - 1;
+    const int reach = std::max(radius > 0.0 ? 1 : 0, static_cast<int>(std::ceil(radius + 0.5)) - 1);
     for (int dy = 0; dy <= reach; ++dy) {
         std::vector<Step> steps;
         float before = 0.0f;

@@ -52,7 +52,7 @@ FocusWindow FocusWindowOf(const TSL_DCR_FOCUSPARAM& focus, cv::Size size) {
             return {centre, true};
         }
     }
-    const int reach = std::max(2, size.width / 200);
+    const int reach = std::max(2, std::max(size.width, size.height) / 200);
     const cv::Rect square(point.x - reach, point.y - reach, 2 * reach + 1, 2 * reach + 1);
     return {square & cv::Rect({}, size), false};
 }

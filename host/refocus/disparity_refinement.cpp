@@ -75,6 +75,7 @@ float RankOf(const Nearest& nearest, bool occluded) {
                                                     : (count - 1) / 2)];
 }
 
+constexpr int kWindowStep = 2;   // every second pixel and row of a window is looked at
 constexpr int kChromaWeight = 2; // of a difference in U or V, beside one in luma
 using Similarity = std::array<float, 255 * (1 + 2 * kChromaWeight) + 1>; // by difference of colours
 
@@ -124,14 +125,15 @@ public:
         int lowest = Bins::kCount;
         double total = 0.0;
         const auto& own = guide_.at<cv::Vec3b>(y, x);
-        const int left = std::max(0, x - radius_);
+        const int left = x - std::min(x, radius_) / kWindowStep * kWindowStep;
         const int right = std::min(guide_.cols - 1, x + radius_);
-        for (int row = std::max(0, y - radius_); row <= std::min(guide_.rows - 1, y + radius_);
-             ++row) {
+        const int top = y - std::min(y, radius_) / kWindowStep * kWindowStep;
+        const int bottom = std::min(guide_.rows - 1, y + radius_);
+        for (int row = top; row <= bottom; row += kWindowStep) {
             const auto* colour = guide_.ptr<cv::Vec3b>(row);
             const float* weight = weight_.ptr<float>(row);
             const std::uint16_t* bin = bins_.index.ptr<std::uint16_t>(row);
-            for (int i = left; i <= right; ++i) {
+            for (int i = left; i <= right; i += kWindowStep) {
                 const int luma = std::abs(own[0] - colour[i][0]);
                 const int chroma =
                     std::abs(own[1] - colour[i][1]) + std::abs(own[2] - colour[i][2]);

@@ -15,7 +15,7 @@ namespace refocus {
 void FillOcclusions(cv::Mat& disparity, const cv::Mat& consistent, const cv::Mat& occluded);
 
 struct WeightedMedianOptions {
-    int radius = 6;         // pixels; the window is 2 * radius + 1 square
+    int radius = 12;        // pixels; the window is 2 * radius + 1 square
     float contrast = 10.0f; // grey levels at which a neighbour's weight falls to 1 / e
     float step = 2.0f;      // pixels; a larger disparity difference within the window is an edge
 };

@@ -46,7 +46,25 @@ ErrorText Describe(std::int64_t result) {
         return {"ImageInfoMismatch",
                 "A crop of the camera image info exceeds the calibrated size."};
     case Error::kNoDepth:
-        return {"NoDepth", "The two images give no depth: flat, identical or unrelated."};
+        return {"NoDepth", "The images do not match: both cameras must show the same scene at the "
+                           "same moment."};
+    case Error::kNoStructure:
+        return {"NoStructure", "An image has too little structure to match: uncover both cameras, "
+                               "add light, or choose a scene with texture."};
+    case Error::kNoParallax:
+        return {"NoParallax",
+                "The images show no difference in depth: check that they come from two "
+                "cameras, and choose a scene with near and far objects."};
+    case Error::kReversedPair:
+        return {"ReversedPair", "The pair matches with left and right reversed: swap main and aux "
+                                "image, or correct the image degree by 180."};
+    case Error::kRotatedPair:
+        return {"RotatedPair", "The pair matches along the columns: correct the image degree by 90 "
+                               "or 270."};
+    case Error::kBeyondSearch:
+        return {"BeyondSearch",
+                "The pair matches beyond the search range: move away from the nearest "
+                "object, or correct the nearest distance of the calibration."};
     case Error::kNoDisparity:
         return {"NoDisparity", "The call needs disparity data, which was not calculated."};
     case Error::kDisparitySize:

@@ -35,6 +35,13 @@ enum class Error : std::int64_t {
     kDisparitySize = -32,
     kBlurIntensity = -33,
     kFaceList = -34,
+
+    // Like kNoDepth, with a known reason.
+    kNoStructure = -40,
+    kNoParallax = -41,
+    kReversedPair = -42,
+    kRotatedPair = -43,
+    kBeyondSearch = -44,
 };
 
 struct ErrorText {

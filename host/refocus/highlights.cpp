@@ -51,6 +51,17 @@ cv::Vec3f RimHue(const DefocusField& field, const cv::Vec3f& surroundings, cv::P
 
 } // namespace
 
+cv::Mat WithWholeLamps(const cv::Mat& luma, const cv::Mat& map) {
+    const cv::Mat clipped = luma >= kClippedLuma;
+    if (cv::countNonZero(clipped) == 0) {
+        return map;
+    }
+    constexpr int kBrightLuma = 128;
+    cv::Mat lamps = map & clipped;
+    cv::dilate(lamps, lamps, cv::Mat());
+    return cv::max(lamps & (luma >= kBrightLuma), map);
+}
+
 void RestoreHighlights(DefocusField& field) {
     if (cv::countNonZero(field.clipped) == 0) {
         return;

@@ -59,8 +59,9 @@ void CopyImage(const PLIM_OFFSCREEN& from, const PLIM_OFFSCREEN& to) {
     CopyRows(from, to, 1, from.i32Height / 2);
 }
 
-int ReductionFactor(int width, int target) {
-    return std::max(1, static_cast<int>(std::lround(static_cast<double>(width) / target)));
+int ReductionFactor(cv::Size size, int target) {
+    const double longer = std::max(size.width, size.height);
+    return std::max(1, static_cast<int>(std::lround(longer / target)));
 }
 
 cv::Mat ReduceLuma(const cv::Mat& luma, int factor) {

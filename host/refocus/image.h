@@ -27,8 +27,8 @@ Nv12View ViewOf(const PLIM_OFFSCREEN& image);
 // which belongs to no pair. Both images have the same size; they may be the same image.
 void CopyImage(const PLIM_OFFSCREEN& from, const PLIM_OFFSCREEN& to);
 
-// Whole-number factor, at least 1, that brings `width` nearest to `target`.
-int ReductionFactor(int width, int target);
+// Whole-number factor, at least 1, that brings the longer side nearest to `target`.
+int ReductionFactor(cv::Size size, int target);
 
 // Mean of each factor x factor block; remaining columns and rows are left out. With factor 1 the
 // result shares the pixels.

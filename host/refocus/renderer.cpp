@@ -11,7 +11,7 @@
 namespace refocus {
 namespace {
 
-constexpr int kRenderingWidth = 800; // cells, about
+constexpr int kRenderingSide = 800; // cells along the longer side, about
 
 // The picture without its near field: the blurred far field and the part in focus, by their shares
 // of each cell. What the near field hides is filled in.
@@ -45,10 +45,11 @@ void RenderBokeh(const Nv12View& input, const cv::Mat& map, const DisparityScale
     if (intensity == 0) {
         return;
     }
-    const int cell = ReductionFactor(input.luma.cols, kRenderingWidth);
+    const int cell = ReductionFactor(input.luma.size(), kRenderingSide);
     const BlurTable table = MakeBlurTable(scale, focus, intensity, input.luma.size(), cell);
-    const cv::Mat grown = GrowNear(map, table, cell);
-    DefocusFields fields = SplitFields(input, map, grown, table, cell);
+    const cv::Mat whole = WithWholeLamps(input.luma, map);
+    const cv::Mat grown = GrowNear(whole, table, cell);
+    DefocusFields fields = SplitFields(input, whole, grown, table, cell);
     const BlurredField near = Blur(fields.near);
     fields.near = {};
     const BlurredField far = Blur(fields.far);

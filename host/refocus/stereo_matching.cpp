@@ -15,7 +15,7 @@ namespace {
 constexpr float kUnmatched = -1e6f;
 constexpr float kAgreement = 1.0f;                       // pixels
 constexpr int kFixedOne = cv::StereoMatcher::DISP_SCALE; // the matcher's fixed point
-constexpr int kSpecklePixels = 60;
+constexpr int kSpecklePixels = 12;                       // more would remove lamps
 
 // Disparity of each left pixel, CV_32FC1, kUnmatched where none was found.
 cv::Mat Match(const cv::Mat& left, const cv::Mat& right, const SearchRange& range) {
@@ -86,6 +86,18 @@ cv::Mat TexturedPixels(const cv::Mat& image) {
     return mean > 4.0;
 }
 
+bool IsTextured(double share) {
+    return share > 0.02;
+}
+
+bool Agree(double share) {
+    return share > 0.4;
+}
+
+bool MatchesWithDepth(const cv::Mat& left, const cv::Mat& right, const SearchRange& range) {
+    return HasDepth(MeasureDepthPresence(left, MatchBothWays(left, right, range)));
+}
+
 // The value that `share` of the values lie below; reorders them.
 double Percentile(std::vector<float>& values, double share) {
     const auto at = values.begin() +
@@ -101,6 +113,32 @@ SearchRange SearchRangeFor(int width, double nearestDisparity) {
     const int minimum = -std::max(1, width / 200);
     const int maximum = static_cast<int>(std::ceil(std::clamp(wanted, 8.0, width / 4.0 + 8.0)));
     return {minimum, (maximum - minimum + 16) / 16 * 16};
+}
+
+SearchRange NarrowedRange(const cv::Mat& left, const cv::Mat& right, const SearchRange& range) {
+    constexpr int kFactor = 4;
+    const cv::Size size(left.cols / kFactor, left.rows / kFactor);
+    if (std::min(size.width, size.height) < 32) {
+        return range;
+    }
+    cv::Mat smallLeft, smallRight;
+    cv::resize(left, smallLeft, size, 0, 0, cv::INTER_AREA);
+    cv::resize(right, smallRight, size, 0, 0, cv::INTER_AREA);
+    const Matches matches =
+        MatchBothWays(smallLeft, smallRight,
+                      {range.minimum / kFactor - 1, (range.count / kFactor + 17) / 16 * 16});
+    constexpr double kMinConsistentShare = 0.1;
+    if (cv::countNonZero(matches.consistent) < kMinConsistentShare * size.area()) {
+        return range;
+    }
+    double least = 0.0;
+    double most = 0.0;
+    cv::minMaxLoc(matches.disparity, &least, &most, nullptr, nullptr, matches.consistent);
+    constexpr int kMargin = 2 * kFactor;
+    const int end = range.minimum + range.count;
+    const int from = std::clamp(cvFloor(least * kFactor) - kMargin, range.minimum, end - 16);
+    const int to = std::clamp(cvCeil(most * kFactor) + kMargin, from + 1, end);
+    return {from, (to - from + 15) / 16 * 16};
 }
 
 Matches MatchBothWays(const cv::Mat& left, const cv::Mat& right, const SearchRange& range) {
@@ -152,7 +190,36 @@ DepthPresence MeasureDepthPresence(const cv::Mat& left, const Matches& matches) 
 }
 
 bool HasDepth(const DepthPresence& presence) {
-    return presence.texturedShare > 0.02 && presence.consistentShare > 0.4 && presence.range > 1.0;
+    return IsTextured(presence.texturedShare) && Agree(presence.consistentShare) &&
+           presence.range > 1.0;
+}
+
+Error ReasonForNoDepth(const cv::Mat& left, const cv::Mat& right, const Matches& matches,
+                       const SearchRange& range) {
+    const auto textured = [](const cv::Mat& image) {
+        return cv::countNonZero(TexturedPixels(image)) / static_cast<double>(image.total());
+    };
+    const DepthPresence presence = MeasureDepthPresence(left, matches);
+    if (!IsTextured(presence.texturedShare) || !IsTextured(textured(right))) {
+        return Error::kNoStructure;
+    }
+    if (MatchesWithDepth(Mirrored(left), Mirrored(right), range)) {
+        return Error::kReversedPair;
+    }
+    for (const cv::RotateFlags rotation :
+         {cv::ROTATE_90_CLOCKWISE, cv::ROTATE_90_COUNTERCLOCKWISE}) {
+        cv::Mat rotatedLeft, rotatedRight;
+        cv::rotate(left, rotatedLeft, rotation);
+        cv::rotate(right, rotatedRight, rotation);
+        if (MatchesWithDepth(rotatedLeft, rotatedRight, range)) {
+            return Error::kRotatedPair;
+        }
+    }
+    const SearchRange wide{-left.cols / 4, left.cols * 3 / 4 / 16 * 16};
+    if (wide.count > 0 && MatchesWithDepth(left, right, wide)) {
+        return Error::kBeyondSearch;
+    }
+    return Agree(presence.consistentShare) ? Error::kNoParallax : Error::kNoDepth;
 }
 
 } // namespace refocus

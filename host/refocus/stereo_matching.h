@@ -2,6 +2,8 @@
 
 #include <opencv2/core.hpp>
 
+#include "host/refocus/error.h"
+
 // Dense matching of a rectified pair by semi-global matching (Hirschmueller, "Stereo Processing by
 // Semiglobal Matching and Mutual Information", 2008), once from each image's view, and the decision
 // whether the result is depth at all.
@@ -16,6 +18,11 @@ struct SearchRange {
 // Range for images of `width`, up to `nearestDisparity` (0 if unknown: a sixth of the width), at
 // most a quarter of the width. Begins a little below 0, because no pair is rectified perfectly.
 SearchRange SearchRangeFor(int width, double nearestDisparity);
+
+// The part of `range` that contains the pair's disparities, by matching at a quarter of the size,
+// which takes a fiftieth of the time. All of `range` where little matches. left and right: CV_8UC1
+// of one size.
+SearchRange NarrowedRange(const cv::Mat& left, const cv::Mat& right, const SearchRange& range);
 
 struct Matches {
     cv::Mat disparity;  // CV_32FC1, pixels; meaningless where not consistent
@@ -39,5 +46,11 @@ DepthPresence MeasureDepthPresence(const cv::Mat& left, const Matches& matches);
 // False for a pair to refuse: flat or black (no structure), unrelated (no agreement), or identical
 // or of a plane parallel to the image (no range).
 bool HasDepth(const DepthPresence& presence);
+
+// Why a pair that was matched within `range` has no depth. Tries what a wrong setup would need: the
+// pair mirrored, rotated by 90 degrees, or searched from a quarter of the width below 0 to half of
+// it above. kNoDepth where no reason is found.
+Error ReasonForNoDepth(const cv::Mat& left, const cv::Mat& right, const Matches& matches,
+                       const SearchRange& range);
 
 } // namespace refocus

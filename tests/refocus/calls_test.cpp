@@ -194,7 +194,10 @@ TEST(RefocusCalls, ExtremeImagesStayWithinBounds) {
         if (result == 0) {
             EXPECT_EQ(engine.Process(pair.main, engine.Disparity(), 100, output), 0);
         } else {
-            EXPECT_EQ(result, Result(Error::kNoDepth)) << width << "x" << height;
+            EXPECT_TRUE(result == Result(Error::kNoDepth) ||
+                        result == Result(Error::kNoStructure) ||
+                        result == Result(Error::kNoParallax))
+                << width << "x" << height << ": " << result;
         }
         EXPECT_EQ(output.DisturbedGuards(), 0) << width << "x" << height;
     }

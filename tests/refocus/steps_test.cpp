@@ -156,6 +156,10 @@ const std::vector<GeometryCase> kGeometryCases{
          cv::warpAffine(v.aux * 0.7, v.aux, map, v.aux.size(), cv::INTER_CUBIC,
                         cv::BORDER_REPLICATE);
      }},
+    // A twentieth of the height: an aux camera that was knocked.
+    {"RowsFarApart",
+     {.width = 480, .height = 360},
+     [](Views& v, Calibration&, ImageGeometry&) { v.aux = Moved(v.aux, 0, 18); }},
     // The images show the middle quarter of sensors twice as large, off-centre lens and all.
     {"Cropped",
      {},
@@ -325,6 +329,38 @@ TEST(DiscScatter, FarDiscsStayBehindNearerOnes) {
         EXPECT_NEAR(blurred.light.at<cv::Vec3f>(at)[0], 0.1, 1e-3) << at;
         EXPECT_NEAR(blurred.cover.at<float>(at), 1.0, 0.01) << "a thin border at " << at;
     }
+}
+
+// A point's light spreads with the variance of its disc, however small.
+TEST(DiscScatter, SmallDiscsBlurAsMuchAsTheirRadiusSays) {
+    for (const float radius : {0.5f, 0.75f, 2.0f, 5.0f}) {
+        const cv::Size size(41, 41);
+        DefocusField field{cv::Mat(size, CV_32FC3, cv::Scalar::all(0)),
+                           cv::Mat(size, CV_32FC1, 1.0), cv::Mat(size, CV_32FC1, radius),
+                           cv::Mat(size, CV_8UC1, 10.0), cv::Mat::zeros(size, CV_8UC1)};
+        field.light.at<cv::Vec3f>(20, 20) = {1, 1, 1};
+        const BlurredField blurred = ScatterDiscs(field);
+        double variance = 0.0;
+        for (int x = 0; x < size.width; ++x) {
+            variance += cv::sum(blurred.light.col(x))[0] * (x - 20) * (x - 20);
+        }
+        EXPECT_NEAR(variance, radius * radius / 4, 0.2 * radius * radius / 4) << radius;
+    }
+}
+
+// A lamp nearer than its background, whose bright rim belongs to the background by its
+// disparity.
+TEST(Highlights, ALampsRimTakesItsDisparity) {
+    cv::Mat map(9, 9, CV_8UC1, cv::Scalar(20));
+    cv::Mat luma(9, 9, CV_8UC1, cv::Scalar(30));
+    luma(cv::Rect(2, 2, 5, 5)).setTo(150);
+    luma(cv::Rect(3, 3, 3, 3)).setTo(255);
+    map(cv::Rect(3, 3, 3, 3)).setTo(90);
+    cv::Mat expected = map.clone();
+    expected(cv::Rect(2, 2, 5, 5)).setTo(90);
+    EXPECT_EQ(cv::countNonZero(WithWholeLamps(luma, map) != expected), 0);
+    map.setTo(20);
+    EXPECT_EQ(cv::countNonZero(WithWholeLamps(luma, map) != map), 0) << "of one depth";
 }
 
 // A lamp in the dark becomes brighter than white and takes its rim's hue; a white wall stays white.
