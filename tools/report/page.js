@@ -519,6 +519,7 @@ function pressKey(event) {
 // What the first view does not need comes after it: numbers of the other pictures, and differences.
 async function loadRest() {
   await Promise.all(view.layers().map(({ picture }) => picture.ready()));
+  await new Promise((painted) => { requestAnimationFrame(() => setTimeout(painted)); });
   for (const each of [...Object.values(pictures), disparity].filter(Boolean)) await each.ready();
   for (const each of data.comparisons) {
     await each.difference.ready();

@@ -211,7 +211,7 @@ const drawers = {
   regions(group, unit, size) {
     for (const [i, region] of pair.regions.entries()) {
       shape(group, "rect", box(region));
-      label(group, region[0], region[1] - 5 * unit, `difference ${i + 1}`, unit, size);
+      label(group, region[0] + 6 * unit, region[3] - 6 * unit, `difference ${i + 1}`, unit, size);
     }
   },
 
