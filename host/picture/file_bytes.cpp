@@ -1,39 +1,61 @@
 #include "host/picture/file_bytes.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <iterator>
+#include <string>
 #include <system_error>
+
+#include <fmt/format.h>
 
 #include "host/picture/errors.h"
 
-Bytes ReadFileBytes(const std::filesystem::path& path) {
+namespace fs = std::filesystem;
+
+namespace {
+
+// The size that the system states. Throws UseError for what is no regular file: a device or a pipe
+// may never end.
+std::uintmax_t SizeOf(const fs::path& path) {
     std::error_code error;
-    const auto status = std::filesystem::status(path, error);
-    if (status.type() == std::filesystem::file_type::none) {
+    const auto status = fs::status(path, error);
+    if (status.type() == fs::file_type::none) {
         throw UseError(path.string() + ": cannot be read: " + error.message());
     }
-    if (!std::filesystem::exists(status)) {
-        Refuse(path, "a file", "none");
+    if (!fs::is_regular_file(status)) {
+        Refuse(path, "a file",
+               !fs::exists(status)        ? "none"
+               : fs::is_directory(status) ? "a folder"
+                                          : "a device or a pipe");
     }
-    if (std::filesystem::is_directory(status)) {
-        Refuse(path, "a file", "a folder");
-    }
+    return fs::file_size(path);
+}
+
+} // namespace
+
+Bytes ReadFileStart(const fs::path& path, std::size_t most) {
+    constexpr std::size_t kOfUnknownSize = 65536; // files of /proc state a size of 0
+    const std::uintmax_t stated = SizeOf(path);
+    const std::size_t wanted = std::min<std::uintmax_t>(most, stated > 0 ? stated : kOfUnknownSize);
     errno = 0;
     std::ifstream stream(path, std::ios::binary);
-    Bytes bytes;
-    if (std::filesystem::is_regular_file(status)) {
-        bytes.resize(std::filesystem::file_size(path, error));
-        stream.read(reinterpret_cast<char*>(bytes.data()),
-                    static_cast<std::streamsize>(bytes.size()));
-        bytes.resize(
-            static_cast<std::size_t>(stream.gcount())); // the file may have shrunk meanwhile
-    } else {                                            // a pipe has no known size
-        bytes.assign(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
-    }
+    Bytes bytes(stream.is_open() ? wanted : 0);
+    stream.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
     if (!stream.is_open() || stream.bad()) {
         throw UseError(path.string() + ": cannot be read: " + std::strerror(errno));
     }
+    bytes.resize(static_cast<std::size_t>(stream.gcount()));
+    if (stated > 0 && bytes.size() < wanted) { // a file that shrinks meanwhile
+        Refuse(path, fmt::format("{} bytes", wanted),
+               fmt::format("{} when it was read", bytes.size()));
+    }
     return bytes;
+}
+
+Bytes ReadFileBytes(const fs::path& path, std::size_t most) {
+    if (const auto stated = SizeOf(path); stated > most) {
+        Refuse(path, fmt::format("at most {} bytes", most), fmt::to_string(stated));
+    }
+    return ReadFileStart(path, most);
 }

@@ -7,8 +7,10 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include <fmt/core.h>
+#include <opencv2/core.hpp>
 #include <png.h>
 #include <turbojpeg.h>
 #include <zlib.h>
@@ -80,12 +82,68 @@ RgbImage DecodeJpeg(const std::string& name, const Bytes& bytes) {
         Refuse(name, "a grey or RGB picture", "one of four printing inks");
     }
     RgbImage image(width, height);
-    // A truncated file is only a warning to the decoder, which fills the rest with grey.
+    // A truncated file is only a warning to the decoder, which fills the rest with grey. Each of a
+    // progressive file's scans costs as much as a picture, and a small file can hold thousands.
     if (tjDecompress2(jpeg.get(), bytes.data(), size, image.bytes.data(), width, image.pitch(),
-                      height, TJPF_RGB, TJFLAG_STOPONWARNING) != 0) {
+                      height, TJPF_RGB, TJFLAG_STOPONWARNING | TJFLAG_LIMITSCANS) != 0) {
         Damaged(name, "JPEG", tjGetErrorStr2(jpeg.get()));
     }
     return image;
+}
+
+// `size` bytes of the text as a number, 0 behind its end.
+std::size_t NumberAt(std::string_view text, std::size_t at, std::size_t size, bool bigEndian) {
+    std::size_t number = 0;
+    for (std::size_t i = 0; i < size && at < text.size() && size <= text.size() - at; ++i) {
+        const auto byte = static_cast<std::uint8_t>(text[at + (bigEndian ? i : size - 1 - i)]);
+        number = number << 8 | byte;
+    }
+    return number;
+}
+
+// Of an EXIF segment, a TIFF file whose first directory has entries of 12 bytes: tag, type, count
+// and value.
+std::optional<int> TurnOf(std::string_view tiff) {
+    constexpr std::size_t kOrientation = 0x0112;
+    const bool bigEndian = tiff.starts_with('M');
+    const std::size_t directory = NumberAt(tiff, 4, 4, bigEndian);
+    const std::size_t entries = NumberAt(tiff, directory, 2, bigEndian);
+    for (std::size_t i = 0; i < entries; ++i) {
+        const std::size_t entry = directory + 2 + 12 * i;
+        if (NumberAt(tiff, entry, 2, bigEndian) == kOrientation) {
+            switch (NumberAt(tiff, entry + 8, 2, bigEndian)) {
+            case 1:
+                return 0;
+            case 3:
+                return 180;
+            case 6:
+                return 90;
+            case 8:
+                return 270;
+            default:
+                return std::nullopt;
+            }
+        }
+    }
+    return std::nullopt;
+}
+
+// The segments before a JPEG's picture: 0xff, kind, length with its own two bytes, content.
+std::optional<int> JpegTurn(const Bytes& bytes) {
+    using namespace std::string_view_literals;
+    constexpr std::string_view kExif = "Exif\0\0"sv;
+    constexpr std::size_t kApplication1 = 0xffe1;
+    constexpr std::size_t kStartOfScan = 0xffda;
+    const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    for (std::size_t at = 2; at + 4 <= text.size();) {
+        const std::size_t kind = NumberAt(text, at, 2, true);
+        const std::string_view content = text.substr(at + 4);
+        if (kind == kApplication1 && content.starts_with(kExif)) {
+            return TurnOf(content.substr(kExif.size()));
+        }
+        at = kind == kStartOfScan ? text.size() : at + 2 + NumberAt(text, at + 2, 2, true);
+    }
+    return std::nullopt;
 }
 
 void Append(png_structp png, png_bytep from, png_size_t size) {
@@ -130,16 +188,32 @@ Bytes EncodeRows(int colour, int width, int height, const std::uint8_t* rows, in
 
 } // namespace
 
-RgbImage ReadImageFile(const std::filesystem::path& path) {
+RgbImage ReadImageFile(const std::filesystem::path& path, std::optional<int>* clockwise) {
     const Bytes bytes = ReadFileBytes(path);
     if (StartsWith(bytes, kPngStart)) {
         return DecodePng(path.string(), bytes);
     }
     if (StartsWith(bytes, kJpegStart)) {
+        if (clockwise != nullptr) {
+            *clockwise = JpegTurn(bytes);
+        }
         return DecodeJpeg(path.string(), bytes);
     }
     Refuse(path, "a JPEG or PNG picture",
            bytes.empty() ? "an empty file" : "a file of another kind");
+}
+
+RgbImage Turned(const RgbImage& picture, int clockwise) {
+    if (clockwise == 0) {
+        return picture;
+    }
+    const bool swap = clockwise != 180;
+    RgbImage turned(swap ? picture.height : picture.width, swap ? picture.width : picture.height);
+    const cv::Mat from(picture.height, picture.width, CV_8UC3,
+                       const_cast<std::uint8_t*>(picture.bytes.data()));
+    cv::Mat to(turned.height, turned.width, CV_8UC3, turned.bytes.data());
+    cv::rotate(from, to, clockwise / 90 - 1); // OpenCV counts the quarter turns from 0
+    return turned;
 }
 
 Bytes EncodePng(const RgbImage& image) {

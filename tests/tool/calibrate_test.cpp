@@ -95,6 +95,14 @@ TEST_F(CalibrateTest, BoardsGiveTheCamerasAndBadViewsAreLeftOut) {
     aux.push_back("none.png");
     arguments.insert(arguments.end(), aux.begin(), aux.end());
 
+    // Another order of one camera's photos, which no pair of cameras can have seen.
+    Names exchanged = arguments;
+    std::rotate(exchanged.end() - static_cast<std::ptrdiff_t>(count) - 1, exchanged.end() - 3,
+                exchanged.end());
+    const ToolRun disordered = Run(exchanged);
+    EXPECT_EQ(disordered.exitCode, 2);
+    EXPECT_THAT(disordered.errors, HasSubstr("the photos in the same order?"));
+
     const ToolRun run = Run(arguments);
     ASSERT_EQ(run.exitCode, 0) << run.errors;
     const auto report = nlohmann::json::parse(run.output);
@@ -118,6 +126,8 @@ TEST_F(CalibrateTest, BoardsGiveTheCamerasAndBadViewsAreLeftOut) {
     const ToolRun shown = Run({"calibrate", "--show", "cali.bin"});
     EXPECT_EQ(shown.exitCode, 0);
     EXPECT_THAT(shown.output, HasSubstr("mm right of the main one"));
+    // 700 pixels * 40 mm to a disparity of a sixth of 640 pixels.
+    EXPECT_THAT(shown.output, HasSubstr("nearer than 26"));
 }
 
 constexpr char kIntrinsics[] = R"(%YAML:1.0
@@ -193,6 +203,20 @@ TEST_F(CalibrateTest, RefusesWhatGivesNoCalibration) {
     std::string type = kExtrinsics;
     type.replace(type.find("cols: 3"), 7, "cols: x");
     Write("type.yml", type);
+    Write("list.yml", "%YAML:1.0\n---\n- 1\n- 2\n");
+    const std::pair<const char*, std::string> kDeep[] = {
+        {"deep.yml", "%YAML:1.0\n---\nR: "},
+        {"deep.json", "{\"R\":"},
+        {"deep.xml", "<?xml version=\"1.0\"?>\n<opencv_storage>\n"}};
+    for (const auto& [name, start] : kDeep) {
+        std::string text = start;
+        for (int i = 0; i < 15000; ++i) {
+            text += start.starts_with('<') ? "<a>\n" : "[";
+        }
+        Write(name, text);
+    }
+    WriteBytes(folder_ / "huge.bin", {1});
+    std::filesystem::resize_file(folder_ / "huge.bin", 100'000'000'000);
     WriteBytes(folder_ / "flat.png", EncodePng(RgbImage(64, 48)));
     WriteBytes(folder_ / "small.png", EncodePng(RgbImage(32, 48)));
     Write("short.bin", "short");
@@ -214,6 +238,13 @@ TEST_F(CalibrateTest, RefusesWhatGivesNoCalibration) {
          "number.yml: expected a matrix R"},
         {with(files, {"type.yml", "--size", "4000x3000", "-o", "c.bin"}),
          "type.yml: expected a matrix R"},
+        {with(files, {"list.yml", "--size", "4000x3000", "-o", "c.bin"}),
+         "list.yml: expected OpenCV's YAML, XML or JSON with named matrices"},
+        {with(files, {"deep.yml", "--size", "4000x3000", "-o", "c.bin"}), "too many parts"},
+        {with(files, {"deep.json", "--size", "4000x3000", "-o", "c.bin"}), "too many parts"},
+        {with(files, {"deep.xml", "--size", "4000x3000", "-o", "c.bin"}), "too many parts"},
+        {with(files, {"huge.bin", "--size", "4000x3000", "-o", "c.bin"}), "at most 65536 bytes"},
+        {{"calibrate", "--show", "huge.bin"}, "huge.bin: expected a calibration file"},
         {with(files, {"extrinsics.yml", "--size", "400x300", "-o", "c.bin"}), "side by side"},
         {with(board, {"--main", "flat.png", "--aux", "flat.png"}),
          "expected at least 3 good views, found 0\n  flat.png: no whole board"},

@@ -91,6 +91,27 @@ TEST_F(InspectTest, TakesAConstantAuxImageOfAnotherSize) {
     EXPECT_THAT(run.output, HasSubstr("aux is 0 all over"));
 }
 
+// Two images alone cannot tell in which of them U and V are exchanged.
+TEST_F(InspectTest, BlamesNeitherOfTwoImagesForTheirChroma) {
+    const SyntheticCapture capture = Make(615, 1).front();
+    const DumpSet set = FindDumpSet(capture.folder / capture.stem);
+    const DumpFile& aux = *set.file(DumpRole::kAux);
+    host::Image image = ReadImageDump(aux, aux.name.first);
+    for (int i = 0; i < static_cast<int>(image.planeSize(1)); i += 2) {
+        std::swap(image.plane(1)[i], image.plane(1)[i + 1]);
+    }
+    WriteBytes(aux.path, image.bytes());
+    EXPECT_TRUE(Inspect(set).Has(Problem::kChroma, DumpRole::kAux));
+    fs::copy_file(set.file(DumpRole::kMain)->path, set.file(DumpRole::kOutput)->path,
+                  fs::copy_options::overwrite_existing);
+    for (const bool copied : {true, false}) {
+        const Inspection inspection = Inspect(FindDumpSet(capture.folder / capture.stem));
+        EXPECT_TRUE(inspection.Has(Problem::kChroma)) << copied;
+        EXPECT_FALSE(inspection.Has(Problem::kChroma, DumpRole::kAux)) << copied;
+        fs::remove(set.file(DumpRole::kOutput)->path);
+    }
+}
+
 // A wider main camera's middle is what the aux camera shows.
 TEST_F(InspectTest, TakesCamerasOfDifferentFieldsOfView) {
     const SyntheticCapture capture = Make(620, 1).front();
@@ -120,6 +141,47 @@ TEST_F(InspectTest, SaysSoOfNamesThatNoPictureHas) {
         EXPECT_THAT(run.output, HasSubstr(said));
     }
     EXPECT_EQ(Run({"replay", "."}).exitCode, 2);
+}
+
+// Sparse files take no room, whatever length they state.
+TEST_F(InspectTest, ReadsNoMoreThanTheNamesAllow) {
+    const std::string stem = "IMG_20240131_235959";
+    for (const auto& [name, bytes] : {std::pair("_0_999998x10.nv12", 999998ull * 15),
+                                      std::pair("_1_65536x2.nv12", 100'000'000'000ull),
+                                      std::pair("_0_64x48.Y8", 100'000'000'000ull),
+                                      std::pair("_0_64x48_metadata.txt", 100'000'000'000ull)}) {
+        WriteBytes(folder_ / (stem + name), {1});
+        fs::resize_file(folder_ / (stem + name), bytes);
+    }
+    const ToolRun run = Run({"inspect", "."});
+    EXPECT_EQ(run.exitCode, 1) << run.errors;
+    for (const char* said : {"999998x10, expected an even pitch", "found 100000000000", "line 1"}) {
+        EXPECT_THAT(run.output, HasSubstr(said));
+    }
+}
+
+// A text that Windows has copied, and crops that no product of theirs fits into an int.
+TEST_F(InspectTest, NamesWhatIsWrongWithAText) {
+    const std::string base = "IMG_20240131_235959";
+    WriteBytes(folder_ / (base + "_0_128x80.nv12"), Bytes(128 * 120, 9));
+    WriteBytes(folder_ / (base + "_1_98x64.nv12"), Bytes(98 * 96, 9));
+    DumpParameters parameters{50, 5, 5, 128, 80, 2147483647, 1, 0, {}};
+    Write(base + "_0_128x80_metadata.txt", FormatParameterText(parameters));
+    EXPECT_THAT(Run({"inspect", "."}).output, HasSubstr("i32Aux_CropNoScale 2147483647x1"));
+
+    std::string text = FormatParameterText(parameters);
+    for (std::size_t at = 0; (at = text.find('\n', at)) != std::string::npos; at += 2) {
+        text.insert(at, "\r");
+    }
+    Write(base + "_0_128x80_metadata.txt", text);
+    for (const char* command : {"inspect", "replay"}) {
+        const ToolRun run = Run({command, "."});
+        EXPECT_THAT(run.output + run.errors, HasSubstr("its lines end in CR LF"));
+    }
+    parameters = {50, 5, 5, 8, 8, 98, 64, 0, {}};
+    Write(base + "_0_128x80_metadata.txt", FormatParameterText(parameters));
+    EXPECT_THAT(Run({"replay", "."}).errors,
+                HasSubstr("i32Main_CropNoScale: expected sides of 16 to 65535, found 8x8"));
 }
 
 TEST_F(InspectTest, RefusesPlacesWithoutSets) {

@@ -85,6 +85,30 @@ void WriteDeepPng(const fs::path& path, const RgbImage& picture) {
     std::fclose(file);
 }
 
+// A grey picture of 16x16 pixels in so many scans: each coefficient alone, bit by bit, all of them
+// 0.
+std::vector<std::uint8_t> ProgressiveJpeg(int scans) {
+    std::vector<std::uint8_t> jpeg{0xff, 0xd8, 0xff, 0xdb, 0, 67, 0};
+    jpeg.insert(jpeg.end(), 64, 1);
+    jpeg.insert(jpeg.end(), {0xff, 0xc2, 0, 11, 8, 0, 16, 0, 16, 1, 1, 0x11, 0});
+    for (const std::uint8_t table : std::initializer_list<std::uint8_t>{
+             0x00, 0x10}) { // DC, AC: the one-bit code 0 for symbol 0
+        jpeg.insert(jpeg.end(), {0xff, 0xc4, 0, 20, table, 1});
+        jpeg.insert(jpeg.end(), 16, 0);
+    }
+    constexpr int kBits = 14;
+    for (int i = 0; i < scans; ++i) {
+        const int coefficient = (i + kBits - 1) / kBits;
+        const int low = i == 0 ? 0 : kBits - 1 - (i - 1) % kBits;
+        const int high = i == 0 || low == kBits - 1 ? 0 : low + 1;
+        const auto at = static_cast<std::uint8_t>(coefficient);
+        jpeg.insert(jpeg.end(), {0xff, 0xda, 0, 8, 1, 1, 0, at, at,
+                                 static_cast<std::uint8_t>(high * 16 + low), 0x0f});
+    }
+    jpeg.insert(jpeg.end(), {0xff, 0xd9});
+    return jpeg;
+}
+
 class RenderTest : public ToolTest {
 protected:
     void SetUp() override {
@@ -112,6 +136,12 @@ TEST_F(RenderTest, NamesWhatIsWrongAndLeavesNothing) {
     WriteBytes(folder_ / "words.txt", {'w', 'o', 'r', 'd', 's'});
     WriteBytes(folder_ / "empty.png", {});
     WriteBytes(folder_ / "short.bin", std::vector<std::uint8_t>(2047));
+    WriteBytes(folder_ / "tiny.png", EncodePng(MainPicture(8, 8)));
+    WriteBytes(folder_ / "scans.jpg", ProgressiveJpeg(600));
+    WriteBytes(folder_ / "sparse.png", {0x89});
+    fs::resize_file(folder_ / "sparse.png", 100'000'000'000);
+    fs::create_symlink("/dev/zero", folder_ / "endless.png");
+    fs::create_directories(folder_ / "taken/tags.json");
     const Names before = NamesIn(folder_);
 
     const struct {
@@ -124,6 +154,14 @@ TEST_F(RenderTest, NamesWhatIsWrongAndLeavesNothing) {
         {".", {}, {"expected a file, found a folder"}},
         {"words.txt", {}, {"words.txt", "expected a JPEG or PNG", "another kind"}},
         {"empty.png", {}, {"empty.png", "found an empty file"}},
+        {"sparse.png", {}, {"sparse.png", "at most 2147483648 bytes"}},
+        {"endless.png", {}, {"endless.png", "found a device or a pipe"}},
+        {"/proc/cpuinfo", {}, {"cpuinfo", "found a file of another kind"}},
+        {"/sys/devices/system/cpu/online", {}, {"expected 4096 bytes", "when it was read"}},
+        {"bell\a.png", {}, {"bell?.png: expected a file"}},
+        {"scans.jpg", {}, {"scans.jpg", "damaged"}},
+        {"tiny.png", {}, {"tiny.png: expected", "16 to 65535 pixels", "8x8"}},
+        {"main.png", {"--debug-view", "1"}, {"tags.json: cannot be written"}, "taken"},
         {"half.png", {}, {"half.png", "whole PNG", "damaged"}},
         {"half.jpg", {}, {"half.jpg", "whole JPEG", "damaged"}},
         {"main.png", {"--blur", "101"}, {"--blur", "0 to 100", "\"101\""}},
@@ -133,6 +171,9 @@ TEST_F(RenderTest, NamesWhatIsWrongAndLeavesNothing) {
         {"main.png", {"--focus", "320,5"}, {"320x240", "320,5"}},
         {"main.png", {"--focus", "5,5", "--af-region", "1,1,2,2"}, {"--focus"}},
         {"main.png", {"--af-region", "9,9,3,12"}, {"not left of L"}},
+        {"main.png", {"--af-region", "5,5,320,9"}, {"--af-region", "320x240"}},
+        {"main.png", {"--face", "300,5,21,9"}, {"--face", "320x240", "300,5,21,9"}},
+        {"main.png", {"--face", "9,5,21,9", "--select-face", "1"}, {"--select-face", "found 1"}},
         {"main.png", {"--size", "401x300"}, {"--size", "even", "401x300"}},
         {"main.png", {"--pitch", "319"}, {"--pitch", "at least 320", "319"}},
         {"main.png", {"--set", "persist.x"}, {"--set", "NAME=VALUE", "persist.x"}},
@@ -152,6 +193,11 @@ TEST_F(RenderTest, NamesWhatIsWrongAndLeavesNothing) {
         }
         EXPECT_EQ(NamesIn(folder_), before);
     }
+    EXPECT_EQ(NamesIn(folder_ / "taken"), Names{"tags.json"});
+    const std::string command = "cd " + folder_.string() + " && TMPDIR=/none " + BOKEHNODE +
+                                " render main.png aux.png -o out 2>said";
+    EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 2);
+    EXPECT_THAT(ReadText(folder_ / "said"), HasSubstr("TMPDIR: expected a folder"));
 }
 
 TEST_F(RenderTest, FocusedSquareStaysSharpBeforeABlurredWall) {
@@ -225,6 +271,84 @@ TEST_F(RenderTest, FallbackSaysSoAndCopiesTheMainPicture) {
     EXPECT_EQ(Tags()["copiedMainImage"], true);
     EXPECT_EQ(Tags()["published"]["OutputMetadataBokeh"]["depthEffectInfo"], 1);
     EXPECT_FALSE(fs::exists(folder_ / "out/disparity.png")) << "left from the run before";
+}
+
+// The engine alone finds no depth in any of these; only what the images show tells why.
+TEST_F(RenderTest, SaysWhyAPairGivesNoDepth) {
+    const RgbImage main = MainPicture();
+    WriteBytes(folder_ / "other.png", EncodePng(Paint(kWidth, kHeight, [](int x, int y) {
+                   return Texture(x + 7000, y + 7000);
+               })));
+    WriteBytes(folder_ / "turned.png", EncodePng(Turned(AuxPicture(), 180)));
+    WriteBytes(folder_ / "main90.png", EncodePng(Turned(main, 90)));
+    WriteBytes(folder_ / "aux90.png", EncodePng(Turned(AuxPicture(), 90)));
+    const struct {
+        const char* main;
+        const char* aux;
+        const char* said;
+    } kCases[] = {
+        {"aux.png", "main.png", "main and aux image are exchanged"},
+        {"main.png", "main.png", "one and the same"},
+        {"main.png", "other.png", "do not show the same scene"},
+        {"main.png", "turned.png", "rotated by 180 degrees"},
+        {"main90.png", "aux90.png", "both images are turned by 90 or 270 degrees"},
+    };
+    for (const auto& [left, right, said] : kCases) {
+        const ToolRun run = Render({}, left, right);
+        EXPECT_EQ(run.exitCode, 1) << said;
+        EXPECT_THAT(run.errors, HasSubstr("(-30: "));
+        EXPECT_THAT(run.errors, HasSubstr(said));
+    }
+    ASSERT_EQ(Render({"--report", "page.html"}, "main.png", "other.png").exitCode, 1);
+    const std::string page = ReadText(folder_ / "page.html");
+    EXPECT_THAT(page, HasSubstr("no disparity: TSL_DCIR_CalcDisparityData failed (-30"));
+}
+
+TEST_F(RenderTest, RendersPairsThatAreTurned) {
+    for (const int turn : {90, 180, 270}) {
+        WriteBytes(folder_ / "m.png", EncodePng(Turned(MainPicture(), turn)));
+        WriteBytes(folder_ / "a.png", EncodePng(Turned(AuxPicture(), turn)));
+        const ToolRun run = Render({"--rotation", std::to_string(turn)}, "m.png", "a.png");
+        EXPECT_EQ(run.exitCode, 0) << turn << run.errors;
+    }
+}
+
+std::vector<std::uint8_t> WithOrientation(std::vector<std::uint8_t> jpeg, std::uint8_t orientation,
+                                          bool bigEndian) {
+    std::vector<std::uint8_t> exif{0xff, 0xe1, 0, 34, 'E', 'x', 'i', 'f', 0, 0};
+    if (bigEndian) {
+        exif.insert(exif.end(), {'M', 'M', 0, 42, 0, 0, 0,           8, 0, 1, 1, 0x12, 0,
+                                 3,   0,   0, 0,  1, 0, orientation, 0, 0, 0, 0, 0,    0});
+    } else {
+        exif.insert(exif.end(), {'I', 'I', 42, 0, 8, 0,           0, 0, 1, 0, 0x12, 1, 3,
+                                 0,   1,   0,  0, 0, orientation, 0, 0, 0, 0, 0,    0, 0});
+    }
+    jpeg.insert(jpeg.begin() + 2, exif.begin(), exif.end());
+    return jpeg;
+}
+
+// As a phone stores a photo: as the sensor read it, and how to turn it. One file may lack the tag.
+TEST_F(RenderTest, TurnsJpegPairsUpright) {
+    const auto main = EncodeJpeg(MainPicture(), 98);
+    const auto aux = EncodeJpeg(AuxPicture(), 98);
+    WriteBytes(folder_ / "plain.jpg", aux);
+    for (const auto& [orientation, turn] :
+         {std::pair(3, 180), std::pair(6, 90), std::pair(8, 270)}) {
+        const auto tag = static_cast<std::uint8_t>(orientation);
+        WriteBytes(folder_ / "m.jpg", WithOrientation(main, tag, orientation == 6));
+        WriteBytes(folder_ / "a.jpg", WithOrientation(aux, tag, orientation != 6));
+        for (const char* second : {"a.jpg", "plain.jpg"}) {
+            const ToolRun run = Render({}, "m.jpg", second);
+            EXPECT_EQ(run.exitCode, 0) << orientation << run.errors;
+            EXPECT_THAT(run.errors, HasSubstr(second + (": turned by " + std::to_string(turn))));
+            EXPECT_EQ(Tags()["parameters"]["rotation"], turn);
+        }
+        ASSERT_EQ(Render({"--debug-view", "1"}, "m.jpg", "a.jpg").exitCode, 0);
+        EXPECT_LE(LargestDifference(Output(), Turned(ReadImageFile(folder_ / "m.jpg"), turn)), 6);
+        const ToolRun stored = Render({"--as-stored"}, "m.jpg", "a.jpg");
+        EXPECT_EQ(stored.exitCode, 0) << stored.errors;
+        EXPECT_EQ(Output().width, kWidth);
+    }
 }
 
 TEST_F(RenderTest, CalibrationOfOtherSizesFallsBackAndNamesBoth) {
@@ -341,6 +465,11 @@ TEST_F(RenderTest, DumpsLandInTheDeviceRootOrBesideTheOutput) {
     EXPECT_EQ(dumps(folder_ / "out"), Names{});
     ASSERT_EQ(Render({"--dump"}).exitCode, 0);
     EXPECT_EQ(dumps(folder_ / "out"), suffixes);
+    for (int write = 1; write <= 5; ++write) { // as on a full disk
+        const ToolRun run = Render({"--dump", "--fail", "write:" + std::to_string(write)});
+        EXPECT_EQ(run.exitCode, 1) << write;
+        EXPECT_THAT(run.errors, HasSubstr("failed: the dumps are not whole: IMG_")) << write;
+    }
 }
 
 } // namespace

@@ -119,6 +119,28 @@ TEST_F(ReplayTest, EqualNeedsTheWholeDisparity) {
     EXPECT_THAT(run.output, HasSubstr("the set has no disparity"));
 }
 
+TEST_F(ReplayTest, TellsAllChangesAndASetWithoutOutput) {
+    const SyntheticCapture capture = Make(967, 1).front();
+    const auto report =
+        nlohmann::json::parse(Replay(capture, {"--skip-bokeh", "--debug-view", "0", "--set", "a=b",
+                                               "--blur", "7", "--node", NODE_LIBRARY, "--engine",
+                                               ENGINE_LIBRARY, "--no-faces", "--json"})
+                                  .output);
+    const std::string changes = report["changed"].dump();
+    for (const std::string& change :
+         {std::string("--skip-bokeh"), std::string("--debug-view 0"), std::string("--set a=b"),
+          std::string("-> 7"), std::string("--node ") + NODE_LIBRARY,
+          std::string("--engine ") + ENGINE_LIBRARY,
+          "--calibration " + capture.calibration.string()}) {
+        EXPECT_THAT(changes, HasSubstr(change));
+    }
+    fs::remove(FindDumpSet(folder_ / "camera" / capture.stem).file(DumpRole::kOutput)->path);
+    const ToolRun run = Replay(capture);
+    EXPECT_EQ(run.exitCode, 0) << run.errors;
+    EXPECT_THAT(run.output, HasSubstr("rendered, nothing to compare"));
+    EXPECT_TRUE(nlohmann::json::parse(Replay(capture, {"--json"}).output)["equal"].is_null());
+}
+
 TEST_F(ReplayTest, AllWorksThroughAFolderOnce) {
     const auto captures = Make(970, 3);
     const auto path = [&](std::size_t i, DumpRole role) {

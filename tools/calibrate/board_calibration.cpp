@@ -22,6 +22,9 @@ constexpr std::size_t kFewestViews = 3;
 constexpr double kWorstOfMedian = 3.0;
 constexpr double kAlwaysGood = 0.5; // pixels
 
+constexpr char kMisfit[] = "fits badly";
+constexpr char kOrderHint[] = "\n  do --main and --aux name the photos in the same order?";
+
 using Corners = std::vector<cv::Point2f>;
 
 // The board as both cameras see it in one view.
@@ -114,6 +117,8 @@ struct Solution {
     cv::Mat translation;
     cv::Mat1d errors; // a row for each view: main, aux
     double error = 0;
+    double alone = 0;   // the larger error of the two cameras, each calibrated by itself
+    double nearest = 0; // mm from the main camera to the nearest board's first corner
 };
 
 Solution Solve(const std::vector<Detection>& detections, const Board& board, const Sizes& sizes) {
@@ -130,8 +135,16 @@ Solution Solve(const std::vector<Detection>& detections, const Board& board, con
         std::vector<cv::Mat> rotations;
         std::vector<cv::Mat> translations;
         // A third radial term needs more views than users usually take.
-        cv::calibrateCamera(points, corners, size, lens.camera, lens.distortion, rotations,
-                            translations, cv::CALIB_FIX_K3);
+        const double error =
+            cv::calibrateCamera(points, corners, size, lens.camera, lens.distortion, rotations,
+                                translations, cv::CALIB_FIX_K3);
+        solution.alone = std::max(solution.alone, error);
+        if (&lens == &solution.main) {
+            solution.nearest = INFINITY;
+            for (const cv::Mat& translation : translations) {
+                solution.nearest = std::min(solution.nearest, translation.at<double>(2));
+            }
+        }
     };
     single(main, sizes.main, solution.main);
     single(aux, sizes.aux, solution.aux);
@@ -160,20 +173,32 @@ bool DropWorst(const Solution& solution, std::vector<Detection>& detections,
     if (*worst <= std::max(kAlwaysGood, kWorstOfMedian * median)) {
         return false;
     }
-    views[detections[static_cast<std::size_t>(at)].view].dropped =
-        fmt::format("fits badly: {:.2f} pixels, the median of the views is {:.2f}", *worst, median);
+    views[detections[static_cast<std::size_t>(at)].view].dropped = fmt::format(
+        "{}: {:.2f} pixels, the median of the views is {:.2f}", kMisfit, *worst, median);
     detections.erase(detections.begin() + at);
     return true;
 }
 
 [[noreturn]] void RefuseTooFew(const std::vector<BoardView>& views, std::size_t left) {
     std::string text = fmt::format("expected at least {} good views, found {}", kFewestViews, left);
+    bool misfit = false;
     for (const BoardView& view : views) {
         if (!view.dropped.empty()) {
             text += fmt::format("\n  {}: {}", view.main.filename().string(), view.dropped);
+            misfit = misfit || view.dropped.starts_with(kMisfit);
         }
     }
-    throw UseError(text);
+    throw UseError(text + (misfit ? kOrderHint : ""));
+}
+
+// Views of different moments fit each camera, but no pair of them.
+void CheckOrder(const Solution& solution) {
+    constexpr double kMostError = 2; // pixels
+    if (solution.error > kMostError && solution.alone < solution.error / 4) {
+        throw UseError(fmt::format("expected views that fit a pair of cameras, found them {:.2f} "
+                                   "pixels off, though each camera alone fits to {:.2f}{}",
+                                   solution.error, solution.alone, kOrderHint));
+    }
 }
 
 } // namespace
@@ -193,6 +218,8 @@ BoardCalibration CalibrateFromBoards(const std::vector<std::pair<fs::path, fs::p
         }
         solution = Solve(detections, board, sizes);
     } while (DropWorst(solution, detections, result.views));
+    CheckOrder(solution);
+    result.nearest = solution.nearest;
     for (std::size_t i = 0; i < detections.size(); ++i) {
         BoardView& view = result.views[detections[i].view];
         view.mainError = solution.errors(static_cast<int>(i), 0);

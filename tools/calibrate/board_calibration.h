@@ -28,13 +28,14 @@ struct BoardView {
 struct BoardCalibration {
     refocus::Calibration calibration; // mount angle and nearest distance are left 0
     std::vector<BoardView> views;
-    double error = 0; // of all used views together, in pixels
+    double error = 0;   // of all used views together, in pixels
+    double nearest = 0; // mm from the main camera to the nearest board
 };
 
 // Each pair of photos, main and aux, is one view of the board at one moment; all photos of a camera
 // have the same size. A view is dropped if the whole board is not found in both photos or if its
-// reprojection error stands out. Throws UseError if fewer than three views remain or a photo cannot
-// be read.
+// reprojection error stands out. Throws UseError if fewer than three views remain, if the
+// views fit each camera but not the pair, or if a photo cannot be read.
 BoardCalibration CalibrateFromBoards(
     const std::vector<std::pair<std::filesystem::path, std::filesystem::path>>& photos,
     const Board& board);

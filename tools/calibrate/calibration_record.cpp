@@ -1,8 +1,10 @@
 #include "tools/calibrate/calibration_record.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <numbers>
+#include <string_view>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -75,17 +77,35 @@ cv::Mat ReadMatrix(cv::FileStorage& storage, const fs::path& path, const char* n
     return matrix;
 }
 
+// OpenCV's parsers call themselves for each level of a text. Each level starts with one of these
+// characters, of which a calibration has some dozens: in numbers "-" stands before a digit.
+bool IsShallow(std::string_view text) {
+    constexpr int kMostLevels = 1000;
+    int levels = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const bool item =
+            text[i] == '-' &&
+            !(i + 1 < text.size() && std::isdigit(static_cast<unsigned char>(text[i + 1])));
+        levels += item || std::string_view("[{<:").find(text[i]) != std::string_view::npos ? 1 : 0;
+    }
+    return levels <= kMostLevels;
+}
+
 cv::FileStorage Open(const fs::path& path) {
-    const Bytes bytes = ReadFileBytes(path); // whose message for an unreadable file is better
+    constexpr std::size_t kMostBytes = 65536;
+    const Bytes bytes = ReadFileBytes(path, kMostBytes);
     const std::string text(bytes.begin(), bytes.end());
+    if (!IsShallow(text)) {
+        Refuse(path.string(), "the matrices of a calibration", "a text of too many parts");
+    }
     try {
         cv::FileStorage storage(text, cv::FileStorage::READ | cv::FileStorage::MEMORY);
-        if (storage.isOpened()) {
+        if (storage.isOpened() && storage.root().isMap()) {
             return storage;
         }
     } catch (const cv::Exception&) { // another kind of file
     }
-    Refuse(path.string(), "OpenCV's YAML", "another kind of file");
+    Refuse(path.string(), "OpenCV's YAML, XML or JSON with named matrices", "another kind of file");
 }
 
 constexpr double kDegrees = 180 / std::numbers::pi;
@@ -158,6 +178,15 @@ refocus::Calibration ReadOpenCvFiles(const fs::path& intrinsics, const fs::path&
     return RecordOf(main, mainSize, aux, auxSize, rotation, translation * unit);
 }
 
+double NearestSearched(const refocus::Calibration& calibration) {
+    constexpr double kSearchedShare = 1.0 / 6; // of the side along which the cameras stand
+    const auto& t = calibration.translation;
+    const auto& main = calibration.main;
+    const bool beside = std::abs(t[0]) >= std::abs(t[1]);
+    const double disparity = kSearchedShare * Pixels(beside ? main.width : main.height);
+    return (beside ? main.fx : main.fy) * std::hypot(t[0], t[1], t[2]) / disparity;
+}
+
 std::string ToText(const refocus::Calibration& calibration) {
     const auto& r = calibration.rotation;
     const auto& t = calibration.translation;
@@ -173,7 +202,9 @@ std::string ToText(const refocus::Calibration& calibration) {
                        calibration.mountAngle, "nearest",
                        calibration.nearestDistance > 0
                            ? fmt::format("{:.0f} mm", calibration.nearestDistance)
-                           : "unknown");
+                           : fmt::format("not given: what is nearer than {:.0f} mm the engine does "
+                                         "not search: `calibrate --nearest`",
+                                         NearestSearched(calibration)));
 }
 
 nlohmann::ordered_json ToJson(const refocus::Calibration& calibration) {

@@ -29,6 +29,10 @@ refocus::Calibration ReadOpenCvFiles(const std::filesystem::path& intrinsics,
                                      const std::filesystem::path& extrinsics, Size mainSize,
                                      Size auxSize, double unit);
 
+// The distance in mm from which on the stand-in engine finds objects, if the record does not give
+// a nearest one.
+double NearestSearched(const refocus::Calibration& calibration);
+
 // The calibration for a reader, and as JSON.
 std::string ToText(const refocus::Calibration& calibration);
 nlohmann::ordered_json ToJson(const refocus::Calibration& calibration);

@@ -14,6 +14,7 @@
 #include "tools/calibrate/board_calibration.h"
 #include "tools/calibrate/calibration_record.h"
 #include "tools/commands/shared_options.h"
+#include "tools/files/console.h"
 #include "tools/files/json_text.h"
 #include "tools/files/output_folder.h"
 #include "tools/files/progress.h"
@@ -58,10 +59,10 @@ void PrintViews(const BoardCalibration& boards) {
     for (const BoardView& view : boards.views) {
         const std::string pair = view.main.filename().string() + " " + view.aux.filename().string();
         if (view.dropped.empty()) {
-            std::printf("%s: main %.3f, aux %.3f pixels off\n", pair.c_str(), view.mainError,
-                        view.auxError);
+            PrintText(fmt::format("{}: main {:.3f}, aux {:.3f} pixels off\n", pair, view.mainError,
+                                  view.auxError));
         } else {
-            std::printf("%s: left out: %s\n", pair.c_str(), view.dropped.c_str());
+            PrintText(fmt::format("{}: left out: {}\n", pair, view.dropped));
         }
     }
     std::printf("all together %.3f pixels off\n", boards.error);
@@ -89,8 +90,8 @@ void ShowResult(const CalibrateOptions& options, const refocus::Calibration& cal
 
 int Show(const CalibrateOptions& options) {
     refocus::Calibration calibration;
-    const refocus::Error error =
-        refocus::ParseCalibration(ReadFileBytes(options.show), calibration);
+    const refocus::Error error = refocus::ParseCalibration(
+        ReadFileStart(options.show, refocus::kCalibrationBytes + 1), calibration);
     if (error != refocus::Error::kNone) {
         throw UseError(fmt::format("{}: expected a calibration file: {}", options.show.string(),
                                    refocus::Describe(refocus::Result(error)).sentence));
@@ -103,6 +104,13 @@ int Finish(const CalibrateOptions& options, refocus::Calibration calibration,
            const BoardCalibration* boards) {
     calibration.mountAngle = options.mountAngle;
     calibration.nearestDistance = options.nearest;
+    const double searched = NearestSearched(calibration);
+    if (boards != nullptr && options.nearest == 0 && boards->nearest < searched) {
+        PrintNotice(
+            fmt::format("note: a board stood {:.0f} mm away, nearer than the {:.0f} mm from "
+                        "which on the engine searches: `calibrate --nearest`",
+                        boards->nearest, searched));
+    }
     const auto written = WriteFile(options.output, refocus::WriteCalibration(calibration));
     ShowResult(options, calibration, boards, written);
     return kExitDone;

@@ -19,6 +19,7 @@
 #include "tools/commands/shared_options.h"
 #include "tools/dumps/dump_name.h"
 #include "tools/dumps/picture_file.h"
+#include "tools/files/console.h"
 #include "tools/files/json_text.h"
 #include "tools/files/output_folder.h"
 #include "tools/files/progress.h"
@@ -201,7 +202,7 @@ Json ShowCommands(const ConvertOptions& options, const fs::path& path) {
     }
     const Commands commands = CommandsFor(path, ReadPictureFile(path, WidthAsked(options)));
     if (!options.json) {
-        std::printf("%s\n%s\n", commands.ffplay.c_str(), commands.ffmpeg.c_str());
+        PrintText(commands.ffplay + "\n" + commands.ffmpeg + "\n");
     }
     return {{"from", path.string()}, {"ffplay", commands.ffplay}, {"ffmpeg", commands.ffmpeg}};
 }
@@ -229,7 +230,7 @@ int Convert(const ConvertOptions& options) {
                                               : ShowConverted(options, path, results));
         });
         if (!mistake.empty()) {
-            std::fprintf(stderr, "bokehnode: %s\n", mistake.c_str());
+            PrintNotice(mistake);
             report.push_back({{"from", path.string()}, {"error", mistake}});
             code = kExitWrongUse;
         }
@@ -253,7 +254,7 @@ std::function<int()> PrepareConvert(Command command) {
         "kind of the results (default: a dump to png, a picture\nto nv12)");
     command.Integer("--width", "PIXELS", 1, kLongestSide, options->width,
                     "pixels in a dump's row (default: as its set tells,\nelse the pitch)");
-    command.Integer("--pitch", "BYTES", 2, 4 * kLongestSide, options->pitch,
+    command.Integer("--pitch", "BYTES", 2, kLongestPitch, options->pitch,
                     "bytes from row to row of a new dump (default: the\npitch in the picture's "
                     "name, else the width)");
     command.Flag("--false-colour", options->falseColour, "disparity in colours, with a scale");

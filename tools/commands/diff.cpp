@@ -18,6 +18,7 @@
 #include "tools/compare/difference.h"
 #include "tools/dumps/dump_image.h"
 #include "tools/dumps/picture_file.h"
+#include "tools/files/console.h"
 #include "tools/files/json_text.h"
 #include "tools/files/output_folder.h"
 #include "tools/files/progress.h"
@@ -93,14 +94,13 @@ std::vector<std::string> WriteHeatMap(const fs::path& path, const Pictures& pict
 
 // Tells that a dump is longer than its name says: the surplus is not compared.
 void NoteSurplus(const fs::path& path, const PictureFile& picture) {
-    std::error_code none; // a pipe has no size
+    std::error_code none;
     const auto size = fs::file_size(path, none);
     const auto rows = picture.image.bytes().size();
     if (KindOf(path) != Kind::kRgb && !none && size > rows) {
-        std::fprintf(stderr,
-                     "bokehnode: note: %s: %ju bytes more than its name says, which are not "
-                     "compared\n",
-                     path.c_str(), static_cast<std::uintmax_t>(size - rows));
+        PrintNotice(
+            fmt::format("note: {}: {} bytes more than its name says, which are not compared",
+                        path.string(), size - rows));
     }
 }
 
@@ -112,7 +112,7 @@ void Print(const DiffOptions& options, const Json& answer, const std::string& wo
         report["written"] = written;
         std::printf("%s", JsonText(report).c_str());
     } else {
-        std::printf("%s", words.c_str());
+        PrintText(words);
         PrintWritten(written);
     }
 }

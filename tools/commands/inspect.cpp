@@ -16,6 +16,7 @@
 #include "host/picture/false_colour.h"
 #include "host/picture/image_file.h"
 #include "host/picture/nv12.h"
+#include "tools/files/console.h"
 #include "tools/files/json_text.h"
 #include "tools/files/output_folder.h"
 #include "tools/files/progress.h"
@@ -164,7 +165,7 @@ Json Show(const InspectOptions& options, const Inspected& inspected, bool detail
     json["written"] = inspected.written;
     if (!options.json) {
         const Inspection& inspection = inspected.inspection;
-        std::printf("%s", (details ? ToText(inspection) : Row(inspection)).c_str());
+        PrintText(details ? ToText(inspection) : Row(inspection));
         PrintWritten(details ? inspected.written : std::vector<std::string>());
     }
     return json;
@@ -209,7 +210,7 @@ int InspectAll(const InspectOptions& options) {
         }
     }
     for (const RefusedPlace& place : refused) {
-        std::fprintf(stderr, "bokehnode: %s\n", place.mistake.c_str());
+        PrintNotice(place.mistake);
         report.push_back({{"set", place.place.string()}, {"error", place.mistake}});
     }
     Finish(options, report, sets.size(), wrong, pages.Commit(), details);

@@ -11,6 +11,7 @@
 
 #include "host/picture/errors.h"
 #include "tools/commands/commands.h"
+#include "tools/files/console.h"
 #include "tools/files/interruption.h"
 #include "tools/files/json_text.h"
 
@@ -45,7 +46,7 @@ int Run(int argc, char** argv) {
 // Prints the error on standard error and, with --json, on standard output too. The words are
 // searched for --json, since the options may be what could not be read.
 int Report(const std::string& error, int code, int argc, char** argv) {
-    std::fprintf(stderr, "bokehnode: %s\n", error.c_str());
+    PrintNotice(error);
     if (std::find(argv, argv + argc, std::string("--json")) != argv + argc) {
         std::printf("%s", JsonText({{"error", error}}).c_str());
     }
@@ -58,8 +59,7 @@ int WithOutputWritten(int code) {
     if (std::fflush(stdout) == 0 && written) {
         return code;
     }
-    std::fprintf(stderr, "bokehnode: standard output: cannot be written: %s\n",
-                 std::strerror(errno));
+    PrintNotice(std::string("standard output: cannot be written: ") + std::strerror(errno));
     return kExitWrongUse;
 }
 

@@ -14,7 +14,9 @@
 #include "host/picture/image_file.h"
 #include "host/picture/nv12.h"
 #include "tools/commands/shared_options.h"
+#include "tools/dumps/dump_image.h"
 #include "tools/dumps/dump_set.h"
+#include "tools/files/console.h"
 #include "tools/files/output_folder.h"
 #include "tools/files/progress.h"
 #include "tools/inspect/inspection.h"
@@ -26,12 +28,40 @@ namespace fs = std::filesystem;
 
 namespace {
 
-host::Image LoadImage(const fs::path& path, const RenderOptions& options) {
-    const RgbImage picture = ReadImageFile(path);
+struct Pair {
+    RgbImage main;
+    RgbImage aux;
+    int clockwise = 0; // degrees by which the main picture was turned
+};
+
+// One camera app writes both files: where one has no orientation, that of the other holds.
+Pair ReadPair(const RenderOptions& options) {
+    std::optional<int> mainTurn;
+    std::optional<int> auxTurn;
+    Pair pair{ReadImageFile(options.main, &mainTurn), ReadImageFile(options.aux, &auxTurn), 0};
+    if (options.asStored || !(mainTurn || auxTurn)) {
+        return pair;
+    }
+    const auto turn = [](const fs::path& path, RgbImage& picture, int clockwise) {
+        picture = Turned(picture, clockwise);
+        if (clockwise != 0) {
+            PrintNotice(
+                fmt::format("note: {}: turned by {} degrees, as the pair's EXIF orientation "
+                            "says; --as-stored leaves it as it is",
+                            path.string(), clockwise));
+        }
+    };
+    pair.clockwise = mainTurn ? *mainTurn : *auxTurn;
+    turn(options.main, pair.main, pair.clockwise);
+    turn(options.aux, pair.aux, auxTurn.value_or(pair.clockwise));
+    return pair;
+}
+
+host::Image ImageOf(const RgbImage& picture, const fs::path& path, const RenderOptions& options) {
     if (picture.width % 2 != 0 || picture.height % 2 != 0) {
-        std::fprintf(stderr, "bokehnode: note: %s: %dx%d is cropped to even sides, %dx%d\n",
-                     path.c_str(), picture.width, picture.height, picture.width / 2 * 2,
-                     picture.height / 2 * 2);
+        PrintNotice(fmt::format("note: {}: {}x{} is cropped to even sides, {}x{}", path.string(),
+                                picture.width, picture.height, picture.width / 2 * 2,
+                                picture.height / 2 * 2));
     }
     const int width = options.size ? options.size->width : picture.width / 2 * 2;
     CheckPitch(options.pitch, width, path);
@@ -66,10 +96,9 @@ void WriteResults(OutputFolder& folder, const Rendered& rendered) {
     } else {
         folder.Drop("disparity.png");
         if (size > 0) {
-            std::fprintf(stderr,
-                         "bokehnode: note: no disparity.png: the engine's %d bytes are not "
-                         "one for each pixel\n",
-                         size);
+            PrintNotice(fmt::format("note: no disparity.png: the engine's {} bytes are not one for "
+                                    "each pixel",
+                                    size));
         }
     }
     folder.Write("tags.json", JsonText(ReportJson(rendered)));
@@ -86,7 +115,7 @@ void WriteReport(ReportFile& file, const Rendered& rendered) {
         const Progress progress("inspecting the dumps");
         for (const fs::path& dump : rendered.device.Dumps()) {
             if (const auto set = SetOfFile(dump)) { // one request makes one set
-                dumps = Inspect(*set);
+                dumps = Inspect(*set, rendered.outcome.engineFailure());
                 break;
             }
         }
@@ -116,16 +145,26 @@ std::vector<std::string> WriteAll(OutputFolder& folder, std::optional<ReportFile
     return written;
 }
 
-int Render(const RenderOptions& options) {
+int Render(const RenderOptions& asked) {
+    RenderOptions options = asked;
     std::optional<Progress> reading("reading the pictures");
-    host::Image main = LoadImage(options.main, options);
-    host::Image aux = LoadImage(options.aux, options);
+    const Pair pair = ReadPair(options);
+    host::Image main = ImageOf(pair.main, options.main, options);
+    host::Image aux = ImageOf(pair.aux, options.aux, options);
     reading.reset();
 
     const Libraries libraries = FindLibraries(options);
-    const Sensors sensors{options.mainSensor.value_or(main.size()),
-                          options.auxSensor.value_or(aux.size())};
+    DeviceFolder device(options);
+    if (!options.rotation && pair.clockwise != 0) {
+        options.rotation = static_cast<std::uint32_t>(device.MountAngle() + pair.clockwise) % 360;
+    }
     const std::uint32_t rotation = options.rotation.value_or(0);
+    const bool turned = (static_cast<int>(rotation) - device.MountAngle()) % 180 != 0;
+    const auto sensor = [turned](const std::optional<Size>& given, Size image) {
+        return given.value_or(turned ? Size{image.height, image.width} : image);
+    };
+    const Sensors sensors{sensor(options.mainSensor, main.size()),
+                          sensor(options.auxSensor, aux.size())};
     const host::UseCase useCase = UseCaseOf(sensors, main.size(), rotation);
     std::vector<std::string> notes;
     host::Request request = RequestOf(options, sensors, useCase, main.size(), aux.size(), notes);
@@ -135,19 +174,25 @@ int Render(const RenderOptions& options) {
     request.output = &output;
     request.depth = &depth;
 
-    DeviceFolder device(options);
     OutputFolder folder(options.output);
     std::optional<ReportFile> report;
     if (!options.report.empty()) {
         report.emplace(options.report);
     }
-    device.Prepare(sensors.main, sensors.aux, rotation,
-                   options.size ? "--size" : options.main.string());
+    device.Prepare(sensors.main, sensors.aux, 0, options.size ? "--size" : options.main.string());
     RunOptions run = options;
     run.dump = options.dump || report;
     Outcome outcome = RunNode(run, libraries, useCase, request);
     std::ranges::move(notes, std::back_inserter(outcome.notes));
     outcome.calibration = device.calibration();
+    if (options.dump && outcome.result.published) {
+        outcome.missing =
+            MissingOfSet(device.Dumps(), outcome.result.published->depthPictureSize > 0);
+    }
+    if (outcome.copied) {
+        std::ranges::move(FindPairProblems(main, aux, device.AuxSide(rotation)),
+                          std::back_inserter(outcome.reasons));
+    }
 
     const Rendered rendered{options, request, device, outcome};
     const auto written = WriteAll(folder, report, rendered);
@@ -160,7 +205,7 @@ int Render(const RenderOptions& options) {
         PrintWritten(written);
     }
     for (const std::string& line : Lines(outcome)) {
-        std::fprintf(stderr, "bokehnode: %s\n", line.c_str());
+        PrintNotice(line);
     }
     return outcome.failed() ? kExitFailed : kExitDone;
 }
@@ -182,6 +227,9 @@ void AddImageOptions(Command& command, RenderOptions& options) {
             }
         },
         "scale both pictures to this size first");
+    command.Flag("--as-stored", options.asStored,
+                 "do not turn a JPEG pair upright, as its EXIF orientation\nsays; turned pictures "
+                 "imply the --rotation");
 }
 
 void AddFocusOptions(Command& command, RenderOptions& options) {

@@ -13,6 +13,7 @@
 #include "host/picture/image_file.h"
 #include "host/picture/nv12.h"
 #include "tools/commands/shared_options.h"
+#include "tools/files/console.h"
 #include "tools/files/json_text.h"
 #include "tools/files/output_folder.h"
 #include "tools/files/progress.h"
@@ -54,7 +55,7 @@ void WriteFiles(OutputFolder& folder, const std::string& stem, const Replayed& r
 // The report shows an inspection of the dumped set as well.
 Report ReportOf(const DumpSet& set, const Replayed& replayed) {
     const Progress progress("inspecting " + set.stem);
-    return ReportOf(Inspect(set), replayed);
+    return ReportOf(Inspect(set, replayed.engineFailure()), replayed);
 }
 
 void WriteReport(ReportFile& file, const ReplayCommandOptions& options, const DumpSet& set,
@@ -127,10 +128,10 @@ int ReplayOne(const ReplayCommandOptions& options) {
         json["written"] = written;
         std::printf("%s", JsonText(json).c_str());
     } else {
-        std::printf("%s", InWords(set, replayed).c_str());
+        PrintText(InWords(set, replayed));
         PrintWritten(written);
     }
-    return replayed.equal() ? kExitDone : kExitFailed;
+    return replayed.equal() || replayed.status() == "rendered" ? kExitDone : kExitFailed;
 }
 
 int Run(const ReplayCommandOptions& options) {
@@ -213,8 +214,8 @@ std::function<int()> PrepareReplay(Command command) {
         "  bokehnode replay camera --all --shard 2/8 --timeout 60 -o replayed\n"
         "  bokehnode replay camera --all --merge -o replayed --report all.html\n"
         "\n" +
-        ExitCodes("0 output and disparity equal the dumped ones; 1 they differ, or the node "
-                  "or the engine failed") +
+        ExitCodes("0 output and disparity equal the dumped ones, or there is no output to\n"
+                  "compare with; 1 they differ, or the node or the engine failed") +
         FailureHelp());
     return [options] { return Run(*options); };
 }

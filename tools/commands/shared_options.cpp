@@ -9,6 +9,7 @@
 #include "host/picture/errors.h"
 #include "host/picture/image_file.h"
 #include "platform/properties.h"
+#include "tools/files/console.h"
 
 namespace {
 
@@ -74,7 +75,7 @@ void AddRequestOptions(Command& command, RequestOptions& options, const std::str
     command.Integer("--blur", "0..100", 0, 100, options.blur, help("blur level", "100"));
     command.Rotation("--rotation", options.rotation,
                      help("rotation of the images against the scene", "0"));
-    command.Integer("--pitch", "BYTES", 2, 4 * kLongestSide, options.pitch,
+    command.Integer("--pitch", "BYTES", 2, kLongestPitch, options.pitch,
                     help("bytes from row to row", "the width"));
     const auto size = [&command](const char* name, std::optional<Size>& into,
                                  const std::string& what) {
@@ -148,6 +149,6 @@ Option AddReportOption(Command& command, std::filesystem::path& file) {
 
 void PrintWritten(const std::vector<std::string>& files) {
     for (const std::string& file : files) {
-        std::printf("wrote %s\n", file.c_str());
+        PrintText("wrote " + file + "\n");
     }
 }

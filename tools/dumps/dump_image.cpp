@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 
 #include "host/picture/errors.h"
+#include "host/picture/image_file.h"
 
 namespace fs = std::filesystem;
 using Format = host::Image::Format;
@@ -62,8 +63,9 @@ AspectWidth WidthByAspect(const DumpParameters& parameters, int height) {
     // Each side of the part was rounded to whole pixels at both ends: it may be two pixels off.
     const auto across = static_cast<double>(parameters.auxCropWidth);
     const auto down = static_cast<double>(parameters.auxCropHeight);
+    const double likeliest = std::min(height * across / down, 1.0 * kLongestPitch);
     return {height * (across - 2) / (down + 2), height * (across + 2) / std::max(down - 2, 1.0),
-            static_cast<int>(std::lround(height * across / down / 2)) * 2};
+            static_cast<int>(std::lround(likeliest / 2)) * 2};
 }
 
 } // namespace
@@ -81,6 +83,11 @@ std::size_t ImageBytes(const DumpName& name) {
     return ImageBytes(FormatOf(name.role), name.first, name.height);
 }
 
+bool CanBeImage(Format format, int pitch, int height) {
+    return pitch <= kLongestPitch && height <= kLongestSide &&
+           (format == Format::Y8 || (pitch % 2 == 0 && height >= 2));
+}
+
 host::Image ImageFromBytes(Format format, const Bytes& bytes, int width, int pitch, int height) {
     host::Image image(format, std::min(width, pitch), height, pitch);
     std::copy_n(bytes.begin(), std::min(bytes.size(), image.bytes().size()), image.bytes().begin());
@@ -88,8 +95,14 @@ host::Image ImageFromBytes(Format format, const Bytes& bytes, int width, int pit
 }
 
 host::Image ReadImageDump(const fs::path& path, Format format, int width, int pitch, int height) {
-    const Bytes bytes = ReadFileBytes(path);
+    if (!CanBeImage(format, pitch, height)) {
+        Refuse(path.string(),
+               fmt::format("a pitch and height of at most {}x{}{}", kLongestPitch, kLongestSide,
+                           format == Format::Nv12 ? ", an even pitch and at least two rows" : ""),
+               fmt::format("{}x{}", pitch, height));
+    }
     const std::size_t expected = ImageBytes(format, pitch, height);
+    const Bytes bytes = ReadFileStart(path, expected);
     if (bytes.size() < expected) {
         Refuse(path.string(), fmt::format("{} bytes for {}x{}", expected, pitch, height),
                fmt::to_string(bytes.size()));
@@ -102,12 +115,39 @@ host::Image ReadImageDump(const DumpFile& file, int width) {
                          file.name.height);
 }
 
+std::vector<std::string> MissingOfSet(const std::vector<fs::path>& files, bool disparity) {
+    DumpSet set;
+    for (const fs::path& path : files) {
+        if (auto found = SetOfFile(path)) {
+            set = *std::move(found);
+            break;
+        }
+    }
+    std::vector<std::string> missing;
+    for (const DumpRole role : {DumpRole::kMain, DumpRole::kAux, DumpRole::kOutput,
+                                DumpRole::kParameters, DumpRole::kDisparity}) {
+        const auto& file = set.file(role);
+        if (!file && (role != DumpRole::kDisparity || disparity)) {
+            missing.push_back(fmt::format("expected the {} file, found none", RoleName(role)));
+        } else if (file && role == DumpRole::kParameters) {
+            for (const std::string& problem : ReadParameters(set).problems) {
+                missing.push_back(fmt::format("{}: {}", file->path.filename().string(), problem));
+            }
+        } else if (file && file->bytes < ImageBytes(file->name)) {
+            missing.push_back(fmt::format("{}: expected {} bytes, found {}",
+                                          file->path.filename().string(), ImageBytes(file->name),
+                                          file->bytes));
+        }
+    }
+    return missing;
+}
+
 ParameterText ReadParameters(const DumpSet& set) {
     const auto& file = set.file(DumpRole::kParameters);
     if (!file) {
         Refuse(set.name(), "a parameter text", "none");
     }
-    return ParseParameterText(ReadFileBytes(file->path));
+    return ParseParameterText(ReadFileBytes(file->path, kLongestParameterText));
 }
 
 int WidthOf(const DumpSet& set, DumpRole role) {
@@ -118,9 +158,13 @@ int WidthOf(const DumpSet& set, DumpRole role) {
                : parameters ? parameters->name.first
                             : 0;
     }
+    if (!CanBeImage(Format::Nv12, file->name.first, file->name.height)) {
+        return file->name.first;
+    }
     const ParameterText text = parameters ? ReadParameters(set) : ParameterText{};
     const bool usable = parameters && text.problems.empty();
-    return AuxWidth(set, usable ? &text.values : nullptr, ReadFileBytes(file->path));
+    return AuxWidth(set, usable ? &text.values : nullptr,
+                    ReadFileStart(file->path, ImageBytes(file->name)));
 }
 
 int AuxWidth(const DumpSet& set, const DumpParameters* parameters, const Bytes& bytes) {

@@ -2,6 +2,8 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <string>
+#include <vector>
 
 #include "host/picture/file_bytes.h"
 #include "host/picture/image.h"
@@ -18,6 +20,10 @@ host::Image::Format FormatOf(DumpRole role);
 std::size_t ImageBytes(host::Image::Format format, int pitch, int height);
 std::size_t ImageBytes(const DumpName& name);
 
+// Whether there can be an image of this pitch and height: no longer than the tool takes pictures
+// to be, and for NV12 an even pitch and two rows.
+bool CanBeImage(host::Image::Format format, int pitch, int height);
+
 // The image that a dump's bytes hold. Bytes that are missing are 0, further ones are ignored.
 // `width` is limited to the pitch. For NV12 the pitch must be even.
 host::Image ImageFromBytes(host::Image::Format format, const Bytes& bytes, int width, int pitch,
@@ -27,6 +33,11 @@ host::Image ImageFromBytes(host::Image::Format format, const Bytes& bytes, int w
 host::Image ReadImageDump(const std::filesystem::path& path, host::Image::Format format, int width,
                           int pitch, int height);
 host::Image ReadImageDump(const DumpFile& file, int width);
+
+// What the files that the node wrote for one request lack of a whole set, as on a full disk: a line
+// each. `disparity`: whether one was due.
+std::vector<std::string> MissingOfSet(const std::vector<std::filesystem::path>& files,
+                                      bool disparity);
 
 // Throws UseError if the set has no parameters or they cannot be read.
 ParameterText ReadParameters(const DumpSet& set);

@@ -123,8 +123,12 @@ std::string FaceText(const std::vector<DumpedFace>& faces, std::size_t index) {
 } // namespace
 
 ParameterText ParseParameterText(const Bytes& bytes) {
-    const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    std::string text(bytes.begin(), bytes.end());
     ParameterText parsed;
+    if (text.find("\r\n") != std::string::npos) {
+        parsed.problems.emplace_back("its lines end in CR LF: it was copied in a text mode");
+        std::erase(text, '\r');
+    }
     Reader reader(text);
     reader.Fixed("[0]");
     for (const Field& field : kFields) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -7,6 +8,9 @@
 #include <nlohmann/json_fwd.hpp>
 
 #include "host/picture/file_bytes.h"
+
+// The most bytes of a parameter text that are read. The node's have less than 1000.
+constexpr std::size_t kLongestParameterText = 65536;
 
 // The parameters of a capture as the node dumps them, and the text that holds them.
 

@@ -69,13 +69,7 @@ PictureFile ReadPictureFile(const fs::path& path, std::optional<int> width) {
                "none in it");
     }
     const bool nv12 = picture.kind == PictureFile::Kind::kNv12;
-    if (!fs::exists(path)) {
-        ReadFileBytes(path); // throws, and its message is the one for a missing file
-    }
-    if (nv12 && (name->first % 2 != 0 || name->second < 2)) {
-        Refuse(path.string(), "an even pitch and at least two rows",
-               fmt::format("{}x{}", name->first, name->second));
-    }
+    ReadFileStart(path, 0); // refuses what is no file before its set is looked at
     const auto known = DumpWidth(path, *name, width);
     picture.widthKnown = known.has_value();
     picture.image = ReadImageDump(path, nv12 ? host::Image::Format::Nv12 : host::Image::Format::Y8,

@@ -135,7 +135,24 @@ void OutputFolder::Drop(const std::string& name) {
     dropped_.push_back(folder_ / name);
 }
 
+// What would stop the renaming half-way is found before the first file is in its place.
+void OutputFolder::CheckPlaces() const {
+    const auto check = [](const fs::path& path, const char* what) {
+        if (fs::is_directory(fs::symlink_status(path))) {
+            errno = EISDIR;
+            Fail(path, what);
+        }
+    };
+    for (const auto& [temporary, final] : pending_) {
+        check(final, "cannot be written");
+    }
+    for (const fs::path& path : dropped_) {
+        check(path, "cannot be removed");
+    }
+}
+
 void OutputFolder::Commit() {
+    CheckPlaces();
     StopWatching();
     for (const auto& [temporary, final] : pending_) {
         if (::rename(temporary.c_str(), final.c_str()) != 0) {

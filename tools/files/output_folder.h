@@ -35,6 +35,7 @@ public:
     std::vector<std::string> written() const;
 
 private:
+    void CheckPlaces() const;
     void StopWatching();
 
     using Pending = std::pair<std::filesystem::path, std::filesystem::path>; // temporary, final

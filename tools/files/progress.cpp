@@ -5,6 +5,8 @@
 
 #include <unistd.h>
 
+#include "tools/files/console.h"
+
 namespace {
 
 constexpr auto kQuiet = std::chrono::milliseconds(500);
@@ -13,7 +15,7 @@ constexpr auto kBeat = std::chrono::milliseconds(200);
 } // namespace
 
 Progress::Progress(std::string step, Clock::time_point start)
-    : step_(std::move(step)), start_(start) {
+    : step_(Printable(std::move(step))), start_(start) {
     if (::isatty(STDERR_FILENO) != 0) {
         thread_ = std::thread([this] { Run(); });
     }

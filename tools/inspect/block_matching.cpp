@@ -103,16 +103,21 @@ double MeanDifference(const cv::Mat& first, const cv::Mat& second) {
 EpipolarConsistency MeasureConsistency(const cv::Mat& first, const cv::Mat& second) {
     std::vector<int> across;
     std::vector<int> down;
+    cv::Point total; // of the distances
     for (const cv::Point& offset : MatchBlocks(first, second)) {
         across.push_back(offset.x);
         down.push_back(offset.y);
+        total += {std::abs(offset.x), std::abs(offset.y)};
     }
     const Concentration x = Concentrate(across);
     const Concentration y = Concentrate(down);
+    const double right = 1.0 * x.median / first.cols;
+    const double below = 1.0 * y.median / first.rows;
     // The offsets of a flat scene concentrate in both directions. Cameras mostly stand beside one
     // another, so that the vertical offsets decide unless the horizontal ones are clearly better.
     constexpr double kClearly = 0.15;
-    return x.share > y.share + kClearly
-               ? EpipolarConsistency{x.share, std::abs(x.median) * 1.0 / first.cols, down.size()}
-               : EpipolarConsistency{y.share, std::abs(y.median) * 1.0 / first.rows, down.size()};
+    const bool acrossDecides = x.share > y.share + kClearly;
+    const bool alongColumns = total.y > 2 * total.x;
+    return {acrossDecides ? x.share : y.share, std::abs(acrossDecides ? right : below), down.size(),
+            alongColumns, alongColumns ? below : right};
 }

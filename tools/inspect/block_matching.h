@@ -25,6 +25,10 @@ struct EpipolarConsistency {
     double inlierShare = 0;  // share of the matches with the usual offset across that line
     double offset = 0;       // that offset, as a share of the thumbnail's side
     std::size_t matches = 0; // blocks with structure, and so with a match
+    // The direction in which the matches are displaced, and by how much in the median: right or
+    // down in the second thumbnail, as a share of the side.
+    bool alongColumns = false;
+    double displacement = 0;
 };
 
 // The second thumbnail is first scaled to the size of the first.

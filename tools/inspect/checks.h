@@ -22,3 +22,7 @@ void CheckSwapped(Inspection& inspection);
 void CheckAuxRotation(Inspection& inspection);
 void CheckMoment(Inspection& inspection);
 void CheckChroma(Inspection& inspection);
+
+// What is wrong with the direction in which a pair's objects are displaced; empty if nothing.
+// `auxSide` as in FindPairProblems.
+std::string WrongSide(const host::Image& main, const host::Image& aux, int auxSide);

@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include "host/picture/image_file.h"
 #include "tools/dumps/dump_image.h"
 #include "tools/inspect/checks.h"
 #include "tools/inspect/file_layout.h"
@@ -93,18 +94,18 @@ void CheckLayout(Inspection& inspection, const DumpFile& file) {
     }
     const std::size_t expected = ImageBytes(file.name);
     auto height = WrongHeight(inspection.set, file, bytes);
-    if (!height && bytes.size() != expected) {
+    if (!height && file.bytes != expected) {
         height = HeightByLength(inspection.set, file);
     }
     if (height) {
         inspection.Report(
             Problem::kHeight, role,
             fmt::format("{}, but its chroma starts after {} rows", Named(file), *height));
-    } else if (bytes.size() != expected) {
-        const bool truncated = bytes.size() < expected;
+    } else if (file.bytes != expected) {
+        const bool truncated = file.bytes < expected;
         inspection.Report(truncated ? Problem::kTruncated : Problem::kGrown, role,
                           fmt::format("{}, expected {} bytes, found {}{}", Named(file), expected,
-                                      bytes.size(),
+                                      file.bytes,
                                       truncated ? "" : "; the end is left of a longer file"));
     }
 }
@@ -121,9 +122,12 @@ void CheckPresence(Inspection& inspection) {
         }
     }
     if (!set.file(DumpRole::kDisparity)) {
-        inspection.notes.emplace_back(
-            "no disparity: the engine had not run in this node, as with a debug view or without "
-            "calibration");
+        inspection.notes.push_back("no disparity: " +
+                                   (inspection.engineFailure.empty()
+                                        ? "the engine failed, which the log shows with a code, or "
+                                          "was not asked, as with a "
+                                          "debug view or without calibration"
+                                        : inspection.engineFailure));
     }
     for (const auto& path : set.surplus) {
         inspection.Report(Problem::kSurplus, std::nullopt,
@@ -140,9 +144,9 @@ void CheckImageLayouts(Inspection& inspection) {
             CheckLayout(inspection, *file);
         } else if (file) {
             inspection.Report(Problem::kNames, role,
-                              fmt::format("{}, expected an even pitch, at least two rows, and a "
+                              fmt::format("{}, expected an even pitch, two rows to {}x{}, and a "
                                           "size near that of the file's {} bytes",
-                                          Named(*file), file->bytes));
+                                          Named(*file), kLongestPitch, kLongestSide, file->bytes));
         }
     }
 }

@@ -255,6 +255,26 @@ void CheckPair(Inspection& inspection, const host::Image& main, const host::Imag
 
 } // namespace
 
+std::string WrongSide(const host::Image& main, const host::Image& aux, int auxSide) {
+    if (SamePixels(main, aux)) {
+        return "main and aux image are one and the same";
+    }
+    constexpr double kLeastDisplacement = 0.01;
+    const EpipolarConsistency pair = MeasureConsistency(LumaThumbnail(main), LumaThumbnail(aux));
+    if (auxSide == 0 || std::abs(pair.displacement) < kLeastDisplacement) {
+        return {};
+    }
+    if (pair.alongColumns) {
+        return "objects are displaced along the columns, though the cameras stand side by side: "
+               "both images are turned by 90 or 270 degrees against the calibration";
+    }
+    // What a camera further right shows lies further left.
+    return pair.displacement * auxSide > 0 ? "objects are displaced to the wrong side: main and "
+                                             "aux image are exchanged, or both "
+                                             "turned by 180 degrees against the calibration"
+                                           : std::string();
+}
+
 void CheckMoment(Inspection& inspection) {
     const auto [main, aux, output] = IntactImages(inspection);
     if (main != nullptr && aux != nullptr && !inspection.Has(Problem::kAuxRotated)) {
@@ -275,7 +295,13 @@ void CheckChroma(Inspection& inspection) {
     const auto [main, aux, output] = IntactImages(inspection);
     const bool fromAux = HaveExchangedChroma(main, aux);
     const bool fromOutput = HaveExchangedChroma(main, output);
-    if (fromAux || fromOutput) {
+    // A copy of the main image tells nothing of its own.
+    const bool third = output != nullptr && !inspection.Has(Problem::kFallback);
+    if (fromAux && !third) {
+        inspection.Report(Problem::kChroma, std::nullopt,
+                          "main and aux image disagree about U and V: they are exchanged in one of "
+                          "them");
+    } else if (fromAux || fromOutput) {
         const DumpRole file = fromAux && fromOutput ? DumpRole::kMain
                               : fromAux             ? DumpRole::kAux
                                                     : DumpRole::kOutput;

@@ -27,14 +27,12 @@ constexpr const char* kProblemNames[] = {
 };
 static_assert(std::size(kProblemNames) == static_cast<std::size_t>(Problem::kFallback) + 1);
 
-// Whether there can be an image of this name: NV12 needs an even pitch and two rows, and the file
-// must hold a good part of a large image, or a wrong name would cost gigabytes.
+// Whether there can be an image of this name. The file must hold a good part of a large image, or a
+// wrong name would cost gigabytes.
 bool CanBeRead(const DumpFile& file) {
     constexpr std::size_t kAlwaysRead = std::size_t{1} << 26;
-    const host::Image::Format format = FormatOf(file.name.role);
     const std::size_t expected = ImageBytes(file.name);
-    return (format == host::Image::Format::Y8 ||
-            (file.name.first % 2 == 0 && file.name.height >= 2)) &&
+    return CanBeImage(FormatOf(file.name.role), file.name.first, file.name.height) &&
            (expected <= kAlwaysRead || expected / 4 <= file.bytes);
 }
 
@@ -43,7 +41,8 @@ void ReadImage(Inspection& inspection, DumpRole role) {
     if (!file || !CanBeRead(*file)) {
         return;
     }
-    const Bytes& bytes = inspection.bytes[static_cast<std::size_t>(role)];
+    Bytes& bytes = inspection.bytes[static_cast<std::size_t>(role)];
+    bytes = ReadFileStart(file->path, 2 * ImageBytes(file->name)); // the name may say too little
     const auto& parameters = inspection.parameters;
     const int width = role == DumpRole::kAux
                           ? AuxWidth(inspection.set, parameters ? &*parameters : nullptr, bytes)
@@ -88,17 +87,12 @@ bool Inspection::Has(Problem problem, DumpRole file) const {
         findings, [&](const Finding& f) { return f.problem == problem && f.file == file; });
 }
 
-Inspection Inspect(const DumpSet& set) {
+Inspection Inspect(const DumpSet& set, const std::string& engineFailure) {
     Inspection inspection;
     inspection.set = set;
-    for (std::size_t role = 0; role < set.files.size(); ++role) {
-        if (set.files[role]) {
-            inspection.bytes[role] = ReadFileBytes(set.files[role]->path);
-        }
-    }
-    if (set.file(DumpRole::kParameters)) {
-        ParameterText text =
-            ParseParameterText(inspection.bytes[static_cast<std::size_t>(DumpRole::kParameters)]);
+    inspection.engineFailure = engineFailure;
+    if (const auto& file = set.file(DumpRole::kParameters)) {
+        ParameterText text = ParseParameterText(ReadFileStart(file->path, kLongestParameterText));
         for (std::string& problem : text.problems) {
             inspection.Report(Problem::kParameters, DumpRole::kParameters, std::move(problem));
         }
@@ -115,6 +109,25 @@ Inspection Inspect(const DumpSet& set) {
     }
     std::ranges::stable_sort(inspection.findings, {}, &Finding::problem);
     return inspection;
+}
+
+std::vector<std::string> FindPairProblems(const host::Image& main, const host::Image& aux,
+                                          int auxSide) {
+    Inspection pair;
+    pair.images[static_cast<std::size_t>(DumpRole::kMain)] = main;
+    pair.images[static_cast<std::size_t>(DumpRole::kAux)] = aux;
+    for (const InspectionCheck check : {CheckWritten, CheckAuxRotation, CheckMoment, CheckChroma}) {
+        check(pair);
+    }
+    std::vector<std::string> problems = pair.notes;
+    for (const Finding& finding : pair.findings) {
+        problems.push_back(finding.text);
+    }
+    if (const std::string text = problems.empty() ? WrongSide(main, aux, auxSide) : "";
+        !text.empty()) {
+        problems.push_back(text);
+    }
+    return problems;
 }
 
 std::string ToText(const Inspection& inspection) {

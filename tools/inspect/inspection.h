@@ -43,7 +43,8 @@ struct Finding {
 // A dump set, read, and what was found in it.
 struct Inspection {
     DumpSet set;
-    std::array<Bytes, 5> bytes;               // by role; empty for a missing file
+    std::string engineFailure;  // where it is known: why there may be no disparity
+    std::array<Bytes, 5> bytes; // of the images by role, up to twice what their names say
     std::optional<DumpParameters> parameters; // nothing if the text is missing or damaged
     // By role, with the sizes that the names give; missing bytes are 0. Nothing for a missing file
     // and for the parameters.
@@ -61,8 +62,14 @@ struct Inspection {
     bool Has(Problem problem, DumpRole file) const;
 };
 
-// Reads the set and runs all checks. Throws UseError if a file cannot be read.
-Inspection Inspect(const DumpSet& set);
+// Reads the set and runs all checks. `engineFailure`: the engine's failed call, where it is known.
+// Throws UseError if a file cannot be read.
+Inspection Inspect(const DumpSet& set, const std::string& engineFailure = "");
+
+// Why an engine may find no depth in this pair, a line each. `auxSide`: 1 for an aux camera that is
+// right of the main one as the images stand, -1 left of it, 0 unknown.
+std::vector<std::string> FindPairProblems(const host::Image& main, const host::Image& aux,
+                                          int auxSide);
 
 // Files, parameters, findings and notes.
 std::string ToText(const Inspection& inspection);

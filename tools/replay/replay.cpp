@@ -10,6 +10,7 @@
 #include "host/picture/nv12.h"
 #include "host/refocus/calibration.h"
 #include "tools/dumps/dump_image.h"
+#include "tools/inspect/inspection.h"
 #include "tools/run/capture_request.h"
 #include "tools/run/device_folder.h"
 
@@ -21,6 +22,10 @@ namespace {
 // A sensor rectangle four times as large as the image gives every place of the image, and every
 // face that the node can have dumped, a place on the sensor.
 constexpr std::int32_t kFine = 4;
+
+// Of a camera that can be calibrated, in pixels.
+constexpr int kShortestSensorSide = 16;
+constexpr int kLongestSensorSide = 65535;
 
 std::uint32_t Unsigned(int value) {
     return static_cast<std::uint32_t>(value);
@@ -53,14 +58,21 @@ host::Image ReadInput(const DumpSet& set, DumpRole role, const char* option,
 // taken to be as large as the dumped crops, which is the least that they can be.
 Sensors SensorsOf(const ReplayOptions& options, const DumpParameters& parameters,
                   const Replayed& replayed) {
-    const auto known = [](int width, int height, const host::Image& image) {
-        return width > 0 && height > 0 ? Size{width, height} : image.size();
+    const auto known = [](const char* name, int width, int height, const host::Image& image) {
+        const auto [low, high] = std::minmax(width, height);
+        if (low > 0 && (low < kShortestSensorSide || high > kLongestSensorSide)) {
+            Refuse(fmt::format("{}_CropNoScale", name),
+                   fmt::format("sides of {} to {}", kShortestSensorSide, kLongestSensorSide),
+                   InWords({width, height}));
+        }
+        return low > 0 ? Size{width, height} : image.size();
     };
-    Sensors sensors{known(parameters.mainCropWidth, parameters.mainCropHeight, replayed.main),
-                    known(parameters.auxCropWidth, parameters.auxCropHeight, replayed.aux)};
+    Sensors sensors{
+        known("i32Main", parameters.mainCropWidth, parameters.mainCropHeight, replayed.main),
+        known("i32Aux", parameters.auxCropWidth, parameters.auxCropHeight, replayed.aux)};
     if (!options.calibration.empty()) {
         refocus::Calibration calibration;
-        const Bytes bytes = ReadFileBytes(options.calibration);
+        const Bytes bytes = ReadFileStart(options.calibration, refocus::kCalibrationBytes);
         if (refocus::ParseCalibration(bytes, calibration) == refocus::Error::kNone) {
             sensors.main = {calibration.main.width / kCalibrationUnitsPerPixel,
                             calibration.main.height / kCalibrationUnitsPerPixel};
@@ -285,16 +297,51 @@ DumpParameters Changed(const DumpParameters& dumped, const ReplayOptions& option
     return asked;
 }
 
+// All that the options change about the request or set about what it runs in.
+std::vector<std::string> ChangesOf(const ReplayOptions& options, const Replayed& replayed) {
+    std::vector<std::string> changes = DifferencesOf(replayed.dumped, replayed.asked);
+    const auto add = [&changes](const char* option, const std::string& value) {
+        if (!value.empty()) {
+            changes.push_back(fmt::format("{} {}", option, value));
+        }
+    };
+    const auto number = [](auto value) { return value ? std::to_string(*value) : std::string(); };
+    const auto size = [](const std::optional<Size>& value) {
+        return value ? InWords(*value) : std::string();
+    };
+    if (options.skipBokeh) {
+        changes.emplace_back("--skip-bokeh");
+    }
+    add("--debug-view", number(options.debugView));
+    for (const auto& [name, value] : options.properties) {
+        add("--set", fmt::format("{}={}", name, value));
+    }
+    for (const std::string& failure : options.failures) {
+        add("--fail", failure);
+    }
+    add("--pitch", options.pitch == 0 ? "" : std::to_string(options.pitch));
+    add("--main-width", number(options.mainWidth));
+    add("--aux-width", number(options.auxWidth));
+    add("--main-sensor", size(options.mainSensor));
+    add("--aux-sensor", size(options.auxSensor));
+    add("--calibration", options.calibration);
+    add("--node", options.node);
+    add("--engine", options.engine);
+    return changes;
+}
+
 Replayed ReadSet(const DumpSet& set, const ReplayOptions& options) {
     Replayed replayed;
     replayed.dumped = ReadDumped(set);
     replayed.asked = Changed(replayed.dumped, options);
+    replayed.changes = ChangesOf(options, replayed);
     replayed.main =
         ReadInput(set, DumpRole::kMain, "--main-width", options.mainWidth, options.pitch);
     replayed.aux = ReadInput(set, DumpRole::kAux, "--aux-width", options.auxWidth, options.pitch);
     if (options.focus) {
         CheckFocus(*options.focus, replayed.main.size());
     }
+    CheckFaces(options.faces, replayed.main.size());
     const auto& output = set.file(DumpRole::kOutput);
     const bool asDumped =
         options.pitch == 0 && output && output->name.first >= replayed.main.width();
@@ -317,6 +364,16 @@ void RefuseSetsFolder(const fs::path& output, const DumpSet& set) {
     if (fs::equivalent(output, set.folder.empty() ? "." : set.folder, missing)) {
         Refuse("--output", "another folder than the set's own", output);
     }
+}
+
+std::string Replayed::status() const {
+    if (failed()) {
+        return "failed";
+    }
+    const bool otherDisparity = disparityDifference && !disparityDifference->identical();
+    return equal()                                         ? "equal"
+           : dumpedOutput.height() == 0 && !otherDisparity ? "rendered"
+                                                           : "differs";
 }
 
 void CheckFocus(const DumpSet& set, const ReplayOptions& options) {
@@ -352,6 +409,12 @@ Replayed Replay(const DumpSet& set, const ReplayOptions& options) {
     TakeDumps(device, set.stem, replayed);
     if (!replayed.result.published) {
         return replayed;
+    }
+    replayed.missing =
+        MissingOfSet(device.Dumps(), replayed.result.published->depthPictureSize > 0);
+    if (replayed.copied) {
+        std::ranges::move(FindPairProblems(replayed.main, replayed.aux, device.AuxSide(rotation)),
+                          std::back_inserter(replayed.reasons));
     }
     if (replayed.taken && !(*replayed.taken == replayed.asked)) {
         for (const std::string& difference : DifferencesOf(replayed.asked, *replayed.taken)) {

@@ -25,6 +25,7 @@ struct ReplayOptions : RunOptions, RequestOptions {
 struct Replayed : Outcome {
     DumpParameters dumped;
     DumpParameters asked;                // the dumped ones with what the options change
+    std::vector<std::string> changes;    // all that the options change or set
     std::optional<DumpParameters> taken; // what the node made of the request
     Size mainSensor;
     Size auxSensor;
@@ -42,6 +43,8 @@ struct Replayed : Outcome {
 
     // Output and disparity are the dumped ones, byte for byte.
     bool equal() const;
+    // "equal", "differs", "failed", or "rendered" where the set has no output to compare with.
+    std::string status() const;
 };
 
 // Rebuilds the set's request and runs it through the node, which dumps. Once per process, and

@@ -17,6 +17,7 @@
 
 #include "host/picture/errors.h"
 #include "tools/dumps/dump_set.h"
+#include "tools/files/console.h"
 #include "tools/files/interruption.h"
 #include "tools/files/output_folder.h"
 #include "tools/files/progress.h"
@@ -30,13 +31,14 @@ namespace {
 
 constexpr char kEqual[] = "equal";
 constexpr char kDiffers[] = "differs";
+constexpr char kRendered[] = "rendered"; // there is no output to compare with
 constexpr char kFailed[] = "failed";
 constexpr char kUnreadable[] = "unreadable";
 constexpr char kMissing[] = "missing";
 
 // Only these results depend on the inputs alone; sets with any other are run again.
 bool IsFinal(const std::string& status) {
-    return status == kEqual || status == kDiffers;
+    return status == kEqual || status == kDiffers || status == kRendered;
 }
 
 std::string Joined(const std::vector<std::string>& words, const char* separator) {
@@ -143,7 +145,7 @@ void RunJob(const Job& job, const ReplayOptions& options, ReplayPages* pages) {
     Json tile;
     try {
         const Replayed replayed = Replay(job.set, options);
-        status = replayed.equal() ? kEqual : replayed.failed() ? kFailed : kDiffers;
+        status = replayed.status();
         reason = replayed.equal() ? "" : Reason(replayed);
         report = ToJson(job.set, replayed);
         report.erase("set"); // it may lie elsewhere another time
@@ -173,7 +175,7 @@ pid_t StartJob(const Job& job, const ReplayOptions& options, ReplayPages* pages)
         ::dup2(::open(job.log().c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666), STDERR_FILENO);
         RunJob(job, options, pages);
     } catch (const std::exception& error) {
-        fmt::print(stderr, "bokehnode: {}\n", error.what());
+        PrintNotice(error.what());
         code = kExitFailed;
     }
     std::fflush(nullptr);
@@ -246,23 +248,22 @@ public:
             std::printf("%zu sets: %s\n", sets_.size(), Joined(counts, ", ").c_str());
         }
         for (std::size_t i = 0; !json_ && i < written.size(); ++i) {
-            std::printf("wrote %s\n", written[i].c_str());
+            PrintText("wrote " + written[i] + "\n");
         }
         if (!mistake_.empty()) {
-            fmt::print(stderr, "bokehnode: some results are not stored: {}\n", mistake_);
+            PrintNotice("some results are not stored: " + mistake_);
         }
-        return !mistake_.empty() || counts_.contains(kUnreadable) ? kExitWrongUse
-               : counts_[kEqual] == sets_.size()                  ? kExitDone
-                                                                  : kExitFailed;
+        return !mistake_.empty() || counts_.contains(kUnreadable)     ? kExitWrongUse
+               : counts_[kEqual] + counts_[kRendered] == sets_.size() ? kExitDone
+                                                                      : kExitFailed;
     }
 
 private:
     static void Print(const Json& result) {
         const std::string reason = result["reason"];
-        const std::string status = result["status"];
-        const std::string set = result["set"];
-        std::printf("%-10s %s%s%s%s\n", status.c_str(), set.c_str(), reason.empty() ? "" : ": ",
-                    reason.c_str(), result["doneBefore"] == true ? " (done before)" : "");
+        PrintText(fmt::format("{:<10} {}{}{}{}\n", result["status"].get<std::string>(),
+                              result["set"].get<std::string>(), reason.empty() ? "" : ": ", reason,
+                              result["doneBefore"] == true ? " (done before)" : ""));
         std::fflush(stdout);
     }
 

@@ -28,12 +28,15 @@ void AddDifference(std::string& text, const char* what,
 
 std::string InWords(const DumpSet& set, const Replayed& replayed) {
     std::string text = set.name() + "\n";
-    for (const std::string& change : DifferencesOf(replayed.dumped, replayed.asked)) {
+    for (const std::string& change : replayed.changes) {
         text += fmt::format("  changed: {}\n", change);
     }
     text += fmt::format("  calibration: {}\n", replayed.calibration);
     for (const std::string& line : Lines(replayed)) {
         text += fmt::format("  {}\n", line);
+    }
+    if (replayed.status() == "rendered") {
+        text += "  rendered, nothing to compare\n";
     }
     AddDifference(text, "output", replayed.outputDifference);
     AddDifference(text, "disparity", replayed.disparityDifference);
@@ -44,11 +47,13 @@ Json ToJson(const DumpSet& set, const Replayed& replayed) {
     const auto difference = [](const std::optional<PictureDifference>& value) {
         return value ? ToJson(*value) : Json();
     };
-    Json json{{"set", set.name()}, {"equal", replayed.equal()}};
+    Json json{{"set", set.name()},
+              {"status", replayed.status()},
+              {"equal", replayed.status() == "rendered" ? Json() : Json(replayed.equal())}};
     json.update(ToJson(static_cast<const Outcome&>(replayed)));
     json["calibration"] = replayed.calibration;
     json["parameters"] = ToJson(replayed.asked);
-    json["changed"] = DifferencesOf(replayed.dumped, replayed.asked);
+    json["changed"] = replayed.changes;
     json["output"] = difference(replayed.outputDifference);
     json["disparity"] = difference(replayed.disparityDifference);
     return json;

@@ -119,6 +119,9 @@ void AddOutcome(Report& report, const Outcome& outcome) {
     for (const std::string& reason : outcome.reasons) {
         report.AddFinding(Kind::kWrong, "because", reason);
     }
+    for (const std::string& missing : outcome.missing) {
+        report.AddFinding(Kind::kWrong, "dumps", missing);
+    }
     for (const std::string& note : outcome.notes) {
         report.AddFinding(Kind::kNote, "", note);
     }
@@ -215,11 +218,11 @@ Report ReportOf(const Inspection& inspection, const Replayed& replayed) {
     Report report("replay", inspection.set.stem);
     AddOutcome(report, replayed);
     AddFindings(report, inspection);
-    const auto changes = DifferencesOf(replayed.dumped, replayed.asked);
-    if (!changes.empty()) {
-        report.AddFinding(Kind::kNote, "changed", fmt::format("{}", fmt::join(changes, ", ")));
+    if (!replayed.changes.empty()) {
+        report.AddFinding(Kind::kNote, "changed",
+                          fmt::format("{}", fmt::join(replayed.changes, ", ")));
     }
-    SetReplayVerdict(report, replayed, changes.empty());
+    SetReplayVerdict(report, replayed, DifferencesOf(replayed.dumped, replayed.asked).empty());
     if (replayed.outputDifference && replayed.outputDifference->planes.front().psnr) {
         report.SetPsnr(*replayed.outputDifference->planes.front().psnr);
     }

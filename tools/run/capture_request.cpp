@@ -56,6 +56,17 @@ void CheckFocus(Point focus, Size image) {
     }
 }
 
+void CheckFaces(const std::vector<ChiRect>& faces, Size image) {
+    for (const ChiRect& face : faces) {
+        const auto right = face.left + static_cast<std::int64_t>(face.width);
+        const auto bottom = face.top + static_cast<std::int64_t>(face.height);
+        if (face.left < 0 || face.top < 0 || right > image.width || bottom > image.height) {
+            Refuse("--face", "a rectangle in the main picture, " + InWords(image),
+                   fmt::format("{},{},{},{}", face.left, face.top, face.width, face.height));
+        }
+    }
+}
+
 void CheckPitch(int pitch, int width, const std::filesystem::path& file) {
     if (pitch != 0 && pitch < width) {
         Refuse("--pitch",
@@ -79,7 +90,18 @@ host::Request RequestOf(const RenderOptions& options, const Sensors& sensors,
         camera.focusRect = RegionAround(*options.focus, main);
     }
     if (options.afRegion) {
-        camera.focusRect = *options.afRegion;
+        const ChiWeightedRegion& region = camera.focusRect = *options.afRegion;
+        if (region.xMin < 0 || region.yMin < 0 || region.xMax >= main.width ||
+            region.yMax >= main.height) {
+            Refuse("--af-region", "edges in the main picture, " + InWords(main),
+                   fmt::format("{},{},{},{}", region.xMin, region.yMin, region.xMax, region.yMax));
+        }
+    }
+    CheckFaces(options.faces, main);
+    if (options.selectedFace && *options.selectedFace >= options.faces.size()) {
+        Refuse("--select-face",
+               fmt::format("the number, from 0, of one of {} --face", options.faces.size()),
+               std::to_string(*options.selectedFace));
     }
     // A camera app sets mode 1 (auto) for a tap on the screen; otherwise focus is continuous.
     constexpr std::int32_t kAfModeAuto = 1;

@@ -18,9 +18,10 @@ host::UseCase UseCaseOf(const Sensors& sensors, Size image, std::uint32_t rotati
 void SetAppliedCrop(CameraMetadata& camera, Size sensor, Size image, Size part, const char* name,
                     std::vector<std::string>& notes);
 
-// Throw UseError, naming the option: for a point outside the main image, and for a pitch that is
-// shorter than a row of the image in `file`.
+// Throw UseError, naming the option: for a point or a face outside the main image, and for a pitch
+// that is shorter than a row of the image in `file`.
 void CheckFocus(Point focus, Size image);
+void CheckFaces(const std::vector<ChiRect>& faces, Size image);
 void CheckPitch(int pitch, int width, const std::filesystem::path& file);
 
 // The request of `bokehnode render` for images of these sizes; the images themselves are not set.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -11,7 +12,6 @@
 
 #include "host/filesystem/device_root.h"
 #include "host/picture/errors.h"
-#include "host/refocus/calibration.h"
 #include "platform/device_names.h"
 #include "tools/files/interruption.h"
 
@@ -25,16 +25,18 @@ fs::path PlaceIn(const fs::path& root, const char* devicePath) {
 }
 
 Bytes ReadCalibration(const fs::path& path) {
-    Bytes bytes = ReadFileBytes(path);
-    if (bytes.size() != device::kCalibrationFileSize) {
+    Bytes bytes = ReadFileStart(path, device::kCalibrationFileSize);
+    const auto size = std::max<std::uintmax_t>(fs::file_size(path), bytes.size());
+    if (size != device::kCalibrationFileSize) {
         Refuse(path, fmt::format("a calibration file of {} bytes", device::kCalibrationFileSize),
-               fmt::format("{} bytes", bytes.size()));
+               fmt::format("{} bytes", size));
     }
     return bytes;
 }
 
 // Pictures show only ratios of depths, so any focal length and baseline will do.
-Bytes RectifiedCalibration(Size main, Size aux, std::uint32_t rotation, const std::string& source) {
+Bytes RectifiedCalibration(Size main, Size aux, std::uint32_t mountAngle,
+                           const std::string& source) {
     refocus::RectifiedPair pair;
     pair.mainWidth = main.width;
     pair.mainHeight = main.height;
@@ -43,10 +45,9 @@ Bytes RectifiedCalibration(Size main, Size aux, std::uint32_t rotation, const st
     pair.focalLength = main.width;
     pair.baseline = 12;
     refocus::Calibration calibration = refocus::CalibrationOfRectifiedPair(pair);
-    calibration.mountAngle =
-        static_cast<std::int32_t>(rotation); // the images are not to be rotated
+    calibration.mountAngle = static_cast<std::int32_t>(mountAngle);
     if (refocus::ValidateCalibration(calibration) != refocus::Error::kNone) {
-        Refuse(source, "sizes that a pair of cameras can have",
+        Refuse(source, "sensors with sides of 16 to 65535 pixels",
                InWords(main) + " and " + InWords(aux));
     }
     const auto bytes = refocus::WriteCalibration(calibration);
@@ -75,7 +76,13 @@ void WriteFile(const fs::path& path, const Bytes& bytes) {
 } // namespace
 
 TemporaryFolder::TemporaryFolder() {
-    std::string name = (fs::temp_directory_path() / "bokehnode-XXXXXX").string();
+    std::error_code missing;
+    const fs::path temporary = fs::temp_directory_path(missing);
+    if (missing) {
+        const char* const given = std::getenv("TMPDIR");
+        Refuse("TMPDIR", "a folder for temporary files", given != nullptr ? given : "no /tmp");
+    }
+    std::string name = (temporary / "bokehnode-XXXXXX").string();
     const auto delay = DelayInterruption();
     if (::mkdtemp(name.data()) == nullptr) {
         throw UseError(
@@ -102,6 +109,11 @@ DeviceFolder::DeviceFolder(const RunOptions& options) {
     } else {
         root_ = fs::absolute(options.deviceRoot);
     }
+    for (const char* path : device::kCalibrationPaths) {
+        if (calibrationSource_.empty() && fs::exists(PlaceIn(root_, path))) {
+            calibrationSource_ = PlaceIn(root_, path).string();
+        }
+    }
     host::SetDeviceRoot(root_);
 }
 
@@ -109,16 +121,31 @@ DeviceFolder::~DeviceFolder() {
     host::SetDeviceRoot({});
 }
 
-void DeviceFolder::Prepare(Size main, Size aux, std::uint32_t rotation, const std::string& source) {
-    if (calibration_.empty()) {
-        for (const char* path : device::kCalibrationPaths) {
-            if (calibrationSource_.empty() && fs::exists(PlaceIn(root_, path))) {
-                calibrationSource_ = PlaceIn(root_, path).string();
-            }
-        }
+refocus::Calibration DeviceFolder::Found() const {
+    refocus::Calibration calibration;
+    calibration.translation = {-1, 0, 0};
+    const Bytes bytes = !calibration_.empty() ? calibration_
+                        : calibrationSource_.empty()
+                            ? Bytes()
+                            : ReadFileStart(calibrationSource_, refocus::kCalibrationBytes);
+    refocus::ParseCalibration(bytes, calibration);
+    return calibration;
+}
+
+int DeviceFolder::AuxSide(std::uint32_t rotation) const {
+    const refocus::Calibration calibration = Found();
+    const auto turned = (static_cast<int>(rotation) - calibration.mountAngle + 360) % 360;
+    const auto& [x, y, z] = calibration.translation;
+    if (turned % 180 != 0 || std::abs(x) < std::abs(y)) {
+        return 0;
     }
+    return (x < 0) == (turned == 0) ? 1 : -1;
+}
+
+void DeviceFolder::Prepare(Size main, Size aux, std::uint32_t mountAngle,
+                           const std::string& source) {
     if (calibrationSource_.empty()) {
-        calibration_ = RectifiedCalibration(main, aux, rotation, source);
+        calibration_ = RectifiedCalibration(main, aux, mountAngle, source);
         calibrationSource_ = "rectified pair";
     }
     MakeFolder(PlaceIn(root_, device::kDumpFolder));

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/picture/file_bytes.h"
+#include "host/refocus/calibration.h"
 #include "tools/run/run_options.h"
 
 // A folder of this run alone, gone with everything in it when the object goes.
@@ -35,11 +36,18 @@ public:
 
     // Makes the device's folders and writes the calibration that the node shall find: the caller's
     // file, else the one that the caller's folder holds already, else that of a rectified pair with
-    // sensors of these sizes, mounted at `rotation` degrees. Throws UseError, for impossible sizes
-    // with `source` as the name of what they come from.
-    void Prepare(Size main, Size aux, std::uint32_t rotation, const std::string& source);
+    // sensors of these sizes, mounted at `mountAngle` degrees. Throws UseError, for impossible
+    // sizes with `source` as the name of what they come from.
+    void Prepare(Size main, Size aux, std::uint32_t mountAngle, const std::string& source);
 
     bool temporary() const { return temporary_.has_value(); }
+
+    // Of the calibration that the node shall find, as far as the stand-in engine can read it; of a
+    // rectified pair otherwise. MountAngle: the rotation, in degrees, of images that stand as
+    // calibrated. AuxSide: 1 for an aux camera right of the main one in images of this rotation, -1
+    // left of it, 0 for one above or below.
+    std::int32_t MountAngle() const { return Found().mountAngle; }
+    int AuxSide(std::uint32_t rotation) const;
 
     // Where the calibration came from, in words.
     const std::string& calibration() const { return calibrationSource_; }
@@ -48,6 +56,8 @@ public:
     std::vector<std::filesystem::path> Dumps() const;
 
 private:
+    refocus::Calibration Found() const;
+
     std::filesystem::path root_;
     std::optional<TemporaryFolder> temporary_;
     std::map<std::filesystem::path, std::filesystem::file_time_type> before_; // dumps at Prepare

@@ -8,6 +8,7 @@
 
 #include "host/refocus/error.h"
 #include "platform/log.h"
+#include "tools/files/console.h"
 #include "tools/phonelog/node_messages.h"
 
 namespace {
@@ -17,7 +18,7 @@ constexpr std::string_view kEnginePrefix = "TSL_DCIR_";
 void Print(const host::LogRecord& record) {
     // A progress line may stand on the terminal: it is cleared first.
     const char* clear = ::isatty(STDERR_FILENO) != 0 ? "\033[K" : "";
-    if (const std::string lines = host::LogText(record); !lines.empty()) {
+    if (const std::string lines = Printable(host::LogText(record)); !lines.empty()) {
         std::fprintf(stderr, "%s%s", clear, lines.c_str());
     }
 }

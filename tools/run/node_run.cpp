@@ -168,6 +168,12 @@ Outcome RunNode(const RunOptions& options, const Libraries& libraries, const hos
     return outcome;
 }
 
+std::string Outcome::engineFailure() const {
+    const auto failure = std::ranges::find_if(
+        reasons, [](const std::string& reason) { return reason.starts_with("TSL_DCIR_"); });
+    return failure == reasons.end() ? std::string() : *failure;
+}
+
 std::vector<std::string> Lines(const Outcome& outcome) {
     std::vector<std::string> lines;
     if (!outcome.result.published) {
@@ -184,6 +190,7 @@ std::vector<std::string> Lines(const Outcome& outcome) {
     };
     add("because: ", outcome.reasons);
     add("failed: the node broke the interface's rules: ", outcome.result.complaints);
+    add("failed: the dumps are not whole: ", outcome.missing);
     add("note: ", outcome.notes);
     return lines;
 }
@@ -203,10 +210,13 @@ Json TagsJson(const host::Published& published) {
 
 Json ToJson(const Outcome& outcome) {
     const auto& published = outcome.result.published;
-    return {
-        {"result", outcome.result.code}, {"copiedMainImage", outcome.copied},
-        {"reasons", outcome.reasons},    {"complaints", outcome.result.complaints},
-        {"notes", outcome.notes},        {"published", published ? TagsJson(*published) : Json()}};
+    return {{"result", outcome.result.code},
+            {"copiedMainImage", outcome.copied},
+            {"reasons", outcome.reasons},
+            {"complaints", outcome.result.complaints},
+            {"missing", outcome.missing},
+            {"notes", outcome.notes},
+            {"published", published ? TagsJson(*published) : Json()}};
 }
 
 void AddCost(Json& json, const Outcome& outcome) {

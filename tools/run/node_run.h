@@ -27,6 +27,7 @@ struct Outcome {
     host::RequestResult result;       // complaints found while the node ended included
     bool copied = false;              // the output is the main image, though nobody asked for it
     std::vector<std::string> reasons; // from the log: why nothing was published, or a copy
+    std::vector<std::string> missing; // of the dumps that were asked for
     std::vector<std::string> notes;
     std::vector<host::LogRecord> log;
     std::vector<host::CallRecord> calls;
@@ -35,7 +36,11 @@ struct Outcome {
     int debugView = 0;                // that the properties select, 0 for none
     std::string calibration;          // where it came from
 
-    bool failed() const { return !result.published || copied || !result.complaints.empty(); }
+    bool failed() const {
+        return !result.published || copied || !result.complaints.empty() || !missing.empty();
+    }
+    // The first of the reasons that is a failed call of the engine, with its code; empty if none.
+    std::string engineFailure() const;
 };
 
 // Sets the properties, arms the failures, creates a node, runs the request and ends the node. The

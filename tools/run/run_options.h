@@ -48,6 +48,7 @@ struct RenderOptions : RunOptions, RequestOptions {
     std::filesystem::path output;
     std::filesystem::path report; // empty: none
     bool json = false;
+    bool asStored = false; // a JPEG's orientation is not honoured
     std::optional<Size> size;
     std::optional<ChiWeightedRegion> afRegion;
     std::optional<std::int32_t> afMode;
