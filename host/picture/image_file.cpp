@@ -32,10 +32,17 @@ bool StartsWith(const Bytes& bytes, const std::array<std::uint8_t, kSize>& start
            fmt::format("a damaged one ({})", reason));
 }
 
-void CheckSize(const std::string& name, std::int64_t width, std::int64_t height) {
+void CheckSize(const std::string& name, std::int64_t width, std::int64_t height,
+               std::size_t bytes) {
     if (width < 2 || height < 2 || width > kLongestSide || height > kLongestSide) {
         Refuse(name, fmt::format("sides of 2 to {} pixels", kLongestSide),
                fmt::format("{}x{}", width, height));
+    }
+    // A byte of deflated one-bit pixels stands for 8256 at most; a JPEG's for fewer.
+    constexpr std::uint64_t kMostPixelsInAByte = 8256;
+    if (static_cast<std::uint64_t>(width * height) / kMostPixelsInAByte > bytes) {
+        Refuse(name, fmt::format("a picture of {}x{}", width, height),
+               fmt::format("{} bytes, which cannot hold it", bytes));
     }
 }
 
@@ -49,7 +56,7 @@ RgbImage DecodePng(const std::string& name, const Bytes& bytes) {
     if (png_image_begin_read_from_memory(&png, bytes.data(), bytes.size()) == 0) {
         Damaged(name, "PNG", png.message);
     }
-    CheckSize(name, png.width, png.height);
+    CheckSize(name, png.width, png.height, bytes.size());
     if ((png.format & PNG_FORMAT_FLAG_LINEAR) != 0) {
         png.flags |= PNG_IMAGE_FLAG_16BIT_sRGB; // else 16-bit files without gAMA count as linear
     }
@@ -77,7 +84,7 @@ RgbImage DecodeJpeg(const std::string& name, const Bytes& bytes) {
                             &colours) != 0) {
         Damaged(name, "JPEG", tjGetErrorStr2(jpeg.get()));
     }
-    CheckSize(name, width, height);
+    CheckSize(name, width, height, bytes.size());
     if (colours == TJCS_CMYK || colours == TJCS_YCCK) {
         Refuse(name, "a grey or RGB picture", "one of four printing inks");
     }

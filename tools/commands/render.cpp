@@ -273,7 +273,7 @@ std::function<int()> PrepareRender(Command command) {
         "what the node dumps too: with --device-root it implies --dump.\n"
         "\n"
         "Examples:\n"
-        "  bokehnode render left.png right.png -o out --focus 370,180\n"
+        "  bokehnode render left.png right.png -o out --focus 400,215\n"
         "  bokehnode render left.jpg right.jpg -o out --face 410,220,90,110 --blur 60\n"
         "  bokehnode render left.png right.png -o out --size 4000x3000 --pitch 4096\n"
         "  bokehnode render left.png right.png -o out --debug-view 3 --log 6 --dump\n"
