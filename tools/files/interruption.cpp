@@ -95,7 +95,9 @@ bool EndsWithin(pid_t child, std::optional<int> seconds) {
 }
 
 void EndChild(pid_t child) {
-    constexpr int kPatience = 5; // seconds, in which it removes what it has made
+    // Seconds in which it removes what it has made: its watching thread does so whatever the others
+    // do, so that only a loaded machine takes long.
+    constexpr int kPatience = 60;
     ::kill(child, SIGTERM);
     if (!EndsWithin(child, kPatience)) {
         ::kill(child, SIGKILL);
