@@ -26,6 +26,8 @@
 #include "tools/dumps/parameter_text.h"
 #include "tools/files/console.h"
 #include "tools/inspect/inspection.h"
+#include "tools/phonelog/log_file.h"
+#include "tools/phonelog/node_history.h"
 #include "tools/replay/stored_result.h"
 
 namespace fs = std::filesystem;
@@ -104,6 +106,19 @@ void StoredResult(Input input) {
     }
 }
 
+void PhoneLog(Input input) {
+    std::uint64_t lives = 0;
+    phonelog::NodeHistory history([&](const phonelog::NodeLife&) { ++lives; },
+                                  [&](const phonelog::RequestLife&) { ++lives; });
+    phonelog::ForEachLine(MemoryFile(input), [&](std::string_view line) {
+        phonelog::ForEachNodeMessage(
+            line, [&](const phonelog::LogLine& message) { history.Read(message); });
+    });
+    history.Finish();
+    Require(lives <= 2 * history.messages());
+    Require(!history.Findings().empty() || history.messages() > 0);
+}
+
 // A set of small files: a byte for each file's pitch, height and length, then the bytes of all.
 void Set(Input input) {
     static const fs::path folder = [] {
@@ -150,7 +165,8 @@ void Set(Input input) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    constexpr std::array kKinds{Name, Parameters, Picture, Matrices, Record, StoredResult, Set};
+    constexpr std::array kKinds{Name,   Parameters,   Picture, Matrices,
+                                Record, StoredResult, Set,     PhoneLog};
     if (size == 0) {
         return 0;
     }
