@@ -275,15 +275,12 @@ TEST_F(RenderTest, FallbackSaysSoAndCopiesTheMainPicture) {
     EXPECT_FALSE(fs::exists(folder_ / "out/disparity.png")) << "left from the run before";
 }
 
-// The engine alone finds no depth in any of these; only what the images show tells why.
+// The engine finds no depth in any of these; what the images show tells why.
 TEST_F(RenderTest, SaysWhyAPairGivesNoDepth) {
-    const RgbImage main = MainPicture();
     WriteBytes(folder_ / "other.png", EncodePng(Paint(kWidth, kHeight, [](int x, int y) {
                    return Texture(x + 7000, y + 7000);
                })));
     WriteBytes(folder_ / "turned.png", EncodePng(Turned(AuxPicture(), 180)));
-    WriteBytes(folder_ / "main90.png", EncodePng(Turned(main, 90)));
-    WriteBytes(folder_ / "aux90.png", EncodePng(Turned(AuxPicture(), 90)));
     const struct {
         const char* main;
         const char* aux;
@@ -293,17 +290,16 @@ TEST_F(RenderTest, SaysWhyAPairGivesNoDepth) {
         {"main.png", "main.png", "one and the same"},
         {"main.png", "other.png", "do not show the same scene"},
         {"main.png", "turned.png", "rotated by 180 degrees"},
-        {"main90.png", "aux90.png", "both images are turned by 90 or 270 degrees"},
     };
     for (const auto& [left, right, said] : kCases) {
         const ToolRun run = Render({}, left, right);
         EXPECT_EQ(run.exitCode, 1) << said;
-        EXPECT_THAT(run.errors, HasSubstr("(-30: "));
+        EXPECT_THAT(run.errors, HasSubstr("because: TSL_DCIR_CalcDisparityData failed (-"));
         EXPECT_THAT(run.errors, HasSubstr(said));
     }
     ASSERT_EQ(Render({"--report", "page.html"}, "main.png", "other.png").exitCode, 1);
     const std::string page = ReadText(folder_ / "page.html");
-    EXPECT_THAT(page, HasSubstr("no disparity: TSL_DCIR_CalcDisparityData failed (-30"));
+    EXPECT_THAT(page, HasSubstr("no disparity: TSL_DCIR_CalcDisparityData failed (-"));
 }
 
 TEST_F(RenderTest, RendersPairsThatAreTurned) {

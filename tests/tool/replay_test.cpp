@@ -292,7 +292,7 @@ TEST_F(ReplayTest, CrashAndHangAreResultsAndLeaveNothing) {
     });
     EXPECT_EQ(signal, SIGTERM);
     ::unsetenv("TMPDIR");
-    EXPECT_EQ(NamesIn(folder_ / "tmp"), Names{"results"});
+    EXPECT_THAT(NamesIn(folder_ / "tmp"), testing::Each(Not(testing::StartsWith("bokehnode-"))));
     EXPECT_FALSE(fs::exists(folder_ / "new"));
 }
 
