@@ -2,9 +2,9 @@
 
 #include <cstdint>
 
-// Control of the settings stand-in (camera.qcom.so). To take the manager or the settings record away,
-// let the calls "CamX::SettingsManager::GetInstance" or "CamX::SettingsManager::GetStaticSettings"
-// fail (host/control/faults.h).
+// Control of the settings stand-in (camera.qcom.so). To take the manager or the settings record
+// away, let the calls "CamX::SettingsManager::GetInstance" or
+// "CamX::SettingsManager::GetStaticSettings" fail (host/control/faults.h).
 namespace host {
 
 // Rotation of the images, in degrees; 0 at start. One value for the whole process. Not to be called
