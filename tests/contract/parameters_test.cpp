@@ -193,6 +193,8 @@ TEST_F(NodeTest, CropSizes) {
         {whole, {0, 0, 4000, 0}, 4000, 3000, {4000, 3000}, wholeText.c_str()},
         {whole, {0, 0, 0, 3000}, 4000, 3000, {4000, 3000}, wholeText.c_str()},
         {whole, {500, 375, 0, 0}, 4000, 3000, {4000, 3000}, wholeText.c_str()},
+        {whole, {500, 375, 4000, 0}, 4000, 3000, {4000, 3000}, wholeText.c_str()},
+        {whole, {500, 375, 0, 3000}, 4000, 3000, {4000, 3000}, wholeText.c_str()},
         {whole, {-2000, -1500, 4000, 3000}, 4000, 3000, {4000, 3000}, wholeText.c_str()},
         {whole, whole, 0, 0, {4000, 3000}, wholeText.c_str()},
         {whole, whole, 0, 3000, {4000, 3000}, wholeText.c_str()},

@@ -150,6 +150,7 @@ TEST_F(OperationsTest, AResultWithoutANameReadsTheSameInBothLines) {
     EXPECT_EQ(node_->BaseInitialize(&info, node_->m_cameraInfo, node_->m_frameParams,
                                     node_->m_resultDataCTB),
               0xFFFFFFFE);
+    EXPECT_EQ(node_->m_numLinkedCameras, 2u) << "until a configuration is read";
     EXPECT_EQ(Errors(),
               (Texts{"TSL_BTB: TSL_CTB: operator(): #: Error: -2 during GetVendorTagBase for: "
                      "com.qti.chi.multicamerainputmetadata InputMetadataBokeh\n",
