@@ -231,21 +231,33 @@ TEST_F(OperationsTest, AFaceInTheCornerTakesTheFocusAndAnUnmappedOneDoesNot) {
     TSL_RECT rects[kFaceCapacity] = {};
     std::int32_t orients[kFaceCapacity] = {};
     frame_params_t params = {};
-    params.stMainImage = {.i32Width = 4000, .i32Height = 3000};
     params.pFaceRects = rects;
     params.pFaceOrients = orients;
     params.pInputMetadata = &metadata;
     camera.afMode = kAfModeContinuousPicture;
-    for (const std::uint32_t sensorWidth : {8000u, 0u}) {
+    const struct {
+        std::uint32_t sensorWidth;
+        std::int32_t width;
+        std::int32_t height;
+        TSL_POINT focus;
+    } cases[] = {
+        {8000, 4000, 3000, {0, 0}},
+        {0, 4000, 3000, {2000, 1500}},
+        // Images without area.
+        {8000, 0, 3000, {0, 1500}},
+        {8000, 4000, 0, {2000, 0}},
+    };
+    for (const auto& [sensorWidth, width, height, focus] : cases) {
+        params.stMainImage = {.i32Width = width, .i32Height = height};
         camera.scalerCropRegion = {0, 0, sensorWidth, 6000};
         camera.faceCount = 1;
         camera.faces[0] = {0, 0, 2, 2};
         node_->UpdateFocusROI(0, params);
-        EXPECT_EQ(params.ptFocus.x, 2000);
+        EXPECT_EQ(params.ptFocus.x, width / 2);
         node_->UpdateFocusROIBasedFace(0, params);
         EXPECT_EQ(rects[0].right, 0);
-        EXPECT_EQ(params.ptFocus.x, sensorWidth == 0 ? 2000 : 0);
-        EXPECT_EQ(params.ptFocus.y, sensorWidth == 0 ? 1500 : 0);
+        EXPECT_EQ(params.ptFocus.x, focus.x);
+        EXPECT_EQ(params.ptFocus.y, focus.y);
     }
 }
 
