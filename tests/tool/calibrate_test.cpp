@@ -103,9 +103,16 @@ TEST_F(CalibrateTest, BoardsGiveTheCamerasAndBadViewsAreLeftOut) {
     EXPECT_EQ(disordered.exitCode, 2);
     EXPECT_THAT(disordered.errors, HasSubstr("the photos in the same order?"));
 
-    const ToolRun run = Run(arguments);
+    const ToolRun run = Run(arguments, {"--report", "boards.html"});
     ASSERT_EQ(run.exitCode, 0) << run.errors;
     const auto report = nlohmann::json::parse(run.output);
+    EXPECT_EQ(report["written"], (Names{"cali.bin", "boards.html"}));
+    const std::string page = ReadText(folder_ / "boards.html");
+    for (const char* picture : {"\"coverage\"", "\"m0, epipolar lines\"", "\"m0, main corners\"",
+                                "\"m0, aux corners\""}) {
+        EXPECT_THAT(page, HasSubstr(picture));
+    }
+    EXPECT_THAT(page, Not(HasSubstr("m2, main corners"))) << "of a view that is left out";
     ASSERT_EQ(report["views"].size(), count + 1);
     EXPECT_THAT(report["views"][2].value("dropped", ""), HasSubstr("fits badly"));
     EXPECT_THAT(report["views"][count].value("dropped", ""), HasSubstr("no whole board"));

@@ -207,7 +207,7 @@ BoardCalibration CalibrateFromBoards(const std::vector<std::pair<fs::path, fs::p
                                      const Board& board) {
     BoardCalibration result;
     for (const auto& [main, aux] : photos) {
-        result.views.push_back({main, aux, "", 0, 0});
+        result.views.push_back({.main = main, .aux = aux});
     }
     Sizes sizes;
     std::vector<Detection> detections = DetectBoards(result.views, board, sizes);
@@ -224,10 +224,16 @@ BoardCalibration CalibrateFromBoards(const std::vector<std::pair<fs::path, fs::p
         BoardView& view = result.views[detections[i].view];
         view.mainError = solution.errors(static_cast<int>(i), 0);
         view.auxError = solution.errors(static_cast<int>(i), 1);
+        view.mainCorners = std::move(detections[i].main);
+        view.auxCorners = std::move(detections[i].aux);
     }
     result.error = solution.error;
     result.calibration =
         RecordOf(solution.main, {sizes.main.width, sizes.main.height}, solution.aux,
                  {sizes.aux.width, sizes.aux.height}, solution.rotation, solution.translation);
+    result.main = solution.main;
+    result.aux = solution.aux;
+    result.rotation = solution.rotation;
+    result.translation = solution.translation;
     return result;
 }

@@ -5,8 +5,8 @@
 #include <utility>
 #include <vector>
 
-#include "host/picture/geometry.h"
 #include "host/refocus/calibration.h"
+#include "tools/calibrate/calibration_record.h"
 
 // Calibration of a camera pair from photos of a chessboard, by Zhang's method as in OpenCV's
 // calibrateCamera and stereoCalibrate.
@@ -23,10 +23,16 @@ struct BoardView {
     std::string dropped;  // the reason why the view is not used; empty if it is used
     double mainError = 0; // root mean square reprojection error of the corners, in pixels
     double auxError = 0;
+    std::vector<cv::Point2f> mainCorners; // pixels of the photos; none if the view is not used
+    std::vector<cv::Point2f> auxCorners;
 };
 
 struct BoardCalibration {
     refocus::Calibration calibration; // mount angle and nearest distance are left 0
+    LensMatrices main;                // OpenCV's numbers, from which the record is made
+    LensMatrices aux;
+    cv::Mat rotation;
+    cv::Mat translation;
     std::vector<BoardView> views;
     double error = 0;   // of all used views together, in pixels
     double nearest = 0; // mm from the main camera to the nearest board

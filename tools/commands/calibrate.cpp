@@ -1,7 +1,9 @@
 #include "tools/commands/commands.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
@@ -11,13 +13,16 @@
 
 #include "host/picture/errors.h"
 #include "host/picture/image_file.h"
+#include "host/picture/nv12.h"
 #include "tools/calibrate/board_calibration.h"
+#include "tools/calibrate/board_pictures.h"
 #include "tools/calibrate/calibration_record.h"
 #include "tools/commands/shared_options.h"
 #include "tools/files/console.h"
 #include "tools/files/json_text.h"
 #include "tools/files/output_folder.h"
 #include "tools/files/progress.h"
+#include "tools/report/report.h"
 
 namespace fs = std::filesystem;
 
@@ -38,7 +43,41 @@ struct CalibrateOptions {
     std::int32_t mountAngle = 0;
     double nearest = 0;
     bool json = false;
+    fs::path report;
 };
+
+// A page with the boards, the epipolar lines and the coverage of the frame.
+std::vector<std::string> WriteReport(const CalibrateOptions& options,
+                                     const refocus::Calibration& calibration,
+                                     const BoardCalibration& boards) {
+    const Progress progress("drawing the boards");
+    ReportFile file(options.report);
+    Report report("calibrate", options.output.filename().string());
+    constexpr double kGoodError = 0.5; // pixels
+    report.SetVerdict(boards.error <= kGoodError ? Report::Kind::kGood : Report::Kind::kNote,
+                      fmt::format("all together {:.3f} pixels off", boards.error));
+    report.AddPicture("coverage", RgbToNv12(CoveragePicture(boards), 0));
+    // More photos than that make a large page and show nothing new.
+    constexpr int kMostViews = 6;
+    int shown = 0;
+    for (const BoardView& view : boards.views) {
+        const std::string name = view.main.stem().string();
+        if (!view.dropped.empty()) {
+            report.AddFinding(Report::Kind::kNote, name, "left out: " + view.dropped);
+        } else if (shown++ < kMostViews) {
+            const auto add = [&report, &name](const char* what, const RgbImage& picture) {
+                report.AddPicture(name + ", " + what, RgbToNv12(picture, 0));
+            };
+            add("epipolar lines", EpipolarPicture(boards, view));
+            add("main corners", CornersPicture(view.main, view.mainCorners, options.board));
+            add("aux corners", CornersPicture(view.aux, view.auxCorners, options.board));
+        }
+    }
+    report.AddSection("Calibration", ToJson(calibration));
+    file.Write(report);
+    file.Commit();
+    return file.written();
+}
 
 Json ViewsJson(const BoardCalibration& boards) {
     Json views = Json::array();
@@ -111,7 +150,13 @@ int Finish(const CalibrateOptions& options, refocus::Calibration calibration,
                         "which on the engine searches: `calibrate --nearest`",
                         boards->nearest, searched));
     }
-    const auto written = WriteFile(options.output, refocus::WriteCalibration(calibration));
+    auto written = WriteFile(options.output, refocus::WriteCalibration(calibration));
+    if (!options.report.empty()) {
+        if (boards == nullptr) {
+            Refuse("--report", "photos of a board", "none");
+        }
+        std::ranges::move(WriteReport(options, calibration, *boards), std::back_inserter(written));
+    }
     ShowResult(options, calibration, boards, written);
     return kExitDone;
 }
@@ -224,6 +269,7 @@ std::function<int()> PrepareCalibrate(Command command) {
         },
         "nearest distance of a subject, which bounds the search\n(default: unknown)");
     command.Flag("--json", options->json, "say it as JSON");
+    AddReportOption(command, options->report);
     command.Footer(
         "Examples:\n"
         "  bokehnode calibrate --main main*.jpg --aux aux*.jpg --board 9x6 --square 25 \\\n"
