@@ -115,7 +115,7 @@ Row MemoryRow(cv::Size size) {
             "MB",
             fmt::format("one NV12 image of the size {:.0f} MB", size.area() * 1.5 / 1e6),
             Row::Better::kLess,
-            200.0,
+            150.0,
             100.0};
 }
 
@@ -142,8 +142,8 @@ Row TimeRow(cv::Size size) {
         "x",
         fmt::format("engine {:.0f} ms, GaussianBlur {:.0f} ms", Median(engine), Median(gaussian)),
         Row::Better::kLess,
-        1.2,
-        0.6};
+        0.6,
+        0.4};
 }
 
 } // namespace quality

@@ -17,6 +17,10 @@ constexpr int kRim = 4;          // cells from a lamp's centre to beyond its rim
 // not raised at all.
 constexpr float kDark = 0.10f;
 constexpr float kBright = 0.25f;
+// Radius in cells up to which a disc is too small to show light above white, which its lamp would
+// only lend to its outline, and from which a lamp is raised fully.
+constexpr float kSharpDisc = 1.0f;
+constexpr float kFullDisc = 3.0f;
 
 float Brightest(const cv::Vec3f& light) {
     return std::max({light[0], light[1], light[2]});
@@ -76,7 +80,10 @@ void RestoreHighlights(DefocusField& field) {
             const float clipped = static_cast<float>(field.clipped.at<std::uint8_t>(y, x)) / 255.0f;
             const cv::Vec3f& light = around.at<cv::Vec3f>(y, x);
             const float mean = (light[0] + light[1] + light[2]) / 3.0f;
-            const float gate = std::clamp((kBright - mean) / (kBright - kDark), 0.0f, 1.0f);
+            const float spread = std::clamp(
+                (field.radius.at<float>(y, x) - kSharpDisc) / (kFullDisc - kSharpDisc), 0.0f, 1.0f);
+            const float gate =
+                spread * std::clamp((kBright - mean) / (kBright - kDark), 0.0f, 1.0f);
             if (clipped > 0.0f && gate > 0.0f) {
                 lifts.emplace_back(cv::Point(x, y), (RimHue(field, light, {x, y}) * (1.0f + kGain) -
                                                      field.light.at<cv::Vec3f>(y, x)) *

@@ -76,6 +76,9 @@ cv::Mat Pull(cv::Mat weighted) {
 } // namespace
 
 cv::Mat PushPull(const cv::Mat& values, const cv::Mat& weight) {
+    if (cv::countNonZero(weight) == 0) {
+        return cv::Mat::zeros(values.size(), values.type());
+    }
     cv::Mat filled;
     cv::cvtColor(Pull(Weighted(values, weight)), filled, cv::COLOR_BGRA2BGR);
     return filled;

@@ -47,9 +47,10 @@ void RenderBokeh(const Nv12View& input, const cv::Mat& map, const DisparityScale
     }
     const int cell = ReductionFactor(input.luma.size(), kRenderingSide);
     const BlurTable table = MakeBlurTable(scale, focus, intensity, input.luma.size(), cell);
-    const cv::Mat whole = WithWholeLamps(input.luma, map);
+    cv::Mat whole = WithWholeLamps(input.luma, map);
     const cv::Mat grown = GrowNear(whole, table, cell);
     DefocusFields fields = SplitFields(input, whole, grown, table, cell);
+    whole.release();
     const BlurredField near = Blur(fields.near);
     fields.near = {};
     const BlurredField far = Blur(fields.far);

@@ -374,6 +374,11 @@ TEST(Highlights, LampsAreRaisedAndSurfacesAreNot) {
         field.light(rim).setTo(cv::Scalar(0.8, 0.2, 0.1));
         field.light(lamp).setTo(cv::Scalar::all(1.0));
         field.clipped(lamp).setTo(255);
+        DefocusField hardlyBlurred = field;
+        hardlyBlurred.light = field.light.clone();
+        hardlyBlurred.radius = cv::Mat(240, 240, CV_32FC1, 0.8);
+        RestoreHighlights(hardlyBlurred);
+        EXPECT_EQ(hardlyBlurred.light.at<cv::Vec3f>(120, 120), cv::Vec3f::all(1.0f));
         RestoreHighlights(field);
         const auto light = field.light.at<cv::Vec3f>(120, 120);
         if (side == 3) {
