@@ -71,7 +71,7 @@ RgbImage EpipolarPicture(const BoardCalibration& calibration, const BoardView& v
         const int at = i * (above ? both.cols : both.rows) / kLines;
         const cv::Point end = above ? cv::Point(at, both.rows - 1) : cv::Point(both.cols - 1, at);
         cv::line(both, above ? cv::Point(at, 0) : cv::Point(0, at), end,
-                 kLineColours[i % std::size(kLineColours)]);
+                 kLineColours[static_cast<std::size_t>(i) % std::size(kLineColours)]);
     }
     return ToPicture(both);
 }
