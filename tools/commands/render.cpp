@@ -145,6 +145,29 @@ std::vector<std::string> WriteAll(OutputFolder& folder, std::optional<ReportFile
     return written;
 }
 
+void Print(const Rendered& rendered, const std::vector<std::string>& written) {
+    if (rendered.options.json) {
+        Json json = ReportJson(rendered);
+        AddCost(json, rendered.outcome);
+        json["written"] = written;
+        std::printf("%s", JsonText(json).c_str());
+    } else {
+        PrintWritten(written);
+    }
+    for (const std::string& line : Lines(rendered.outcome)) {
+        PrintNotice(line);
+    }
+}
+
+// The sensors' sizes as given, or else the images', with exchanged sides where the images are
+// turned against the sensors.
+Sensors SensorsOf(const RenderOptions& options, Size main, Size aux, bool turned) {
+    const auto sensor = [turned](const std::optional<Size>& given, Size image) {
+        return given.value_or(turned ? Size{image.height, image.width} : image);
+    };
+    return {sensor(options.mainSensor, main), sensor(options.auxSensor, aux)};
+}
+
 int Render(const RenderOptions& asked) {
     RenderOptions options = asked;
     std::optional<Progress> reading("reading the pictures");
@@ -160,11 +183,7 @@ int Render(const RenderOptions& asked) {
     }
     const std::uint32_t rotation = options.rotation.value_or(0);
     const bool turned = (static_cast<int>(rotation) - device.MountAngle()) % 180 != 0;
-    const auto sensor = [turned](const std::optional<Size>& given, Size image) {
-        return given.value_or(turned ? Size{image.height, image.width} : image);
-    };
-    const Sensors sensors{sensor(options.mainSensor, main.size()),
-                          sensor(options.auxSensor, aux.size())};
+    const Sensors sensors = SensorsOf(options, main.size(), aux.size(), turned);
     const host::UseCase useCase = UseCaseOf(sensors, main.size(), rotation);
     std::vector<std::string> notes;
     host::Request request = RequestOf(options, sensors, useCase, main.size(), aux.size(), notes);
@@ -196,17 +215,7 @@ int Render(const RenderOptions& asked) {
 
     const Rendered rendered{options, request, device, outcome};
     const auto written = WriteAll(folder, report, rendered);
-    if (options.json) {
-        Json json = ReportJson(rendered);
-        AddCost(json, outcome);
-        json["written"] = written;
-        std::printf("%s", JsonText(json).c_str());
-    } else {
-        PrintWritten(written);
-    }
-    for (const std::string& line : Lines(outcome)) {
-        PrintNotice(line);
-    }
+    Print(rendered, written);
     return outcome.failed() ? kExitFailed : kExitDone;
 }
 

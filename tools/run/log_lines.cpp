@@ -38,7 +38,7 @@ std::string Words(std::int64_t result) {
 
 // The reason that an error message tells, or an empty text where an earlier one has told the cause.
 std::string Reason(const host::LogRecord& record, bool ownEngine, bool first) {
-    const std::string text = WithoutNewlines(record.text);
+    std::string text = WithoutNewlines(record.text);
     const auto found = phonelog::Recognise(text);
     if (!found) {
         return text;
