@@ -149,6 +149,60 @@ TEST_F(PictureCommandTest, DiffFindsWhatDiffersAndLeavesOutPadding) {
     EXPECT_NE(colour(31, 21), colour(0, 0)) << "chroma counts for each of its pixels";
 }
 
+// Flat pictures have a similarity that follows from their means alone.
+TEST_F(PictureCommandTest, DiffMeasuresWhatTheMaskShows) {
+    const auto write = [&](const std::string& name, int from, std::uint8_t above,
+                           std::uint8_t below) {
+        const RgbImage picture = Paint(40, 300, [&](int, int y) {
+            const std::uint8_t level = y < from ? above : below;
+            return Colour{level, level, level};
+        });
+        WriteBytes(folder_ / (name + ".png"), EncodePng(picture));
+        WriteBytes(folder_ / (name + "_40x300.nv12"), RgbToNv12(picture, 0).bytes());
+    };
+    write("a", 300, 100, 0);
+    write("b", 150, 100, 120);
+    write("lower", 160, 0, 255);
+    write("upper", 144, 255, 0);
+    const double c1 = 2.55 * 2.55;
+    const double similarity = (2 * 100 * 120 + c1) / (100 * 100 + 120 * 120 + c1);
+    for (const std::string end : {".png", "_40x300.nv12"}) {
+        const auto diff = [&](const Names& more) {
+            const ToolRun run = Run({"diff", "a" + end, "b" + end, "--json"}, more);
+            return nlohmann::json::parse(run.output);
+        };
+        const auto lower = diff({"--mask", "lower.png"});
+        EXPECT_NEAR(lower["ssim"].get<double>(), similarity, 1e-5);
+        EXPECT_EQ(lower["planes"][0]["samples"], 40 * 140);
+        EXPECT_EQ(lower["planes"][0]["differing"], 40 * 140);
+        EXPECT_EQ(lower["planes"][1]["samples"], end == ".png" ? 40 * 140 : 20 * 70);
+        EXPECT_NEAR(lower["planes"][0]["psnr"].get<double>(), 20 * std::log10(255.0 / 20), 1e-9);
+        EXPECT_EQ(lower["first"]["y"], 160);
+        EXPECT_EQ(diff({"--mask", "upper.png"})["identical"], true);
+    }
+    WriteBytes(folder_ / "black.png", EncodePng(RgbImage(40, 300)));
+    WriteBytes(folder_ / "small.png", EncodePng(RgbImage(20, 10)));
+    EXPECT_THAT(Run({"diff", "a.png", "b.png", "--mask", "black.png"}).errors,
+                HasSubstr("--mask: expected a picture with white pixels"));
+    EXPECT_THAT(Run({"diff", "a.png", "b.png", "--mask", "small.png"}).errors,
+                HasSubstr("--mask: expected a picture of 40x300, found 20x10"));
+}
+
+// A tall picture is measured in strips, the same one lying on its side at once.
+TEST(Similarity, IsTheSameHoweverAPictureLies) {
+    const auto picture = [](int width, int height, int change, bool tall) {
+        return Paint(width, height, [&](int x, int y) {
+            Colour colour = tall ? Texture(x, y) : Texture(y, x);
+            colour[1] = static_cast<std::uint8_t>(colour[1] + change * ((x ^ y) & 7));
+            return colour;
+        });
+    };
+    const double tall = Compare(picture(50, 400, 0, true), picture(50, 400, 3, true)).ssim;
+    const double flat = Compare(picture(400, 50, 0, false), picture(400, 50, 3, false)).ssim;
+    EXPECT_NEAR(tall, flat, 1e-6);
+    EXPECT_LT(tall, 0.999);
+}
+
 // Three pixels of a side become one.
 TEST(DifferenceMap, KeepsTheLargestDifferenceWhenItIsReduced) {
     const RgbImage plain(4100, 10);

@@ -1,5 +1,6 @@
 #include "tools/commands/commands.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -33,6 +34,7 @@ struct DiffOptions {
     fs::path b;
     int width = 0;
     fs::path heatMap;
+    fs::path mask;
     bool json = false;
 };
 
@@ -54,7 +56,26 @@ void AgreeOnWidth(PictureFile& picture, const PictureFile& other) {
 struct Pictures {
     PictureFile a;
     PictureFile b;
+    host::Image mask; // without a size: everything is compared
 };
+
+// The brightness of the mask's pixels.
+host::Image ReadMask(const fs::path& path, Size size) {
+    const RgbImage picture = ToRgb(ReadPictureFile(path, {}));
+    if (Size{picture.width, picture.height} != size) {
+        Refuse("--mask", "a picture of " + InWords(size),
+               InWords(Size{picture.width, picture.height}));
+    }
+    host::Image mask(host::Image::Format::Y8, size.width, size.height, size.width);
+    for (std::size_t i = 0; i < mask.bytes().size(); ++i) {
+        const std::uint8_t* const pixel = &picture.bytes[3 * i];
+        mask.bytes()[i] = static_cast<std::uint8_t>((pixel[0] + pixel[1] + pixel[2]) / 3);
+    }
+    if (std::ranges::max(mask.bytes()) < 128) {
+        Refuse("--mask", "a picture with white pixels, which are compared", "none");
+    }
+    return mask;
+}
 
 Pictures Read(const DiffOptions& options) {
     const Progress progress("reading the pictures");
@@ -74,10 +95,10 @@ Pictures Read(const DiffOptions& options) {
     return pictures;
 }
 
-// Refuses to replace one of the pictures with the map of their differences.
+// Refuses to replace one of the pictures, or the mask, with the map of their differences.
 void CheckHeatMap(const DiffOptions& options) {
     std::error_code none; // if there is no such file yet
-    for (const fs::path& input : {options.a, options.b}) {
+    for (const fs::path& input : {options.a, options.b, options.mask}) {
         if (!options.heatMap.empty() && fs::equivalent(options.heatMap, input, none)) {
             Refuse("--heat-map", "a file of its own", input.string() + ", which is compared");
         }
@@ -87,8 +108,8 @@ void CheckHeatMap(const DiffOptions& options) {
 std::vector<std::string> WriteHeatMap(const fs::path& path, const Pictures& pictures) {
     const Progress progress("drawing the differences");
     const host::Image map = pictures.a.kind == Kind::kRgb
-                                ? DifferenceMap(pictures.a.rgb, pictures.b.rgb)
-                                : DifferenceMap(pictures.a.image, pictures.b.image);
+                                ? DifferenceMap(pictures.a.rgb, pictures.b.rgb, pictures.mask)
+                                : DifferenceMap(pictures.a.image, pictures.b.image, pictures.mask);
     return WriteFile(path, EncodePng(HeatMap(map)));
 }
 
@@ -119,7 +140,7 @@ void Print(const DiffOptions& options, const Json& answer, const std::string& wo
 
 int Diff(const DiffOptions& options) {
     CheckHeatMap(options);
-    const Pictures pictures = Read(options);
+    Pictures pictures = Read(options);
     const PictureFile& a = pictures.a;
     const PictureFile& b = pictures.b;
     if (SizeOf(a) != SizeOf(b)) {
@@ -133,9 +154,13 @@ int Diff(const DiffOptions& options) {
     }
     NoteSurplus(options.a, a);
     NoteSurplus(options.b, b);
+    if (!options.mask.empty()) {
+        pictures.mask = ReadMask(options.mask, SizeOf(a));
+    }
     std::optional<Progress> progress("comparing");
-    const PictureDifference difference =
-        a.kind == Kind::kRgb ? Compare(a.rgb, b.rgb) : Compare(a.image, b.image);
+    const PictureDifference difference = a.kind == Kind::kRgb
+                                             ? Compare(a.rgb, b.rgb, pictures.mask)
+                                             : Compare(a.image, b.image, pictures.mask);
     progress.reset();
     std::vector<std::string> written;
     if (!options.heatMap.empty()) {
@@ -159,6 +184,8 @@ std::function<int()> PrepareDiff(Command command) {
                     "its set tells, else the pitch)");
     command.Path("--heat-map", "FILE", options->heatMap,
                  "write a PNG of how far each place differs; grey: equal");
+    command.Path("--mask", "FILE", options->mask,
+                 "compare only the pixels that are white in this picture of\nthe same size");
     command.Flag("--json", options->json, "say it as JSON");
     command.Footer("Dumps of one kind are compared plane by plane, other pairs as red, green, "
                    "blue.\n"
@@ -166,7 +193,7 @@ std::function<int()> PrepareDiff(Command command) {
                    "Examples:\n"
                    "  bokehnode diff camera/IMG_20240131_235959_res_4096x3000.nv12 \\\n"
                    "      replayed/IMG_20240131_235959_res_4096x3000.nv12 --heat-map heat.png\n"
-                   "  bokehnode diff before.png after.png --json\n"
+                   "  bokehnode diff before.png after.png --mask face.png --json\n"
                    "\n" +
                    ExitCodes("0 identical; 1 different"));
     return [options] { return Diff(*options); };

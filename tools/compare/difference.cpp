@@ -3,6 +3,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
+#include <cmath>
 #include <string_view>
 
 #include <fmt/format.h>
@@ -17,33 +18,59 @@ struct PlanePair {
     std::string name;
     cv::Mat a;
     cv::Mat b;
-    int cell; // a sample stands for a square of this many pixels on a side
+    int cell;     // a sample stands for a square of this many pixels on a side
+    cv::Mat mask; // the samples to compare; empty: all
+
+    cv::Mat Difference() const {
+        cv::Mat difference;
+        cv::absdiff(a, b, difference);
+        if (!mask.empty()) {
+            difference.setTo(0, ~mask);
+        }
+        return difference;
+    }
 };
+
+// The mask for samples of which each stands for a cell of pixels.
+cv::Mat SampleMask(const host::Image& mask, cv::Size samples) {
+    if (mask.width() == 0) {
+        return {};
+    }
+    constexpr int kLeastCompared = 128;
+    cv::Mat compared = MatrixOf(mask, 0) >= kLeastCompared;
+    if (compared.size() != samples) {
+        cv::resize(compared, compared, samples, 0, 0, cv::INTER_AREA);
+        compared = compared > 0;
+    }
+    return compared;
+}
 
 // `names`: a letter for each channel of the matrices.
 void AddPlanes(std::vector<PlanePair>& planes, std::string_view names, const cv::Mat& a,
-               const cv::Mat& b, int cell) {
+               const cv::Mat& b, int cell, const host::Image& mask) {
     std::vector<cv::Mat> channelsA;
     std::vector<cv::Mat> channelsB;
     cv::split(a, channelsA);
     cv::split(b, channelsB);
+    const cv::Mat compared = SampleMask(mask, a.size());
     for (std::size_t i = 0; i < names.size(); ++i) {
-        planes.push_back({std::string(1, names[i]), channelsA[i], channelsB[i], cell});
+        planes.push_back({std::string(1, names[i]), channelsA[i], channelsB[i], cell, compared});
     }
 }
 
-std::vector<PlanePair> PlanesOf(const host::Image& a, const host::Image& b) {
+std::vector<PlanePair> PlanesOf(const host::Image& a, const host::Image& b,
+                                const host::Image& mask) {
     std::vector<PlanePair> planes;
-    AddPlanes(planes, "Y", MatrixOf(a, 0), MatrixOf(b, 0), 1);
+    AddPlanes(planes, "Y", MatrixOf(a, 0), MatrixOf(b, 0), 1, mask);
     if (a.format() == host::Image::Format::Nv12) {
-        AddPlanes(planes, "UV", MatrixOf(a, 1), MatrixOf(b, 1), 2);
+        AddPlanes(planes, "UV", MatrixOf(a, 1), MatrixOf(b, 1), 2, mask);
     }
     return planes;
 }
 
-std::vector<PlanePair> PlanesOf(const RgbImage& a, const RgbImage& b) {
+std::vector<PlanePair> PlanesOf(const RgbImage& a, const RgbImage& b, const host::Image& mask) {
     std::vector<PlanePair> planes;
-    AddPlanes(planes, "RGB", MatrixOf(a), MatrixOf(b), 1);
+    AddPlanes(planes, "RGB", MatrixOf(a), MatrixOf(b), 1, mask);
     return planes;
 }
 
@@ -58,14 +85,78 @@ DifferingPixel FirstDifference(const PlanePair& plane, const cv::Mat& difference
             plane.b.at<std::uint8_t>(y, x)};
 }
 
+// The structural similarity index around each pixel, with the window and the constants of Wang,
+// Bovik, Sheikh and Simoncelli, "Image quality assessment", 2004.
+cv::Mat SsimMap(const cv::Mat& first, const cv::Mat& second) {
+    constexpr double kC1 = 0.01 * 255 * 0.01 * 255;
+    constexpr double kC2 = 0.03 * 255 * 0.03 * 255;
+    const auto windowMean = [](const cv::Mat& values) {
+        cv::Mat mean;
+        cv::GaussianBlur(values, mean, {11, 11}, 1.5);
+        return mean;
+    };
+    cv::Mat a;
+    cv::Mat b;
+    first.convertTo(a, CV_32F);
+    second.convertTo(b, CV_32F);
+    const cv::Mat meanA = windowMean(a);
+    const cv::Mat meanB = windowMean(b);
+    const cv::Mat meansSquared = meanA.mul(meanA) + meanB.mul(meanB);
+    const cv::Mat meansProduct = meanA.mul(meanB);
+    const cv::Mat variances = windowMean(a.mul(a) + b.mul(b)) - meansSquared;
+    const cv::Mat covariance = windowMean(a.mul(b)) - meansProduct;
+    const cv::Mat similar = (2 * meansProduct + kC1).mul(2 * covariance + kC2);
+    const cv::Mat all = (meansSquared + kC1).mul(variances + kC2);
+    return similar / all;
+}
+
+// The mean over all pixels to compare, in strips, since a large picture's maps would fill the
+// memory.
+double MeanSsim(const PlanePair& luma) {
+    constexpr int kStrip = 128;
+    constexpr int kReach = 5; // of the window
+    double sum = 0;
+    double count = 0;
+    for (int top = 0; top < luma.a.rows; top += kStrip) {
+        const cv::Range rows(top, std::min(top + kStrip, luma.a.rows));
+        const cv::Range seen(std::max(top - kReach, 0), std::min(rows.end + kReach, luma.a.rows));
+        const cv::Mat map = SsimMap(luma.a.rowRange(seen), luma.b.rowRange(seen))
+                                  .rowRange(rows.start - seen.start, rows.end - seen.start);
+        const cv::Mat mask = luma.mask.empty() ? cv::Mat() : luma.mask.rowRange(rows);
+        const double samples =
+            mask.empty() ? static_cast<double>(map.total()) : cv::countNonZero(mask);
+        sum += cv::mean(map, mask)[0] * samples;
+        count += samples;
+    }
+    return sum / count;
+}
+
+// RGB pictures have no plane of luma.
+PlanePair LumaOf(const std::vector<PlanePair>& planes) {
+    PlanePair luma = planes.front();
+    if (luma.name == "R") {
+        const auto grey = [&planes](cv::Mat PlanePair::*side) {
+            const cv::Mat channels[] = {planes[0].*side, planes[1].*side, planes[2].*side};
+            cv::Mat picture;
+            cv::merge(channels, std::size(channels), picture);
+            cv::cvtColor(picture, picture, cv::COLOR_RGB2GRAY);
+            return picture;
+        };
+        luma.a = grey(&PlanePair::a);
+        luma.b = grey(&PlanePair::b);
+    }
+    return luma;
+}
+
 PictureDifference CompareAll(const std::vector<PlanePair>& planes) {
     PictureDifference result;
     for (const PlanePair& plane : planes) {
-        cv::Mat difference;
-        cv::absdiff(plane.a, plane.b, difference);
+        const cv::Mat difference = plane.Difference();
         PlaneDifference& entry = result.planes.emplace_back();
         entry.plane = plane.name;
-        entry.samples = difference.total();
+        entry.samples = plane.mask.empty()
+                            ? difference.total()
+                            : static_cast<std::uint64_t>(cv::countNonZero(plane.mask));
         entry.differing = static_cast<std::uint64_t>(cv::countNonZero(difference));
         if (entry.differing == 0) {
             continue;
@@ -73,12 +164,16 @@ PictureDifference CompareAll(const std::vector<PlanePair>& planes) {
         double largest = 0;
         cv::minMaxLoc(difference, nullptr, &largest);
         entry.largest = static_cast<int>(largest);
-        entry.psnr = cv::PSNR(plane.a, plane.b);
+        entry.psnr = 10 * std::log10(255.0 * 255.0 * static_cast<double>(entry.samples) /
+                                     cv::norm(difference, cv::NORM_L2SQR));
         const DifferingPixel pixel = FirstDifference(plane, difference);
         if (!result.first ||
             std::pair(pixel.y, pixel.x) < std::pair(result.first->y, result.first->x)) {
             result.first = pixel;
         }
+    }
+    if (!result.identical()) {
+        result.ssim = MeanSsim(LumaOf(planes));
     }
     return result;
 }
@@ -86,8 +181,7 @@ PictureDifference CompareAll(const std::vector<PlanePair>& planes) {
 host::Image MapAll(const std::vector<PlanePair>& planes) {
     cv::Mat map;
     for (const PlanePair& plane : planes) {
-        cv::Mat difference;
-        cv::absdiff(plane.a, plane.b, difference);
+        cv::Mat difference = plane.Difference();
         if (plane.cell > 1) {
             cv::resize(difference, difference, {}, plane.cell, plane.cell, cv::INTER_NEAREST);
         }
@@ -120,12 +214,12 @@ host::Image MapAll(const std::vector<PlanePair>& planes) {
 
 } // namespace
 
-PictureDifference Compare(const host::Image& a, const host::Image& b) {
-    return CompareAll(PlanesOf(a, b));
+PictureDifference Compare(const host::Image& a, const host::Image& b, const host::Image& mask) {
+    return CompareAll(PlanesOf(a, b, mask));
 }
 
-PictureDifference Compare(const RgbImage& a, const RgbImage& b) {
-    return CompareAll(PlanesOf(a, b));
+PictureDifference Compare(const RgbImage& a, const RgbImage& b, const host::Image& mask) {
+    return CompareAll(PlanesOf(a, b, mask));
 }
 
 std::string ToText(const PictureDifference& difference) {
@@ -138,13 +232,11 @@ std::string ToText(const PictureDifference& difference) {
     for (const PlaneDifference& plane : difference.planes) {
         text += plane.psnr
                     ? fmt::format("{}: {} of {} differ ({:.3g} %), by {} at most, PSNR {:.2f} dB\n",
-                                  plane.plane, plane.differing, plane.samples,
-                                  100.0 * static_cast<double>(plane.differing) /
-                                      static_cast<double>(plane.samples),
+                                  plane.plane, plane.differing, plane.samples, 100 * plane.share(),
                                   plane.largest, *plane.psnr)
                     : fmt::format("{}: identical\n", plane.plane);
     }
-    return text;
+    return text + fmt::format("SSIM of luma {:.4f}\n", difference.ssim);
 }
 
 Json ToJson(const PictureDifference& difference) {
@@ -163,15 +255,18 @@ Json ToJson(const PictureDifference& difference) {
                  {"plane", pixel->plane},
                  {"values", {pixel->a, pixel->b}}};
     }
-    return {{"identical", difference.identical()}, {"first", first}, {"planes", planes}};
+    return {{"identical", difference.identical()},
+            {"first", first},
+            {"planes", planes},
+            {"ssim", difference.ssim}};
 }
 
-host::Image DifferenceMap(const host::Image& a, const host::Image& b) {
-    return MapAll(PlanesOf(a, b));
+host::Image DifferenceMap(const host::Image& a, const host::Image& b, const host::Image& mask) {
+    return MapAll(PlanesOf(a, b, mask));
 }
 
-host::Image DifferenceMap(const RgbImage& a, const RgbImage& b) {
-    return MapAll(PlanesOf(a, b));
+host::Image DifferenceMap(const RgbImage& a, const RgbImage& b, const host::Image& mask) {
+    return MapAll(PlanesOf(a, b, mask));
 }
 
 RgbImage HeatMap(const host::Image& differenceMap) {
