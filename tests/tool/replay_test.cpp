@@ -1,6 +1,7 @@
 // replay, run as a user does.
 
 #include <algorithm>
+#include <cmath>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
@@ -181,6 +182,76 @@ TEST_F(ReplayTest, AllWorksThroughAFolderOnce) {
     }
     EXPECT_THAT(Run({"replay", "camera", "--all", "-o", "camera"}).errors,
                 HasSubstr("another folder than the set's own"));
+}
+
+TEST_F(ReplayTest, TwoBuildsAreComparedWithTheLargestDifferenceFirst) {
+    const auto captures = Make(990, 3);
+    const int blurs[] = {40, 80, 7};
+    for (std::size_t i = 0; i < captures.size(); ++i) {
+        const DumpSet set = FindDumpSet(folder_ / "camera" / captures[i].stem);
+        DumpParameters parameters = ReadParameters(set).values;
+        parameters.blur = blurs[i];
+        const std::string text = FormatParameterText(parameters);
+        WriteBytes(set.file(DumpRole::kParameters)->path, {text.begin(), text.end()});
+    }
+    fs::create_directory(folder_ / "tmp");
+    ::setenv("TMPDIR", (folder_ / "tmp").c_str(), 1);
+    const Names all{"replay", "camera", "--all", "--jobs", "1"};
+    const auto compare = [&](const Names& more, int exitCode) {
+        Names arguments = more;
+        arguments.emplace_back("--json");
+        const ToolRun run = Run(all, arguments);
+        EXPECT_EQ(run.exitCode, exitCode) << run.errors;
+        return nlohmann::json::parse(run.output);
+    };
+    const Names toChanged{"--engine", CHANGED_ENGINE, "--against-engine", ENGINE_LIBRARY};
+    const auto report = compare(toChanged, 1);
+    EXPECT_EQ(report["exceeding"], 3);
+    const std::size_t order[] = {2, 1, 0};
+    for (std::size_t i = 0; i < 3; ++i) {
+        const SyntheticCapture& capture = captures[order[i]];
+        const auto& result = report["results"][i];
+        EXPECT_EQ(result["set"], "camera/" + capture.stem);
+        const auto& comparison = result["report"]["comparison"];
+        EXPECT_EQ(comparison["disparity"]["share"], 0);
+        EXPECT_EQ(comparison["depthEffectInfo"][0], 0);
+        EXPECT_EQ(comparison["depthEffectInfo"][1] == 0, i > 0) << result["reason"];
+        if (i > 0) {
+            const double share = 1.0 * blurs[order[i]] / capture.height;
+            EXPECT_NEAR(comparison["output"]["share"].get<double>(), share, 1e-9);
+            EXPECT_NEAR(comparison["output"]["psnr"].get<double>(),
+                        10 * std::log10(255.0 * 255.0 / (64 * share)), 1e-6);
+            EXPECT_LT(comparison["output"]["ssim"], 1);
+        }
+    }
+    // Accepted are shares, not another answer. Nothing runs again.
+    const ToolRun table = Run(all, {"--engine", CHANGED_ENGINE, "--against-engine", ENGINE_LIBRARY,
+                                    "--fail-above", "0.99"});
+    EXPECT_EQ(table.exitCode, 1);
+    EXPECT_THAT(table.output,
+                MatchesRegex(".*\n! .* 0 -> .*camera/" + captures[2].stem + "\n  .*camera/" +
+                             captures[1].stem + "\n.*\n3 sets: 3 differs\n1 of them.*"));
+    EXPECT_EQ(compare(toChanged, 1)["results"][0]["doneBefore"], true);
+
+    const auto back = compare({"--engine", ENGINE_LIBRARY, "--against-engine", CHANGED_ENGINE}, 1);
+    EXPECT_EQ(back["results"][0]["doneBefore"], false);
+    EXPECT_EQ(back["results"][0]["report"]["comparison"]["depthEffectInfo"][1], 0);
+    EXPECT_EQ(compare({"--engine", CHANGED_ENGINE, "--against-engine", CHANGED_ENGINE},
+                      0)["counts"]["equal"],
+              3)
+        << "a copy is equal to a copy";
+
+    const std::pair<const char*, const char*> ends[] = {{"crash", "crashed: signal 6 (Aborted)"},
+                                                        {"hang", "timed out after 1 s"}};
+    for (const auto& [end, said] : ends) {
+        const auto lost = compare({"--against-node", ENDING_NODE, "--timeout", "1", "--set",
+                                   std::string("test.end=") + end},
+                                  1);
+        EXPECT_EQ(lost["counts"][said], 3) << lost;
+        EXPECT_THAT(lost["results"][0]["reason"], HasSubstr("the reference build"));
+    }
+    ::unsetenv("TMPDIR");
+    EXPECT_EQ(NamesIn(folder_ / "tmp"), Names{});
 }
 
 TEST_F(ReplayTest, ShardsOfOneFolderMakeUpTheWhole) {

@@ -168,6 +168,24 @@ void AddAllOptions(Command& command, ReplayCommandOptions& options) {
             },
             "the K-th of N parts of the sets, by their content, for\nseveral machines")
         .Needs("--all");
+    command
+        .Path("--against-node", "FILE", all.reference.node,
+              "compare not with the dumps but with this build of the node:\nthe largest "
+              "difference first")
+        .Needs("--all");
+    command.Path("--against-engine", "FILE", all.reference.engine, "the same of the engine")
+        .Needs("--all");
+    command
+        .Value(
+            "--fail-above", "SHARE",
+            [&all](const Argument& argument) {
+                all.failAbove = argument.Number();
+                if (all.failAbove < 0 || all.failAbove > 1) {
+                    argument.Refuse("a number from 0 to 1");
+                }
+            },
+            "share of a picture's samples, 0 to 1, that may differ from\nthat build (default: 0)")
+        .Needs("--all");
     command.Flag("--merge", all.merge, "run nothing; show the results that the output folder holds")
         .Needs("--all")
         .Excludes("--shard");
@@ -213,9 +231,11 @@ std::function<int()> PrepareReplay(Command command) {
         "  bokehnode replay camera/IMG_20240131_235959 --log 6 --report replayed.html\n"
         "  bokehnode replay camera --all --shard 2/8 --timeout 60 -o replayed\n"
         "  bokehnode replay camera --all --merge -o replayed --report all.html\n"
+        "  bokehnode replay camera --all --against-engine released.so --fail-above 0.01\n"
         "\n" +
         ExitCodes("0 output and disparity equal the dumped ones, or there is no output to\n"
-                  "compare with; 1 they differ, or the node or the engine failed") +
+                  "compare with, or they equal those of the other build as far as asked; 1 they\n"
+                  "differ, or the node or the engine failed") +
         FailureHelp());
     return [options] { return Run(*options); };
 }

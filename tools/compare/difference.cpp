@@ -121,7 +121,7 @@ double MeanSsim(const PlanePair& luma) {
         const cv::Range rows(top, std::min(top + kStrip, luma.a.rows));
         const cv::Range seen(std::max(top - kReach, 0), std::min(rows.end + kReach, luma.a.rows));
         const cv::Mat map = SsimMap(luma.a.rowRange(seen), luma.b.rowRange(seen))
-                                  .rowRange(rows.start - seen.start, rows.end - seen.start);
+                                .rowRange(rows.start - seen.start, rows.end - seen.start);
         const cv::Mat mask = luma.mask.empty() ? cv::Mat() : luma.mask.rowRange(rows);
         const double samples =
             mask.empty() ? static_cast<double>(map.total()) : cv::countNonZero(mask);

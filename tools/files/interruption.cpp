@@ -162,6 +162,7 @@ pid_t ForkChild() {
     delay.release();
     std::construct_at(&watched().mutex); // unlocked
     watched().children.clear();
+    watched().entries.clear();
     WatchForInterruption();
     ::prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (::getppid() != parent) {
@@ -185,8 +186,11 @@ std::string SignalInWords(int signal) {
 }
 
 void ContinueInChild(std::optional<int> seconds) {
+    std::vector<Entry> entries = watched().entries;
     const pid_t child = ForkChild();
     if (child == 0) {
+        const auto delay = DelayInterruption();
+        watched().entries = std::move(entries);
         return;
     }
     const bool ended = EndsWithin(child, seconds);

@@ -31,7 +31,8 @@ void KeepWhenInterrupted(const std::filesystem::path& path);
 // Child processes are copies of this one, as fork(2) makes them. A copy has the forking thread
 // alone, so that at a fork no other may run but that of WatchForInterruption.
 
-// Returns 0 in the child, which is interrupted when this process ends. Throws std::runtime_error.
+// Returns 0 in the child, which is interrupted when this process ends and removes nothing that was
+// registered here. Throws std::runtime_error.
 pid_t ForkChild();
 
 // Waits until this child or, with -1, any child has ended. Returns its id, and its status as of
@@ -47,6 +48,6 @@ public:
 std::string SignalInWords(int signal);
 
 // Goes on in a child, so that a crash or a hang of what follows ends the child alone. Returns in
-// the child. This process waits and exits with its code, without destructors, or throws a
+// the child, which also removes what was registered here. This process waits and exits with its code, without destructors, or throws a
 // ChildFailure if it crashes or runs for longer than `seconds`.
 void ContinueInChild(std::optional<int> seconds);

@@ -78,8 +78,18 @@ public:
     virtual std::vector<std::string> Commit() = 0;
 };
 
+// Libraries to compare with; empty: the same as those that are tried.
+struct ReferenceBuild {
+    std::filesystem::path node;
+    std::filesystem::path engine;
+
+    bool given() const { return !node.empty() || !engine.empty(); }
+};
+
 struct ReplayAllOptions {
-    int jobs = 1; // sets at once
+    int jobs = 1;             // sets at once
+    ReferenceBuild reference; // if given, its results stand in for the dumped ones
+    double failAbove = 0;     // share of differing samples that is accepted against it
     // The sets are split by their content, so that it does not matter where they lie.
     int shard = 1;
     int shards = 1;
@@ -90,8 +100,9 @@ struct ReplayAllOptions {
 // Replays every set below `place`, each in a process of its own. Prints a line each, in the sets'
 // order, and a summary, or all as JSON. The result of each is a JSON file in `output`, and its
 // process's log a text file. A set that came out equal or differing is not run again while its
-// content, the node's, the engine's and the calibration's and the options are the same. Returns the
-// command's exit code; throws UseError before any set starts where the options suit none. To be
-// called before the process has loaded a node.
+// content, the node's, the engine's and the calibration's and the options are the same. Against a
+// reference build a table shows the largest difference first. Returns the command's exit code;
+// throws UseError before any set starts where the options suit none. To be called before the
+// process has loaded a node.
 int ReplayAll(const std::filesystem::path& place, const std::filesystem::path& output,
               const ReplayAllOptions& all, bool json, const ReplayOptions& options);

@@ -1,15 +1,10 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <exception>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <fmt/core.h>
 #include <fmt/ranges.h>
@@ -21,7 +16,9 @@
 #include "tools/files/interruption.h"
 #include "tools/files/output_folder.h"
 #include "tools/files/progress.h"
+#include "tools/replay/build_comparison.h"
 #include "tools/replay/replay.h"
+#include "tools/replay/replay_process.h"
 #include "tools/replay/stored_result.h"
 #include "tools/run/device_folder.h"
 
@@ -29,24 +26,13 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr char kEqual[] = "equal";
-constexpr char kDiffers[] = "differs";
-constexpr char kRendered[] = "rendered"; // there is no output to compare with
-constexpr char kFailed[] = "failed";
-constexpr char kUnreadable[] = "unreadable";
-constexpr char kMissing[] = "missing";
-
 // Only these results depend on the inputs alone; sets with any other are run again.
 bool IsFinal(const std::string& status) {
-    return status == kEqual || status == kDiffers || status == kRendered;
-}
-
-std::string Joined(const std::vector<std::string>& words, const char* separator) {
-    return fmt::format("{}", fmt::join(words, separator));
+    return status == status::kEqual || status == status::kDiffers || status == status::kRendered;
 }
 
 std::uint32_t ChecksumOf(const std::vector<std::string>& content) {
-    const std::string text = Joined(content, "\n");
+    const std::string text = fmt::format("{}", fmt::join(content, "\n"));
     return static_cast<std::uint32_t>(
         ::crc32_z(0, reinterpret_cast<const Bytef*>(text.data()), text.size()));
 }
@@ -100,86 +86,35 @@ std::optional<Json> StoredResult(const Job& job) {
     return result;
 }
 
-void Store(const Job& job, const std::string& status, const std::string& reason, const Json& report,
-           const Json& tile) {
+void Store(const Job& job, const Json& result) {
     OutputFolder folder(job.files.parent_path());
-    folder.Write(job.result().filename().string(), JsonText({{"key", job.key},
-                                                             {"status", status},
-                                                             {"reason", reason},
-                                                             {"report", report},
-                                                             {"tile", tile}}));
+    Json stored{{"key", job.key}};
+    stored.update(result);
+    folder.Write(job.result().filename().string(), JsonText(stored));
     folder.Commit();
 }
 
-// Why a set is not equal, in a few words.
-std::string Reason(const Replayed& replayed) {
-    for (const auto* list : {&replayed.reasons, &replayed.result.complaints}) {
-        if (!list->empty()) {
-            return list->front();
-        }
-    }
-    std::vector<std::string> words;
-    const auto add = [&words](const char* what, const std::optional<PictureDifference>& found) {
-        if (!found || found->identical()) {
-            return;
-        }
-        std::uint64_t count = 0;
-        int largest = 0;
-        for (const PlaneDifference& plane : found->planes) {
-            count += plane.differing;
-            largest = std::max(largest, plane.largest);
-        }
-        words.push_back(
-            fmt::format("{} differs in {} samples, by {} at most", what, count, largest));
-    };
-    add("output", replayed.outputDifference);
-    add("disparity", replayed.disparityDifference);
-    return Joined(words.empty() ? replayed.notes : words, "; ");
+Json ReplayAlone(const DumpSet& set, const ReplayOptions& options, const PageWriter& page) {
+    const Replayed replayed = Replay(set, options);
+    return Result(replayed.status(), replayed.equal() ? "" : ReasonOf(replayed),
+                  ToJson(set, replayed), page(replayed));
 }
 
 // Replays the set and stores what became of it.
-void RunJob(const Job& job, const ReplayOptions& options, ReplayPages* pages) {
-    std::string status;
-    std::string reason;
-    Json report;
-    Json tile;
-    try {
-        const Replayed replayed = Replay(job.set, options);
-        status = replayed.status();
-        reason = replayed.equal() ? "" : Reason(replayed);
-        report = ToJson(job.set, replayed);
-        report.erase("set"); // it may lie elsewhere another time
-        tile = pages != nullptr ? pages->Write(job.set, job.name(), replayed) : Json();
-    } catch (const UseError& error) {
-        status = kUnreadable;
-        reason = error.what();
-    } catch (const ChildFailure& error) {
-        status = error.what();
-        reason = "see " + job.log().string();
-    } catch (const std::exception& error) {
-        status = kFailed;
-        reason = error.what();
+void RunJob(const Job& job, const ReplayOptions& options, const ReplayAllOptions& all) {
+    const auto replay = [&] {
+        const PageWriter page = [&](const Replayed& replayed) {
+            return all.pages != nullptr ? all.pages->Write(job.set, job.name(), replayed) : Json();
+        };
+        return all.reference.given() ? ReplayInBoth(job.set, OptionsOf(all.reference, options),
+                                                    options, job.log(), page)
+                                     : ReplayAlone(job.set, options, page);
+    };
+    Json result = ResultOf(replay, job.log());
+    if (result["report"].is_object()) {
+        result["report"].erase("set"); // it may lie elsewhere another time
     }
-    Store(job, status, reason, report, tile);
-}
-
-pid_t StartJob(const Job& job, const ReplayOptions& options, ReplayPages* pages) {
-    std::error_code ignored;
-    fs::remove(job.result(), ignored); // so that what is found later is of this run
-    const pid_t child = ForkChild();
-    if (child > 0) {
-        return child;
-    }
-    int code = kExitDone;
-    try {
-        ::dup2(::open(job.log().c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666), STDERR_FILENO);
-        RunJob(job, options, pages);
-    } catch (const std::exception& error) {
-        PrintNotice(error.what());
-        code = kExitFailed;
-    }
-    std::fflush(nullptr);
-    ::_exit(code); // the parent's destructors must not run here
+    Store(job, result);
 }
 
 // Runs jobs, several at once, and shows their results in the sets' order.
@@ -187,14 +122,16 @@ class Batch {
 public:
     Batch(const std::vector<DumpSet>& sets, const ReplayOptions& options,
           const ReplayAllOptions& all, bool json)
-        : sets_(sets), options_(options), jobs_(static_cast<std::size_t>(all.jobs)),
-          pages_(all.pages), json_(json), results_(sets.size()) {}
+        : sets_(sets), options_(options), all_(all), json_(json), results_(sets.size()) {}
 
     void Start(const Job& job) {
-        while (running_.size() >= jobs_) {
+        while (running_.size() >= static_cast<std::size_t>(all_.jobs)) {
             FinishOne();
         }
-        running_.emplace(StartJob(job, options_, pages_), job);
+        std::error_code ignored;
+        fs::remove(job.result(), ignored); // so that what is found later is of this run
+        const pid_t child = StartProcess(job.log(), [&] { RunJob(job, options_, all_); });
+        running_.emplace(child, job);
     }
 
     // Waits for a copy of the same set that is running.
@@ -211,15 +148,17 @@ public:
         ++counts_[status];
         failed_ += IsFinal(status) ? 0 : 1;
         ++done_;
-        if (pages_ != nullptr) {
-            pages_->Add(job.name(), status, reason, result["tile"]);
+        if (all_.pages != nullptr) {
+            all_.pages->Add(job.name(), status, reason, result["tile"]);
         }
         result.erase("key");
         result.erase("tile");
         result["set"] = job.set.name();
         result["doneBefore"] = before;
         results_[job.row] = std::move(result);
-        for (; !json_ && printed_ < done_ && !results_[printed_].is_null(); ++printed_) {
+        for (;
+             !json_ && !all_.reference.given() && printed_ < done_ && !results_[printed_].is_null();
+             ++printed_) {
             Print(results_[printed_]);
             results_[printed_] = true; // its report is needed no more
         }
@@ -233,29 +172,33 @@ public:
 
     // Returns the exit code.
     int Finish(const std::vector<std::string>& written) {
-        std::vector<std::string> counts;
-        for (const auto& [status, count] : counts_) {
-            counts.push_back(fmt::format("{} {}", count, status));
+        const bool comparing = all_.reference.given();
+        if (comparing) {
+            SortByDifference(results_);
         }
+        const auto exceeding = static_cast<std::size_t>(std::ranges::count_if(
+            results_, [&](const Json& r) { return comparing && Exceeds(r, all_.failAbove); }));
         if (json_) {
-            std::printf("%s", JsonText({{"sets", sets_.size()},
-                                        {"counts", counts_},
-                                        {"results", results_},
-                                        {"error", mistake_.empty() ? Json() : Json(mistake_)},
-                                        {"written", written}})
-                                  .c_str());
+            Json json{{"sets", sets_.size()}, {"counts", counts_}};
+            if (comparing) {
+                json["exceeding"] = exceeding;
+            }
+            json.update({{"results", results_},
+                         {"error", mistake_.empty() ? Json() : Json(mistake_)},
+                         {"written", written}});
+            std::printf("%s", JsonText(json).c_str());
         } else {
-            std::printf("%zu sets: %s\n", sets_.size(), Joined(counts, ", ").c_str());
-        }
-        for (std::size_t i = 0; !json_ && i < written.size(); ++i) {
-            PrintText("wrote " + written[i] + "\n");
+            PrintSummary(exceeding, written);
         }
         if (!mistake_.empty()) {
             PrintNotice("some results are not stored: " + mistake_);
         }
-        return !mistake_.empty() || counts_.contains(kUnreadable)     ? kExitWrongUse
-               : counts_[kEqual] + counts_[kRendered] == sets_.size() ? kExitDone
-                                                                      : kExitFailed;
+        const bool good =
+            comparing ? exceeding == 0
+                      : counts_[status::kEqual] + counts_[status::kRendered] == sets_.size();
+        return !mistake_.empty() || counts_.contains(status::kUnreadable) ? kExitWrongUse
+               : good                                                     ? kExitDone
+                                                                          : kExitFailed;
     }
 
 private:
@@ -265,6 +208,22 @@ private:
                               result["set"].get<std::string>(), reason.empty() ? "" : ": ", reason,
                               result["doneBefore"] == true ? " (done before)" : ""));
         std::fflush(stdout);
+    }
+
+    void PrintSummary(std::size_t exceeding, const std::vector<std::string>& written) const {
+        std::vector<std::string> counts;
+        for (const auto& [status, count] : counts_) {
+            counts.push_back(fmt::format("{} {}", count, status));
+        }
+        std::string text = fmt::format("{} sets: {}\n", sets_.size(), fmt::join(counts, ", "));
+        if (all_.reference.given()) {
+            text = ComparisonTable(results_, all_.failAbove) + text +
+                   fmt::format("{} of them differ by more than accepted\n", exceeding);
+        }
+        for (const std::string& file : written) {
+            text += "wrote " + file + "\n";
+        }
+        PrintText(text);
     }
 
     std::string ProgressText() const {
@@ -290,27 +249,23 @@ private:
             return;
         }
         const Job& job = ended.mapped();
-        const bool exited = WIFEXITED(status) && WEXITSTATUS(status) == kExitDone;
-        const auto result = exited ? StoredResult(job) : std::nullopt;
+        const auto result = EndedWell(status) ? StoredResult(job) : std::nullopt;
         ++ran_;
         Show(job, result ? *result : Lost(job, status), false);
     }
 
     // The result of a job that stored none.
     Json Lost(const Job& job, int status) {
-        const std::string what = WIFSIGNALED(status) ? SignalInWords(WTERMSIG(status)) : kFailed;
-        std::string reason = "it left no result, see " + job.log().string();
-        if (std::string mistake = MistakeIn([&] { Store(job, what, reason, {}, {}); });
-            !mistake.empty()) {
-            reason = mistake_ = std::move(mistake);
+        Json result = Result(StatusOfEnd(status), "it left no result, see " + job.log().string());
+        if (const std::string mistake = MistakeIn([&] { Store(job, result); }); !mistake.empty()) {
+            result["reason"] = mistake_ = mistake;
         }
-        return {{"status", what}, {"reason", reason}};
+        return result;
     }
 
     const std::vector<DumpSet>& sets_;
     const ReplayOptions& options_;
-    const std::size_t jobs_;
-    ReplayPages* const pages_;
+    const ReplayAllOptions& all_;
     const bool json_;
     const Progress::Clock::time_point start_ = Progress::Clock::now();
     std::map<pid_t, Job> running_;
@@ -327,7 +282,12 @@ private:
 
 int ReplayAll(const fs::path& place, const fs::path& output, const ReplayAllOptions& all, bool json,
               const ReplayOptions& options) {
-    const Json commonKey = KeyOf(options, FindLibraries(options));
+    Json commonKey = KeyOf(options, FindLibraries(options));
+    if (all.reference.given()) {
+        const ReplayOptions reference = OptionsOf(all.reference, options);
+        const Json key = KeyOf(reference, FindLibraries(reference));
+        commonKey["reference"] = {key["node"], key["engine"]};
+    }
     std::vector<DumpSet> sets = FindDumpSets({place});
     CheckOptions(sets, options);
     for (const DumpSet& set : sets) {
@@ -350,8 +310,7 @@ int ReplayAll(const fs::path& place, const fs::path& output, const ReplayAllOpti
         if (result && (all.merge || (IsFinal((*result)["status"]) && whole))) {
             batch.Show(job, *result, !all.merge);
         } else if (all.merge) {
-            batch.Show(job, {{"status", kMissing}, {"reason", "not run with these options"}},
-                       false);
+            batch.Show(job, Result(status::kMissing, "not run with these options"), false);
         } else {
             batch.Start(job);
         }

@@ -1,0 +1,224 @@
+#include "tools/replay/build_comparison.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+#include <optional>
+#include <tuple>
+
+#include <fmt/core.h>
+
+#include "host/picture/file_bytes.h"
+#include "tools/files/interruption.h"
+#include "tools/files/output_folder.h"
+#include "tools/run/device_folder.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char kReferenceFile[] = "reference.json";
+constexpr DumpRole kComparedRoles[] = {DumpRole::kOutput, DumpRole::kDisparity};
+
+// Whatever else became of it, a replay that published can be compared.
+Json ResultOfPublished(const Replayed& replayed, const char* otherwise) {
+    const bool published = replayed.result.published.has_value();
+    return Result(published ? otherwise : status::kFailed, ReasonOf(replayed));
+}
+
+// Leaves output and disparity in the folder, and what became of the replay.
+void WriteReference(const DumpSet& set, const ReplayOptions& options, const fs::path& folder,
+                    const fs::path& log) {
+    const Json result = ResultOf(
+        [&] {
+            const Replayed replayed = Replay(set, options);
+            for (const auto& [name, bytes] : replayed.files) {
+                if (std::ranges::count(kComparedRoles, ParseDumpName(name)->role) > 0) {
+                    WriteFile(folder / name, bytes);
+                }
+            }
+            Json made = ResultOfPublished(replayed, status::kRendered);
+            if (const auto& published = replayed.result.published) {
+                made["depthEffectInfo"] = published->result.depthEffectInfo;
+            }
+            return made;
+        },
+        log);
+    OutputFolder output(folder);
+    output.Write(kReferenceFile, JsonText(result));
+    output.Commit();
+}
+
+// The set as if the reference build had dumped it.
+DumpSet SetOfReference(const DumpSet& set, const fs::path& folder) {
+    const DumpSet made = FindDumpSet(folder);
+    DumpSet result = set;
+    for (const DumpRole role : kComparedRoles) {
+        result.files[static_cast<std::size_t>(role)] = made.file(role);
+    }
+    return result;
+}
+
+// The largest share and the lowest PSNR of any plane. `due`: there should be a difference, so that
+// without one a picture is missing or has another size.
+Json SummaryOf(const std::optional<PictureDifference>& difference, bool due) {
+    if (!difference) {
+        return {{"share", due ? 1 : 0}, {"psnr", nullptr}, {"ssim", nullptr}};
+    }
+    double share = 0;
+    std::optional<double> psnr;
+    for (const PlaneDifference& plane : difference->planes) {
+        share = std::max(share, plane.share());
+        if (plane.psnr) {
+            psnr = std::min(*plane.psnr, psnr.value_or(*plane.psnr));
+        }
+    }
+    return {{"share", share}, {"psnr", OrNull(psnr)}, {"ssim", difference->ssim}};
+}
+
+Json Compared(const DumpSet& set, const Replayed& replayed, const Json& reference) {
+    const std::int32_t before = reference["depthEffectInfo"];
+    const std::int32_t now = replayed.result.published->result.depthEffectInfo;
+    const bool disparitySame = replayed.disparityDifference
+                                   ? replayed.disparityDifference->identical()
+                                   : !replayed.disparityDue;
+    const bool equal = before == now && disparitySame && replayed.outputDifference &&
+                       replayed.outputDifference->identical() && replayed.result.complaints.empty();
+    Json report = ToJson(set, replayed);
+    report["equal"] = equal;
+    report["comparison"] = {
+        {"depthEffectInfo", {before, now}},
+        {"output", SummaryOf(replayed.outputDifference, true)},
+        {"disparity", SummaryOf(replayed.disparityDifference, replayed.disparityDue)}};
+    std::string reason = equal ? "" : ReasonOf(replayed);
+    if (before != now) {
+        reason = fmt::format("depthEffectInfo {}, now {}{}{}", before, now,
+                             reason.empty() ? "" : "; ", reason);
+    }
+    return Result(equal ? status::kEqual : status::kDiffers, reason, report);
+}
+
+constexpr double kIdentical = std::numeric_limits<double>::infinity(); // PSNR in dB
+
+struct PictureSummary {
+    double share = 0;
+    double psnr = kIdentical;
+    std::optional<double> ssim;
+
+    explicit PictureSummary(const Json& json)
+        : share(json.at("share")),
+          psnr(json.at("psnr").is_null() ? kIdentical : json.at("psnr").get<double>()) {
+        if (!json.at("ssim").is_null()) {
+            ssim = json.at("ssim");
+        }
+    }
+};
+
+// What Compared has put into the report.
+struct Comparison {
+    int effectBefore = 0;
+    int effectNow = 0;
+    PictureSummary output;
+    PictureSummary disparity;
+
+    explicit Comparison(const Json& json)
+        : effectBefore(json.at("depthEffectInfo").at(0)),
+          effectNow(json.at("depthEffectInfo").at(1)), output(json.at("output")),
+          disparity(json.at("disparity")) {}
+
+    bool sameEffect() const { return effectBefore == effectNow; }
+};
+
+// Nothing where the builds could not be compared, or the stored result is damaged.
+std::optional<Comparison> ComparisonOf(const Json& result) {
+    try {
+        return std::optional<Comparison>(result.at("report").at("comparison"));
+    } catch (const Json::exception&) {
+        return std::nullopt;
+    }
+}
+
+// Smaller for what is to be seen first.
+std::tuple<bool, bool, double, double> RankOf(const Json& result) {
+    const auto found = ComparisonOf(result);
+    return found ? std::tuple(true, found->sameEffect(), found->output.psnr, found->disparity.psnr)
+                 : std::tuple(false, false, 0.0, 0.0);
+}
+
+std::string Percent(double share) {
+    return fmt::format("{:.3g} %", 100 * share);
+}
+
+std::string Decibels(double psnr) {
+    return psnr == kIdentical ? "-" : fmt::format("{:.2f}", psnr);
+}
+
+} // namespace
+
+ReplayOptions OptionsOf(const ReferenceBuild& reference, ReplayOptions options) {
+    options.node = reference.node.empty() ? options.node : reference.node;
+    options.engine = reference.engine.empty() ? options.engine : reference.engine;
+    return options;
+}
+
+Json ReplayInBoth(const DumpSet& set, const ReplayOptions& reference, const ReplayOptions& options,
+                  const fs::path& log, const PageWriter& page) {
+    const TemporaryFolder folder;
+    const fs::path referenceLog = folder.path() / "reference.log";
+    int end = 0;
+    AwaitChild(
+        StartProcess(referenceLog, [&] { WriteReference(set, reference, folder.path(), log); }),
+        end);
+    // Both builds' messages stand in one file.
+    const Bytes messages = ReadFileBytes(referenceLog);
+    fmt::print(stderr, "the reference build:\n{}the build under test:\n",
+               std::string(messages.begin(), messages.end()));
+    if (!EndedWell(end)) {
+        return Result(StatusOfEnd(end), "the reference build left no result, see " + log.string());
+    }
+    const Json made = Json::parse(ReadFileBytes(folder.path() / kReferenceFile));
+    if (made["status"] != status::kRendered) {
+        return Result(made["status"], "the reference build: " + made["reason"].get<std::string>());
+    }
+    const Replayed replayed = Replay(SetOfReference(set, folder.path()), options);
+    if (!replayed.result.published) {
+        return ResultOfPublished(replayed, status::kFailed);
+    }
+    Json result = Compared(set, replayed, made);
+    result["tile"] = page(replayed);
+    return result;
+}
+
+void SortByDifference(std::vector<Json>& results) {
+    std::ranges::stable_sort(results, {}, RankOf);
+}
+
+bool Exceeds(const Json& result, double share) {
+    const auto found = ComparisonOf(result);
+    return !found || !found->sameEffect() ||
+           std::max(found->output.share, found->disparity.share) > share;
+}
+
+std::string ComparisonTable(const std::vector<Json>& results, double failAbove) {
+    static constexpr char kRow[] = "{:<2}{:>8} {:>6} {:>7} {:>9} {:>6}  {:<10} {}\n";
+    std::string table =
+        fmt::format(kRow, "", "output", "PSNR", "SSIM", "disparity", "PSNR", "effect", "set");
+    for (const Json& result : results) {
+        const char* const mark = Exceeds(result, failAbove) ? "!" : "";
+        const std::string set = result["set"];
+        if (const auto found = ComparisonOf(result)) {
+            const auto& [output, disparity] = std::tie(found->output, found->disparity);
+            const std::string effect =
+                found->sameEffect()
+                    ? std::to_string(found->effectNow)
+                    : fmt::format("{} -> {}", found->effectBefore, found->effectNow);
+            table += fmt::format(kRow, mark, Percent(output.share), Decibels(output.psnr),
+                                 output.ssim ? fmt::format("{:.4f}", *output.ssim) : "-",
+                                 Percent(disparity.share), Decibels(disparity.psnr), effect, set);
+        } else {
+            table += fmt::format("{:<2}{}: {}: {}\n", mark, result["status"].get<std::string>(),
+                                 set, result["reason"].get<std::string>());
+        }
+    }
+    return table;
+}

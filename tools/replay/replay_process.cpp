@@ -1,0 +1,86 @@
+#include "tools/replay/replay_process.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <exception>
+#include <optional>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fmt/core.h>
+#include <fmt/ranges.h>
+
+#include "host/picture/errors.h"
+#include "tools/files/console.h"
+#include "tools/files/interruption.h"
+
+Json Result(const std::string& status, const std::string& reason, const Json& report,
+            const Json& tile) {
+    return {{"status", status}, {"reason", reason}, {"report", report}, {"tile", tile}};
+}
+
+Json ResultOf(const std::function<Json()>& replay, const std::filesystem::path& log) {
+    try {
+        return replay();
+    } catch (const UseError& error) {
+        return Result(status::kUnreadable, error.what());
+    } catch (const ChildFailure& error) {
+        return Result(error.what(), "see " + log.string());
+    } catch (const std::exception& error) {
+        return Result(status::kFailed, error.what());
+    }
+}
+
+std::string ReasonOf(const Replayed& replayed) {
+    for (const auto* list : {&replayed.reasons, &replayed.result.complaints}) {
+        if (!list->empty()) {
+            return list->front();
+        }
+    }
+    std::vector<std::string> words;
+    const auto add = [&words](const char* what, const std::optional<PictureDifference>& found) {
+        if (!found || found->identical()) {
+            return;
+        }
+        std::uint64_t count = 0;
+        int largest = 0;
+        for (const PlaneDifference& plane : found->planes) {
+            count += plane.differing;
+            largest = std::max(largest, plane.largest);
+        }
+        words.push_back(
+            fmt::format("{} differs in {} samples, by {} at most", what, count, largest));
+    };
+    add("output", replayed.outputDifference);
+    add("disparity", replayed.disparityDifference);
+    return fmt::format("{}", fmt::join(words.empty() ? replayed.notes : words, "; "));
+}
+
+pid_t StartProcess(const std::filesystem::path& log, const std::function<void()>& action) {
+    const pid_t child = ForkChild();
+    if (child > 0) {
+        return child;
+    }
+    int code = kExitDone;
+    try {
+        ::dup2(::open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666), STDERR_FILENO);
+        action();
+    } catch (const std::exception& error) {
+        PrintNotice(error.what());
+        code = kExitFailed;
+    }
+    std::fflush(nullptr);
+    ::_exit(code); // the parent's destructors must not run here
+}
+
+bool EndedWell(int status) {
+    return WIFEXITED(status) && WEXITSTATUS(status) == kExitDone;
+}
+
+std::string StatusOfEnd(int status) {
+    return WIFSIGNALED(status) ? SignalInWords(WTERMSIG(status)) : status::kFailed;
+}
