@@ -7,6 +7,8 @@
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "host/picture/text.h"
+
 namespace {
 
 constexpr std::uint8_t kPaper = 255; // white, in each channel
@@ -61,19 +63,6 @@ double MarkStep(Range range) {
 std::string MarkText(double value, double step) {
     const int decimals = std::max(0, static_cast<int>(-std::floor(std::log10(step))));
     return fmt::format("{:.{}f}", value + 0.0, decimals);
-}
-
-constexpr int kFont = cv::FONT_HERSHEY_PLAIN;
-
-cv::Size TextSize(const std::string& text, int scale) {
-    int belowBaseline = 0;
-    return cv::getTextSize(text, kFont, scale, scale, &belowBaseline);
-}
-
-// Black, with its lower left corner at x, y.
-void DrawText(RgbImage& picture, int x, int y, const std::string& text, int scale) {
-    cv::Mat pixels(picture.height, picture.width, CV_8UC3, picture.bytes.data());
-    cv::putText(pixels, text, {x, y}, kFont, scale, {}, scale, cv::LINE_AA);
 }
 
 // The places of the picture's parts. They grow with the map, so that the text of a large picture

@@ -254,6 +254,53 @@ TEST_F(ReplayTest, TwoBuildsAreComparedWithTheLargestDifferenceFirst) {
     EXPECT_EQ(NamesIn(folder_ / "tmp"), Names{});
 }
 
+TEST_F(ReplayTest, SweepsShowEachValueInASheet) {
+    const SyntheticCapture capture = Make(995, 1).front();
+    const auto sweep = [&](const Names& more, int exitCode) {
+        const ToolRun run = Replay(capture, more);
+        EXPECT_EQ(run.exitCode, exitCode) << run.errors;
+        return run;
+    };
+    const ToolRun both =
+        sweep({"--sweep", "blur=0,60", "--sweep", "focus=31,42/60,70", "-o", "swept", "--json"}, 0);
+    const auto report = nlohmann::json::parse(both.output);
+    ASSERT_EQ(report["results"].size(), 4);
+    EXPECT_EQ(report["results"][1]["values"], "blur 60, focus 31,42");
+    EXPECT_EQ(report["results"][1]["report"]["parameters"]["blur"], 60);
+    EXPECT_EQ(report["written"].size(), 5);
+    sweep({"--blur", "60", "--focus", "60,70", "-o", "one"}, 1);
+    const fs::path last = folder_ / "swept" / (capture.stem + "_blur-60-focus-60-70.png");
+    EXPECT_EQ(ReadText(last), ReadText(folder_ / "one" / (capture.stem + "_output.png")));
+    const RgbImage picture = ReadImageFile(last);
+    const RgbImage sheet = ReadImageFile(folder_ / "swept" / (capture.stem + "_sweep.png"));
+    const int left = (sheet.width + 8) / 2; // two columns with margins of 8
+    const int top = sheet.height - 8 - picture.height;
+    for (int i = 0; i < std::min(picture.width, picture.height); ++i) {
+        ASSERT_EQ(ColourAt(sheet, left + i, top + i), ColourAt(picture, i, i));
+    }
+
+    const ToolRun failing =
+        sweep({"--sweep", "blur=7,20", "--engine", CHANGED_ENGINE, "-o", "failing"}, 1);
+    EXPECT_THAT(failing.output, HasSubstr("failed     blur 7: "));
+    EXPECT_THAT(failing.output, HasSubstr("rendered   blur 20\n"));
+    const ToolRun crashing = sweep({"--sweep", "focus=31,42/60,70", "--node", ENDING_NODE, "--set",
+                                    "test.end=crash", "-o", "failing"},
+                                   1);
+    EXPECT_THAT(crashing.output, HasSubstr("crashed: signal 6 (Aborted) focus 60,70: "));
+
+    const std::pair<Names, const char*> refused[] = {
+        {{"--sweep", "blur=0,101"}, "--sweep: expected 0 to 100"},
+        {{"--sweep", "blur="}, "--sweep"},
+        {{"--sweep", "focus=1"}, "X,Y"},
+        {{"--sweep", "focus=31,42/99999,1"}, "99999,1"},
+        {{"--sweep", "zoom=1"}, "blur=0,20,40 or focus="},
+        {{"--sweep", "blur=1", "--sweep", "blur=2"}, "one sweep of blur and one of focus"}};
+    for (const auto& [words, said] : refused) {
+        EXPECT_THAT(sweep(words, 2).errors, HasSubstr(said));
+    }
+    EXPECT_FALSE(fs::exists(folder_ / "replayed"));
+}
+
 TEST_F(ReplayTest, ShardsOfOneFolderMakeUpTheWhole) {
     Make(2000, 6);
     fs::create_directory(folder_ / "mount");

@@ -5,6 +5,7 @@
 #include <iterator>
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <thread>
 
@@ -19,6 +20,7 @@
 #include "tools/files/progress.h"
 #include "tools/inspect/inspection.h"
 #include "tools/replay/replay.h"
+#include "tools/replay/sweep.h"
 #include "tools/report/overview.h"
 #include "tools/report/report_contents.h"
 
@@ -31,6 +33,7 @@ struct ReplayCommandOptions {
     fs::path output;
     bool all = false;
     ReplayAllOptions allOptions;
+    std::vector<std::vector<SweepValue>> sweeps;
     bool json = false;
     fs::path report;
     ReplayOptions replay;
@@ -135,6 +138,11 @@ int ReplayOne(const ReplayCommandOptions& options) {
 }
 
 int Run(const ReplayCommandOptions& options) {
+    const fs::path output = options.output.empty() ? "replayed" : options.output;
+    if (!options.sweeps.empty()) {
+        return ReplaySweeps(FindDumpSet(options.place), output, options.sweeps,
+                            options.allOptions.jobs, options.json, options.replay);
+    }
     if (!options.all) {
         return ReplayOne(options);
     }
@@ -143,8 +151,7 @@ int Run(const ReplayCommandOptions& options) {
     if (!options.report.empty()) {
         all.pages = &overview.emplace(options.report, options.place);
     }
-    return ReplayAll(options.place, options.output.empty() ? "replayed" : options.output, all,
-                     options.json, options.replay);
+    return ReplayAll(options.place, output, all, options.json, options.replay);
 }
 
 void AddAllOptions(Command& command, ReplayCommandOptions& options) {
@@ -153,8 +160,8 @@ void AddAllOptions(Command& command, ReplayCommandOptions& options) {
                  "differing before, by the output folder, is not run again");
     ReplayAllOptions& all = options.allOptions;
     all.jobs = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
-    command.Integer("--jobs", "N", 1, 1024, all.jobs, "sets at once (default: one a core)")
-        .Needs("--all");
+    command.Integer("--jobs", "N", 1, 1024, all.jobs,
+                    "sets, or pictures of --sweep, at once (default: one a core)");
     command
         .Value(
             "--shard", "K/N",
@@ -191,6 +198,55 @@ void AddAllOptions(Command& command, ReplayCommandOptions& options) {
         .Excludes("--shard");
 }
 
+// The values between the separators.
+std::vector<Argument> Split(const Argument& argument, const std::string& text, char separator) {
+    std::vector<Argument> values;
+    std::istringstream stream(text + separator);
+    for (std::string value; std::getline(stream, value, separator);) {
+        values.push_back({argument.name, value});
+    }
+    return values;
+}
+
+std::vector<SweepValue> ParseSweep(const Argument& argument) {
+    const std::string& text = argument.text;
+    const auto valuesOf = [&](const std::string& name, char separator) {
+        return text.starts_with(name) ? Split(argument, text.substr(name.size()), separator)
+                                      : std::vector<Argument>();
+    };
+    std::vector<SweepValue> values;
+    for (const Argument& value : valuesOf("blur=", ',')) {
+        values.emplace_back().blur = static_cast<std::uint32_t>(value.Integer(0, 100));
+    }
+    for (const Argument& value : valuesOf("focus=", '/')) {
+        const auto n = value.Integers("X,Y");
+        values.emplace_back().focus = Point{n[0], n[1]};
+    }
+    if (values.empty()) {
+        argument.Refuse("blur=0,20,40 or focus=175,75/300,200");
+    }
+    return values;
+}
+
+void AddSweep(Command& command, std::vector<std::vector<SweepValue>>& sweeps) {
+    command
+        .Repeated(
+            "--sweep", "NAME=VALUES",
+            [&sweeps](const Argument& argument) {
+                const auto values = ParseSweep(argument);
+                if (sweeps.size() == 2 || (sweeps.size() == 1 && sweeps[0][0].blur.has_value() ==
+                                                                     values[0].blur.has_value())) {
+                    argument.Refuse("one sweep of blur and one of focus");
+                }
+                sweeps.push_back(values);
+            },
+            "replay with each of these values, blur=0,20,40 or\nfocus=X,Y/X,Y, and write each "
+            "output and a contact sheet; the\nsecond of two sweeps goes down the sheet")
+        .Excludes("--all")
+        .Excludes("--report")
+        .Excludes("--trace");
+}
+
 void AddChanges(Command& command, ReplayOptions& options) {
     AddRequestOptions(command, options, "as dumped");
     command.Flag("--no-faces", options.noFaces, "leave the dumped faces out").Excludes("--face");
@@ -213,12 +269,13 @@ std::function<int()> PrepareReplay(Command command) {
     command.Path("-o,--output", "DIR", options->output,
                  "write the new dumps, the output as PNG and, where it\ndiffers, by how much; not "
                  "into the set's own folder. With\n--all each set's result as JSON and its log "
-                 "(default with\n--all: replayed)");
+                 "(default with\n--all and --sweep: replayed)");
     AddAllOptions(command, *options);
     command.Flag("--json", options->json, "say it as JSON");
     AddReportOption(command, options->report);
     AddChanges(command, options->replay);
     AddRunOptions(command, options->replay);
+    AddSweep(command, options->sweeps);
     command.Footer(
         "Builds the request again that the node dumped, runs it and compares output and\n"
         "disparity with the dumped ones. With the same engine and calibration they are the\n"
@@ -229,6 +286,7 @@ std::function<int()> PrepareReplay(Command command) {
         "      --calibration dualcam_cali.bin\n"
         "  bokehnode replay camera/IMG_20240131_235959 --blur 80 -o replayed\n"
         "  bokehnode replay camera/IMG_20240131_235959 --log 6 --report replayed.html\n"
+        "  bokehnode replay camera/IMG_20240131_235959 --sweep blur=0,20,40,60,80,100\n"
         "  bokehnode replay camera --all --shard 2/8 --timeout 60 -o replayed\n"
         "  bokehnode replay camera --all --merge -o replayed --report all.html\n"
         "  bokehnode replay camera --all --against-engine released.so --fail-above 0.01\n"

@@ -44,9 +44,7 @@ void WriteReference(const DumpSet& set, const ReplayOptions& options, const fs::
             return made;
         },
         log);
-    OutputFolder output(folder);
-    output.Write(kReferenceFile, JsonText(result));
-    output.Commit();
+    WriteJson(folder / kReferenceFile, result);
 }
 
 // The set as if the reference build had dumped it.

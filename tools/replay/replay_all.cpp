@@ -87,11 +87,9 @@ std::optional<Json> StoredResult(const Job& job) {
 }
 
 void Store(const Job& job, const Json& result) {
-    OutputFolder folder(job.files.parent_path());
     Json stored{{"key", job.key}};
     stored.update(result);
-    folder.Write(job.result().filename().string(), JsonText(stored));
-    folder.Commit();
+    WriteJson(job.result(), stored);
 }
 
 Json ReplayAlone(const DumpSet& set, const ReplayOptions& options, const PageWriter& page) {

@@ -17,6 +17,7 @@
 #include "host/picture/errors.h"
 #include "tools/files/console.h"
 #include "tools/files/interruption.h"
+#include "tools/files/output_folder.h"
 
 Json Result(const std::string& status, const std::string& reason, const Json& report,
             const Json& tile) {
@@ -58,6 +59,12 @@ std::string ReasonOf(const Replayed& replayed) {
     add("output", replayed.outputDifference);
     add("disparity", replayed.disparityDifference);
     return fmt::format("{}", fmt::join(words.empty() ? replayed.notes : words, "; "));
+}
+
+void WriteJson(const std::filesystem::path& file, const Json& json) {
+    OutputFolder folder(file.parent_path());
+    folder.Write(file.filename().string(), JsonText(json));
+    folder.Commit();
 }
 
 pid_t StartProcess(const std::filesystem::path& log, const std::function<void()>& action) {

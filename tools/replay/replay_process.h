@@ -35,6 +35,8 @@ Json ResultOf(const std::function<Json()>& replay, const std::filesystem::path& 
 // Why the replay failed or differs, in a few words.
 std::string ReasonOf(const Replayed& replayed);
 
+void WriteJson(const std::filesystem::path& file, const Json& json);
+
 // Performs the action in a new process, whose standard error is this file. Returns its id.
 pid_t StartProcess(const std::filesystem::path& log, const std::function<void()>& action);
 

@@ -1,0 +1,168 @@
+#include "tools/replay/sweep.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <optional>
+
+#include <fmt/core.h>
+
+#include "host/picture/errors.h"
+#include "host/picture/image_file.h"
+#include "host/picture/nv12.h"
+#include "host/picture/text.h"
+#include "tools/files/interruption.h"
+#include "tools/files/output_folder.h"
+#include "tools/files/progress.h"
+#include "tools/replay/replay_process.h"
+#include "tools/run/device_folder.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// One replay of the sweep.
+struct Step {
+    ReplayOptions options;
+    std::string label; // "blur 20, focus 175,75"
+    std::string name;  // "blur-20-focus-175-75", for files
+};
+
+void Apply(const SweepValue& value, Step& step) {
+    const auto add = [&step](const std::string& option, const std::string& text) {
+        step.label += fmt::format("{}{} {}", step.label.empty() ? "" : ", ", option, text);
+        step.name += fmt::format("{}{}-{}", step.name.empty() ? "" : "-", option, text);
+        std::ranges::replace(step.name, ',', '-');
+    };
+    if (value.blur) {
+        step.options.blur = value.blur;
+        add("blur", std::to_string(*value.blur));
+    }
+    if (value.focus) {
+        step.options.focus = value.focus;
+        add("focus", fmt::format("{},{}", value.focus->x, value.focus->y));
+    }
+}
+
+std::vector<Step> StepsOf(const std::vector<std::vector<SweepValue>>& sweeps,
+                          const ReplayOptions& options) {
+    std::vector<Step> steps;
+    const std::vector<SweepValue> once(1);
+    for (const SweepValue& down : sweeps.size() > 1 ? sweeps[1] : once) {
+        for (const SweepValue& across : sweeps.front()) {
+            Step& step = steps.emplace_back(Step{options, {}, {}});
+            Apply(across, step);
+            Apply(down, step);
+        }
+    }
+    return steps;
+}
+
+// The files of a step in the temporary folder.
+struct StepFiles {
+    StepFiles(const fs::path& folder, const Step& step)
+        : picture(folder / (step.name + ".png")), result(folder / (step.name + ".json")),
+          log(folder / (step.name + ".log")) {}
+
+    fs::path picture;
+    fs::path result;
+    fs::path log;
+};
+
+void RunStep(const DumpSet& set, const Step& step, const StepFiles& files) {
+    const auto replay = [&] {
+        const Replayed replayed = Replay(set, step.options);
+        if (replayed.result.published) {
+            WriteFile(files.picture, EncodePng(Nv12ToRgb(replayed.output)));
+        }
+        return Result(replayed.failed() ? status::kFailed : status::kRendered,
+                      replayed.failed() ? ReasonOf(replayed) : "", ToJson(set, replayed));
+    };
+    WriteJson(files.result, ResultOf(replay, files.log));
+}
+
+// Runs all steps; results and pictures lie in the folder then.
+void RunSteps(const DumpSet& set, const std::vector<Step>& steps, const fs::path& folder,
+              int jobs) {
+    std::map<pid_t, const Step*> running;
+    std::size_t ended = 0;
+    const auto finishOne = [&] {
+        int end = 0;
+        std::optional<Progress> progress(std::in_place,
+                                         fmt::format("{} of {} done", ended, steps.size()));
+        const auto step = running.extract(AwaitChild(-1, end));
+        progress.reset(); // its thread must have ended before the next fork
+        ++ended;
+        const StepFiles files(folder, *step.mapped());
+        if (!EndedWell(end)) {
+            WriteJson(files.result, Result(StatusOfEnd(end), "it left no result"));
+        }
+    };
+    for (const Step& step : steps) {
+        while (running.size() >= static_cast<std::size_t>(jobs)) {
+            finishOne();
+        }
+        const StepFiles files(folder, step);
+        running.emplace(StartProcess(files.log, [&] { RunStep(set, step, files); }), &step);
+    }
+    while (!running.empty()) {
+        finishOne();
+    }
+}
+
+} // namespace
+
+int ReplaySweeps(const DumpSet& set, const fs::path& output,
+                 const std::vector<std::vector<SweepValue>>& sweeps, int jobs, bool json,
+                 const ReplayOptions& options) {
+    const std::vector<Step> steps = StepsOf(sweeps, options);
+    for (const Step& step : steps) {
+        CheckFocus(set, step.options);
+    }
+    RefuseSetsFolder(output, set);
+    OutputFolder folder(output);
+    const TemporaryFolder temporary;
+    RunSteps(set, steps, temporary.path(), jobs);
+
+    constexpr int kCellSide = 640; // pixels of a picture in the sheet at most
+    std::vector<LabelledPicture> pictures;
+    Json results = Json::array();
+    bool rendered = true;
+    for (const Step& step : steps) {
+        const StepFiles files(temporary.path(), step);
+        Json result = Json::parse(ReadFileBytes(files.result));
+        const std::string status = result["status"];
+        const std::string reason = result["reason"];
+        rendered = rendered && status == status::kRendered;
+        LabelledPicture& cell = pictures.emplace_back(
+            LabelledPicture{{}, step.label + (status == status::kRendered ? "" : ": " + status)});
+        const std::string name = set.stem + "_" + step.name + ".png";
+        if (fs::exists(files.picture)) {
+            const Bytes bytes = ReadFileBytes(files.picture);
+            folder.Write(name, bytes);
+            cell.picture = Reduced(ReadImageFile(files.picture), kCellSide);
+        } else {
+            folder.Drop(name);
+        }
+        if (!json) {
+            std::printf("%-10s %s%s%s\n", status.c_str(), step.label.c_str(),
+                        reason.empty() ? "" : ": ", reason.c_str());
+        }
+        result["values"] = step.label;
+        results.push_back(std::move(result));
+    }
+    folder.Write(set.stem + "_sweep.png",
+                 EncodePng(ContactSheet(pictures, static_cast<int>(sweeps.front().size()))));
+    folder.Commit();
+    if (json) {
+        std::printf(
+            "%s",
+            JsonText({{"set", set.name()}, {"results", results}, {"written", folder.written()}})
+                .c_str());
+    } else {
+        for (const std::string& file : folder.written()) {
+            std::printf("wrote %s\n", file.c_str());
+        }
+    }
+    return rendered ? kExitDone : kExitFailed;
+}
