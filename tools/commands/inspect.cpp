@@ -3,11 +3,15 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <deque>
 #include <filesystem>
+#include <future>
 #include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include <fmt/format.h>
@@ -38,7 +42,6 @@ struct InspectOptions {
 
 std::vector<std::string> WritePictures(const Inspection& inspection, const fs::path& output,
                                        const std::string& name) {
-    const Progress progress("writing the pictures of " + name);
     OutputFolder folder(output);
     for (const DumpRole role : {DumpRole::kMain, DumpRole::kAux, DumpRole::kOutput}) {
         if (const auto& image = inspection.image(role)) {
@@ -77,11 +80,18 @@ public:
         }
     }
 
-    void Add(const std::string& name, const Report& report) {
+    // On any thread. Returns the tile of a set of many.
+    Json Write(const std::string& name, const Report& report) {
         if (page_) {
             page_->Write(report);
-        } else if (overview_) {
-            overview_->Add(overview_->WritePage(name, report));
+            return {};
+        }
+        return overview_->WritePage(name, report);
+    }
+
+    void Add(const Json& tile) {
+        if (overview_) {
+            overview_->Add(tile);
         }
     }
 
@@ -122,24 +132,53 @@ private:
 struct Inspected {
     Inspection inspection;
     std::vector<std::string> written;
+    Json tile;
 };
 
 Inspected InspectOne(const InspectOptions& options, const DumpSet& set, const std::string& name,
                      Pages& pages) {
     Inspected inspected;
-    std::optional<Progress> progress("inspecting " + name);
     inspected.inspection = Inspect(set);
-    progress.reset();
     if (!options.output.empty()) {
         inspected.written = WritePictures(inspected.inspection, options.output, name);
     }
     if (pages.wanted()) {
         Report report = ReportOf(inspected.inspection);
         AddPictureLinks(report, options, inspected.inspection, name);
-        pages.Add(name, report);
+        inspected.tile = pages.Write(name, report);
     }
     return inspected;
 }
+
+// Inspects the sets in their order, several at once.
+class Inspecting {
+public:
+    Inspecting(const InspectOptions& options, const std::vector<DumpSet>& sets,
+               const std::vector<std::string>& names, Pages& pages)
+        : options_(options), sets_(sets), names_(names), pages_(pages) {}
+
+    // Throws what stopped this set's inspection.
+    Inspected Next() {
+        const std::size_t atOnce = std::max(1u, std::thread::hardware_concurrency());
+        for (; started_ < sets_.size() && running_.size() < atOnce; ++started_) {
+            running_.push_back(std::async(std::launch::async, [this, i = started_] {
+                return InspectOne(options_, sets_[i], names_[i], pages_);
+            }));
+        }
+        const Progress progress("inspecting " + names_[started_ - running_.size()]);
+        std::future<Inspected> first = std::move(running_.front());
+        running_.pop_front();
+        return first.get();
+    }
+
+private:
+    const InspectOptions& options_;
+    const std::vector<DumpSet>& sets_;
+    const std::vector<std::string>& names_;
+    Pages& pages_;
+    std::size_t started_ = 0;
+    std::deque<std::future<Inspected>> running_;
+};
 
 // "wrong      camera/IMG_20240131_235959: 740x500, blur 100, focus 370,180, looks wrong: names".
 std::string Row(const Inspection& inspection) {
@@ -198,9 +237,11 @@ int InspectAll(const InspectOptions& options) {
     Json report = Json::array();
     const std::vector<std::string> names = DistinctNames(sets);
     std::size_t wrong = 0;
+    Inspecting inspecting(options, sets, names, pages);
     for (std::size_t i = 0; i < sets.size(); ++i) {
         const std::string mistake = MistakeIn([&] {
-            const Inspected inspected = InspectOne(options, sets[i], names[i], pages);
+            const Inspected inspected = inspecting.Next();
+            pages.Add(inspected.tile);
             wrong += inspected.inspection.findings.empty() ? 0 : 1;
             report.push_back(Show(options, inspected, details));
         });

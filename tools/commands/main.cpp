@@ -2,12 +2,19 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <functional>
+#include <limits>
 #include <map>
 #include <string>
+
+#include <malloc.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include "host/picture/errors.h"
 #include "tools/commands/commands.h"
@@ -43,6 +50,22 @@ int Run(int argc, char** argv) {
     return chosen.empty() ? kExitDone : run[chosen]();
 }
 
+// Pictures are made and dropped all the time. Without this each would get new pages, and the system
+// takes longer to provide and clear these than most steps take to fill them.
+void KeepMemory() {
+    constexpr std::size_t kRoom = std::size_t{1} << 29; // address space alone until it is used
+    ::mallopt(M_ARENA_MAX, 1);
+    ::mallopt(M_MMAP_MAX, 0);
+    ::mallopt(M_TRIM_THRESHOLD, std::numeric_limits<int>::max());
+    if (void* const room = std::malloc(kRoom)) {
+        const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+        const auto start = reinterpret_cast<std::uintptr_t>(room);
+        const std::size_t before = (page - start % page) % page;
+        ::madvise(static_cast<char*>(room) + before, kRoom - page, MADV_HUGEPAGE);
+        std::free(room);
+    }
+}
+
 // Prints the error on standard error and, with --json, on standard output too. The words are
 // searched for --json, since the options may be what could not be read.
 int Report(const std::string& error, int code, int argc, char** argv) {
@@ -67,6 +90,7 @@ int WithOutputWritten(int code) {
 
 int main(int argc, char** argv) {
     WatchForInterruption();
+    KeepMemory();
     int code = kExitDone;
     try {
         const std::string mistake = MistakeIn([&] { code = Run(argc, argv); });

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <future>
 #include <iterator>
 #include <memory>
 #include <optional>
@@ -89,10 +90,14 @@ Json ReportJson(const Rendered& rendered) {
 // The files appear in the folder only when the caller commits.
 void WriteResults(OutputFolder& folder, const Rendered& rendered) {
     const Progress progress("writing the results");
-    folder.Write("output.png", EncodePng(Nv12ToRgb(*rendered.request.output)));
     const auto size = rendered.outcome.result.published->depthPictureSize;
-    if (const auto disparity = DisparityPicture(*rendered.request.depth, size)) {
-        folder.Write("disparity.png", EncodePng(*disparity));
+    auto disparityPng = std::async(std::launch::async, [&] {
+        const auto disparity = DisparityPicture(*rendered.request.depth, size);
+        return disparity ? std::optional(EncodePng(*disparity)) : std::nullopt;
+    });
+    folder.Write("output.png", EncodePng(Nv12ToRgb(*rendered.request.output)));
+    if (const auto png = disparityPng.get()) {
+        folder.Write("disparity.png", *png);
     } else {
         folder.Drop("disparity.png");
         if (size > 0) {

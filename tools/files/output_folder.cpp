@@ -58,6 +58,9 @@ OutputFolder::OutputFolder(const fs::path& folder)
         const auto delay = DelayInterruption();
         if (::mkdir(missing.c_str(), 0777) != 0) {
             const int reason = errno;
+            if (reason == EEXIST && fs::is_directory(missing)) {
+                continue; // another thread or program was faster
+            }
             for (auto made = made_.rbegin(); made != made_.rend(); ++made) {
                 ::rmdir(made->c_str());
             }
