@@ -48,6 +48,7 @@ public:
 std::string SignalInWords(int signal);
 
 // Goes on in a child, so that a crash or a hang of what follows ends the child alone. Returns in
-// the child, which also removes what was registered here. This process waits and exits with its code, without destructors, or throws a
-// ChildFailure if it crashes or runs for longer than `seconds`.
+// the child, which also removes what was registered here. This process waits and exits with the
+// child's code, without destructors, or throws a ChildFailure if it crashes or runs for longer than
+// `seconds`.
 void ContinueInChild(std::optional<int> seconds);

@@ -11,6 +11,7 @@
 #include "host/picture/image_file.h"
 #include "host/picture/nv12.h"
 #include "host/picture/text.h"
+#include "tools/files/console.h"
 #include "tools/files/interruption.h"
 #include "tools/files/output_folder.h"
 #include "tools/files/progress.h"
@@ -145,8 +146,8 @@ int ReplaySweeps(const DumpSet& set, const fs::path& output,
             folder.Drop(name);
         }
         if (!json) {
-            std::printf("%-10s %s%s%s\n", status.c_str(), step.label.c_str(),
-                        reason.empty() ? "" : ": ", reason.c_str());
+            PrintText(fmt::format("{:<10} {}{}{}\n", status, step.label, reason.empty() ? "" : ": ",
+                                  reason));
         }
         result["values"] = step.label;
         results.push_back(std::move(result));
@@ -161,7 +162,7 @@ int ReplaySweeps(const DumpSet& set, const fs::path& output,
                 .c_str());
     } else {
         for (const std::string& file : folder.written()) {
-            std::printf("wrote %s\n", file.c_str());
+            PrintText("wrote " + file + "\n");
         }
     }
     return rendered ? kExitDone : kExitFailed;
