@@ -2,7 +2,12 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <functional>
+#include <future>
+#include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -83,14 +88,12 @@ std::optional<int> HeightByLength(const DumpSet& set, const DumpFile& file) {
     return std::nullopt;
 }
 
-void CheckLayout(Inspection& inspection, const DumpFile& file) {
+std::optional<Finding> FindWrongLayout(const Inspection& inspection, const DumpFile& file) {
     const DumpRole role = file.name.role;
     const Bytes& bytes = inspection.bytes[static_cast<std::size_t>(role)];
     if (const auto pitch = WrongPitch(file, bytes)) {
-        inspection.Report(
-            Problem::kPitch, role,
-            fmt::format("{}, but its rows repeat every {} bytes", Named(file), *pitch));
-        return;
+        return Finding{Problem::kPitch, role,
+                       fmt::format("{}, but its rows repeat every {} bytes", Named(file), *pitch)};
     }
     const std::size_t expected = ImageBytes(file.name);
     auto height = WrongHeight(inspection.set, file, bytes);
@@ -98,16 +101,18 @@ void CheckLayout(Inspection& inspection, const DumpFile& file) {
         height = HeightByLength(inspection.set, file);
     }
     if (height) {
-        inspection.Report(
+        return Finding{
             Problem::kHeight, role,
-            fmt::format("{}, but its chroma starts after {} rows", Named(file), *height));
-    } else if (file.bytes != expected) {
-        const bool truncated = file.bytes < expected;
-        inspection.Report(truncated ? Problem::kTruncated : Problem::kGrown, role,
-                          fmt::format("{}, expected {} bytes, found {}{}", Named(file), expected,
-                                      file.bytes,
-                                      truncated ? "" : "; the end is left of a longer file"));
+            fmt::format("{}, but its chroma starts after {} rows", Named(file), *height)};
     }
+    if (file.bytes != expected) {
+        const bool truncated = file.bytes < expected;
+        return Finding{truncated ? Problem::kTruncated : Problem::kGrown, role,
+                       fmt::format("{}, expected {} bytes, found {}{}", Named(file), expected,
+                                   file.bytes,
+                                   truncated ? "" : "; the end is left of a longer file")};
+    }
+    return std::nullopt;
 }
 
 } // namespace
@@ -138,15 +143,22 @@ void CheckPresence(Inspection& inspection) {
 }
 
 void CheckImageLayouts(Inspection& inspection) {
+    std::vector<std::future<std::optional<Finding>>> layouts; // on all cores
     for (const DumpRole role : {DumpRole::kMain, DumpRole::kAux, DumpRole::kOutput}) {
         const auto& file = inspection.set.file(role);
         if (file && inspection.image(role)) {
-            CheckLayout(inspection, *file);
+            layouts.push_back(std::async(std::launch::async, FindWrongLayout, std::cref(inspection),
+                                         std::cref(*file)));
         } else if (file) {
             inspection.Report(Problem::kNames, role,
                               fmt::format("{}, expected an even pitch, two rows to {}x{}, and a "
                                           "size near that of the file's {} bytes",
                                           Named(*file), kLongestPitch, kLongestSide, file->bytes));
+        }
+    }
+    for (auto& layout : layouts) {
+        if (auto finding = layout.get()) {
+            inspection.findings.push_back(std::move(*finding));
         }
     }
 }

@@ -1,6 +1,7 @@
 #include "tools/inspect/inspection.h"
 
 #include <algorithm>
+#include <future>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -100,9 +101,14 @@ Inspection Inspect(const DumpSet& set, const std::string& engineFailure) {
             inspection.parameters = std::move(text.values);
         }
     }
+    std::vector<std::future<void>> reading;
     for (const DumpRole role :
          {DumpRole::kMain, DumpRole::kAux, DumpRole::kOutput, DumpRole::kDisparity}) {
-        ReadImage(inspection, role);
+        reading.push_back(
+            std::async(std::launch::async, [&inspection, role] { ReadImage(inspection, role); }));
+    }
+    for (auto& image : reading) {
+        image.get();
     }
     for (const InspectionCheck check : kChecks) {
         check(inspection);
