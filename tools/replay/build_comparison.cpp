@@ -75,8 +75,8 @@ Json SummaryOf(const std::optional<PictureDifference>& difference, bool due) {
 }
 
 Json Compared(const DumpSet& set, const Replayed& replayed, const Json& reference) {
-    const std::int32_t before = reference["depthEffectInfo"];
-    const std::int32_t now = replayed.result.published->result.depthEffectInfo;
+    const std::uint32_t before = reference["depthEffectInfo"];
+    const std::uint32_t now = replayed.result.published->result.depthEffectInfo;
     const bool disparitySame = replayed.disparityDifference
                                    ? replayed.disparityDifference->identical()
                                    : !replayed.disparityDue;
@@ -114,8 +114,8 @@ struct PictureSummary {
 
 // What Compared has put into the report.
 struct Comparison {
-    int effectBefore = 0;
-    int effectNow = 0;
+    std::uint32_t effectBefore = 0;
+    std::uint32_t effectNow = 0;
     PictureSummary output;
     PictureSummary disparity;
 
