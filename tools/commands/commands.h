@@ -14,5 +14,6 @@ std::function<int()> PrepareConvert(Command command);   // dumps to PNG and pict
 std::function<int()> PrepareDiff(Command command);      // compares two pictures
 std::function<int()> PrepareCalibrate(Command command); // the stand-in engine's calibration file
 std::function<int()> PrepareLog(Command command);       // what a phone's log tells
+std::function<int()> PrepareView(Command command);      // dump sets in a live page
 // A shell's completion of `program`, made from its commands and options.
 std::function<int()> PrepareCompletion(Command command, const Program& program);

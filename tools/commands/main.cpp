@@ -44,6 +44,7 @@ int Run(int argc, char** argv) {
     add("diff", "compare two pictures or dumps", PrepareDiff);
     add("calibrate", "make or show the engine's calibration file", PrepareCalibrate);
     add("log", "tell from a phone's log what its nodes did", PrepareLog);
+    add("view", "show dump sets in a browser, live: click to focus", PrepareView);
     add("completion", "print a shell's completion of this program", PrepareCompletion, program);
     add("help", "show the options of a command", PrepareHelp, program);
     const std::string chosen = program.Parse(argc, argv);

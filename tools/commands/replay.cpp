@@ -247,16 +247,6 @@ void AddSweep(Command& command, std::vector<std::vector<SweepValue>>& sweeps) {
         .Excludes("--trace");
 }
 
-void AddChanges(Command& command, ReplayOptions& options) {
-    AddRequestOptions(command, options, "as dumped");
-    command.Flag("--no-faces", options.noFaces, "leave the dumped faces out").Excludes("--face");
-    command.Flag("--skip-bokeh", options.skipBokeh, "ask for the disparity but no rendering");
-    command.Integer("--main-width", "PIXELS", 2, kLongestSide, options.mainWidth,
-                    "pixels in a row of the main image (default: as the set\ntells)");
-    command.Integer("--aux-width", "PIXELS", 2, kLongestSide, options.auxWidth,
-                    "the same of the aux image");
-}
-
 } // namespace
 
 std::function<int()> PrepareReplay(Command command) {
@@ -273,8 +263,7 @@ std::function<int()> PrepareReplay(Command command) {
     AddAllOptions(command, *options);
     command.Flag("--json", options->json, "say it as JSON");
     AddReportOption(command, options->report);
-    AddChanges(command, options->replay);
-    AddRunOptions(command, options->replay);
+    AddReplayChanges(command, options->replay);
     AddSweep(command, options->sweeps);
     command.Footer(
         "Builds the request again that the node dumped, runs it and compares output and\n"

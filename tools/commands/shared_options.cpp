@@ -117,6 +117,17 @@ void AddRunOptions(Command& command, RunOptions& options) {
     command.Path("--engine", "FILE", options.engine, "the engine's library");
 }
 
+void AddReplayChanges(Command& command, ReplayOptions& options) {
+    AddRequestOptions(command, options, "as dumped");
+    command.Flag("--no-faces", options.noFaces, "leave the dumped faces out").Excludes("--face");
+    command.Flag("--skip-bokeh", options.skipBokeh, "ask for the disparity but no rendering");
+    command.Integer("--main-width", "PIXELS", 2, kLongestSide, options.mainWidth,
+                    "pixels in a row of the main image (default: as the set\ntells)");
+    command.Integer("--aux-width", "PIXELS", 2, kLongestSide, options.auxWidth,
+                    "the same of the aux image");
+    AddRunOptions(command, options);
+}
+
 std::string FailureHelp() {
     std::string help = "\n\nCalls for --fail, what it means that they fail, and RESULT if none is "
                        "given:\n";

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "tools/commands/options.h"
+#include "tools/replay/replay.h"
 #include "tools/run/run_options.h"
 
 // What several commands take or say, under one name and in one way.
@@ -16,6 +17,9 @@ void AddRequestOptions(Command& command, RequestOptions& options, const std::str
 // What the node runs in: calibration, debug view, log mask, properties, failures, timeout,
 // libraries.
 void AddRunOptions(Command& command, RunOptions& options);
+
+// What a replay changes, and what it runs in.
+void AddReplayChanges(Command& command, ReplayOptions& options);
 
 // The calls that --fail of AddRunOptions knows, for the end of the help.
 std::string FailureHelp();

@@ -119,9 +119,11 @@ let blinked = false;
 let blinkTimer = 0;
 let gain = 4;
 let planeShown = false;
+let depth = null; // of field
+let views = [];
+let onTap = null; // if set, gets the pixel of a tap, which then does nothing else
 
 const layerOf = (name) => ({ key: name, picture: pictures[name], paint: paintPicture });
-const depth = data.depthOfField;
 
 function showNames(before, after) {
   for (const [id, name] of [["beforeName", before], ["afterName", after]]) {
@@ -242,8 +244,6 @@ function makeViews() {
   }
   return views;
 }
-
-const views = makeViews();
 
 // The stage is as wide as the page, but leaves room in height for its buttons; in full screen it
 // takes all that these leave by the style sheet.
@@ -396,7 +396,8 @@ function pressStage(event) {
     return;
   }
   travelled = 0;
-  const slides = view.name === "Slider" && (place.zoom === 1 || event.target.id === "divide");
+  const slides = view.name === "Slider" &&
+    ((place.zoom === 1 && !onTap) || event.target.id === "divide");
   drag = slides ? "divide" : "picture";
   if (slides) setDivide((100 * point[0]) / byId("stage").clientWidth);
   setSpot(pixelAt(point), event.pointerType !== "mouse");
@@ -428,6 +429,7 @@ function moveOnStage(event) {
 
 function releaseStage(event) {
   if (!pressed.delete(event.pointerId)) return;
+  const divided = drag === "divide";
   drag = "picture"; // by the finger that stays after a pinch
   if (event.type === "pointercancel") return;
   if (travelled > TAP_PIXELS || pressed.size > 0) return;
@@ -438,7 +440,11 @@ function releaseStage(event) {
     toggleRealPixels(point);
     showHelp();
   }
-  if (view.name === "Blink") setBlinked(!blinked);
+  if (onTap) {
+    if (!divided && pixelAt(point)) onTap(pixelAt(point));
+  } else if (view.name === "Blink") {
+    setBlinked(!blinked);
+  }
 }
 
 // The wheel zooms; what it cannot make smaller it scrolls.
@@ -497,7 +503,8 @@ const keys = {
 keys["="] = keys["+"];
 
 function pressKey(event) {
-  if (event.ctrlKey || event.altKey || event.metaKey || event.target.tagName === "SELECT") return;
+  if (event.ctrlKey || event.altKey || event.metaKey) return;
+  if (["SELECT", "INPUT"].includes(event.target.tagName)) return;
   const onDivide = event.target.id === "divide";
   if (event.target.id === "log") return;
   if (event.key.startsWith("Arrow")) {
@@ -530,13 +537,7 @@ async function loadRest() {
 }
 
 function startViewer() {
-  if (views.length === 0) return;
   byId("viewer").hidden = false;
-  byId("views").replaceChildren(
-    ...views.map((each, i) => makeButton(each.name, String(i + 1), () => showView(each))));
-  for (const [i, { before, after }] of data.comparisons.entries()) {
-    byId("pair").append(new Option(`${before} | ${after}`, i));
-  }
   byId("pair").addEventListener("change", () => {
     pair = data.comparisons[Number(byId("pair").value)];
     region = -1;
@@ -554,7 +555,23 @@ function startViewer() {
   });
   window.addEventListener("resize", fitStage);
   new ResizeObserver(() => moveTo(place.zoom, place.x, place.y)).observe(byId("stage"));
-  showView(views[0]);
+}
+
+// The views of the data; of the kind and the pair that were shown before, if there are such.
+function showViewer() {
+  tiles.clear();
+  const samePair = ({ before, after }) => before === pair?.before && after === pair.after;
+  pair = data.comparisons.find(samePair) ?? data.comparisons[0];
+  depth = data.depthOfField;
+  region = -1;
+  views = makeViews();
+  if (views.length === 0) return;
+  byId("views").replaceChildren(
+    ...views.map((each, i) => makeButton(each.name, String(i + 1), () => showView(each))));
+  byId("pair").replaceChildren(...data.comparisons.map(
+    (each, i) => new Option(`${each.before} | ${each.after}`, i, each === pair, each === pair)));
+  if (!view) startViewer();
+  showView(views.find(({ name }) => name === view?.name) ?? views[0]);
   untilDone(loadRest().catch(() => {})); // showView() tells what cannot be shown
 }
 
@@ -578,7 +595,9 @@ function showFindings() {
   document.title = `${data.title} – ${data.command}`;
   byId("verdict").textContent = data.verdict.text;
   byId("verdict").className = data.verdict.kind;
+  document.querySelector("header .findings")?.remove();
   byId("verdict").after(findingsOf(["wrong"]));
+  byId("sections").replaceChildren();
   const rest = findingsOf(["good", "note"]);
   if (rest.children.length) addSection("Notes").append(rest);
 }
@@ -668,7 +687,12 @@ function showLog() {
   section.append(log);
 }
 
-showFindings();
-showSections();
-showLog();
-startViewer();
+function showData(next) {
+  takeData(next);
+  showFindings();
+  showSections();
+  showLog();
+  showViewer();
+}
+
+showData(data);

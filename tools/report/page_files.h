@@ -8,5 +8,6 @@ extern const std::string_view kPageCss;
 extern const std::string_view kPicturesJs;
 extern const std::string_view kStageJs;
 extern const std::string_view kPageJs;
+extern const std::string_view kLiveJs;
 extern const std::string_view kOverviewHtml;
 extern const std::string_view kOverviewJs;

@@ -37,15 +37,38 @@ std::string Filled(std::string_view rest,
     return page += rest;
 }
 
+// `nonce`: the attribute of style and script elements that the policy asks for, or empty. `more`:
+// what follows the page's scripts.
+std::string CapturePage(const Json& data, const std::string& pictures, std::string_view policy,
+                        std::string_view nonce, std::string_view more) {
+    return Filled(kPageHtml, {{"{policy}", policy},
+                              {"{nonce}", nonce},
+                              {"{page.css}", kPageCss},
+                              {"{data}", ScriptText(data)},
+                              {"{pictures}", pictures},
+                              {"{nonce}", nonce},
+                              {"{pictures.js}", kPicturesJs},
+                              {"{nonce}", nonce},
+                              {"{stage.js}", kStageJs},
+                              {"{nonce}", nonce},
+                              {"{page.js}", kPageJs},
+                              {"{more}", more}});
+}
+
 } // namespace
 
 std::string CapturePage(const nlohmann::ordered_json& data, const std::string& pictures) {
-    return Filled(kPageHtml, {{"{page.css}", kPageCss},
-                              {"{data}", ScriptText(data)},
-                              {"{pictures}", pictures},
-                              {"{pictures.js}", kPicturesJs},
-                              {"{stage.js}", kStageJs},
-                              {"{page.js}", kPageJs}});
+    return CapturePage(data, pictures,
+                       "default-src 'none'; img-src data:; style-src 'unsafe-inline'; "
+                       "script-src 'unsafe-inline'",
+                       "", "");
+}
+
+std::string LivePage(const nlohmann::ordered_json& data, const std::string& policy,
+                     const std::string& nonce) {
+    const std::string attribute = fmt::format(" nonce=\"{}\"", nonce);
+    return CapturePage(data, "", policy, attribute,
+                       fmt::format("<script{}>{}</script>\n", attribute, kLiveJs));
 }
 
 std::string OverviewPage(const nlohmann::ordered_json& data) {

@@ -9,6 +9,10 @@
 
 // `data`: for the page's script. `pictures`: elements with the parts of pictures that it names.
 std::string CapturePage(const nlohmann::ordered_json& data, const std::string& pictures);
+// The page of one capture that a server shows: it asks the server for its pictures. `policy`: what
+// the browser may load and run; of scripts and styles only those with the nonce.
+std::string LivePage(const nlohmann::ordered_json& data, const std::string& policy,
+                     const std::string& nonce);
 std::string OverviewPage(const nlohmann::ordered_json& data);
 
 // A link from a page in this folder. All bytes of a name are escaped that could mean anything but

@@ -1,9 +1,9 @@
 "use strict";
 
-// Where the data comes from: the page holds it. A server's page would ask for it here.
+// Where the data comes from: the page holds it. A server's page gets more of it later.
 
 // What the tool knows of the run. All of it is put in as text, never as markup.
-const data = JSON.parse(document.getElementById("data").textContent);
+let data = JSON.parse(document.getElementById("data").textContent);
 
 // The bytes of a part of a picture, by the name that the data has for it.
 async function bytesOf(part) {
@@ -40,17 +40,21 @@ async function decodePart(part) {
   return { width: canvas.width, values: new Uint8Array(new Uint32Array(pixels.buffer)) };
 }
 
-// The planes of a picture, whose parts stand one below the other: luma, or the one plane of a map;
-// and below luma U on the left and V on the right.
-async function decodePlanes({ size: [width, height], parts }) {
+// The planes of a picture, whose parts stand one below the other.
+async function decodePlanes({ size, parts }) {
   const strips = await Promise.all(parts.map(decodePart));
-  const pitch = strips[0].width;
   const all = new Uint8Array(strips.reduce((sum, { values }) => sum + values.length, 0));
   let end = 0;
   for (const { values } of strips) {
     all.set(values, end);
     end += values.length;
   }
+  return planesOf(size, strips[0].width, all);
+}
+
+// The planes in rows of `pitch` numbers: luma, or the one plane of a map; and below luma U on the
+// left and V on the right.
+function planesOf([width, height], pitch, all) {
   const cut = (left, top, columns, rows) => {
     if (columns === pitch) {
       return { width: columns, height: rows, values: all.subarray(top * pitch, (top + rows) * pitch) };
@@ -138,22 +142,28 @@ function differenceOf(before, after) {
 const decoding = new Map(); // planes by the names of their parts, which pictures may share
 
 function makePicture(name, entry, combine) {
-  return new Picture(name, entry.size, combine, () => {
+  return new Picture(name, entry.size, combine, async () => {
     const key = entry.parts.join();
     if (!decoding.has(key)) decoding.set(key, decodePlanes(entry));
     return decoding.get(key);
   });
 }
 
-const pictures = Object.fromEntries(Object.entries(data.pictures).map(
-  ([name, entry]) => [name, makePicture(name, entry, mean)]));
-const disparity = data.disparity && makePicture("disparity", data.disparity, sampled);
-for (const pair of data.comparisons) {
-  const [before, after] = [pictures[pair.before], pictures[pair.after]];
-  pair.difference = new Picture("difference", before.size, largest, async () => {
-    await Promise.all([before.ready(), after.ready()]);
-    return differenceOf(before.levels[0], after.levels[0]);
-  });
+let pictures = {};
+let disparity = null;
+
+function takeData(next) {
+  data = next;
+  pictures = Object.fromEntries(Object.entries(data.pictures).map(
+    ([name, entry]) => [name, makePicture(name, entry, mean)]));
+  disparity = data.disparity && makePicture("disparity", data.disparity, sampled);
+  for (const each of data.comparisons) {
+    const [before, after] = [pictures[each.before], pictures[each.after]];
+    each.difference = new Picture("difference", before.size, largest, async () => {
+      await Promise.all([before.ready(), after.ready()]);
+      return differenceOf(before.levels[0], after.levels[0]);
+    });
+  }
 }
 
 // --- Where a difference is ---

@@ -61,6 +61,28 @@ host::Image NumbersOf(const host::Image& image, int width) {
     return numbers;
 }
 
+int RowsOfPart(const host::Image& samples) {
+    return std::max(1, kPartPixels / samples.width());
+}
+
+// The parts of a picture as PNG files in Base64, in elements of their names.
+std::string PartElements(const Report::Numbers& numbers) {
+    const host::Image& samples = numbers.samples;
+    const int rows = RowsOfPart(samples);
+    std::vector<std::future<std::string>> encoded;
+    for (int top = 0; top < samples.height(); top += rows) {
+        encoded.push_back(std::async(std::launch::async, [&samples, top, rows] {
+            return Base64(EncodePng(samples, top, std::min(rows, samples.height() - top)));
+        }));
+    }
+    std::string elements;
+    for (std::size_t i = 0; i < encoded.size(); ++i) {
+        elements += fmt::format("<script type=\"text/plain\" id=\"{}\">{}</script>\n",
+                                numbers.parts[i], encoded[i].get());
+    }
+    return elements;
+}
+
 std::string Thumbnail(const host::Image& image) {
     constexpr int kSide = 240; // pixels; twice what a tile shows on screens of twice the density
     constexpr int kQuality = 70;
@@ -113,20 +135,13 @@ void Report::AddFinding(Kind kind, const std::string& name, const std::string& t
 }
 
 Json Report::NumbersJson(const host::Image& image, int width) {
-    const host::Image numbers = NumbersOf(image, width);
-    const int rows = std::max(1, kPartPixels / numbers.width());
-    std::vector<std::future<std::string>> encoded;
-    for (int top = 0; top < numbers.height(); top += rows) {
-        encoded.push_back(std::async(std::launch::async, [&numbers, top, rows] {
-            return Base64(EncodePng(numbers, top, std::min(rows, numbers.height() - top)));
-        }));
+    Numbers numbers{NumbersOf(image, width), {}};
+    for (int top = 0; top < numbers.samples.height(); top += RowsOfPart(numbers.samples)) {
+        numbers.parts.push_back(fmt::format("part{}.{}", numbers_.size(), numbers.parts.size()));
     }
-    Json names = Json::array();
-    for (std::future<std::string>& part : encoded) {
-        names.push_back(fmt::format("part{}", parts_.size()));
-        parts_.push_back(part.get());
-    }
-    return {{"size", {width, image.height()}}, {"parts", names}};
+    const Json parts = numbers.parts;
+    numbers_.push_back(std::move(numbers));
+    return {{"size", {width, image.height()}}, {"parts", parts}};
 }
 
 void Report::AddPicture(const std::string& name, const host::Image& image) {
@@ -233,9 +248,8 @@ std::string Report::Page(const fs::path& folder) const {
             {{"name", name}, {"file", file.filename().string()}, {"target", LinkTo(file, folder)}});
     }
     std::string pictures;
-    for (std::size_t i = 0; i < parts_.size(); ++i) {
-        pictures +=
-            fmt::format("<script type=\"text/plain\" id=\"part{}\">{}</script>\n", i, parts_[i]);
+    for (const Numbers& numbers : numbers_) {
+        pictures += PartElements(numbers);
     }
     return CapturePage(data, pictures);
 }

@@ -63,16 +63,26 @@ public:
     // focus, PSNR, and a thumbnail as Base64 of a JPEG file.
     nlohmann::ordered_json Tile() const;
 
+    // What the page's script is given. Its pictures name their parts, which are those of `numbers`.
+    const nlohmann::ordered_json& data() const { return data_; }
+
+    // All samples of a picture, one byte each: luma, and below it U on the left and V on the right.
+    struct Numbers {
+        host::Image samples;
+        std::vector<std::string> parts; // bands of rows from top to bottom, each a file in the page
+    };
+    const std::vector<Numbers>& numbers() const { return numbers_; }
+
     // The HTML page, which needs nothing else. `folder`: where it will stand, from which its links
     // are relative.
     std::string Page(const std::filesystem::path& folder) const;
 
 private:
-    // The samples of the first `width` columns for the page's script, added to `parts_`.
+    // The samples of the first `width` columns for the page's script, added to `numbers_`.
     nlohmann::ordered_json NumbersJson(const host::Image& image, int width);
 
-    nlohmann::ordered_json data_;    // for the page's script
-    std::vector<std::string> parts_; // PNG files as Base64, which `data_` names
+    nlohmann::ordered_json data_;
+    std::vector<Numbers> numbers_;
     std::vector<std::pair<std::string, std::filesystem::path>> links_;
     std::string thumbnail_;
     std::optional<double> psnr_;

@@ -15,7 +15,7 @@ const CURSOR_PIXELS = 14;
 // What is shown. A view has a name, the size of its pictures, and layers() of { key, picture,
 // paint }: one, or two that are divided; `paired` if these are the pair's.
 let view;
-let pair = data.comparisons[0]; // that views of two pictures show
+let pair; // of data.comparisons, that views of two pictures show
 let divide = 50; // percent of the stage's width that shows the first of two layers
 // `zoom`: 1 shows all of the picture. x, y: shares of the picture that stand in the stage's middle.
 const place = { zoom: 1, x: 0.5, y: 0.5 };

@@ -1,0 +1,127 @@
+// The live page of the built tool in a real browser. Environment: as report.test.mjs.
+
+import assert from "node:assert/strict";
+import { spawn } from "node:child_process";
+import { once } from "node:events";
+import { rmSync } from "node:fs";
+import path from "node:path";
+import { after, before, test } from "node:test";
+
+import { chromium } from "playwright-core";
+
+import { HEIGHT, Material, SQUARE, WIDTH } from "./material.mjs";
+
+let browser;
+let material;
+const tools = [];
+
+before(async () => {
+  const folder = path.resolve("live");
+  rmSync(folder, { recursive: true, force: true });
+  material = new Material(process.env.BOKEHNODE, folder);
+  material.run(0, "render", "left.png", "right.png", "-o", "scene", "--focus", "160,121", "--dump");
+  browser = await chromium.launch({ executablePath: process.env.CHROMIUM, args: ["--no-sandbox"] });
+});
+
+after(async () => {
+  await browser?.close();
+  for (const tool of tools) {
+    tool.kill();
+    await once(tool, "exit");
+  }
+});
+
+// The live page of the scene, with what the page shows at first; any message of the browser fails.
+async function open(t, options = {}, ...words) {
+  const tool = spawn(process.env.BOKEHNODE, ["view", "scene", ...words], { cwd: material.folder });
+  tools.push(tool);
+  const [address] = await once(tool.stdout.setEncoding("utf8"), "data");
+  const context = await browser.newContext({ viewport: { width: 1280, height: 1000 }, ...options });
+  const page = await context.newPage();
+  const trouble = [];
+  page.on("console", (message) => trouble.push(message.text()));
+  page.on("pageerror", (error) => trouble.push(error.message));
+  await page.goto(address.trim());
+  await shown(page, "");
+  t.after(async () => {
+    await page.screenshot({ path: `screenshots/${t.name.replaceAll(/\W+/g, "-")}.png` });
+    await context.close();
+    assert.deepEqual(trouble, []);
+  });
+  return page;
+}
+
+// Waits until the page shows the run of these options, and returns a checksum of its output.
+async function shown(page, options) {
+  await page.waitForFunction((ending) => !document.querySelector("#live[aria-busy]") &&
+    document.getElementById("line").textContent.match(/^bokehnode replay \S+(.*)$/)?.[1] === ending,
+  options && ` ${options}`);
+  return page.evaluate(async () => {
+    await pictures.output.ready();
+    return pictures.output.levels[0][0].values.reduce((sum, value) => (31 * sum + value) >>> 0, 7);
+  });
+}
+
+const NEAR = [160, 121];
+const FAR = [30, 200];
+
+async function clickAt(page, [x, y]) {
+  const box = await page.locator("#stage").boundingBox();
+  await page.mouse.click(box.x + ((x + 0.5) * box.width) / WIDTH, box.y + ((y + 0.5) * box.height) / HEIGHT);
+}
+
+test("a click is the focus, a slider the blur, and both can be undone", async (t) => {
+  const page = await open(t);
+  const dumped = await shown(page, "");
+  assert.ok(NEAR[0] > SQUARE.left && FAR[0] < SQUARE.left);
+  await clickAt(page, FAR);
+  const far = await shown(page, `--focus=${FAR}`);
+  assert.notEqual(far, dumped, "the picture follows");
+  assert.equal(await page.locator("#overlay .focus text").textContent(), `focus ${FAR}`);
+  assert.match(await page.locator("#verdict").textContent(), /^differs from the dump/);
+
+  const slider = page.getByRole("slider", { name: "Blur" });
+  assert.equal(await slider.inputValue(), "100");
+  await slider.fill("40");
+  const soft = await shown(page, `--focus=${FAR} --blur=40`);
+  assert.notEqual(soft, far);
+  await page.locator("#pin").click();
+  await page.locator("#undo").click();
+  assert.equal(await shown(page, `--focus=${FAR}`), far);
+  assert.equal(await slider.inputValue(), "100");
+  // What was pinned is compared with what is shown.
+  await page.getByRole("button", { name: "Difference" }).click();
+  await page.getByLabel("Compare").selectOption({ label: `A: focus ${FAR}, blur 40 | output` });
+  await page.locator("#scaleTitle", { hasText: /A: .* largest difference \d+/ }).waitFor();
+  await page.locator("#asDumped").click();
+  assert.equal(await shown(page, ""), dumped);
+});
+
+test("keys set the focus, and a narrow page has room for all", async (t) => {
+  const page = await open(t, { viewport: { width: 360, height: 740 }, hasTouch: true });
+  await page.keyboard.press("c");
+  await page.keyboard.press("Shift+ArrowLeft");
+  await page.keyboard.press("Enter");
+  await shown(page, `--focus=${NEAR[0] - 10},${NEAR[1]}`);
+  assert.equal(await page.evaluate(() => document.documentElement.scrollWidth), 360);
+});
+
+test("a drag leaves the last value, and a wrong one is said", async (t) => {
+  const page = await open(t);
+  await page.getByRole("slider", { name: "Blur" }).evaluate((slider) => {
+    for (let value = 90; value >= 20; value--) {
+      slider.value = value;
+      slider.dispatchEvent(new Event("input"));
+    }
+    slider.dispatchEvent(new Event("change"));
+  });
+  await shown(page, "--blur=20");
+  await page.locator("#undo").click();
+  await shown(page, "");
+  await page.getByLabel("Main crop").fill("9999999x9999999");
+  await page.getByLabel("Main crop").press("Enter");
+  await page.locator("#said.wrong", { hasText: "--main-crop: expected" }).waitFor();
+  await page.locator("#undo").click();
+  await clickAt(page, FAR);
+  await shown(page, `--focus=${FAR}`);
+});

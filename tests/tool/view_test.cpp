@@ -1,0 +1,382 @@
+// The live page's server: who it answers, what it runs, and what it leaves.
+
+#include <atomic>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <sstream>
+#include <thread>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fmt/format.h>
+#include <httplib.h>
+
+#include "tests/tool/tool_test.h"
+#include "tools/dumps/dump_set.h"
+#include "tools/files/json_text.h"
+#include "tools/view/worker.h"
+
+namespace fs = std::filesystem;
+using testing::ContainsRegex;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+// Processes of a group, but for those that have ended and wait to be asked how.
+int RunningIn(pid_t group) {
+    int running = 0;
+    for (const auto& entry : fs::directory_iterator("/proc")) {
+        const std::string facts =
+            ReadText(entry.path() / "stat"); // "PID (NAME) STATE PARENT GROUP ..."
+        std::istringstream rest(facts.empty() ? facts : facts.substr(facts.rfind(')') + 1));
+        char state = 'Z';
+        pid_t parent = 0;
+        pid_t itsGroup = 0;
+        rest >> state >> parent >> itsGroup;
+        running += itsGroup == group && state != 'Z' ? 1 : 0;
+    }
+    return running;
+}
+
+// A tool that serves, with all its processes in a group of their own.
+class Serving {
+public:
+    Serving(Names arguments, const fs::path& folder) {
+        arguments.insert(arguments.begin(), {BOKEHNODE, "view"});
+        int ends[2] = {};
+        EXPECT_EQ(::pipe(ends), 0);
+        process_ = ::fork();
+        if (process_ == 0) {
+            ::setpgid(0, 0);
+            ::setenv("TMPDIR", (folder / "tmp").c_str(), 1);
+            ::dup2(ends[1], STDOUT_FILENO);
+            ::close(ends[0]);
+            std::vector<char*> pointers;
+            for (std::string& argument : arguments) {
+                pointers.push_back(argument.data());
+            }
+            pointers.push_back(nullptr);
+            if (::chdir(folder.c_str()) == 0) {
+                ::execv(BOKEHNODE, pointers.data());
+            }
+            ::_exit(127);
+        }
+        ::close(ends[1]);
+        char character = 0;
+        while (::read(ends[0], &character, 1) == 1 && character != '\n') {
+            address_ += character;
+        }
+        ::close(ends[0]);
+        constexpr std::size_t kScheme = 7; // "http://"
+        const auto slash = address_.find('/', kScheme);
+        host_ = address_.substr(kScheme, slash - kScheme);
+        token_ = address_.substr(slash + 1, address_.size() - slash - 2);
+    }
+    ~Serving() {
+        if (process_ > 0) {
+            Interrupt();
+        }
+    }
+    Serving(const Serving&) = delete;
+    Serving& operator=(const Serving&) = delete;
+
+    const std::string& host() const { return host_; }
+    const std::string& token() const { return token_; }
+    std::string path(const std::string& end) const { return "/" + token_ + "/" + end; }
+    std::string origin() const { return "http://" + host_; }
+
+    // The signal that ended it. It takes its processes along.
+    int Interrupt() {
+        ::kill(process_, SIGTERM);
+        int status = 0;
+        ::waitpid(process_, &status, 0);
+        EXPECT_EQ(RunningIn(process_), 0) << "a process is left";
+        process_ = 0;
+        return WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+    }
+
+    int Status(const char* method, const std::string& path, const httplib::Headers& headers,
+               const std::string& body = "") const {
+        httplib::Client client(origin());
+        client.set_read_timeout(60);
+        httplib::Request request;
+        request.method = method;
+        request.path = path;
+        request.headers = headers;
+        request.body = body;
+        const httplib::Result result = client.send(request);
+        return result ? result->status : 0;
+    }
+
+    int Post(const Json& request, std::string* content = nullptr) const {
+        httplib::Client client(origin());
+        client.set_read_timeout(60);
+        const httplib::Result result =
+            client.Post(path("run"), {{"Origin", origin()}}, request.dump(), "application/json");
+        if (result && content != nullptr) {
+            *content = result->body;
+        }
+        return result ? result->status : 0;
+    }
+
+    // The JSON of the answer; `changes` null: the set as dumped.
+    Json Ask(const Json& changes) const {
+        std::string content;
+        EXPECT_EQ(Post({{"set", 0}, {"changes", changes}, {"have", Json::array()}}, &content), 200);
+        std::uint32_t length = 0;
+        if (content.size() < sizeof length) {
+            return {};
+        }
+        std::memcpy(&length, content.data(), sizeof length);
+        return Json::parse(content.substr(sizeof length, length));
+    }
+
+    Json Sets() const {
+        httplib::Client client(origin());
+        const httplib::Result result = client.Get(path("sets"));
+        return result ? Json::parse(result->body) : Json();
+    }
+
+private:
+    pid_t process_ = 0;
+    std::string address_;
+    std::string host_;
+    std::string token_;
+};
+
+std::string KeyOf(const Json& answer, const char* picture) {
+    const Json& data = answer["data"];
+    return (std::strcmp(picture, "disparity") == 0 ? data["disparity"]
+                                                   : data["pictures"][picture])["parts"][0];
+}
+
+class ViewTest : public CaptureTest {
+protected:
+    ViewTest() {
+        fs::create_directory(folder_ / "tmp");
+        std::signal(SIGPIPE, SIG_IGN); // a refused body need not be read
+    }
+};
+
+TEST_F(ViewTest, AnswersItsOwnPageAlone) {
+    Make(4000, 1);
+    const Serving view({"camera"}, folder_);
+    ASSERT_EQ(view.token().size(), 32U);
+    const httplib::Headers own{{"Origin", view.origin()}};
+    const std::string body = R"({"set":0,"changes":null,"have":[]})";
+    const auto post = [&](const httplib::Headers& headers) {
+        return view.Status("POST", view.path("run"), headers, body);
+    };
+    ASSERT_EQ(post(own), 200);
+
+    // Another name for this address, and other sites' pages.
+    const std::string port = view.host().substr(view.host().find(':'));
+    for (const std::string& host :
+         {"evil.example" + port, "localhost" + port, std::string("[::1]")}) {
+        EXPECT_EQ(view.Status("GET", view.path(""), {{"Host", host}}), 403) << host;
+        EXPECT_EQ(post({{"Host", host}, {"Origin", view.origin()}}), 403) << host;
+    }
+    for (const std::string& origin : {std::string("http://evil.example"), std::string("null"),
+                                      "https://" + view.host(), view.origin() + "0"}) {
+        EXPECT_EQ(post({{"Origin", origin}}), 403) << origin;
+        EXPECT_EQ(view.Status("GET", view.path("sets"), {{"Origin", origin}}), 403) << origin;
+    }
+    EXPECT_EQ(post({}), 403) << "a browser names the origin of every POST";
+
+    // No token, another one, and ways out of the folder.
+    for (const std::string& path :
+         {std::string("/"), std::string("/sets"), "/" + view.token().substr(1) + "0/sets",
+          "/" + view.token(), "/" + view.token() + "0/sets", view.path("../../etc/passwd"),
+          view.path("%2e%2e/%2e%2e/etc/passwd"), view.path("sets/../../../etc/passwd"),
+          view.path("camera"), view.path("/etc/passwd")}) {
+        const int status = view.Status("GET", path, {});
+        EXPECT_TRUE(status == 403 || status == 404) << path << ": " << status;
+    }
+    for (const char* method : {"PUT", "DELETE", "OPTIONS", "PATCH"}) {
+        EXPECT_EQ(view.Status(method, view.path("run"), own, body), 404) << method;
+    }
+
+    // Too long, of unknown length, and nothing that the page would ask.
+    EXPECT_NE(view.Status("POST", view.path("run"), own, std::string(1 << 20, '[')), 200);
+    EXPECT_EQ(view.Status("POST", view.path("run"),
+                          {{"Origin", view.origin()}, {"Transfer-Encoding", "chunked"}}, body),
+              413);
+    EXPECT_NE(view.Status("GET", view.path(std::string(100000, 'a')), {}), 200);
+    for (const char* wrong : {"", "[]", "{", "{\"have\":3}", "{\"set\":-1}", "{\"set\":1}",
+                              "{\"set\":\"/etc/passwd\"}", "\xff"}) {
+        const int status = view.Status("POST", view.path("run"), own, wrong);
+        EXPECT_TRUE(status == 400 || status == 404) << wrong << ": " << status;
+    }
+    // Files are numbers in a list, and other options no option at all.
+    const Json refused{
+        {"calibration", "/etc/passwd"}, {"node", 7}, {"trace", "trace.json"}, {"set", "a=b"}};
+    const std::string command = view.Ask(refused)["command"];
+    EXPECT_THAT(command, Not(ContainsRegex("passwd|node=|--node|trace|a=b")));
+    for (const Json& wrong : {Json{{"focus", "1,1 -o x"}}, Json{{"focus", {1.5, 2}}},
+                              Json{{"blur", 101}}, Json{{"focus", {99999, 1}}}}) {
+        EXPECT_TRUE(view.Ask(wrong).contains("error")) << wrong;
+    }
+
+    std::vector<std::thread> many;
+    std::vector<int> statuses(100);
+    for (int i = 0; i < 100; ++i) {
+        many.emplace_back([&, i] {
+            statuses[static_cast<std::size_t>(i)] =
+                view.Post({{"set", 0}, {"changes", {{"blur", i}}}});
+        });
+    }
+    for (std::thread& one : many) {
+        one.join();
+    }
+    EXPECT_THAT(statuses, testing::Each(testing::AnyOf(200, 409)));
+    EXPECT_TRUE(view.Ask({{"blur", 3}}).contains("data"));
+    EXPECT_EQ(NamesIn(folder_), (Names{"camera", "tmp"})) << "nothing is written";
+}
+
+TEST_F(ViewTest, PageMayLoadNothingElse) {
+    Make(4010, 1);
+    const Serving view({"camera"}, folder_);
+    httplib::Client client(view.origin());
+    const httplib::Result page = client.Get(view.path(""));
+    ASSERT_TRUE(page);
+    const std::string policy = page->get_header_value("Content-Security-Policy");
+    EXPECT_THAT(policy, HasSubstr("default-src 'none'"));
+    EXPECT_THAT(policy, Not(ContainsRegex("unsafe|\\*|http")));
+    EXPECT_THAT(page->body, Not(ContainsRegex("https?://")));
+    // Loopback alone: the port's line in the system's table.
+    const int port = std::stoi(view.host().substr(view.host().find(':') + 1));
+    const std::string listens = fmt::format(":{:04X} 00000000:0000 0A", port);
+    const std::string table = ReadText("/proc/net/tcp") + ReadText("/proc/net/tcp6");
+    const auto at = table.find(listens);
+    ASSERT_NE(at, std::string::npos);
+    EXPECT_EQ(table.substr(at - 8, 8), "0100007F");
+    EXPECT_EQ(table.find(listens, at + 1), std::string::npos);
+}
+
+TEST_F(ViewTest, CommandMakesTheSameBytes) {
+    const SyntheticCapture capture = Make(4020, 1, "cam'era $x").front();
+    const Serving view({"cam'era $x"}, folder_);
+    const Json dumped = view.Ask(nullptr);
+    const Json same = view.Ask(Json::object());
+    EXPECT_EQ(same["data"]["verdict"]["kind"], "good") << same["data"]["verdict"];
+    EXPECT_EQ(KeyOf(same, "output"), KeyOf(dumped, "output"));
+
+    const Json changes{{"focus", {capture.width / 3, capture.height / 3}},
+                       {"blur", 37},
+                       {"noFaces", true},
+                       {"mainCrop", {capture.width, capture.height}}};
+    const Json changed = view.Ask(changes);
+    ASSERT_TRUE(changed.contains("data")) << changed;
+    EXPECT_NE(KeyOf(changed, "output"), KeyOf(dumped, "output"));
+    const std::string command = changed["command"];
+    ASSERT_TRUE(command.starts_with("bokehnode replay '/")) << command;
+    const std::string line = std::string(BOKEHNODE) + command.substr(std::strlen("bokehnode")) +
+                             " -o " + (folder_ / "out").string() + " > /dev/null";
+    EXPECT_EQ(WEXITSTATUS(std::system(line.c_str())), 1) << line << ": it differs from the dump";
+    fs::create_directory(folder_ / "copied"); // the new dumps, with the inputs of the old ones
+    for (const char* from : {"cam'era $x", "out"}) {
+        fs::copy(folder_ / from, folder_ / "copied",
+                 fs::copy_options::recursive | fs::copy_options::overwrite_existing);
+    }
+    const Json copied = Serving({"copied"}, folder_).Ask(nullptr);
+    for (const char* picture : {"output", "disparity"}) {
+        EXPECT_EQ(KeyOf(copied, picture), KeyOf(changed, picture)) << picture;
+    }
+}
+
+TEST_F(ViewTest, CrashAndHangAreAnswersAndLeaveNothing) {
+    Make(4030, 1);
+    const auto serve = [](const std::string& end) {
+        return Names{"camera", "--node",          ENDING_NODE, "--node", NODE_LIBRARY,
+                     "--set",  "test.end=" + end, "--timeout", "1"};
+    };
+    for (const auto& [end, said] : {std::pair("crash", "crashed: signal 6"),
+                                    {"exit", "crashed: signal 6"},
+                                    {"hang", "timed out after 1 s"}}) {
+        Serving view(serve(end), folder_);
+        EXPECT_THAT(view.Ask(Json::object()).value("error", ""), HasSubstr(said));
+        Names longer = serve(end);
+        longer.back() = "60";
+        const Serving patient(longer, folder_);
+        EXPECT_TRUE(patient.Ask({{"node", 1}}).contains("data")) << "the next one works";
+        EXPECT_EQ(view.Interrupt(), SIGTERM);
+        EXPECT_EQ(NamesIn(folder_ / "tmp"), Names{});
+    }
+
+    Names arguments = serve("hang");
+    arguments.back() = "60";
+    Serving view(arguments, folder_);
+    std::thread hanging([&] { view.Post({{"set", 0}, {"changes", Json::object()}}); });
+    while (NamesIn(folder_ / "tmp").empty()) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    EXPECT_EQ(view.Interrupt(), SIGTERM);
+    hanging.join();
+    EXPECT_EQ(NamesIn(folder_ / "tmp"), Names{});
+}
+
+TEST_F(ViewTest, NewSetsShowUpWhole) {
+    Make(4040, 1);
+    Make(4050, 1, "other");
+    const Serving view({"camera"}, folder_);
+    ASSERT_EQ(view.Sets().size(), 1U);
+    const DumpSet other = FindDumpSet(folder_ / "other");
+    const auto& main = *other.file(DumpRole::kMain);
+    const std::string whole = ReadText(main.path);
+    for (const std::size_t bytes : {whole.size() / 4, whole.size() / 2}) {
+        Write("camera/" + main.path.filename().string(), whole.substr(0, bytes));
+        EXPECT_EQ(view.Sets().size(), 1U) << "it grows";
+    }
+    fs::copy(folder_ / "other", folder_ / "camera",
+             fs::copy_options::recursive | fs::copy_options::overwrite_existing);
+    const Json grown = view.Sets();
+    EXPECT_EQ(grown.size(), 1U) << "it has grown since: " << grown;
+    const Json sets = view.Sets();
+    ASSERT_EQ(sets.size(), 2U);
+    EXPECT_THAT(sets[1].get<std::string>(), HasSubstr(other.stem));
+}
+
+TEST_F(ViewTest, OneJobRunsAndTheLastWaits) {
+    const fs::path release = folder_ / "release";
+    Worker worker([&](const std::string& job) {
+        Write(job, "");
+        while (!fs::exists(release)) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return "done " + job;
+    });
+    std::atomic<int> returned = 0;
+    const auto start = [&](const std::string& job, std::optional<std::string>& answer) {
+        return std::thread([&, job] {
+            answer = worker.Do(job);
+            ++returned;
+        });
+    };
+    std::optional<std::string> answers[4];
+    std::thread first = start("first", answers[0]);
+    while (!fs::exists(folder_ / "first")) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    std::vector<std::thread> more;
+    for (int i = 1; i < 4; ++i) {
+        more.push_back(start(fmt::format("later{}", i), answers[i]));
+    }
+    while (returned < 2) { // while the first one still runs
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    Write("release", "");
+    first.join();
+    for (std::thread& one : more) {
+        one.join();
+    }
+    EXPECT_EQ(answers[0], "done first");
+    EXPECT_EQ(std::ranges::count_if(answers + 1, answers + 4,
+                                    [](const auto& answer) { return answer.has_value(); }),
+              1);
+    EXPECT_THROW(worker.Do(std::string(Worker::kLongestJob + 1, 'a')), std::runtime_error);
+}
+
+} // namespace

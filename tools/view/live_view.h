@@ -1,0 +1,28 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tools/replay/replay.h"
+
+// What `bokehnode view` was asked for. Of each list of files the page's user chooses one.
+struct ViewOptions {
+    std::filesystem::path place; // of the sets
+    std::vector<std::filesystem::path> calibrations;
+    std::vector<std::filesystem::path> nodes;
+    std::vector<std::filesystem::path> engines;
+    std::vector<std::string> properties; // NAME=VALUE, of every run
+    int timeout = 60;                    // seconds for a run
+};
+
+// The options of a replay from words as they stand behind `bokehnode replay SET`. Throws UseError.
+using ParseReplay = std::function<ReplayOptions(const std::vector<std::string>& words)>;
+
+// Serves the live page of the sets in the place, and replays a set, changed as the page's user
+// asks, in a process of its own. Prints the address. Returns once no page is open any more. To be
+// called while the process has no threads but that of WatchForInterruption. Throws UseError where
+// there is no set.
+void ServeLiveView(const ViewOptions& options, const ParseReplay& parse);
