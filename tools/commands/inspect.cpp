@@ -132,7 +132,7 @@ private:
 struct Inspected {
     Inspection inspection;
     std::vector<std::string> written;
-    Json tile;
+    std::vector<Json> tiles; // the set's own, if there is a report
 };
 
 Inspected InspectOne(const InspectOptions& options, const DumpSet& set, const std::string& name,
@@ -145,7 +145,7 @@ Inspected InspectOne(const InspectOptions& options, const DumpSet& set, const st
     if (pages.wanted()) {
         Report report = ReportOf(inspected.inspection);
         AddPictureLinks(report, options, inspected.inspection, name);
-        inspected.tile = pages.Write(name, report);
+        inspected.tiles.push_back(pages.Write(name, report));
     }
     return inspected;
 }
@@ -241,7 +241,7 @@ int InspectAll(const InspectOptions& options) {
     for (std::size_t i = 0; i < sets.size(); ++i) {
         const std::string mistake = MistakeIn([&] {
             const Inspected inspected = inspecting.Next();
-            pages.Add(inspected.tile);
+            std::ranges::for_each(inspected.tiles, [&](const Json& tile) { pages.Add(tile); });
             wrong += inspected.inspection.findings.empty() ? 0 : 1;
             report.push_back(Show(options, inspected, details));
         });
