@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr std::size_t kLongestBody = 32 * 1024;
+constexpr std::size_t kLongestBody = 1 << 15;
 constexpr char kLoopback[] = "127.0.0.1";
 
 // 128 random bits.
@@ -79,6 +79,27 @@ std::string Server::Policy() const {
                        nonce_);
 }
 
+// Judged before a body is read. A page of another site can send requests here, but neither with
+// this Host (its name may resolve to this address) nor with this Origin, and not with the token.
+int Server::Refusal(const httplib::Request& request) const {
+    const std::string origin = request.get_header_value("Origin");
+    const bool post = request.method == "POST";
+    const Handlers& handlers = post ? posts_ : gets_;
+    const auto end = request.path.find('/', 1);
+    const bool ours = request.get_header_value_count("Host") == 1 &&
+                      request.get_header_value("Host") == host_ &&
+                      (origin == "http://" + host_ || (origin.empty() && !post)) &&
+                      Equal(request.path.substr(0, end), "/" + token_);
+    if (!ours) {
+        return 403;
+    }
+    if ((!post && request.method != "GET") || end == std::string::npos ||
+        !handlers.contains(request.path.substr(end + 1))) {
+        return 404;
+    }
+    return HasShortBody(request) ? 0 : 413;
+}
+
 void Server::Run(std::chrono::seconds idle) {
     using Clock = std::chrono::steady_clock;
     const httplib::Headers headers = {
@@ -89,38 +110,20 @@ void Server::Run(std::chrono::seconds idle) {
         {"Cross-Origin-Resource-Policy", "same-origin"},
         {"Cross-Origin-Opener-Policy", "same-origin"}};
     http_->set_default_headers(headers);
-    // Comes before a body is read. A page of another site can send requests here, but neither with
-    // this Host (its name may resolve to this address) nor with this Origin, and not with the
-    // token.
     http_->set_pre_routing_handler(
         [this](const httplib::Request& request, httplib::Response& response) {
-            const std::string origin = request.get_header_value("Origin");
-            const bool post = request.method == "POST";
-            const Handlers& handlers = post ? posts_ : gets_;
-            const auto end = request.path.find('/', 1);
-            const std::string token = request.path.substr(0, end);
-            const bool ours = request.get_header_value_count("Host") == 1 &&
-                              request.get_header_value("Host") == host_ &&
-                              (origin == "http://" + host_ || (origin.empty() && !post)) &&
-                              Equal(token, "/" + token_);
-            if (!ours) {
-                response.status = 403;
-            } else if ((!post && request.method != "GET") || end == std::string::npos ||
-                       !handlers.contains(request.path.substr(end + 1))) {
-                response.status = 404;
-            } else if (!HasShortBody(request)) {
-                response.status = 413;
-            } else {
-                last_ = Clock::now();
-                return httplib::Server::HandlerResponse::Unhandled;
+            if (const int status = Refusal(request); status != 0) {
+                response.status = status;
+                return httplib::Server::HandlerResponse::Handled;
             }
-            return httplib::Server::HandlerResponse::Handled;
+            last_ = Clock::now();
+            return httplib::Server::HandlerResponse::Unhandled;
         });
     const auto take = [](const Handler& handler) {
         return [&handler](const httplib::Request& request, httplib::Response& response) {
-            Reply reply = handler(request.body);
+            const Reply reply = handler(request.body);
             response.status = reply.status;
-            response.set_content(std::move(reply.content), reply.type.c_str());
+            response.set_content(reply.content, reply.type.c_str());
         };
     };
     for (const auto& [path, handler] : gets_) {

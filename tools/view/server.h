@@ -9,7 +9,8 @@
 
 namespace httplib {
 class Server;
-}
+struct Request;
+} // namespace httplib
 
 // Serves a page to the browsers of this machine that know its address: the address holds a random
 // token, and only the loopback interface listens. Requests from other sites' pages, for other host
@@ -45,6 +46,9 @@ public:
 
 private:
     using Handlers = std::map<std::string, Handler>;
+
+    // The HTTP status that refuses the request, or 0.
+    int Refusal(const httplib::Request& request) const;
 
     std::unique_ptr<httplib::Server> http_;
     std::string token_;

@@ -86,7 +86,7 @@ std::string ReadAll(int file) {
 
 } // namespace
 
-Worker::Worker(std::function<std::string(const std::string&)> work) {
+Worker::Worker(const std::function<std::string(const std::string&)>& work) {
     int ends[2] = {};
     answer_ = ::memfd_create("answer", MFD_CLOEXEC);
     if (answer_ < 0 || ::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {

@@ -16,7 +16,7 @@ class Worker {
 public:
     // `work` gets a job and returns its answer. It may return in a child process of the one that it
     // was called in. To be made while the process has no threads but that of WatchForInterruption.
-    explicit Worker(std::function<std::string(const std::string&)> work);
+    explicit Worker(const std::function<std::string(const std::string&)>& work);
     ~Worker(); // ends the processes; no Do() may be under way
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
@@ -26,7 +26,7 @@ public:
     // ended, if it left no answer. Thread-safe.
     std::optional<std::string> Do(const std::string& job);
 
-    static constexpr std::size_t kLongestJob = 64 * 1024;
+    static constexpr std::size_t kLongestJob = 1 << 16;
 
 private:
     std::string Send(const std::string& job);
