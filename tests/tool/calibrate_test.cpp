@@ -263,7 +263,7 @@ TEST_F(CalibrateTest, RefusesWhatGivesNoCalibration) {
         {{"calibrate", "--square", "-3"}, "--square: expected a positive number, found \"-3\""},
         {{"calibrate", "--board", "9x"}, "expected CxR"},
         {{"calibrate", "--show", "short.bin", "-o", "c.bin"}, "--output: expected none"},
-        {{"calibrat"}, "diff, calibrate, log, completion or help, found \"calibrat\""},
+        {{"calibrat"}, "completion or help, found \"calibrat\""},
         {{}, "found none"},
     };
     for (const auto& [arguments, said] : cases) {

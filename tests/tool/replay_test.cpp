@@ -244,7 +244,8 @@ TEST_F(ReplayTest, TwoBuildsAreComparedWithTheLargestDifferenceFirst) {
     const std::pair<const char*, const char*> ends[] = {{"crash", "crashed: signal 6 (Aborted)"},
                                                         {"hang", "timed out after 1 s"}};
     for (const auto& [end, said] : ends) {
-        const auto lost = compare({"--against-node", ENDING_NODE, "--timeout", "1", "--set",
+        const auto lost = compare({"--against-node", ENDING_NODE, "--timeout",
+                                   end == std::string("hang") ? "1" : "60", "--set",
                                    std::string("test.end=") + end},
                                   1);
         EXPECT_EQ(lost["counts"][said], 3) << lost;
@@ -379,7 +380,7 @@ TEST_F(ReplayTest, CrashAndHangAreResultsAndLeaveNothing) {
                                                         {"hang", "timed out after 1 s"}};
     for (const auto& [end, said] : ends) {
         Names more = with(end);
-        more.insert(more.end(), {"--timeout", "1"});
+        more.insert(more.end(), {"--timeout", end == std::string("hang") ? "1" : "60"});
         const ToolRun all = Run({"replay", "camera", "--all"}, more);
         EXPECT_EQ(all.exitCode, 1);
         EXPECT_THAT(all.output, HasSubstr("\n2 sets: 2 " + said));

@@ -148,6 +148,8 @@ void DeviceFolder::Prepare(Size main, Size aux, std::uint32_t mountAngle,
         calibration_ = RectifiedCalibration(main, aux, mountAngle, source);
         calibrationSource_ = "rectified pair";
     }
+    // An interruption removes the temporary root: made after that, folders would bring it back.
+    const auto delay = DelayInterruption();
     MakeFolder(PlaceIn(root_, device::kDumpFolder));
     for (const auto& entry : fs::directory_iterator(PlaceIn(root_, device::kDumpFolder))) {
         before_.emplace(entry.path(), entry.last_write_time());
