@@ -153,9 +153,19 @@ std::optional<int> JpegTurn(const Bytes& bytes) {
     return std::nullopt;
 }
 
+// No exception may pass through libpng: what went wrong becomes its own kind of failure.
 void Append(png_structp png, png_bytep from, png_size_t size) {
-    auto& bytes = *static_cast<Bytes*>(png_get_io_ptr(png));
-    bytes.insert(bytes.end(), from, from + size);
+    bool stored = false;
+    try {
+        auto& bytes = *static_cast<Bytes*>(png_get_io_ptr(png));
+        bytes.insert(bytes.end(), from, from + size);
+        stored = true;
+    } catch (const std::bad_alloc&) {
+        stored = false;
+    }
+    if (!stored) {
+        png_error(png, "not enough memory");
+    }
 }
 
 // Each sample is predicted from its neighbours, and the noise that remains has no repetitions worth
@@ -183,9 +193,12 @@ bool WriteRows(png_structp png, png_infop info, int colour, int width, int heigh
 Bytes EncodeRows(int colour, int width, int height, const std::uint8_t* rows, int pitch) {
     Bytes bytes;
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-    png_infop info = png_create_info_struct(png);
-    png_set_write_fn(png, &bytes, Append, nullptr);
-    const bool done = WriteRows(png, info, colour, width, height, rows, pitch);
+    png_infop info = png != nullptr ? png_create_info_struct(png) : nullptr;
+    bool done = false;
+    if (info != nullptr) {
+        png_set_write_fn(png, &bytes, Append, nullptr);
+        done = WriteRows(png, info, colour, width, height, rows, pitch);
+    }
     png_destroy_write_struct(&png, &info);
     if (!done) {
         throw std::runtime_error("cannot encode a PNG picture");

@@ -48,7 +48,7 @@ std::int64_t ResultOf(const Operation& operation) noexcept {
 
 // Runs one exported function: an armed fault takes precedence.
 template <typename Operation>
-std::int64_t Run(host::CallPoint& point, const Operation& operation) {
+std::int64_t Run(host::CallPoint& point, const Operation& operation) noexcept {
     host::Call call(point);
     const std::int64_t result = call.failure() ? *call.failure() : ResultOf(operation);
     call.Tell([result] { return std::to_string(result); });
@@ -57,7 +57,7 @@ std::int64_t Run(host::CallPoint& point, const Operation& operation) {
 
 // The same for an operation on the instance behind a handle.
 template <typename Operation>
-std::int64_t RunOn(void* handle, host::CallPoint& point, const Operation& operation) {
+std::int64_t RunOn(void* handle, host::CallPoint& point, const Operation& operation) noexcept {
     return Run(point, [&] {
         return handle == nullptr ? Error::kNullArgument
                                  : operation(*static_cast<Instance*>(handle));

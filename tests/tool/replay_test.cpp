@@ -176,7 +176,8 @@ TEST_F(ReplayTest, AllWorksThroughAFolderOnce) {
     EXPECT_THAT(line(2), Not(HasSubstr("done before"))) << "may be readable now";
 
     // What is wrong for all is said once.
-    for (const Names& wrong : {Names{"--calibration", "none.bin"}, {"--focus", "99999,1"}}) {
+    for (const Names& wrong :
+         {Names{"--calibration", "none.bin"}, {"--focus", "99999,1"}, {"--trace", "trace.json"}}) {
         EXPECT_EQ(Run({"replay", "camera", "--all", "-o", "new"}, wrong).exitCode, 2) << wrong[1];
         EXPECT_FALSE(fs::exists(folder_ / "new")) << wrong[1];
     }

@@ -8,22 +8,16 @@
 #include <cstring>
 
 #include "host/picture/image_file.h"
+#include "host/picture/text.h"
 
 namespace {
 
+constexpr int kWidest = 1200;
 const cv::Scalar kLineColours[] = {{255, 80, 80}, {80, 220, 80}, {90, 150, 255}};
 
 cv::Mat ReadPhoto(const std::filesystem::path& path) {
     RgbImage picture = ReadImageFile(path);
     return cv::Mat(picture.height, picture.width, CV_8UC3, picture.bytes.data()).clone();
-}
-
-cv::Mat Reduce(const cv::Mat& photo) {
-    constexpr double kWidest = 1200;
-    const double scale = std::min(1.0, kWidest / photo.cols);
-    cv::Mat reduced;
-    cv::resize(photo, reduced, {}, scale, scale, cv::INTER_AREA);
-    return reduced;
 }
 
 RgbImage ToPicture(const cv::Mat& rgb) {
@@ -38,7 +32,7 @@ RgbImage CornersPicture(const std::filesystem::path& photo, const std::vector<cv
                         const Board& board) {
     cv::Mat rgb = ReadPhoto(photo);
     cv::drawChessboardCorners(rgb, {board.columns, board.rows}, corners, true);
-    return ToPicture(Reduce(rgb));
+    return Reduced(ToPicture(rgb), kWidest);
 }
 
 RgbImage EpipolarPicture(const BoardCalibration& calibration, const BoardView& view) {
@@ -59,21 +53,23 @@ RgbImage EpipolarPicture(const BoardCalibration& calibration, const BoardView& v
         cv::initUndistortRectifyMap(lens.camera, lens.distortion, rotations[i], projections[i],
                                     size, CV_32FC1, columns, rows);
         cv::remap(photos[i], rectified[i], columns, rows, cv::INTER_LINEAR);
-        rectified[i] = Reduce(rectified[i]);
     }
     const auto& shift = calibration.translation;
     const bool above = std::abs(shift.at<double>(1)) > std::abs(shift.at<double>(0));
     cv::Mat both;
     (above ? cv::vconcat(rectified[0], rectified[1], both)
            : cv::hconcat(rectified[0], rectified[1], both));
+    RgbImage picture = Reduced(ToPicture(both), 2 * kWidest);
+    const cv::Mat pixels(picture.height, picture.width, CV_8UC3, picture.bytes.data());
     constexpr int kLines = 24;
     for (int i = 1; i < kLines; ++i) {
-        const int at = i * (above ? both.cols : both.rows) / kLines;
-        const cv::Point end = above ? cv::Point(at, both.rows - 1) : cv::Point(both.cols - 1, at);
-        cv::line(both, above ? cv::Point(at, 0) : cv::Point(0, at), end,
+        const int at = i * (above ? pixels.cols : pixels.rows) / kLines;
+        const cv::Point end =
+            above ? cv::Point(at, pixels.rows - 1) : cv::Point(pixels.cols - 1, at);
+        cv::line(pixels, above ? cv::Point(at, 0) : cv::Point(0, at), end,
                  kLineColours[static_cast<std::size_t>(i) % std::size(kLineColours)]);
     }
-    return ToPicture(both);
+    return picture;
 }
 
 RgbImage CoveragePicture(const BoardCalibration& calibration) {
@@ -87,5 +83,5 @@ RgbImage CoveragePicture(const BoardCalibration& calibration) {
         }
         used += view.mainCorners.empty() ? 0 : 1;
     }
-    return ToPicture(Reduce(frame));
+    return Reduced(ToPicture(frame), kWidest);
 }

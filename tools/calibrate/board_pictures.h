@@ -3,8 +3,8 @@
 #include "host/picture/rgb_image.h"
 #include "tools/calibrate/board_calibration.h"
 
-// Pictures that show what a calibration from boards rests on, at most 1200 columns a photo. They
-// read the photos again, and throw UseError if that fails.
+// Pictures that show what a calibration from boards rests on, at most 1200 pixels a side of each
+// photo. They read the photos again, and throw UseError if that fails.
 
 // A photo with the board's corners, joined in their order.
 RgbImage CornersPicture(const std::filesystem::path& photo, const std::vector<cv::Point2f>& corners,

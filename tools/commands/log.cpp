@@ -11,6 +11,7 @@
 
 #include "host/picture/errors.h"
 #include "tools/commands/shared_options.h"
+#include "tools/files/console.h"
 #include "tools/files/json_text.h"
 #include "tools/files/progress.h"
 #include "tools/files/trace_file.h"
@@ -160,29 +161,31 @@ public:
             std::printf("%s%s", first_ ? "\n" : ",", JsonText(ToJson(life), -1).c_str());
             first_ = false;
         } else {
-            std::printf("%s", Text(life).c_str());
+            PrintText(Text(life));
         }
         if (trace_) {
             Trace(life);
         }
     }
 
-    std::vector<std::string> PrintEnd(const std::vector<std::string>& findings) {
+    void PrintEnd(const std::vector<std::string>& findings) {
         std::vector<std::string> written;
         if (trace_) {
+            if (!timed_) {
+                PrintNotice("note: --trace: the log has no times, so that the timeline is empty");
+            }
             trace_->Commit();
             written = trace_->written();
         }
         if (json_) {
-            std::printf("],\n\"findings\": %s, \"written\": %s}\n", Json(findings).dump().c_str(),
-                        Json(written).dump().c_str());
-            return written;
+            std::printf("],\n\"findings\": %s, \"written\": %s}\n", JsonText(findings, -1).c_str(),
+                        JsonText(written, -1).c_str());
+            return;
         }
         for (const std::string& finding : findings) {
-            std::printf("looks wrong: %s\n", finding.c_str());
+            PrintText("looks wrong: " + finding + "\n");
         }
         PrintWritten(written);
-        return written;
     }
 
 private:
@@ -206,12 +209,14 @@ private:
 
     void AddEvent(const std::string& name, const Moment& moment, std::int64_t start,
                   std::int64_t length, const Json& details) {
+        timed_ = true;
         trace_->Add(name, moment.process, moment.thread, static_cast<double>(start),
                     static_cast<double>(length), details);
     }
 
     bool json_;
     bool first_ = true;
+    bool timed_ = false; // the timeline holds something
     std::optional<TraceFile> trace_;
 };
 

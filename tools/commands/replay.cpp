@@ -82,7 +82,7 @@ public:
     void Add(const std::string& name, const std::string& status, const std::string& reason,
              const Json& tile) override {
         using Kind = Report::Kind;
-        if (tile.is_object()) {
+        if (OverviewFile::IsTile(tile)) {
             file_.Add(tile);
         } else {
             file_.AddPlain(name,
@@ -145,6 +145,9 @@ int Run(const ReplayCommandOptions& options) {
     }
     if (!options.all) {
         return ReplayOne(options);
+    }
+    if (!options.replay.trace.empty()) { // all sets would write the same file
+        Refuse("--trace", "one set", "--all");
     }
     std::optional<Overview> overview;
     ReplayAllOptions all = options.allOptions;

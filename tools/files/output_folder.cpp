@@ -22,7 +22,18 @@ namespace {
     throw UseError(fmt::format("{}: {}: {}", path.string(), what, std::strerror(errno)));
 }
 
-// write(2) may take less than it is given.
+// Missing folders of `path`, outermost first.
+std::vector<fs::path> MissingFolders(const fs::path& path) {
+    std::vector<fs::path> missing;
+    for (fs::path folder = path; !folder.empty() && !fs::exists(fs::symlink_status(folder));
+         folder = folder.parent_path()) {
+        missing.insert(missing.begin(), folder);
+    }
+    return missing;
+}
+
+} // namespace
+
 bool WriteAll(int file, std::span<const std::uint8_t> bytes) {
     while (!bytes.empty()) {
         const ssize_t written = ::write(file, bytes.data(), bytes.size());
@@ -36,18 +47,6 @@ bool WriteAll(int file, std::span<const std::uint8_t> bytes) {
     }
     return true;
 }
-
-// Missing folders of `path`, outermost first.
-std::vector<fs::path> MissingFolders(const fs::path& path) {
-    std::vector<fs::path> missing;
-    for (fs::path folder = path; !folder.empty() && !fs::exists(fs::symlink_status(folder));
-         folder = folder.parent_path()) {
-        missing.insert(missing.begin(), folder);
-    }
-    return missing;
-}
-
-} // namespace
 
 OutputFolder::OutputFolder(const fs::path& folder)
     : named_(folder), folder_(fs::absolute(folder.empty() ? "." : folder).lexically_normal()) {

@@ -48,6 +48,9 @@ private:
     bool committed_ = false;
 };
 
+// Writes all bytes to an open file, where write(2) may take fewer. False: errno says why.
+bool WriteAll(int file, std::span<const std::uint8_t> bytes);
+
 // One file alone. Returns what was written, as OutputFolder::written.
 std::vector<std::string> WriteFile(const std::filesystem::path& file,
                                    std::span<const std::uint8_t> bytes);

@@ -149,8 +149,11 @@ bool ReadBrief(std::string_view before, std::string_view behind, LogLine& line) 
     if (close == std::string_view::npos) {
         return false;
     }
-    Backwards inside(behind.substr(1, close - 1));
-    if (!ToInt(inside.TakeWhile(IsDigit), line.process)) {
+    const std::string_view ids = behind.substr(1, close - 1);
+    Backwards inside(ids);
+    // No other parenthesis: it would be the next line's, written into a head that was cut.
+    if (ids.find_first_of("()") != std::string_view::npos ||
+        !ToInt(inside.TakeWhile(IsDigit), line.process)) {
         return false;
     }
     ReadTime(words.rest(), line);
@@ -191,7 +194,8 @@ void ForEachNodeMessage(std::string_view line, const std::function<void(const Lo
             // The first one was cut where the head of the next begins.
             constexpr std::size_t kPriority = 2; // "E/"
             const char* until = next.micros ? next.time.data() : line.data() + at - kPriority;
-            open->text = {open->text.data(), static_cast<std::size_t>(until - open->text.data())};
+            const auto length = std::max<std::ptrdiff_t>(until - open->text.data(), 0);
+            open->text = open->text.substr(0, static_cast<std::size_t>(length));
             take(*open);
         }
         open = next;

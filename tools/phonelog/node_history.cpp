@@ -12,6 +12,10 @@ namespace {
 // Errors of one request come within this time, where only errors are logged.
 constexpr std::int64_t kLongestRequest = 10'000'000;
 
+// No camera comes near these; they keep the memory bounded whatever a file holds.
+constexpr std::size_t kMostUnderWay = 256; // nodes or requests of all processes
+constexpr std::size_t kMostTexts = 32;     // of one life
+
 bool BelongsToCreation(Message message) {
     return message <= Message::NoInputConfiguration;
 }
@@ -21,9 +25,14 @@ Moment MomentOf(const LogLine& line) {
 }
 
 void AddOnce(std::vector<std::string>& texts, std::string text) {
-    if (std::ranges::find(texts, text) == texts.end()) {
+    if (texts.size() < kMostTexts && std::ranges::find(texts, text) == texts.end()) {
         texts.push_back(std::move(text));
     }
+}
+
+// Messages of one rank come in any order: that of the cameras' slots.
+Message Rank(Message message) {
+    return message == Message::AuxInconsistent ? Message::MainInconsistent : message;
 }
 
 // A failed dump costs no picture.
@@ -35,7 +44,7 @@ bool CostsThePicture(Message message) {
 
 const char* Word(Verdict verdict) {
     constexpr const char* kWords[] = {"rendered", "disparity alone", "debug view", "copied",
-                                      "failed",   "stopped",         "unended"};
+                                      "lost",     "failed",          "stopped",    "unended"};
     return kWords[static_cast<int>(verdict)];
 }
 
@@ -87,6 +96,7 @@ NodeHistory::OpenNode& NodeHistory::NodeOf(const LogLine& line, bool begins) {
         if (requests_.contains(thread)) {
             Close(thread, std::nullopt, std::nullopt);
         }
+        CloseOldest();
         open = nodes_.emplace(thread, OpenNode()).first;
         open->second.life.number = ++counts_.nodes;
         open->second.life.begin = MomentOf(line);
@@ -131,7 +141,7 @@ void NodeHistory::ReadCreation(const LogLine& line, const Recognised& found) {
     case Message::CalibrationLength:
     case Message::CalibrationShort:
     case Message::CalibrationRefused:
-        life.refused.push_back(Failure(found));
+        AddOnce(life.refused, Failure(found));
         break;
     case Message::CalibrationUsed:
         life.calibration = values[0];
@@ -161,6 +171,10 @@ void NodeHistory::CloseNode(const Thread& thread, std::optional<std::int64_t> en
             living.erase(living.begin());
         }
         living.push_back({life.number, 0, thread.second});
+        if (living_.size() > kMostUnderWay) { // processes that ended without a word
+            const auto first = living_.begin();
+            living_.erase(first->first == thread.first ? std::next(first) : first);
+        }
     } else {
         ++counts_.nodesFailed;
     }
@@ -198,10 +212,10 @@ NodeHistory::OpenRequest& NodeHistory::RequestOf(const LogLine& line, Message me
         // Where only errors are logged: what comes earlier in a request than the last message, or
         // is said again, or comes much later, is the next one's.
         const bool next =
-            life.errorsAlone &&
-            (message < open->second.last || std::ranges::count(life.failures, failure) > 0 ||
-             (line.micros && life.begin.micros &&
-              *line.micros - *life.begin.micros > kLongestRequest));
+            life.errorsAlone && (Rank(message) < Rank(open->second.last) ||
+                                 std::ranges::count(life.failures, failure) > 0 ||
+                                 (line.micros && life.begin.micros &&
+                                  *line.micros - *life.begin.micros > kLongestRequest));
         if (message == Message::RequestIn || next) {
             Close(thread, std::nullopt, std::nullopt);
             open = requests_.end();
@@ -209,6 +223,7 @@ NodeHistory::OpenRequest& NodeHistory::RequestOf(const LogLine& line, Message me
     }
     if (open == requests_.end()) {
         CloseErrorsAlone(line.process);
+        CloseOldest();
         open = requests_.emplace(thread, OpenRequest()).first;
         RequestLife& life = open->second.life;
         life.begin = MomentOf(line);
@@ -229,6 +244,20 @@ void NodeHistory::CloseErrorsAlone(int process) {
     }
 }
 
+void NodeHistory::CloseOldest() {
+    const auto older = [](const auto& a, const auto& b) {
+        return a.second.life.begin.micros < b.second.life.begin.micros;
+    };
+    if (nodes_.size() == kMostUnderWay) {
+        const Thread oldest = std::ranges::min_element(nodes_, older)->first;
+        CloseNode(oldest, std::nullopt);
+    }
+    if (requests_.size() == kMostUnderWay) {
+        const Thread oldest = std::ranges::min_element(requests_, older)->first;
+        Close(oldest, std::nullopt, std::nullopt);
+    }
+}
+
 void NodeHistory::ReadRequest(const LogLine& line, const Recognised& found) {
     const Thread thread(line.process, line.thread);
     // The end of a request that began before the log did.
@@ -241,6 +270,8 @@ void NodeHistory::ReadRequest(const LogLine& line, const Recognised& found) {
     ReadValues(open.life, found);
     if (!failure.empty()) {
         open.copied = open.copied || CostsThePicture(found.message);
+        open.lost = open.lost || (found.message == Message::ImageUnusable &&
+                                  found.values[8].starts_with("no photo"));
         AddOnce(open.life.failures, failure);
     }
     ReadEvent(line, open, found);
@@ -316,7 +347,7 @@ void NodeHistory::ReadEvent(const LogLine& line, OpenRequest& open, const Recogn
     if (!line.micros) {
         return;
     }
-    if (step != nullptr && open.stepStart != 0) {
+    if (step != nullptr && open.stepStart != 0 && open.life.steps.size() < kMostTexts) {
         open.life.steps.push_back({step, open.stepStart, *line.micros - open.stepStart});
     }
     open.stepStart = *line.micros;
@@ -333,6 +364,7 @@ void NodeHistory::Close(const Thread& thread, std::optional<std::int64_t> result
     const bool ended = result.has_value();
     life.verdict = !ended && !life.errorsAlone ? Verdict::Unended
                    : result.value_or(0) != 0   ? Verdict::Failed
+                   : open.lost                 ? Verdict::Lost
                    : open.copied               ? Verdict::Copied
                    : !open.prepared            ? Verdict::Stopped
                    : !open.renderBegan         ? Verdict::Shown
@@ -343,6 +375,7 @@ void NodeHistory::Close(const Thread& thread, std::optional<std::int64_t> result
         life.verdict = Verdict::Rendered;
     }
     Assign(life);
+    counts_.lost += life.verdict == Verdict::Lost ? 1 : 0;
     counts_.copied += life.verdict == Verdict::Copied ? 1 : 0;
     counts_.failed += life.verdict == Verdict::Failed ? 1 : 0;
     counts_.unended += life.verdict == Verdict::Unended ? 1 : 0;
@@ -410,6 +443,7 @@ std::vector<std::string> NodeHistory::Findings() const {
     add(counts_.nodesWithoutCalibration, counts_.nodes,
         "nodes have no calibration: each of their photos is a copy of the main image");
     add(counts_.copied, counts_.requests, "requests ended in a copy of the main image");
+    add(counts_.lost, counts_.requests, "requests wrote no photo");
     add(counts_.failed, counts_.requests, "requests failed");
     add(counts_.unended, counts_.requests,
         "requests never ended: a crash, a hang, or the end of the log");

@@ -49,6 +49,7 @@ enum class Verdict {
     Disparity, // a copy with the disparity alone, as the request asked
     Shown,     // a debug view
     Copied,    // the main image, since something failed
+    Lost,      // no photo was written
     Failed,    // the node answered with an error
     Stopped,   // the pipeline had stopped the request
     Unended,   // the log does not hold the end
@@ -102,6 +103,7 @@ private:
         bool renderBegan = false;
         bool renders = true; // the request asks for a picture
         bool copied = false;
+        bool lost = false;
         std::int64_t stepStart = 0;
     };
     struct OpenNode {
@@ -117,6 +119,7 @@ private:
         int nodes = 0;
         int requests = 0;
         int copied = 0;
+        int lost = 0;
         int failed = 0;
         int unended = 0;
         int nodesWithoutCalibration = 0;
@@ -140,6 +143,7 @@ private:
                std::optional<std::int64_t> end);
     void CloseNode(const Thread& thread, std::optional<std::int64_t> end);
     void CloseErrorsAlone(int process);
+    void CloseOldest();
     void Assign(RequestLife& life);
     void Count(const std::string& failure, const std::string& time);
 

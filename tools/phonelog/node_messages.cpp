@@ -253,7 +253,7 @@ std::string Failure(const Recognised& found) {
     case FormatUnsupported:
         return "an image's format is not NV12";
     case ImageUnusable:
-        return fmt::format("the {} image cannot be used (format {}, {}x{}, pitch {}, {} planes)",
+        return fmt::format("{} image cannot be used (format {}, {}x{}, pitch {}, {} planes)",
                            values[0], values[1], values[2], values[3], values[4], values[5]);
     case NoCalibrationCopy:
         return "there is no fitting calibration";

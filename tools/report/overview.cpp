@@ -27,18 +27,30 @@ nlohmann::ordered_json OverviewFile::WritePage(const std::string& name,
     page.Commit();
     nlohmann::ordered_json tile = report.Tile();
     tile["title"] = name;
-    tile["page"] = LinkTo(sets_ / (name + ".html"), folder_.path());
     return tile;
 }
 
+bool OverviewFile::IsTile(const nlohmann::ordered_json& tile) {
+    const auto text = [](const nlohmann::ordered_json& json, const char* name) {
+        return json.is_object() && json.contains(name) && json[name].is_string();
+    };
+    return text(tile, "title") && tile.contains("verdict") && text(tile["verdict"], "kind") &&
+           text(tile["verdict"], "text") &&
+           tile["title"].get<std::string>().find('/') == std::string::npos;
+}
+
 bool OverviewFile::HasPage(const nlohmann::ordered_json& tile) const {
-    const bool known = tile.is_object() && tile.contains("title") && tile["title"].is_string();
-    return known && fs::is_regular_file(sets_ / (tile["title"].get<std::string>() + ".html"));
+    return IsTile(tile) && fs::is_regular_file(PageOf(tile));
+}
+
+fs::path OverviewFile::PageOf(const nlohmann::ordered_json& tile) const {
+    return sets_ / (tile["title"].get<std::string>() + ".html");
 }
 
 void OverviewFile::Add(nlohmann::ordered_json tile) {
-    if (!HasPage(tile)) {
-        tile.erase("page");
+    tile.erase("page");
+    if (HasPage(tile)) {
+        tile["page"] = LinkTo(PageOf(tile), folder_.path());
     }
     data_["tiles"].push_back(std::move(tile));
 }

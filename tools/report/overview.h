@@ -20,6 +20,8 @@ public:
     // Writes the page of one capture, also from a child process. `name`: distinct, the page's.
     // Returns the capture's tile.
     nlohmann::ordered_json WritePage(const std::string& name, const Report& report) const;
+    // Whether this is what WritePage returns; what a file holds may be damaged.
+    static bool IsTile(const nlohmann::ordered_json& tile);
     // Whether this tile's page is there.
     bool HasPage(const nlohmann::ordered_json& tile) const;
 
@@ -32,6 +34,8 @@ public:
     std::vector<std::string> written() const;
 
 private:
+    std::filesystem::path PageOf(const nlohmann::ordered_json& tile) const;
+
     std::filesystem::path file_;
     std::filesystem::path sets_;
     OutputFolder folder_;

@@ -14,23 +14,12 @@
 #include <unistd.h>
 
 #include "tools/files/interruption.h"
+#include "tools/files/output_folder.h"
 
 namespace {
 
 [[noreturn]] void Fail(const char* what) {
     throw std::runtime_error(std::string(what) + ": " + std::strerror(errno));
-}
-
-bool WriteAll(int file, const std::string& bytes) {
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t written = ::write(file, bytes.data() + done, bytes.size() - done);
-        if (written < 0 && errno != EINTR) {
-            return false;
-        }
-        done += static_cast<std::size_t>(std::max<ssize_t>(written, 0));
-    }
-    return true;
 }
 
 std::string ReadAll(int file) {
@@ -72,8 +61,9 @@ std::string ReadAll(int file) {
         const pid_t child = ForkChild();
         if (child == 0) {
             ::close(socket);
-            const bool written =
-                WriteAll(answer, work(buffer.substr(0, static_cast<std::size_t>(count))));
+            const std::string bytes = work(buffer.substr(0, static_cast<std::size_t>(count)));
+            const bool written = WriteAll(
+                answer, {reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()});
             ::_exit(written ? EXIT_SUCCESS : EXIT_FAILURE);
         }
         int status = 0;
