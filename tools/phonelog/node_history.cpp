@@ -158,7 +158,7 @@ void NodeHistory::ReadCreation(const LogLine& line, const Recognised& found) {
     }
 }
 
-void NodeHistory::CloseNode(const Thread& thread, std::optional<std::int64_t> end) {
+void NodeHistory::CloseNode(Thread thread, std::optional<std::int64_t> end) {
     const auto open = nodes_.find(thread);
     NodeLife life = std::move(open->second.life);
     nodes_.erase(open);
@@ -249,12 +249,10 @@ void NodeHistory::CloseOldest() {
         return a.second.life.begin.micros < b.second.life.begin.micros;
     };
     if (nodes_.size() == kMostUnderWay) {
-        const Thread oldest = std::ranges::min_element(nodes_, older)->first;
-        CloseNode(oldest, std::nullopt);
+        CloseNode(std::ranges::min_element(nodes_, older)->first, std::nullopt);
     }
     if (requests_.size() == kMostUnderWay) {
-        const Thread oldest = std::ranges::min_element(requests_, older)->first;
-        Close(oldest, std::nullopt, std::nullopt);
+        Close(std::ranges::min_element(requests_, older)->first, std::nullopt, std::nullopt);
     }
 }
 
@@ -353,7 +351,7 @@ void NodeHistory::ReadEvent(const LogLine& line, OpenRequest& open, const Recogn
     open.stepStart = *line.micros;
 }
 
-void NodeHistory::Close(const Thread& thread, std::optional<std::int64_t> result,
+void NodeHistory::Close(Thread thread, std::optional<std::int64_t> result,
                         std::optional<std::int64_t> end) {
     const auto at = requests_.find(thread);
     const OpenRequest open = std::move(at->second);

@@ -139,9 +139,9 @@ private:
     void ReadRequest(const LogLine& line, const Recognised& found);
     void ReadValues(RequestLife& life, const Recognised& found);
     void ReadEvent(const LogLine& line, OpenRequest& open, const Recognised& found);
-    void Close(const Thread& thread, std::optional<std::int64_t> result,
-               std::optional<std::int64_t> end);
-    void CloseNode(const Thread& thread, std::optional<std::int64_t> end);
+    // By value: a caller's may be the key of the entry that goes.
+    void Close(Thread thread, std::optional<std::int64_t> result, std::optional<std::int64_t> end);
+    void CloseNode(Thread thread, std::optional<std::int64_t> end);
     void CloseErrorsAlone(int process);
     void CloseOldest();
     void Assign(RequestLife& life);
