@@ -59,6 +59,7 @@ TEST(PhoneLogTest, TextsAreTheNodesOwn) {
     EXPECT_EQ(recognised, 41) << "of the messages of the pinned life";
 }
 
+// What it returns are views of line.
 std::vector<LogLine> Messages(std::string_view line) {
     std::vector<LogLine> messages;
     ForEachNodeMessage(line, [&](const LogLine& message) { messages.push_back(message); });
@@ -87,7 +88,8 @@ TEST(PhoneLogTest, ReadsEachLayout) {
     };
     for (const auto& layout : layouts) {
         SCOPED_TRACE(layout.head);
-        const std::vector<LogLine> messages = Messages(layout.head + text);
+        const std::string line = layout.head + text; // the messages are views of it
+        const std::vector<LogLine> messages = Messages(line);
         ASSERT_EQ(messages.size(), 1u);
         EXPECT_EQ(messages[0].process, 1234);
         EXPECT_EQ(messages[0].thread, layout.thread);
