@@ -46,9 +46,21 @@ function replay(name, ...changes) {
 }
 
 // Opens a page, and fails the test for any message, error or request of its own.
-async function open(t, file, options = DESKTOP) {
+// `held`: after the first two pictures no other is decoded until release() is called.
+async function open(t, file, { held, ...options } = DESKTOP) {
   const context = await browser.newContext(options);
   const page = await context.newPage();
+  if (held) {
+    await page.addInitScript(() => {
+      const decode = window.createImageBitmap;
+      const released = new Promise((done) => { window.release = done; });
+      let calls = 0;
+      window.createImageBitmap = async (...picture) => {
+        if (++calls > 2) await released;
+        return decode(...picture);
+      };
+    });
+  }
   const trouble = [];
   page.on("console", (message) => trouble.push(message.text()));
   page.on("pageerror", (error) => trouble.push(error.message));
@@ -68,8 +80,8 @@ async function open(t, file, options = DESKTOP) {
 }
 
 // The colours on the screen, by picture pixels of the stage.
-async function shown(page) {
-  await page.locator("#stage[aria-busy=false]").scrollIntoViewIfNeeded();
+async function shown(page, busy = false) {
+  await page.locator(`#stage[aria-busy=${busy}]`).scrollIntoViewIfNeeded();
   const box = await page.locator("#stage").boundingBox();
   const shot = await page.screenshot();
   const scale = shot.readUInt32BE(16) / page.viewportSize().width;
@@ -113,8 +125,8 @@ function assertNear(found, expected, what) {
 }
 
 // Red left of the divide, blue right of it.
-async function assertDivide(page, percent) {
-  const colourAt = await shown(page);
+async function assertDivide(page, percent, busy = false) {
+  const colourAt = await shown(page, busy);
   const place = (percent / 100) * WIDTH;
   assertColour(colourAt(place - 6, 235), RED, `left of ${percent} %`);
   assertColour(colourAt(place + 6, 235), BLUE, `right of ${percent} %`);
@@ -232,6 +244,20 @@ test("a crop stands in its sensor", async (t) => {
   assertNear(sides(part), sides(sensor).map((side) => side / 2), "half as wide and high");
   assertNear([part[0] + part[2], part[1] + part[3]], [sensor[0] + sensor[2], sensor[1] + sensor[3]],
     "in the middle");
+});
+
+test("a large picture shows reduced while it is decoded", async (t) => {
+  const file = material.report("large", 0, "render", "red.png", "blue.png", "-o", "large",
+    "--size", "1920x1440", "--debug-view", "2");
+  const page = await open(t, file, { ...DESKTOP, held: true });
+  await page.waitForFunction(() => pictures.output.finest() > 0);
+  await page.keyboard.press("o");
+  await assertDivide(page, 50, true);
+  await page.evaluate(() => window.release());
+  await page.waitForFunction(() => pictures.output.finest() === 0);
+  await assertDivide(page, 50);
+  assert.deepEqual(await page.evaluate(() => pictures.output.at(1919, 1439)),
+    await page.evaluate(() => pictures.output.level(2).map(({ values }) => values.at(-1))));
 });
 
 test("differences have a scale and colours by it", async (t) => {

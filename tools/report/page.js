@@ -309,9 +309,10 @@ function showView(next) {
   fitStage();
   refreshView();
   showValues();
-  untilDone(Promise.all(view.layers().map(({ picture }) => picture.ready())).then(() => {
-    if (view === next) refreshView();
-  }, (error) => { byId("help").textContent = `The pictures cannot be shown: ${error.message}`; }));
+  const layers = view.layers().map(({ picture }) => picture);
+  const redraw = () => { if (view === next) refreshView(); };
+  untilDone(Promise.all(layers.map((picture) => picture.readyReduced())).then(redraw).then(
+    () => Promise.all(layers.map((picture) => picture.ready()))).then(redraw, (error) => { byId("help").textContent = `The pictures cannot be shown: ${error.message}`; }));
 }
 
 // --- Numbers of a pixel ---

@@ -39,26 +39,28 @@ std::string Filled(std::string_view rest,
 
 // `nonce`: the attribute of style and script elements that the policy asks for, or empty. `more`:
 // what follows the page's scripts.
-std::string CapturePage(const Json& data, const std::string& pictures, std::string_view policy,
-                        std::string_view nonce, std::string_view more) {
+std::string CapturePage(const Json& data, std::string_view reduced, std::string_view pictures,
+                        std::string_view policy, std::string_view nonce, std::string_view more) {
     return Filled(kPageHtml, {{"{policy}", policy},
                               {"{nonce}", nonce},
                               {"{page.css}", kPageCss},
                               {"{data}", ScriptText(data)},
-                              {"{pictures}", pictures},
+                              {"{reduced}", reduced},
                               {"{nonce}", nonce},
                               {"{pictures.js}", kPicturesJs},
                               {"{nonce}", nonce},
                               {"{stage.js}", kStageJs},
                               {"{nonce}", nonce},
                               {"{page.js}", kPageJs},
-                              {"{more}", more}});
+                              {"{more}", more},
+                              {"{pictures}", pictures}});
 }
 
 } // namespace
 
-std::string CapturePage(const nlohmann::ordered_json& data, const std::string& pictures) {
-    return CapturePage(data, pictures,
+std::string CapturePage(const nlohmann::ordered_json& data, const std::string& reduced,
+                        const std::string& pictures) {
+    return CapturePage(data, reduced, pictures,
                        "default-src 'none'; img-src data:; style-src 'unsafe-inline'; "
                        "script-src 'unsafe-inline'",
                        "", "");
@@ -67,7 +69,7 @@ std::string CapturePage(const nlohmann::ordered_json& data, const std::string& p
 std::string LivePage(const nlohmann::ordered_json& data, const std::string& policy,
                      const std::string& nonce) {
     const std::string attribute = fmt::format(" nonce=\"{}\"", nonce);
-    return CapturePage(data, "", policy, attribute,
+    return CapturePage(data, "", "", policy, attribute,
                        fmt::format("<script{}>{}</script>\n", attribute, kLiveJs));
 }
 

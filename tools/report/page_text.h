@@ -7,8 +7,10 @@
 
 // The texts of the HTML pages, which need nothing else.
 
-// `data`: for the page's script. `pictures`: elements with the parts of pictures that it names.
-std::string CapturePage(const nlohmann::ordered_json& data, const std::string& pictures);
+// `data`: for the page's script. `pictures`: elements with the parts of pictures that it names;
+// `reduced`: with those of reduced pictures, which are shown while the rest of the page is read.
+std::string CapturePage(const nlohmann::ordered_json& data, const std::string& reduced,
+                        const std::string& pictures);
 // The page of one capture that a server shows: it asks the server for its pictures. `policy`: what
 // the browser may load and run; of scripts and styles only those with the nonce.
 std::string LivePage(const nlohmann::ordered_json& data, const std::string& policy,

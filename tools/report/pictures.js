@@ -1,9 +1,12 @@
 "use strict";
 
-// Where the data comes from: the page holds it. A server's page gets more of it later.
+// Where the data comes from: the page holds it. A server's page gets more of it later. Reduced
+// pictures stand before the scripts, all others behind them: they are read while those are seen.
 
 // What the tool knows of the run. All of it is put in as text, never as markup.
 let data = JSON.parse(document.getElementById("data").textContent);
+
+const pageRead = new Promise((done) => { document.addEventListener("DOMContentLoaded", done); });
 
 // The bytes of a part of a picture, by the name that the data has for it.
 async function bytesOf(part) {
@@ -99,15 +102,29 @@ function halved({ width, height, values }, combine) {
 // A picture of known size. Its planes are decoded or computed when they are first needed, and so
 // are the smaller ones of which level n is reduced by 2 to the power of n.
 class Picture {
-  constructor(name, size, combine, load) {
-    Object.assign(this, { name, size, combine, load, levels: [] });
+  // `reduced`: { size, parts, level } of a picture to show until ready(), if there is one.
+  constructor(name, size, combine, load, reduced) {
+    Object.assign(this, { name, size, combine, load, reduced, levels: [] });
   }
 
   ready() {
-    this.loading ??= this.load().then((planes) => { this.levels[0] = planes; });
+    this.loading ??= this.load().then((planes) => { this.levels = [planes]; });
     return this.loading;
   }
 
+  // Something can be drawn after this, if there is a reduced picture.
+  async readyReduced() {
+    if (!this.reduced || this.levels.length > 0) return;
+    const planes = await decodePlanes(this.reduced);
+    if (this.levels.length === 0) this.levels[this.reduced.level] = planes;
+  }
+
+  // The level with most pixels that is there, -1 if none is.
+  finest() {
+    return this.levels.findIndex(Boolean);
+  }
+
+  // Not below finest().
   level(n) {
     this.levels[n] ??= this.level(n - 1).map((plane) => halved(plane, this.combine));
     return this.levels[n];
@@ -144,9 +161,9 @@ const decoding = new Map(); // planes by the names of their parts, which picture
 function makePicture(name, entry, combine) {
   return new Picture(name, entry.size, combine, async () => {
     const key = entry.parts.join();
-    if (!decoding.has(key)) decoding.set(key, decodePlanes(entry));
+    if (!decoding.has(key)) decoding.set(key, pageRead.then(() => decodePlanes(entry)));
     return decoding.get(key);
-  });
+  }, entry.reduced);
 }
 
 let pictures = {};

@@ -25,7 +25,8 @@
 namespace fs = std::filesystem;
 namespace {
 
-constexpr int kPartPixels = 1 << 22; // which every browser decodes at once
+constexpr int kPartPixels = 1 << 22;    // which every browser decodes at once
+constexpr int kReducedPixels = 1 << 20; // which a browser shows in a fraction of a second
 
 std::string Base64(std::span<const std::uint8_t> bytes) {
     constexpr std::string_view kDigits =
@@ -134,8 +135,8 @@ void Report::AddFinding(Kind kind, const std::string& name, const std::string& t
     data_["findings"].push_back({{"kind", NameOf(kind)}, {"name", name}, {"text", text}});
 }
 
-Json Report::NumbersJson(const host::Image& image, int width) {
-    Numbers numbers{NumbersOf(image, width), {}};
+Json Report::NumbersJson(const host::Image& image, int width, bool reduced) {
+    Numbers numbers{NumbersOf(image, width), {}, reduced};
     for (int top = 0; top < numbers.samples.height(); top += RowsOfPart(numbers.samples)) {
         numbers.parts.push_back(fmt::format("part{}.{}", numbers_.size(), numbers.parts.size()));
     }
@@ -148,7 +149,17 @@ void Report::AddPicture(const std::string& name, const host::Image& image) {
     if (name == "output" || thumbnail_.empty()) {
         thumbnail_ = Thumbnail(image);
     }
-    data_["pictures"][name] = NumbersJson(image, image.width());
+    Json& entry = data_["pictures"][name] = NumbersJson(image, image.width());
+    int level = 0; // each has half the columns and rows of the one before
+    while ((image.width() >> level) * (image.height() >> level) > kReducedPixels) {
+        ++level;
+    }
+    if (level > 0) {
+        const host::Image reduced = ScaleNv12(image, (image.width() >> level) / 2 * 2,
+                                              (image.height() >> level) / 2 * 2, 0);
+        entry["reduced"] = NumbersJson(reduced, reduced.width(), true);
+        entry["reduced"]["level"] = level;
+    }
 }
 
 void Report::AddSamePicture(const std::string& name, const std::string& other) {
@@ -247,11 +258,12 @@ std::string Report::Page(const fs::path& folder) const {
         data["links"].push_back(
             {{"name", name}, {"file", file.filename().string()}, {"target", LinkTo(file, folder)}});
     }
+    std::string reduced;
     std::string pictures;
     for (const Numbers& numbers : numbers_) {
-        pictures += PartElements(numbers);
+        (numbers.reduced ? reduced : pictures) += PartElements(numbers);
     }
-    return CapturePage(data, pictures);
+    return CapturePage(data, reduced, pictures);
 }
 
 Json Report::Tile() const {

@@ -70,6 +70,7 @@ public:
     struct Numbers {
         host::Image samples;
         std::vector<std::string> parts; // bands of rows from top to bottom, each a file in the page
+        bool reduced = false;           // shown until the same picture in full is decoded
     };
     const std::vector<Numbers>& numbers() const { return numbers_; }
 
@@ -79,7 +80,7 @@ public:
 
 private:
     // The samples of the first `width` columns for the page's script, added to `numbers_`.
-    nlohmann::ordered_json NumbersJson(const host::Image& image, int width);
+    nlohmann::ordered_json NumbersJson(const host::Image& image, int width, bool reduced = false);
 
     nlohmann::ordered_json data_;
     std::vector<Numbers> numbers_;

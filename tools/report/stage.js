@@ -100,7 +100,7 @@ const positionOfPixel = ({ x, y }) => {
 const tiles = new Map(); // canvases, the longest unused first
 
 function tileOf({ key, picture, paint }, level, column, row) {
-  const name = [key, level, column, row].join();
+  const name = [key, picture.finest(), level, column, row].join();
   let tile = tiles.get(name);
   tiles.delete(name);
   if (!tile) {
@@ -121,7 +121,7 @@ function tileOf({ key, picture, paint }, level, column, row) {
 function drawLayer(context, layer, { left, top, scale }) {
   const { width, height } = context.canvas;
   // Of a level that is reduced by less than 2, so that no pixel is left out.
-  const level = Math.max(0, Math.floor(Math.log2(1 / scale)));
+  const level = Math.max(layer.picture.finest(), Math.floor(Math.log2(1 / scale)));
   const side = (TILE << level) * scale;
   const [right, bottom] = [layer.picture.size[0] * scale, layer.picture.size[1] * scale];
   context.imageSmoothingEnabled = scale < 1;
@@ -150,7 +150,7 @@ function draw() {
   const context = canvas.getContext("2d");
   context.clearRect(0, 0, columns, rows);
   for (const [i, layer] of view.layers().entries()) {
-    if (!layer.picture.levels[0]) continue; // drawn as soon as it is there
+    if (layer.picture.finest() < 0) continue; // drawn as soon as it is there
     context.save();
     if (i === 1) {
       context.beginPath();

@@ -135,6 +135,7 @@ std::string Packed(const Report& report, const Json& have, const std::string& co
         const std::string part = entry["parts"].front();
         const std::string& key = keys[part];
         entry["parts"] = {key};
+        entry.erase("reduced");
         if (std::ranges::find(have, Json(key)) != have.end() ||
             std::ranges::find(sent, key) != sent.end()) {
             return;
