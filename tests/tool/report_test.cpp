@@ -1,5 +1,6 @@
 // --report, without a browser: what is in the page, and where it stands.
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include "host/picture/image_file.h"
@@ -157,3 +158,24 @@ TEST_F(ReportTest, RefusesWhatItCannotWriteAndLosesNothing) {
 }
 
 } // namespace
+
+TEST_F(ToolTest, LogReportPutsWhatFailedOnATile) {
+    // Ten requests more than the page takes of a kind; the last one lost its photo, and says
+    // <script>.
+    std::string log;
+    for (int i = 0; i < 2010; ++i) {
+        log += fmt::format("D/TSL_CTB ({0}): TSL_CTB: NodeProcRequest: 1:  (IN)\n"
+                           "D/TSL_CTB ({0}): TSL_CTB: NodeProcRequest: 2:  (OUT) res = 0\n",
+                           i + 1);
+    }
+    Write("phone.log",
+          log + "E/TSL_BTB (9): TSL_CTB: saveFile: 4: Failed to open file: </script>\n");
+    const ToolRun run = Run({"log", "phone.log", "--report", "pages/log.html"});
+    EXPECT_THAT(run.output, HasSubstr("wrote pages/log.html"));
+    const auto data = DataOf(folder_ / "pages/log.html");
+    EXPECT_EQ(data["tiles"].size(), 2001u);
+    EXPECT_EQ(data["tiles"].back()["verdict"]["kind"], "note");
+    EXPECT_THAT(data["tiles"].back()["verdict"]["text"].get<std::string>(), HasSubstr("</script>"));
+    EXPECT_EQ(data["findings"].back(), "only the first 2000 of 2010 good tiles are shown");
+    EXPECT_EQ(Run({"log", "phone.log", "--report", "pages"}).exitCode, 2);
+}

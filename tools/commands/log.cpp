@@ -1,10 +1,14 @@
 #include "tools/commands/commands.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <iterator>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <fmt/core.h>
@@ -13,10 +17,13 @@
 #include "tools/commands/shared_options.h"
 #include "tools/files/console.h"
 #include "tools/files/json_text.h"
+#include "tools/files/output_folder.h"
 #include "tools/files/progress.h"
 #include "tools/files/trace_file.h"
 #include "tools/phonelog/log_file.h"
 #include "tools/phonelog/node_history.h"
+#include "tools/report/page_text.h"
+#include "tools/report/report.h"
 
 namespace fs = std::filesystem;
 
@@ -28,6 +35,7 @@ struct LogOptions {
     std::vector<fs::path> files;
     bool json = false;
     fs::path trace;
+    fs::path report;
 };
 
 double Milliseconds(std::int64_t micros) {
@@ -54,32 +62,65 @@ std::string Duration(const RequestLife& life) {
     return text;
 }
 
-std::string Text(const NodeLife& life) {
-    std::string text = fmt::format("node {} ({}): ", life.number, Place(life.begin));
-    text += life.created ? "" : "not created; ";
+// What is told of a life, in the order of its line: "name (place): verdict; facts".
+struct Telling {
+    std::string name;
+    std::string place;
+    Report::Kind kind = Report::Kind::kGood;
+    std::string verdict;
+    std::string facts; // each behind "; "
+};
+
+std::string Line(const Telling& telling) {
+    return fmt::format("{} ({}): {}{}\n", telling.name, telling.place, telling.verdict,
+                       telling.facts);
+}
+
+Telling Tell(const NodeLife& life) {
+    Telling telling{fmt::format("node {}", life.number), Place(life.begin)};
+    std::string text = life.created ? "" : "not created; ";
     text += life.calibration.empty() ? "no calibration" : "calibration " + life.calibration;
     for (const std::string& refused : life.refused) {
         text += "; not used: " + refused;
     }
+    telling.verdict = std::move(text);
+    std::string facts;
     if (life.cameras) {
-        text += fmt::format("; {} linked cameras, primary {}", *life.cameras, *life.primaryCamera);
+        facts += fmt::format("; {} linked cameras, primary {}", *life.cameras, *life.primaryCamera);
     }
     if (!life.engineVersion.empty()) {
-        text += "; engine " + life.engineVersion;
+        facts += "; engine " + life.engineVersion;
     }
     for (const std::string& failure : life.failures) {
-        text += "; " + failure;
+        facts += "; " + failure;
     }
-    return text + "\n";
+    telling.facts = std::move(facts);
+    telling.kind = life.created && life.failures.empty() && !life.calibration.empty()
+                       ? Report::Kind::kGood
+                       : Report::Kind::kWrong;
+    return telling;
 }
 
-std::string Text(const RequestLife& life) {
-    std::string text = fmt::format("request {}", life.number);
-    text += life.node == 0 ? "" : fmt::format(" of node {}", life.node);
-    text += fmt::format(" ({}): {}", Place(life.begin), Word(life.verdict));
-    for (const std::string& failure : life.failures) {
-        text += "; " + failure;
+Report::Kind KindOf(const RequestLife& life) {
+    switch (life.verdict) {
+    case Verdict::Rendered:
+    case Verdict::Disparity:
+    case Verdict::Shown:
+    case Verdict::Stopped:
+        return life.failures.empty() ? Report::Kind::kGood : Report::Kind::kNote;
+    default:
+        return Report::Kind::kWrong;
     }
+}
+
+Telling Tell(const RequestLife& life) {
+    Telling telling{fmt::format("request {}", life.number), Place(life.begin), KindOf(life),
+                    Word(life.verdict)};
+    telling.name += life.node == 0 ? "" : fmt::format(" of node {}", life.node);
+    for (const std::string& failure : life.failures) {
+        telling.verdict += "; " + failure;
+    }
+    std::string text;
     if (life.frame) {
         text += fmt::format("; frame {}", *life.frame);
     }
@@ -101,7 +142,8 @@ std::string Text(const RequestLife& life) {
         text += life.faceInFocus ? fmt::format(", focus on {}", *life.faceInFocus) : "";
     }
     text += life.errorsAlone ? "; only errors are logged" : "";
-    return text + Duration(life) + "\n";
+    telling.facts = text + Duration(life);
+    return telling;
 }
 
 Json ToJson(const Moment& moment) {
@@ -145,12 +187,62 @@ Json ToJson(const RequestLife& life) {
     return json;
 }
 
+// The page of a log: a tile for each node and request. Of each kind as many as a page holds.
+class LogPage {
+public:
+    LogPage(const fs::path& file, const std::string& title)
+        : folder_(file.parent_path()),
+          name_(file.filename().string()), data_{{"command", "log"},
+                                                 {"title", title},
+                                                 {"things", "nodes and requests"}} {
+        data_["tiles"] = Json::array();
+        if (fs::is_directory(file)) {
+            Refuse(file.string(), "a file", "a folder");
+        }
+    }
+
+    void Add(const Telling& telling) {
+        if (++count_[telling.kind] > kMost) {
+            return;
+        }
+        data_["tiles"].push_back(
+            {{"title", telling.name},
+             {"verdict", {{"kind", NameOf(telling.kind)}, {"text", telling.verdict}}},
+             {"findings", 0},
+             {"facts", telling.place + telling.facts}});
+    }
+
+    std::vector<std::string> Commit(std::vector<std::string> findings) {
+        for (const auto& [kind, count] : count_) {
+            if (count > kMost) {
+                findings.push_back(fmt::format("only the first {} of {} {} tiles are shown", kMost,
+                                               count, NameOf(kind)));
+            }
+        }
+        data_["findings"] = std::move(findings);
+        folder_.Write(name_, OverviewPage(data_));
+        folder_.Commit();
+        return folder_.written();
+    }
+
+private:
+    static constexpr int kMost = 2000;
+
+    OutputFolder folder_;
+    std::string name_;
+    Json data_;
+    std::map<Report::Kind, int> count_;
+};
+
 // Prints lives as they end, so that a log of any length needs little memory.
 class LifePrinter {
 public:
     explicit LifePrinter(const LogOptions& options) : json_(options.json) {
         if (!options.trace.empty()) {
             trace_.emplace(options.trace);
+        }
+        if (!options.report.empty()) {
+            page_.emplace(options.report, options.files.front().filename().string());
         }
         std::printf("%s", json_ ? "{\"history\": [" : "");
     }
@@ -161,7 +253,10 @@ public:
             std::printf("%s%s", first_ ? "\n" : ",", JsonText(ToJson(life), -1).c_str());
             first_ = false;
         } else {
-            PrintText(Text(life));
+            PrintText(Line(Tell(life)));
+        }
+        if (page_) {
+            page_->Add(Tell(life));
         }
         if (trace_) {
             Trace(life);
@@ -176,6 +271,9 @@ public:
             }
             trace_->Commit();
             written = trace_->written();
+        }
+        if (page_) {
+            std::ranges::copy(page_->Commit(findings), std::back_inserter(written));
         }
         if (json_) {
             std::printf("],\n\"findings\": %s, \"written\": %s}\n", JsonText(findings, -1).c_str(),
@@ -218,6 +316,7 @@ private:
     bool first_ = true;
     bool timed_ = false; // the timeline holds something
     std::optional<TraceFile> trace_;
+    std::optional<LogPage> page_;
 };
 
 int ReadLogs(const LogOptions& options) {
@@ -246,6 +345,7 @@ std::function<int()> PrepareLog(Command command) {
     command.Flag("--json", options->json, "say it as JSON");
     command.Path("--trace", "FILE", options->trace,
                  "write a timeline for Perfetto, from a log with times");
+    AddReportOption(command, options->report);
     command.Footer(
         "Tells each node's life and each of its requests from the node's own messages, whatever\n"
         "else the log holds, then what looks wrong over all. How much there is to tell depends\n"

@@ -1,9 +1,10 @@
 "use strict";
 
-// A tile for each capture. All texts are put in as text, never as markup.
+// A tile for each capture, or for what a log tells of. All texts are put in as text, never as markup.
 const data = JSON.parse(document.getElementById("data").textContent);
 const byId = (id) => document.getElementById(id);
 
+const things = data.things ?? "sets";
 const KINDS = { wrong: "Wrong", note: "Notable", good: "Good" }; // the worst first
 
 let kind = ""; // of the verdicts shown; all of them if empty
@@ -19,7 +20,7 @@ function make(name, text, className) {
 function worstFirst(a, b) {
   const rank = ({ verdict }) => Object.keys(KINDS).indexOf(verdict.kind);
   return rank(a) - rank(b) || (a.psnr ?? Infinity) - (b.psnr ?? Infinity) || b.findings - a.findings ||
-    a.title.localeCompare(b.title) || 0;
+    a.title.localeCompare(b.title, undefined, { numeric: true }) || 0;
 }
 
 // Of a name like IMG_20240131_235959.
@@ -28,8 +29,8 @@ const timeOf = (title) => title.replace(
     ? `${year}-${rest[0]}-${rest[1]} ${rest.slice(2, 5).join(":")}` : "");
 
 // What is not known is left out.
-function factsOf({ title, size, blur, focus, findings, psnr }) {
-  return [timeOf(title), size?.join("×"), Number.isInteger(blur) && `blur ${blur}`,
+function factsOf({ title, facts, size, blur, focus, findings, psnr }) {
+  return facts ?? [timeOf(title), size?.join("×"), Number.isInteger(blur) && `blur ${blur}`,
     focus && `focus ${focus.join()}`, findings > 0 && `findings: ${findings}`,
     psnr && `PSNR ${psnr.toFixed(1)} dB`].filter(Boolean).join(" · ");
 }
@@ -60,7 +61,7 @@ function filter() {
   for (const each of tiles) {
     each.tile.hidden = (kind && each.kind !== kind) || !words.every((word) => each.text.includes(word));
   }
-  byId("count").textContent = `${visible().length} of ${tiles.length} sets`;
+  byId("count").textContent = `${visible().length} of ${tiles.length} ${things}`;
   for (const button of byId("kinds").children) {
     button.setAttribute("aria-pressed", button.value === kind);
   }
@@ -80,8 +81,11 @@ function showKinds() {
     byId("kinds").append(button);
   }
   const wrong = counts[0][1];
-  byId("verdict").textContent = wrong === 0 ? `${tiles.length} sets, none wrong` : `${wrong} of ${tiles.length} sets are wrong`;
+  byId("verdict").textContent = wrong === 0 ? `${tiles.length} ${things}, none wrong` : `${wrong} of ${tiles.length} ${things} are wrong`;
   byId("verdict").className = wrong === 0 ? "good" : "wrong";
+  const list = make("ul", undefined, "findings");
+  list.append(...(data.findings ?? []).map((text) => make("li", text, "wrong")));
+  byId("verdict").after(list);
 }
 
 // Moves the focus by tiles, or by rows of tiles.
@@ -108,6 +112,7 @@ byId("command").textContent = `bokehnode ${data.command}`;
 byId("title").textContent = data.title;
 document.title = `${data.title} – ${data.command}`;
 byId("tiles").append(...tiles.map(({ tile }) => tile));
+byId("search").setAttribute("aria-label", `Only ${things} with this text`);
 byId("search").addEventListener("input", filter);
 document.addEventListener("keydown", pressKey);
 showKinds();

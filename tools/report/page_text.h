@@ -15,6 +15,8 @@ std::string CapturePage(const nlohmann::ordered_json& data, const std::string& r
 // the browser may load and run; of scripts and styles only those with the nonce.
 std::string LivePage(const nlohmann::ordered_json& data, const std::string& policy,
                      const std::string& nonce);
+// `data`: command, title and tiles, and of a log also its findings and what its tiles are
+// ("things").
 std::string OverviewPage(const nlohmann::ordered_json& data);
 
 // A link from a page in this folder. All bytes of a name are escaped that could mean anything but
