@@ -6,16 +6,20 @@
 #include <limits>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <malloc.h>
 
-#include <fmt/format.h>
+#include <fmt/ostream.h>
 #include <opencv2/imgproc.hpp>
 
 #include "bench/refocus/engine.h"
 #include "bench/refocus/scene.h"
 #include "bench/refocus/thin_lens.h"
 #include "host/picture/nv12.h"
+#include "host/refocus/depth_estimator.h"
+#include "host/refocus/renderer.h"
 
 namespace quality {
 namespace {
@@ -98,6 +102,45 @@ double StatusKilobytes(const std::string& name) {
     throw std::runtime_error(fmt::format("/proc/self/status has no {}", name));
 }
 
+using StepTimes = std::vector<std::pair<std::string, double>>; // milliseconds, in their order
+
+// The medians of several pictures, and their sum.
+StepTimes TimeSteps(cv::Size size) {
+    constexpr int kRuns = 5;
+    const StereoPair pair = PairOf(size);
+    const refocus::Nv12View main = ViewOf(pair.main);
+    host::Image output = pair.main;
+    refocus::Nv12View target = ViewOf(output);
+    std::vector<std::vector<double>> times;
+    StepTimes result;
+    for (int run = 0; run < kRuns; ++run) {
+        std::size_t step = 0;
+        auto start = std::chrono::steady_clock::now();
+        const auto done = [&](const char* name) {
+            if (run == 0) {
+                result.emplace_back(name, 0.0);
+                times.emplace_back();
+            }
+            const auto now = std::chrono::steady_clock::now();
+            times.at(step++).push_back(
+                std::chrono::duration<double, std::milli>(now - start).count());
+            start = now;
+        };
+        refocus::DepthMap depth;
+        refocus::EstimateDepth(main, LumaOf(pair.aux), CalibrationFor(size), {}, size.width, depth,
+                               done);
+        const auto focus =
+            refocus::FocusRangeOf(depth.bytes, FocusAt({size.width / 2, size.height / 2}));
+        refocus::RenderBokeh(main, depth.bytes, depth.scale, focus, kBlurLevel, target, done);
+    }
+    double sum = 0.0;
+    for (std::size_t step = 0; step < result.size(); ++step) {
+        sum += result[step].second = Median(times[step]);
+    }
+    result.emplace_back("all", sum);
+    return result;
+}
+
 } // namespace
 
 Row MemoryRow(cv::Size size) {
@@ -144,6 +187,26 @@ Row TimeRow(cv::Size size) {
         Row::Better::kLess,
         0.6,
         0.4};
+}
+
+void PrintStepTimes(std::ostream& out) {
+    std::vector<StepTimes> columns;
+    fmt::print(out, "{:<26}", "milliseconds");
+    for (const int side : {2000, 4000, 8000}) {
+        for (const int threads : {1, 2}) {
+            const cv::Size size(side, side * 3 / 4);
+            fmt::print(out, "{:>11.0f} MP x{}", size.area() / 1e6, threads);
+            cv::setNumThreads(threads);
+            columns.push_back(TimeSteps(size));
+        }
+    }
+    for (std::size_t step = 0; step < columns.front().size(); ++step) {
+        fmt::print(out, "\n{:<26}", columns.front()[step].first);
+        for (const StepTimes& column : columns) {
+            fmt::print(out, "{:>16.1f}", column.at(step).second);
+        }
+    }
+    fmt::print(out, "\n");
 }
 
 } // namespace quality

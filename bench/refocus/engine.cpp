@@ -4,7 +4,6 @@
 
 #include <fmt/format.h>
 
-#include "host/refocus/calibration.h"
 #include "host/refocus/depth_estimator.h"
 #include "host/refocus/error.h"
 
@@ -31,12 +30,6 @@ PLIM_OFFSCREEN DescriptorOf(host::Image& image) {
     return descriptor;
 }
 
-refocus::Calibration CalibrationFor(cv::Size size) {
-    // Focal length and baseline don't affect disparities in pixels; these are a phone's.
-    return refocus::CalibrationOfRectifiedPair(
-        {size.width, size.height, size.width, size.height, 0.8 * size.width, 12.0, 0.0});
-}
-
 cv::Mat Estimated(StereoPair& pair) {
     const cv::Size size = pair.size();
     Engine engine(size);
@@ -59,6 +52,12 @@ cv::Mat Estimated(StereoPair& pair) {
 }
 
 } // namespace
+
+refocus::Calibration CalibrationFor(cv::Size size) {
+    // Focal length and baseline don't affect disparities in pixels; these are a phone's.
+    return refocus::CalibrationOfRectifiedPair(
+        {size.width, size.height, size.width, size.height, 0.8 * size.width, 12.0, 0.0});
+}
 
 cv::Mat LumaOf(const host::Image& image) {
     return {image.height(), image.width(), CV_8UC1, const_cast<std::uint8_t*>(image.plane(0)),

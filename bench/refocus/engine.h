@@ -6,6 +6,7 @@
 
 #include "engine/refocus_engine.h"
 #include "host/picture/image.h"
+#include "host/refocus/calibration.h"
 #include "host/refocus/image.h"
 
 namespace quality {
@@ -44,6 +45,9 @@ private:
 };
 
 TSL_DCR_FOCUSPARAM FocusAt(cv::Point point);
+
+// The calibration of identical, rectified cameras of this image size.
+refocus::Calibration CalibrationFor(cv::Size size);
 
 // The engine's disparity for the pair, in main image pixels (CV_32FC1). The engine's functions
 // return bytes; their scale comes from its steps. Throws std::runtime_error that begins with `name`

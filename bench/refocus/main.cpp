@@ -26,9 +26,14 @@ struct Options {
     // only; the figures are those of scenes that it has not been tuned on.
     std::pair<std::uint32_t, int> scenes{1001, 60};
     bool quick = false;
+    bool steps = false;
 };
 
 int Run(const Options& options) {
+    if (options.steps) {
+        quality::PrintStepTimes(std::cout);
+        return 0;
+    }
     cv::setNumThreads(2);
     const cv::Size photo = options.quick ? kQuickPhoto : kFullPhoto;
     const quality::Row memory = quality::MemoryRow(photo);
@@ -61,6 +66,8 @@ int Main(int argc, char** argv) {
         ->capture_default_str()
         ->check(CLI::PositiveNumber);
     app.add_flag("--quick", options.quick, "small pictures, for a first impression");
+    app.add_flag("--steps", options.steps,
+                 "only the time of each step, at 3, 12 and 48 megapixels");
     CLI11_PARSE(app, argc, argv);
     return Run(options);
 }

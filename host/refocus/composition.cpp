@@ -1,5 +1,6 @@
 #include "host/refocus/composition.h"
 
+#include <opencv2/core/hal/intrin.hpp>
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
@@ -7,23 +8,26 @@
 #include <cmath>
 #include <vector>
 
+#include "host/refocus/cell_interpolation.h"
 #include "host/refocus/colour.h"
+#include "host/refocus/image_memory.h"
 
 namespace refocus {
 namespace {
 
 constexpr float kMinCover = 1.0f / 512.0f; // a smaller opacity changes no 8-bit value
 
-// The layers converted to YUV, one plane (CV_32FC1) for each component.
+// The layers converted to YUV, one plane in fixed point for each component.
 enum Plane { kFarY, kFarU, kFarV, kNearY, kNearU, kNearV, kOverY, kOverU, kOverV, kCover, kPlanes };
 using Planes = std::array<cv::Mat, kPlanes>;
 
 // Far and Near: what is seen at a pixel behind and before the focus, near layer included. Over: the
-// near layer alone, to be composited over pixels in focus; its Y is linear light.
+// near layer alone, to be composited over pixels in focus; its Y is linear light. Light and opacity
+// are 255 for 1.
 Planes MakePlanes(const BlurredLayers& layers) {
     Planes planes;
     for (cv::Mat& plane : planes) {
-        plane.create(layers.far.size(), CV_32FC1);
+        plane = NewImage(layers.far.size(), CV_16SC1);
     }
     cv::Mat reached; // opacity of the near layer in this cell or one beside it
     cv::dilate(layers.nearCover, reached, cv::Mat());
@@ -31,7 +35,7 @@ Planes MakePlanes(const BlurredLayers& layers) {
         const auto store = [&](Plane first, int x, const cv::Vec3f& yuv) {
             cv::Mat* plane = planes.data() + first;
             for (int i = 0; i < 3; ++i) {
-                plane[i].at<float>(y, x) = yuv[i];
+                plane[i].at<std::int16_t>(y, x) = ToFixed(yuv[i]);
             }
         };
         for (int x = 0; x < layers.far.cols; ++x) {
@@ -41,7 +45,7 @@ Planes MakePlanes(const BlurredLayers& layers) {
                 store(kFarY, x, far);
                 store(kNearY, x, far);
                 store(kOverY, x, {});
-                planes[kCover].at<float>(y, x) = 0.0f;
+                planes[kCover].at<std::int16_t>(y, x) = 0;
                 continue;
             }
             const auto& near = layers.near.at<cv::Vec3f>(y, x);
@@ -49,12 +53,12 @@ Planes MakePlanes(const BlurredLayers& layers) {
                 const auto& light = layer.at<cv::Vec3f>(y, x);
                 return YuvOf(light + (near - light) * cover);
             };
-            const bool covered = cover >= kMinCover;
-            planes[kCover].at<float>(y, x) = covered ? cover : 0.0f;
+            planes[kCover].at<std::int16_t>(y, x) =
+                ToFixed(cover >= kMinCover ? 255.0f * cover : 0.0f);
             store(kFarY, x, under(layers.far));
             store(kNearY, x, under(layers.behind));
             cv::Vec3f over = YuvOf(near);
-            over[0] = LightOf(over[0], 128.0f, 128.0f)[0];
+            over[0] = 255.0f * LightOf(over[0], 128.0f, 128.0f)[0];
             store(kOverY, x, over);
         }
     });
@@ -65,217 +69,278 @@ float Mix(float from, float to, float share) {
     return from + (to - from) * share;
 }
 
-// Interpolates planes of cells linearly, a row of samples at a time. `pixel` is the distance
-// between samples in main image pixels: 1 for luma, 2 for chroma.
-class RowSampler {
-public:
-    RowSampler(cv::Size cells, int cell, int pixel, int samples)
-        : cells_(cells), scale_(static_cast<float>(pixel) / static_cast<float>(cell)),
-          mixed_(static_cast<std::size_t>(cells.width) + 1) {
-        for (int x = 0; x < samples; ++x) {
-            taps_.push_back(TapAt(x, cells.width));
-        }
-    }
-
-    void Sample(const cv::Mat& plane, int y, std::vector<float>& row) {
-        const Tap tap = TapAt(y, cells_.height);
-        const float* upper = plane.ptr<float>(tap.first);
-        const float* lower = plane.ptr<float>(std::min(tap.first + 1, cells_.height - 1));
-        for (int x = 0; x < cells_.width; ++x) {
-            mixed_[static_cast<std::size_t>(x)] = upper[x] + (lower[x] - upper[x]) * tap.share;
-        }
-        mixed_.back() = mixed_[mixed_.size() - 2];
-        row.resize(taps_.size());
-        for (std::size_t x = 0; x < taps_.size();) {
-            const int first = taps_[x].first;
-            const float* at = mixed_.data() + first;
-            const float step = at[1] - at[0];
-            for (; x < taps_.size() && taps_[x].first == first; ++x) {
-                row[x] = at[0] + step * taps_[x].share;
-            }
-        }
-    }
-
-    // A single sample.
-    float SampleAt(const cv::Mat& plane, int x, int y) const {
-        const Tap row = TapAt(y, cells_.height);
-        const Tap column = taps_[static_cast<std::size_t>(x)];
-        const int right = std::min(column.first + 1, cells_.width - 1);
-        const float* upper = plane.ptr<float>(row.first);
-        const float* lower = plane.ptr<float>(std::min(row.first + 1, cells_.height - 1));
-        const float left = Mix(upper[column.first], lower[column.first], row.share);
-        return Mix(left, Mix(upper[right], lower[right], row.share), column.share);
-    }
-
-    // True where all four cells that a sample is interpolated from are marked (CV_8UC1).
-    bool AllMarked(const cv::Mat& marked, int x, int y) const {
-        const int row = TapAt(y, cells_.height).first;
-        const int column = taps_[static_cast<std::size_t>(x)].first;
-        const auto at = [&](int dy, int dx) {
-            return marked.at<std::uint8_t>(std::min(row + dy, cells_.height - 1),
-                                           std::min(column + dx, cells_.width - 1)) != 0;
-        };
-        return at(0, 0) && at(0, 1) && at(1, 0) && at(1, 1);
-    }
-
-    // True if one of the rows of cells that a row of samples is interpolated from is marked.
-    bool Touches(const std::vector<std::uint8_t>& marked, int y) const {
-        const auto first = static_cast<std::size_t>(TapAt(y, cells_.height).first);
-        return marked[first] != 0 || marked[std::min(first + 1, marked.size() - 1)] != 0;
-    }
-
-private:
-    struct Tap {
-        int first;
-        float share;
-    };
-
-    Tap TapAt(int sample, int count) const {
-        const float at = std::clamp((static_cast<float>(sample) + 0.5f) * scale_ - 0.5f, 0.0f,
-                                    static_cast<float>(count - 1));
-        const int first = static_cast<int>(at);
-        return {first, at - static_cast<float>(first)};
-    }
-
-    cv::Size cells_;
-    float scale_;
-    std::vector<float> mixed_;
-    std::vector<Tap> taps_;
-};
-
 std::uint8_t Rounded(float value) {
     return static_cast<std::uint8_t>(std::clamp(value + 0.5f, 0.0f, 255.0f));
+}
+
+// The value of a plane (CV_32FC1) between four cells.
+float Between(const cv::Mat& plane, const CellInterpolation::Tap& row,
+              const CellInterpolation::Tap& column) {
+    const float* upper = plane.ptr<float>(row.first);
+    const float* lower = plane.ptr<float>(row.second);
+    return Mix(Mix(upper[column.first], lower[column.first], row.share),
+               Mix(upper[column.second], lower[column.second], row.share), column.share);
+}
+
+// Disparity values whose pixels need no mixing. Shares grow with the distance from the focus.
+struct WholeValues {
+    int farUpTo = -1;    // up to here a pixel is the far field's alone
+    int sharpFrom = 256; // from here it has no share of the far field
+    int sharpUpTo = -1;  // up to here it has no share of the near field
+    int nearFrom = 256;  // from here it is the near field's alone
+
+    explicit WholeValues(const BlurTable& table) {
+        for (int value = 0; value < 256; ++value) {
+            const auto i = static_cast<std::size_t>(value);
+            farUpTo = table.far[i] >= 1.0f ? value : farUpTo;
+            sharpFrom = table.far[i] > 0.0f ? 256 : std::min(sharpFrom, value);
+            sharpUpTo = table.near[i] > 0.0f ? sharpUpTo : value;
+            nearFrom = table.near[i] >= 1.0f ? std::min(nearFrom, value) : 256;
+        }
+    }
+};
+
+constexpr int kRun = 16; // luma pixels of a row that are judged at once
+
+// The lowest and the highest of a run of disparity values.
+struct ValueRange {
+    int low;
+    int high;
+
+    explicit ValueRange(const std::uint8_t* values) {
+        const cv::v_uint8x16 all = cv::v_load(values);
+        low = cv::v_reduce_min(all);
+        high = cv::v_reduce_max(all);
+    }
+    ValueRange(const ValueRange& a, const ValueRange& b)
+        : low(std::min(a.low, b.low)), high(std::max(a.high, b.high)) {}
+};
+
+bool AllZero(const std::int16_t* fixed) {
+    return !cv::v_check_any((cv::v_load(fixed) | cv::v_load(fixed + kRun / 2)) !=
+                            cv::v_setzero_s16());
 }
 
 class Composer {
 public:
     Composer(const Nv12View& input, const cv::Mat& map, const BlurTable& table,
              const Planes& planes, const Matte& matte, int cell, Nv12View& output)
-        : input_(input), map_(map), table_(table), planes_(planes), matte_(matte), output_(output),
-          luma_(planes[kCover].size(), cell, 1, input.luma.cols),
-          chroma_(planes[kCover].size(), cell, 2, input.chroma.cols),
-          blurred_(static_cast<std::size_t>(input.luma.cols)) {
-        for (std::size_t value = 0; value < farShare_.size(); ++value) {
-            farShare_[value] = static_cast<int>(std::lround(table.far[value] * kWhole));
-        }
+        : input_(input), map_(map), table_(table), whole_(table), planes_(planes), matte_(matte),
+          output_(output),
+          luma_(planes[kCover].cols, 1.0f / static_cast<float>(cell), input.luma.cols),
+          chroma_(planes[kCover].cols, 2.0f / static_cast<float>(cell), input.chroma.cols),
+          lumaRows_(planes[kCover].rows, 1.0f / static_cast<float>(cell), input.luma.rows),
+          chromaRows_(planes[kCover].rows, 2.0f / static_cast<float>(cell), input.chroma.rows) {
         for (int y = 0; y < planes[kCover].rows; ++y) {
             covered_.push_back(cv::countNonZero(planes[kCover].row(y)) > 0);
             outlined_.push_back(cv::countNonZero(matte.onOutline.row(y)) > 0);
         }
+        rows_.fill(FixedRow(input.luma.cols));
     }
 
     void LumaRow(int y) {
-        const bool covered = luma_.Touches(covered_, y);
-        const bool outlined = luma_.Touches(outlined_, y);
-        luma_.Sample(planes_[kFarY], y, rows_[kFarY]);
-        std::transform(rows_[kFarY].begin(), rows_[kFarY].end(), blurred_.begin(), Rounded);
+        const CellInterpolation::Tap& tap = lumaRows_.At(y);
+        const bool covered = Touches(covered_, tap);
+        const bool outlined = Touches(outlined_, tap);
+        Sample(luma_, kFarY, tap);
         const std::uint8_t* in = input_.luma.ptr<std::uint8_t>(y);
         if (covered || outlined) { // the output may be the input, and is written below
             own_.assign(in, in + input_.luma.cols);
         }
         const std::uint8_t* values = map_.ptr<std::uint8_t>(y);
         std::uint8_t* out = output_.luma.ptr<std::uint8_t>(y);
-        for (std::size_t x = 0; x < blurred_.size(); ++x) {
-            const int share = farShare_[values[x]];
-            out[x] = static_cast<std::uint8_t>(
-                (in[x] * (kWhole - share) + blurred_[x] * share + kWhole / 2) / kWhole);
-        }
+        FarLumaRow(in, values, out);
         if (outlined) {
-            OutlineLumaRow(y, own_.data(), values, out);
+            OutlineLumaRow(tap, own_.data(), values, out);
         }
         if (covered) {
-            CoverLumaRow(y, own_.data(), values, out);
-        }
-    }
-
-    // Writes the outlines of what is in focus.
-    void OutlineLumaRow(int y, const std::uint8_t* in, const std::uint8_t* values,
-                        std::uint8_t* out) {
-        for (int x = 0; x < input_.luma.cols; ++x) {
-            if (table_.near[values[x]] > 0.0f || !luma_.AllMarked(matte_.onOutline, x, y)) {
-                continue;
-            }
-            const float sharpLuma = luma_.SampleAt(matte_.sharpLuma, x, y);
-            const float share =
-                MatteShare(in[x], table_.far[values[x]], luma_.SampleAt(matte_.far, x, y),
-                           sharpLuma, luma_.SampleAt(matte_.farLuma, x, y));
-            out[x] = Rounded(Mix(in[x], rows_[kFarY][static_cast<std::size_t>(x)], share));
-        }
-    }
-
-    // Writes the pixels that the near layer covers or that belong to it.
-    void CoverLumaRow(int y, const std::uint8_t* in, const std::uint8_t* values,
-                      std::uint8_t* out) {
-        luma_.Sample(planes_[kNearY], y, rows_[kNearY]);
-        luma_.Sample(planes_[kOverY], y, rows_[kOverY]);
-        luma_.Sample(planes_[kCover], y, rows_[kCover]);
-        const float* lights = LightOfCodes();
-        for (std::size_t x = 0; x < blurred_.size(); ++x) {
-            const float far = table_.far[values[x]];
-            const float near = table_.near[values[x]];
-            const float cover = rows_[kCover][x];
-            if (near > 0.0f || (cover > 0.0f && far < 1.0f)) {
-                const float sharp = far + near < 1.0f && cover > 0.0f
-                                        ? CodeOf(Mix(lights[in[x]], rows_[kOverY][x], cover))
-                                        : static_cast<float>(in[x]);
-                out[x] = Rounded(Mix(Mix(sharp, rows_[kFarY][x], far), rows_[kNearY][x], near));
-            }
+            CoverLumaRow(tap, own_.data(), values, out);
         }
     }
 
     void ChromaRow(int y) {
-        const bool covered = chroma_.Touches(covered_, y);
+        const CellInterpolation::Tap& tap = chromaRows_.At(y);
+        const bool covered = Touches(covered_, tap);
         for (const Plane plane : {kFarU, kFarV, kNearU, kNearV, kOverU, kOverV, kCover}) {
             if (covered || plane == kFarU || plane == kFarV) {
-                chroma_.Sample(planes_[plane], y, rows_[plane]);
+                Sample(chroma_, plane, tap);
             }
         }
         const std::uint8_t* upper = map_.ptr<std::uint8_t>(2 * y);
         const std::uint8_t* lower = map_.ptr<std::uint8_t>(2 * y + 1);
         const auto* in = input_.chroma.ptr<cv::Vec2b>(y);
         auto* out = output_.chroma.ptr<cv::Vec2b>(y);
-        const auto mean = [&](const std::array<float, 256>& shares, std::size_t x) {
-            return (shares[upper[2 * x]] + shares[upper[2 * x + 1]] + shares[lower[2 * x]] +
-                    shares[lower[2 * x + 1]]) /
-                   4.0f;
-        };
-        for (std::size_t x = 0; x < rows_[kFarU].size(); ++x) {
-            const float far = mean(table_.far, x);
-            const float near = covered ? mean(table_.near, x) : 0.0f;
-            const float cover = covered ? rows_[kCover][x] : 0.0f;
-            if (near == 0.0f && cover == 0.0f) {
-                if (far > 0.0f) {
-                    out[x] = {Rounded(Mix(in[x][0], rows_[kFarU][x], far)),
-                              Rounded(Mix(in[x][1], rows_[kFarV][x], far))};
+        constexpr int kHalf = kRun / 2;
+        for (int x = 0; x < input_.chroma.cols; x += kHalf) {
+            const int end = std::min(x + kHalf, input_.chroma.cols);
+            if (end == x + kHalf) {
+                const ValueRange range(ValueRange(upper + 2 * x), ValueRange(lower + 2 * x));
+                if (range.high <= whole_.farUpTo) {
+                    StoreChroma(kFarU, x, out);
+                    continue;
                 }
-                continue;
+                if (covered && range.low >= whole_.nearFrom) {
+                    StoreChroma(kNearU, x, out);
+                    continue;
+                }
+                // Half of a run of cover is enough, but a whole one lies within the row's room.
+                const bool sharp = range.low >= whole_.sharpFrom && range.high <= whole_.sharpUpTo;
+                if (sharp && (!covered || AllZero(rows_[kCover].data() + x))) {
+                    continue;
+                }
             }
-            const float behind = far + near > 0.0f ? near / (far + near) : 0.0f;
-            const auto mix = [&](std::uint8_t own, Plane farPlane, Plane nearPlane, Plane over) {
-                const float sharp = Mix(own, rows_[over][x], cover);
-                const float blurred = Mix(rows_[farPlane][x], rows_[nearPlane][x], behind);
-                return Rounded(Mix(sharp, blurred, std::min(1.0f, far + near)));
-            };
-            out[x] = {mix(in[x][0], kFarU, kNearU, kOverU), mix(in[x][1], kFarV, kNearV, kOverV)};
+            for (int i = x; i < end; ++i) {
+                out[i] = MixedChroma(in[i], upper + 2 * i, lower + 2 * i, i, covered);
+            }
         }
     }
 
 private:
+    static bool Touches(const std::vector<std::uint8_t>& marked,
+                        const CellInterpolation::Tap& tap) {
+        return marked[static_cast<std::size_t>(tap.first)] != 0 ||
+               marked[static_cast<std::size_t>(tap.second)] != 0;
+    }
+
+    void Sample(const CellInterpolation& columns, Plane plane, const CellInterpolation::Tap& row) {
+        MixRows(planes_[plane], row, cells_);
+        columns.Expand(cells_, rows_[plane]);
+    }
+
+    float Code(Plane plane, int x) const {
+        return static_cast<float>(rows_[plane][static_cast<std::size_t>(x)]) / kFixedOne;
+    }
+
+    void FarLumaRow(const std::uint8_t* in, const std::uint8_t* values, std::uint8_t* out) {
+        for (int x = 0; x < input_.luma.cols; x += kRun) {
+            const int end = std::min(x + kRun, input_.luma.cols);
+            if (end == x + kRun) {
+                const ValueRange range(values + x);
+                if (range.high <= whole_.farUpTo) {
+                    StoreRounded(rows_[kFarY].data() + x, out + x);
+                    continue;
+                }
+                if (range.low >= whole_.sharpFrom) {
+                    continue;
+                }
+            }
+            for (int i = x; i < end; ++i) {
+                out[i] = Rounded(Mix(in[i], Code(kFarY, i), table_.far[values[i]]));
+            }
+        }
+    }
+
+    // Writes the outlines of what is in focus.
+    void OutlineLumaRow(const CellInterpolation::Tap& row, const std::uint8_t* in,
+                        const std::uint8_t* values, std::uint8_t* out) {
+        const std::uint8_t* upper = matte_.onOutline.ptr<std::uint8_t>(row.first);
+        const std::uint8_t* lower = matte_.onOutline.ptr<std::uint8_t>(row.second);
+        for (const CellInterpolation::Interval& cells : luma_.intervals()) {
+            if ((upper[cells.first] & upper[cells.second] & lower[cells.first] &
+                 lower[cells.second]) == 0) {
+                continue;
+            }
+            for (int x = cells.begin; x < cells.end; ++x) {
+                if (table_.near[values[x]] > 0.0f) {
+                    continue;
+                }
+                const CellInterpolation::Tap& column = luma_.At(x);
+                const float share = MatteShare(
+                    in[x], table_.far[values[x]], Between(matte_.far, row, column),
+                    Between(matte_.sharpLuma, row, column), Between(matte_.farLuma, row, column));
+                out[x] = Rounded(Mix(in[x], Code(kFarY, x), share));
+            }
+        }
+    }
+
+    // Writes the pixels that the near layer covers or that belong to it.
+    void CoverLumaRow(const CellInterpolation::Tap& row, const std::uint8_t* in,
+                      const std::uint8_t* values, std::uint8_t* out) {
+        for (const Plane plane : {kNearY, kOverY, kCover}) {
+            Sample(luma_, plane, row);
+        }
+        for (int x = 0; x < input_.luma.cols; x += kRun) {
+            const int end = std::min(x + kRun, input_.luma.cols);
+            if (end == x + kRun) {
+                const ValueRange range(values + x);
+                if (range.low >= whole_.nearFrom) {
+                    StoreRounded(rows_[kNearY].data() + x, out + x);
+                    continue;
+                }
+                if (range.high <= whole_.farUpTo ||
+                    (range.high <= whole_.sharpUpTo && AllZero(rows_[kCover].data() + x))) {
+                    continue;
+                }
+            }
+            for (int i = x; i < end; ++i) {
+                CoverPixel(i, in[i], values[i], out[i]);
+            }
+        }
+    }
+
+    void CoverPixel(int x, std::uint8_t in, std::uint8_t value, std::uint8_t& out) const {
+        const float far = table_.far[value];
+        const float near = table_.near[value];
+        const float cover = Code(kCover, x) / 255.0f;
+        if (near > 0.0f || (cover > 0.0f && far < 1.0f)) {
+            const float light = Code(kOverY, x) / 255.0f;
+            const float sharp = far + near < 1.0f && cover > 0.0f
+                                    ? CodeOf(Mix(LightOfCodes()[in], light, cover))
+                                    : static_cast<float>(in);
+            out = Rounded(Mix(Mix(sharp, Code(kFarY, x), far), Code(kNearY, x), near));
+        }
+    }
+
+    // Stores half a run of the plane U and the next one, V.
+    void StoreChroma(Plane u, int x, cv::Vec2b* out) const {
+        std::array<std::uint8_t, kRun> us;
+        std::array<std::uint8_t, kRun> vs;
+        StoreRounded(rows_[u].data() + x, us.data());
+        StoreRounded(rows_[u + 1].data() + x, vs.data());
+        for (std::size_t i = 0; i < kRun / 2; ++i) {
+            out[x + static_cast<int>(i)] = {us[i], vs[i]};
+        }
+    }
+
+    // A pixel of chroma, by the disparities of its four pixels of luma.
+    cv::Vec2b MixedChroma(const cv::Vec2b& in, const std::uint8_t* upper, const std::uint8_t* lower,
+                          int x, bool covered) const {
+        const auto mean = [&](const std::array<float, 256>& shares) {
+            return (shares[upper[0]] + shares[upper[1]] + shares[lower[0]] + shares[lower[1]]) /
+                   4.0f;
+        };
+        const float far = mean(table_.far);
+        const float near = covered ? mean(table_.near) : 0.0f;
+        const float cover = covered ? Code(kCover, x) / 255.0f : 0.0f;
+        if (near == 0.0f && cover == 0.0f) {
+            return {Rounded(Mix(in[0], Code(kFarU, x), far)),
+                    Rounded(Mix(in[1], Code(kFarV, x), far))};
+        }
+        const float behind = far + near > 0.0f ? near / (far + near) : 0.0f;
+        const auto mix = [&](std::uint8_t own, Plane farPlane, Plane nearPlane, Plane over) {
+            const float sharp = Mix(own, Code(over, x), cover);
+            const float blurred = Mix(Code(farPlane, x), Code(nearPlane, x), behind);
+            return Rounded(Mix(sharp, blurred, std::min(1.0f, far + near)));
+        };
+        return {mix(in[0], kFarU, kNearU, kOverU), mix(in[1], kFarV, kNearV, kOverV)};
+    }
+
     const Nv12View& input_;
     const cv::Mat& map_;
     const BlurTable& table_;
+    const WholeValues whole_;
     const Planes& planes_;
     const Matte& matte_;
     Nv12View& output_;
-    RowSampler luma_;
-    RowSampler chroma_;
-    static constexpr int kWhole = 256;
-    std::array<int, 256> farShare_{}; // of kWhole, by disparity value
-    std::vector<std::uint8_t> blurred_;
+    CellInterpolation luma_;
+    CellInterpolation chroma_;
+    CellInterpolation lumaRows_;
+    CellInterpolation chromaRows_;
     std::vector<std::uint8_t> own_;
     std::vector<std::uint8_t> outlined_; // rows of cells with any outline
     std::vector<std::uint8_t> covered_;  // rows of cells with any near layer
-    std::array<std::vector<float>, kPlanes> rows_;
+    std::vector<std::int16_t> cells_;
+    std::array<std::vector<std::int16_t>, kPlanes> rows_;
 };
 
 } // namespace

@@ -9,6 +9,7 @@
 
 #include "host/refocus/colour.h"
 #include "host/refocus/highlights.h"
+#include "host/refocus/image_memory.h"
 
 namespace refocus {
 namespace {
@@ -56,15 +57,17 @@ FieldWeights MakeFieldWeights(const BlurTable& table) {
     return weights;
 }
 
-DefocusField EmptyField(cv::Size size) {
-    return {cv::Mat::zeros(size, CV_32FC3), cv::Mat::zeros(size, CV_32FC1),
-            cv::Mat::zeros(size, CV_32FC1), cv::Mat::zeros(size, CV_8UC1),
-            cv::Mat::zeros(size, CV_8UC1)};
+DefocusField NewField(cv::Size size) {
+    return {NewImage(size, CV_32FC3), NewImage(size, CV_32FC1), NewImage(size, CV_32FC1),
+            NewImage(size, CV_8UC1), NewImage(size, CV_8UC1)};
 }
 
 // Linear RGB with the hue of the mean code values and the brightness of the mean light. Converting
-// every pixel to linear RGB would cost more.
+// every pixel to linear RGB would cost more. Black for an empty sum.
 cv::Vec3f MeanLight(const Sum& sum) {
+    if (sum.weight <= 0.0f) {
+        return {};
+    }
     const float scale = 1.0f / sum.weight;
     const cv::Vec3f light = LightOf(sum.luma * scale, sum.u * scale, sum.v * scale);
     const float mean = LightOf(sum.luma * scale, 128.0f, 128.0f)[0];
@@ -72,15 +75,13 @@ cv::Vec3f MeanLight(const Sum& sum) {
 }
 
 void Store(const Sum& sum, float pixels, int cell, cv::Point at, DefocusField& field) {
-    if (sum.weight <= 0.0f) {
-        return;
-    }
+    const float scale = sum.weight > 0.0f ? 1.0f / sum.weight : 0.0f;
     field.light.at<cv::Vec3f>(at) = MeanLight(sum);
     field.weight.at<float>(at) = sum.weight / pixels;
-    field.radius.at<float>(at) = sum.radius / sum.weight / static_cast<float>(cell);
-    field.order.at<std::uint8_t>(at) = static_cast<std::uint8_t>(sum.value / sum.weight + 0.5f);
+    field.radius.at<float>(at) = sum.radius * scale / static_cast<float>(cell);
+    field.order.at<std::uint8_t>(at) = static_cast<std::uint8_t>(sum.value * scale + 0.5f);
     field.clipped.at<std::uint8_t>(at) =
-        static_cast<std::uint8_t>(255.0f * sum.clipped / sum.weight + 0.5f);
+        static_cast<std::uint8_t>(255.0f * sum.clipped * scale + 0.5f);
 }
 
 class Splitter {
@@ -102,10 +103,8 @@ public:
             const auto pixels = static_cast<float>((bottom - row * cell_) * (right - x * cell_));
             Store(sums.side[0], pixels, cell_, {x, row}, fields.far);
             Store(sums.side[1], pixels, cell_, {x, row}, fields.near);
-            if (sums.sharp.weight > 0.0f) {
-                fields.sharpLight.at<cv::Vec3f>(row, x) = MeanLight(sums.sharp);
-                fields.sharpWeight.at<float>(row, x) = sums.sharp.weight / pixels;
-            }
+            fields.sharpLight.at<cv::Vec3f>(row, x) = MeanLight(sums.sharp);
+            fields.sharpWeight.at<float>(row, x) = sums.sharp.weight / pixels;
         }
     }
 
@@ -160,19 +159,31 @@ cv::Mat GrowNear(const cv::Mat& map, const BlurTable& table, int radius) {
     if (first == table.radius.end()) {
         return map;
     }
-    cv::Mat grown;
-    cv::threshold(map, grown, static_cast<double>(first - table.radius.begin()) - 0.5, 0,
-                  cv::THRESH_TOZERO);
-    cv::dilate(grown, grown, cv::Mat::ones(2 * radius + 1, 2 * radius + 1, CV_8U));
-    cv::max(grown, map, grown);
+    const double least = static_cast<double>(first - table.radius.begin()) - 0.5;
+    const cv::Mat window = cv::Mat::ones(2 * radius + 1, 2 * radius + 1, CV_8U);
+    cv::Mat grown = NewImage(map.size(), CV_8UC1);
+    ForEachStripe(map.rows, [&](const cv::Range& rows) {
+        const cv::Range read(std::max(0, rows.start - radius),
+                             std::min(map.rows, rows.end + radius));
+        cv::Mat near;
+        cv::Mat target = grown.rowRange(rows);
+        cv::threshold(map.rowRange(read), near, least, 0, cv::THRESH_TOZERO);
+        if (cv::countNonZero(near) == 0) {
+            map.rowRange(rows).copyTo(target);
+            return;
+        }
+        cv::dilate(near, near, window);
+        cv::max(near.rowRange(rows.start - read.start, rows.end - read.start), map.rowRange(rows),
+                target);
+    });
     return grown;
 }
 
 DefocusFields SplitFields(const Nv12View& image, const cv::Mat& map, const cv::Mat& grown,
                           const BlurTable& table, int cell) {
     const cv::Size size((image.luma.cols + cell - 1) / cell, (image.luma.rows + cell - 1) / cell);
-    DefocusFields fields{EmptyField(size), EmptyField(size), cv::Mat::zeros(size, CV_32FC3),
-                         cv::Mat::zeros(size, CV_32FC1)};
+    DefocusFields fields{NewField(size), NewField(size), NewImage(size, CV_32FC3),
+                         NewImage(size, CV_32FC1)};
     cv::parallel_for_(cv::Range(0, size.height), [&](const cv::Range& range) {
         Splitter splitter(image, map, grown, table, cell);
         for (int row = range.start; row < range.end; ++row) {

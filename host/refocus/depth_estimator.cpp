@@ -9,6 +9,7 @@
 #include "host/refocus/alignment.h"
 #include "host/refocus/disparity_refinement.h"
 #include "host/refocus/image.h"
+#include "host/refocus/image_memory.h"
 #include "host/refocus/joint_upsampling.h"
 #include "host/refocus/stereo_matching.h"
 
@@ -68,7 +69,7 @@ cv::Mat Refine(const Matches& matches, const cv::Mat& guide) {
 
 Error EstimateDepth(const Nv12View& mainImage, const cv::Mat& auxLuma,
                     const Calibration& calibration, const ImageGeometry& geometry, int mainPitch,
-                    DepthMap& depth) {
+                    DepthMap& depth, const StepListener& done) {
     const cv::Mat& mainLuma = mainImage.luma;
     const int factor = ReductionFactor(mainLuma.size(), kMatchingSide);
     const cv::Mat main = ReduceLuma(mainLuma, factor);
@@ -79,23 +80,29 @@ Error EstimateDepth(const Nv12View& mainImage, const cv::Mat& auxLuma,
     const cv::Mat left = rectification->Left(main);
     const cv::Mat seen = rectification->Right(
         ReduceAux(auxLuma, mainLuma.size(), main.size() * factor, main.size()));
+    done("reduction");
     const SearchRange range = SearchRangeFor(left.cols, rectification->nearestDisparity());
     const cv::Mat right = Align(seen, EstimateAlignment(left, seen, range));
+    done("alignment");
     const Matches matches = MatchBothWays(left, right, NarrowedRange(left, right, range));
     if (!HasDepth(MeasureDepthPresence(left, matches))) {
         return ReasonForNoDepth(left, seen, matches, range);
     }
+    done("matching");
     cv::Mat guide;
     const cv::Mat chroma = rectification->Left(ReduceChroma(mainImage.chroma, main.size(), factor));
     cv::merge(std::vector{left, chroma}, guide);
     const cv::Mat disparity = rectification->ToMain(Refine(matches, guide));
+    done("filling and edges");
 
     DepthMap result;
     result.size = mainLuma.size();
     result.scale = ScaleFor(disparity, factor);
-    result.bytes = cv::Mat::zeros(mainLuma.rows, mainPitch, CV_8UC1);
+    result.bytes = NewImage({mainPitch, mainLuma.rows}, CV_8UC1);
+    result.bytes.colRange(mainLuma.cols, mainPitch).setTo(0);
     cv::Mat pixels = result.bytes.colRange(0, mainLuma.cols);
     JointUpsample(ToValues(disparity, factor, result.scale), main, mainLuma, factor, pixels);
+    done("enlargement");
     depth = result;
     return Error::kNone;
 }

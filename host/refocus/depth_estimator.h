@@ -21,8 +21,9 @@ struct DepthMap {
 // map: reduction, rectification, alignment, matching, filling, refinement of edges, upsampling.
 // Returns kNone, kCalibrationGeometry, or kNoDepth or one of its reasons; `depth` is written only
 // on success.
-Error EstimateDepth(const Nv12View& mainImage, const cv::Mat& auxLuma,
-                    const Calibration& calibration, const ImageGeometry& geometry, int mainPitch,
-                    DepthMap& depth);
+Error EstimateDepth(
+    const Nv12View& mainImage, const cv::Mat& auxLuma, const Calibration& calibration,
+    const ImageGeometry& geometry, int mainPitch, DepthMap& depth,
+    const StepListener& done = [](const char*) {});
 
 } // namespace refocus

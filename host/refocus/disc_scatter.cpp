@@ -5,7 +5,10 @@
 #include <cstdlib>
 #include <vector>
 
+#include <opencv2/core/hal/intrin.hpp>
+
 #include "host/refocus/image.h"
+#include "host/refocus/image_memory.h"
 
 namespace refocus {
 namespace {
@@ -76,18 +79,37 @@ std::vector<Disc> MakeDiscs(int count) {
     return discs;
 }
 
+// Consecutive cells of one row and layer with equal discs. Columns beyond the border are copies of
+// the border's cell, and spans of their own.
+struct Span {
+    int begin; // column
+    int count;
+    std::uint16_t shape;
+};
+
 // The cells of one row and layer whose discs touch the picture, repeated border cells included.
 struct Run {
-    std::vector<std::int16_t> columns;
+    std::vector<Span> spans;
     int reach = 0; // rows that the largest of their discs extends up and down
+
+    void Add(int column, std::uint16_t shape, bool repeated) {
+        const bool joins = !repeated && !spans.empty() && spans.back().shape == shape &&
+                           spans.back().begin >= 0 &&
+                           spans.back().begin + spans.back().count == column;
+        if (joins) {
+            ++spans.back().count;
+        } else {
+            spans.push_back({column, 1, shape});
+        }
+    }
 };
 
 // All cells of a field with any weight, by row and layer.
 class Sources {
 public:
     explicit Sources(const DefocusField& field)
-        : rows_(field.weight.rows), light_(field.weight.size(), CV_32FC4),
-          shape_(field.weight.size(), CV_16UC1) {
+        : rows_(field.weight.rows), light_(NewImage(field.weight.size(), CV_32FC4)),
+          shape_(NewImage(field.weight.size(), CV_16UC1)) {
         double largest = 0.0;
         cv::minMaxLoc(field.radius, nullptr, &largest);
         discs_ = MakeDiscs(static_cast<int>(largest * static_cast<double>(kRadiusSteps)) + 2);
@@ -106,7 +128,6 @@ public:
     const Run& At(int row, int layer) const { return runs_[Index(RowOf(row), layer)]; }
     // A cell's RGB times weight, and its weight, divided by its disc's total coverage.
     const cv::Vec4f* Light(int row) const { return light_.ptr<cv::Vec4f>(RowOf(row)); }
-    const std::uint16_t* Shape(int row) const { return shape_.ptr<std::uint16_t>(RowOf(row)); }
     const Disc& disc(std::uint16_t shape) const { return discs_[shape]; }
 
 private:
@@ -136,7 +157,7 @@ private:
             const int reach = discs_[shape_.at<std::uint16_t>(y, i)].reach();
             if (weight[i] > 0.0f && x + reach >= 0 && x - reach < width) {
                 Run& run = runs_[Index(y, order[i] / kValuesPerLayer)];
-                run.columns.push_back(static_cast<std::int16_t>(x));
+                run.Add(x, shape_.at<std::uint16_t>(y, i), i != x);
                 run.reach = std::max(run.reach, reach);
             }
         }
@@ -150,28 +171,46 @@ private:
     std::vector<Run> runs_;
 };
 
-// Adds the steps of all discs of a layer that touch a row; `steps` has one element more than the
-// row. False where no disc touches it.
-bool AddSteps(const Sources& sources, int row, int layer, std::vector<cv::Vec4f>& steps) {
+// Adds a change of the coverage by the disc of each cell of a span. `steps` has one element more
+// than the row; what lies beyond the picture is added at its ends.
+void AddStep(const cv::Vec4f* light, const Span& span, const Step& step,
+             std::vector<cv::Vec4f>& steps) {
     const int width = static_cast<int>(steps.size()) - 1;
+    const int to = span.begin + step.column;
+    const bool repeated = span.begin < 0 || span.begin >= width;
+    if (repeated || to < 0 || to + span.count > width + 1) {
+        for (int i = 0; i < span.count; ++i) {
+            const int cell = std::clamp(span.begin + i, 0, width - 1);
+            steps[static_cast<std::size_t>(std::clamp(to + i, 0, width))] +=
+                light[cell] * step.change;
+        }
+        return;
+    }
+    const float* from = light[span.begin].val;
+    float* target = steps[static_cast<std::size_t>(to)].val;
+    const cv::v_float32x4 change = cv::v_setall_f32(step.change);
+    for (int i = 0; i < 4 * span.count; i += 4) {
+        cv::v_store(target + i, cv::v_load(target + i) + cv::v_load(from + i) * change);
+    }
+}
+
+// Adds the steps of all discs of a layer that touch a row. False where none does.
+bool AddSteps(const Sources& sources, int row, int layer, std::vector<cv::Vec4f>& steps) {
     bool any = false;
     for (int dy = -sources.reach(); dy <= sources.reach(); ++dy) {
         const Run& run = sources.At(row + dy, layer);
         const auto distance = static_cast<std::size_t>(std::abs(dy));
-        if (run.columns.empty() || std::abs(dy) > run.reach) {
+        if (run.spans.empty() || std::abs(dy) > run.reach) {
             continue;
         }
         const cv::Vec4f* light = sources.Light(row + dy);
-        const std::uint16_t* shape = sources.Shape(row + dy);
-        for (const int x : run.columns) {
-            const int cell = std::clamp(x, 0, width - 1);
-            const Disc& disc = sources.disc(shape[cell]);
+        for (const Span& span : run.spans) {
+            const Disc& disc = sources.disc(span.shape);
             if (distance >= disc.rows.size()) {
                 continue;
             }
             for (const Step& step : disc.rows[distance]) {
-                const int column = std::clamp(x + step.column, 0, width);
-                steps[static_cast<std::size_t>(column)] += light[cell] * step.change;
+                AddStep(light, span, step, steps);
             }
             any = true;
         }
@@ -183,6 +222,8 @@ void ScatterRow(const Sources& sources, int row, BlurredField& result) {
     auto* light = result.light.ptr<cv::Vec3f>(row);
     float* cover = result.cover.ptr<float>(row);
     const int width = result.cover.cols;
+    std::fill_n(light, width, cv::Vec3f());
+    std::fill_n(cover, width, 0.0f);
     std::vector<cv::Vec4f> steps(static_cast<std::size_t>(width) + 1);
     constexpr float kMinShare = 1e-3f; // above the rounding error that ended discs leave in the sum
     for (int layer = kLayers - 1; layer >= 0; --layer) {
@@ -211,9 +252,11 @@ void ScatterRow(const Sources& sources, int row, BlurredField& result) {
 } // namespace
 
 BlurredField ScatterDiscs(const DefocusField& field) {
-    BlurredField result{cv::Mat::zeros(field.weight.size(), CV_32FC3),
-                        cv::Mat::zeros(field.weight.size(), CV_32FC1)};
+    BlurredField result{NewImage(field.weight.size(), CV_32FC3),
+                        NewImage(field.weight.size(), CV_32FC1)};
     if (cv::countNonZero(field.weight) == 0) {
+        result.light.setTo(0);
+        result.cover.setTo(0);
         return result;
     }
     const Sources sources(field);

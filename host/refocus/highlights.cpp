@@ -7,6 +7,9 @@
 #include <utility>
 #include <vector>
 
+#include "host/refocus/image.h"
+#include "host/refocus/image_memory.h"
+
 namespace refocus {
 namespace {
 
@@ -56,14 +59,23 @@ cv::Vec3f RimHue(const DefocusField& field, const cv::Vec3f& surroundings, cv::P
 } // namespace
 
 cv::Mat WithWholeLamps(const cv::Mat& luma, const cv::Mat& map) {
-    const cv::Mat clipped = luma >= kClippedLuma;
-    if (cv::countNonZero(clipped) == 0) {
-        return map;
-    }
     constexpr int kBrightLuma = 128;
-    cv::Mat lamps = map & clipped;
-    cv::dilate(lamps, lamps, cv::Mat());
-    return cv::max(lamps & (luma >= kBrightLuma), map);
+    cv::Mat result = NewImage(map.size(), CV_8UC1);
+    ForEachStripe(map.rows, [&](const cv::Range& rows) {
+        const cv::Range read(std::max(0, rows.start - 1), std::min(map.rows, rows.end + 1));
+        cv::Mat target = result.rowRange(rows);
+        const cv::Mat clipped = luma.rowRange(read) >= kClippedLuma;
+        if (cv::countNonZero(clipped) == 0) {
+            map.rowRange(rows).copyTo(target);
+            return;
+        }
+        cv::Mat lamps = map.rowRange(read) & clipped;
+        cv::dilate(lamps, lamps, cv::Mat());
+        lamps = lamps.rowRange(rows.start - read.start, rows.end - read.start);
+        lamps &= luma.rowRange(rows) >= kBrightLuma;
+        cv::max(lamps, map.rowRange(rows), target);
+    });
+    return result;
 }
 
 void RestoreHighlights(DefocusField& field) {
@@ -71,7 +83,7 @@ void RestoreHighlights(DefocusField& field) {
         return;
     }
     const int window = std::max(5, field.clipped.cols / kWindowShare) | 1;
-    cv::Mat around;
+    cv::Mat around = NewImage(field.light.size(), CV_32FC3);
     cv::boxFilter(field.light, around, CV_32F, {window, window}, {-1, -1}, true,
                   cv::BORDER_REPLICATE);
     std::vector<std::pair<cv::Point, cv::Vec3f>> lifts; // all are computed before any is added

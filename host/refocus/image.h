@@ -1,5 +1,8 @@
 #pragma once
 
+#include <algorithm>
+#include <functional>
+
 #include <opencv2/core.hpp>
 
 #include "engine/refocus_engine.h"
@@ -36,6 +39,21 @@ cv::Mat ReduceLuma(const cv::Mat& luma, int factor);
 
 // The image flipped left to right.
 cv::Mat Mirrored(const cv::Mat& image);
+
+// Told a step's name after it, for measurements of time.
+using StepListener = std::function<void(const char* step)>;
+
+// Calls operation(range) for ranges of about 64 rows that cover those below `rows`, in parallel on
+// OpenCV's threads. What is computed of a few rows at a time stays in the caches.
+template <typename Operation>
+void ForEachStripe(int rows, const Operation& operation) {
+    constexpr int kStripe = 64;
+    cv::parallel_for_(cv::Range(0, (rows + kStripe - 1) / kStripe), [&](const cv::Range& stripes) {
+        for (int i = stripes.start; i < stripes.end; ++i) {
+            operation(cv::Range(i * kStripe, std::min(rows, (i + 1) * kStripe)));
+        }
+    });
+}
 
 // Calls operation(y) for each row below `rows`, in parallel on OpenCV's threads.
 template <typename Operation>

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "host/refocus/image.h"
+#include "host/refocus/image_memory.h"
 #include "host/refocus/renderer.h"
 
 namespace refocus {
@@ -31,6 +32,11 @@ std::int32_t SizeOf(const DepthMap& depth) {
 }
 
 } // namespace
+
+Instance::~Instance() {
+    depth_.reset();
+    FreeImageMemory();
+}
 
 void Instance::Reset() {
     depth_.reset();
@@ -145,6 +151,7 @@ Error Instance::Process(const PLIM_OFFSCREEN* main, const void* disparity, std::
     CopyImage(*main, *output);
     RenderBokeh(input, map, depth_->scale, FocusRangeOf(map, *focus), blur->i32BlurIntensity,
                 target);
+    FreeUnusedImageMemory();
     return Error::kNone;
 }
 

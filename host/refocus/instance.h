@@ -19,6 +19,11 @@ namespace refocus {
 // the disparity of the previous picture.
 class Instance {
 public:
+    Instance() = default;
+    ~Instance();
+    Instance(const Instance&) = delete;
+    Instance& operator=(const Instance&) = delete;
+
     // Discards the depth of the last picture; calibration and image info stay.
     void Reset();
 

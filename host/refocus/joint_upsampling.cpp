@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <vector>
 
+#include "host/refocus/cell_interpolation.h"
 #include "host/refocus/image.h"
 
 namespace refocus {
@@ -21,41 +23,10 @@ Similarity MakeSimilarity() {
     return similarity;
 }
 
-// The two reduced columns (or rows) around a full-size one, and the second one's share.
-struct Tap {
-    int first;
-    int second;
-    float share;
-
-    bool SamePair(const Tap& other) const { return first == other.first && second == other.second; }
-};
-
-std::vector<Tap> MakeTaps(int fullCount, int reducedCount, int factor) {
-    std::vector<Tap> taps(static_cast<std::size_t>(fullCount));
-    for (int i = 0; i < fullCount; ++i) {
-        const float at = (static_cast<float>(i) + 0.5f) / static_cast<float>(factor) - 0.5f;
-        const int first = static_cast<int>(std::floor(at));
-        taps[static_cast<std::size_t>(i)] = {std::clamp(first, 0, reducedCount - 1),
-                                             std::clamp(first + 1, 0, reducedCount - 1),
-                                             at - static_cast<float>(first)};
-    }
-    return taps;
-}
-
-// The four reduced pixels around a full-size one.
-struct Corners {
-    std::array<float, 4> values;
-    std::array<int, 4> brightness;
-
-    bool Flat() const {
-        const auto [low, high] = std::minmax_element(values.begin(), values.end());
-        return *high - *low < 2.0f; // no edge to align with the guide's
-    }
-};
-
-// The value between the corners at the fractions `right` and `down`, for a pixel of brightness
-// `own`.
-float BilateralMean(const Corners& corners, float right, float down, int own) {
+// The value between four reduced ones for a pixel of brightness `own`. All arrays: upper left,
+// upper right, lower left, lower right.
+float BilateralMean(const std::array<float, 4>& values, const std::array<int, 4>& brightness,
+                    float right, float down, int own) {
     static const Similarity similarity = MakeSimilarity();
     const std::array<float, 4> shares{(1 - down) * (1 - right), (1 - down) * right,
                                       down * (1 - right), down * right};
@@ -63,37 +34,36 @@ float BilateralMean(const Corners& corners, float right, float down, int own) {
     float total = 0.0f;
     for (std::size_t i = 0; i < 4; ++i) {
         const float weight =
-            shares[i] * similarity[static_cast<std::size_t>(std::abs(own - corners.brightness[i]))];
-        sum += weight * corners.values[i];
+            shares[i] * similarity[static_cast<std::size_t>(std::abs(own - brightness[i]))];
+        sum += weight * values[i];
         total += weight;
     }
     return sum / total;
 }
 
-// One row of `guide`; upper and lower are the reduced rows around it.
-void UpsampleRow(const cv::Mat& reduced, const cv::Mat& reducedGuide, const Tap& row,
-                 const std::vector<Tap>& columns, const std::uint8_t* light, std::uint8_t* out) {
+using Tap = CellInterpolation::Tap;
+
+// Replaces the pixels of a row that lie between reduced values of both sides of an edge.
+void AlignEdges(const cv::Mat& reduced, const cv::Mat& reducedGuide, const Tap& row,
+                const CellInterpolation& columns, const std::uint8_t* light, std::uint8_t* out) {
     const float* upper = reduced.ptr<float>(row.first);
     const float* lower = reduced.ptr<float>(row.second);
     const std::uint8_t* upperLight = reducedGuide.ptr<std::uint8_t>(row.first);
     const std::uint8_t* lowerLight = reducedGuide.ptr<std::uint8_t>(row.second);
-    for (std::size_t x = 0; x < columns.size();) {
-        const Tap& pair = columns[x];
-        const Corners corners{
-            {upper[pair.first], upper[pair.second], lower[pair.first], lower[pair.second]},
-            {upperLight[pair.first], upperLight[pair.second], lowerLight[pair.first],
-             lowerLight[pair.second]}};
-        const auto& v = corners.values;
-        const float left = v[0] + (v[2] - v[0]) * row.share + 0.5f;
-        const float right = v[1] + (v[3] - v[1]) * row.share + 0.5f;
-        // All full-size pixels between the same corners. Away from edges, linear interpolation
-        // gives the same value at a fraction of the time.
-        const bool flat = corners.Flat();
-        for (; x < columns.size() && columns[x].SamePair(pair); ++x) {
-            const float share = columns[x].share;
-            const float value = flat ? left + (right - left) * share
-                                     : BilateralMean(corners, share, row.share, light[x]) + 0.5f;
-            out[x] = static_cast<std::uint8_t>(value);
+    for (const CellInterpolation::Interval& pair : columns.intervals()) {
+        const std::array values{upper[pair.first], upper[pair.second], lower[pair.first],
+                                lower[pair.second]};
+        const float low = std::min(std::min(values[0], values[1]), std::min(values[2], values[3]));
+        const float high = std::max(std::max(values[0], values[1]), std::max(values[2], values[3]));
+        if (high - low < 2.0f) {
+            continue; // no edge to align with the guide's
+        }
+        const std::array<int, 4> brightness{upperLight[pair.first], upperLight[pair.second],
+                                            lowerLight[pair.first], lowerLight[pair.second]};
+        for (int x = pair.begin; x < pair.end; ++x) {
+            const float value =
+                BilateralMean(values, brightness, columns.At(x).share, row.share, light[x]);
+            out[x] = static_cast<std::uint8_t>(value + 0.5f);
         }
     }
 }
@@ -106,11 +76,20 @@ void JointUpsample(const cv::Mat& reduced, const cv::Mat& reducedGuide, const cv
         reduced.convertTo(target, CV_8U);
         return;
     }
-    const std::vector<Tap> columns = MakeTaps(guide.cols, reduced.cols, factor);
-    const std::vector<Tap> rows = MakeTaps(guide.rows, reduced.rows, factor);
-    ForEachRow(guide.rows, [&](int y) {
-        UpsampleRow(reduced, reducedGuide, rows[static_cast<std::size_t>(y)], columns,
-                    guide.ptr<std::uint8_t>(y), target.ptr<std::uint8_t>(y));
+    const CellInterpolation columns(reduced.cols, 1.0f / static_cast<float>(factor), guide.cols);
+    const CellInterpolation rows(reduced.rows, 1.0f / static_cast<float>(factor), guide.rows);
+    cv::Mat fixed;
+    reduced.convertTo(fixed, CV_16S, kFixedOne);
+    ForEachStripe(guide.rows, [&](const cv::Range& stripe) {
+        std::vector<std::int16_t> cells;
+        std::vector<std::int16_t> row = FixedRow(guide.cols);
+        for (int y = stripe.start; y < stripe.end; ++y) {
+            MixRows(fixed, rows.At(y), cells);
+            columns.Expand(cells, row);
+            auto* out = target.ptr<std::uint8_t>(y);
+            StoreRounded(row, guide.cols, out);
+            AlignEdges(reduced, reducedGuide, rows.At(y), columns, guide.ptr<std::uint8_t>(y), out);
+        }
     });
 }
 

@@ -7,6 +7,7 @@
 
 #include "host/refocus/colour.h"
 #include "host/refocus/image.h"
+#include "host/refocus/image_memory.h"
 
 namespace refocus {
 namespace {
@@ -38,23 +39,23 @@ float MeanLuma(const cv::Mat& light, const cv::Mat& weight, cv::Point at) {
 
 Matte MakeMatte(const DefocusFields& fields) {
     const cv::Size size = fields.sharpWeight.size();
-    cv::Mat sharp, far;
+    cv::Mat sharp = NewImage(size, CV_32FC1);
+    cv::Mat far = NewImage(size, CV_32FC1);
     cv::boxFilter(fields.sharpWeight, sharp, CV_32F, {3, 3});
     cv::boxFilter(fields.far.weight, far, CV_32F, {3, 3});
-    Matte matte{cv::Mat::zeros(size, CV_32FC1), cv::Mat::zeros(size, CV_32FC1),
-                cv::Mat::zeros(size, CV_32FC1), cv::Mat::zeros(size, CV_8UC1)};
+    Matte matte{NewImage(size, CV_32FC1), NewImage(size, CV_32FC1), NewImage(size, CV_32FC1),
+                NewImage(size, CV_8UC1)};
     ForEachRow(size.height, [&](int y) {
         for (int x = 0; x < size.width; ++x) {
             const float sum = sharp.at<float>(y, x) + far.at<float>(y, x);
             const float share = sum > kMinShare ? far.at<float>(y, x) / sum : 1.0f;
             matte.far.at<float>(y, x) = share;
-            if (share > kMinShare && share < 1.0f - kMinShare) {
-                matte.onOutline.at<std::uint8_t>(y, x) = 255;
-                matte.sharpLuma.at<float>(y, x) =
-                    MeanLuma(fields.sharpLight, fields.sharpWeight, {x, y});
-                matte.farLuma.at<float>(y, x) =
-                    MeanLuma(fields.far.light, fields.far.weight, {x, y});
-            }
+            const bool outline = share > kMinShare && share < 1.0f - kMinShare;
+            matte.onOutline.at<std::uint8_t>(y, x) = outline ? 255 : 0;
+            matte.sharpLuma.at<float>(y, x) =
+                outline ? MeanLuma(fields.sharpLight, fields.sharpWeight, {x, y}) : 0.0f;
+            matte.farLuma.at<float>(y, x) =
+                outline ? MeanLuma(fields.far.light, fields.far.weight, {x, y}) : 0.0f;
         }
     });
     return matte;

@@ -5,13 +5,14 @@
 #include <algorithm>
 
 #include "host/refocus/image.h"
+#include "host/refocus/image_memory.h"
 
 namespace refocus {
 namespace {
 
 // Values times weight, and weight.
 cv::Mat Weighted(const cv::Mat& values, const cv::Mat& weight) {
-    cv::Mat weighted(values.size(), CV_32FC4);
+    cv::Mat weighted = NewImage(values.size(), CV_32FC4);
     ForEachRow(values.rows, [&](int y) {
         const auto* value = values.ptr<cv::Vec3f>(y);
         const float* share = weight.ptr<float>(y);
@@ -27,7 +28,7 @@ cv::Mat Weighted(const cv::Mat& values, const cv::Mat& weight) {
 // Halves the size. A block of 2x2 is known if one of its values is: the sum's weight is capped
 // at 1.
 cv::Mat Push(const cv::Mat& weighted) {
-    cv::Mat half((weighted.rows + 1) / 2, (weighted.cols + 1) / 2, CV_32FC4);
+    cv::Mat half = NewImage({(weighted.cols + 1) / 2, (weighted.rows + 1) / 2}, CV_32FC4);
     ForEachRow(half.rows, [&](int y) {
         const auto* upper = weighted.ptr<cv::Vec4f>(2 * y);
         const auto* lower = weighted.ptr<cv::Vec4f>(std::min(2 * y + 1, weighted.rows - 1));
@@ -59,8 +60,8 @@ cv::Mat Pull(cv::Mat weighted) {
         return weight > 0.0f ? cv::Mat(weighted * (1.0 / static_cast<double>(weight))) : weighted;
     }
     const cv::Mat half = Pull(Push(weighted));
-    cv::Mat coarse;
-    cv::resize(half, coarse, {half.cols * 2, half.rows * 2}, 0, 0, cv::INTER_LINEAR);
+    cv::Mat coarse = NewImage({half.cols * 2, half.rows * 2}, CV_32FC4);
+    cv::resize(half, coarse, coarse.size(), 0, 0, cv::INTER_LINEAR);
     ForEachRow(weighted.rows, [&](int y) {
         const auto* behind = coarse.ptr<cv::Vec4f>(y);
         auto* out = weighted.ptr<cv::Vec4f>(y);
@@ -79,7 +80,7 @@ cv::Mat PushPull(const cv::Mat& values, const cv::Mat& weight) {
     if (cv::countNonZero(weight) == 0) {
         return cv::Mat::zeros(values.size(), values.type());
     }
-    cv::Mat filled;
+    cv::Mat filled = NewImage(values.size(), CV_32FC3);
     cv::cvtColor(Pull(Weighted(values, weight)), filled, cv::COLOR_BGRA2BGR);
     return filled;
 }

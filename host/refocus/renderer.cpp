@@ -5,6 +5,7 @@
 #include "host/refocus/defocus_fields.h"
 #include "host/refocus/disc_scatter.h"
 #include "host/refocus/highlights.h"
+#include "host/refocus/image_memory.h"
 #include "host/refocus/matte.h"
 #include "host/refocus/push_pull.h"
 
@@ -16,8 +17,8 @@ constexpr int kRenderingSide = 800; // cells along the longer side, about
 // The picture without its near field: the blurred far field and the part in focus, by their shares
 // of each cell. What the near field hides is filled in.
 cv::Mat BehindNear(const DefocusFields& fields, const cv::Mat& far) {
-    cv::Mat light(far.size(), CV_32FC3);
-    cv::Mat weight(far.size(), CV_32FC1);
+    cv::Mat light = NewImage(far.size(), CV_32FC3);
+    cv::Mat weight = NewImage(far.size(), CV_32FC1);
     for (int y = 0; y < far.rows; ++y) {
         const auto* blurred = far.ptr<cv::Vec3f>(y);
         const auto* sharp = fields.sharpLight.ptr<cv::Vec3f>(y);
@@ -41,7 +42,7 @@ BlurredField Blur(DefocusField& field) {
 } // namespace
 
 void RenderBokeh(const Nv12View& input, const cv::Mat& map, const DisparityScale& scale,
-                 FocusRange focus, int intensity, Nv12View& output) {
+                 FocusRange focus, int intensity, Nv12View& output, const StepListener& done) {
     if (intensity == 0) {
         return;
     }
@@ -49,20 +50,26 @@ void RenderBokeh(const Nv12View& input, const cv::Mat& map, const DisparityScale
     const BlurTable table = MakeBlurTable(scale, focus, intensity, input.luma.size(), cell);
     cv::Mat whole = WithWholeLamps(input.luma, map);
     const cv::Mat grown = GrowNear(whole, table, cell);
+    done("lamps and near outlines");
     DefocusFields fields = SplitFields(input, whole, grown, table, cell);
     whole.release();
+    done("fields");
     const BlurredField near = Blur(fields.near);
     fields.near = {};
     const BlurredField far = Blur(fields.far);
+    done("discs");
     const Matte matte = MakeMatte(fields);
     fields.far.light.release();
+    done("matte");
     BlurredLayers layers;
     layers.far = PushPull(far.light, far.cover);
     layers.behind = BehindNear(fields, layers.far);
     layers.near = PushPull(near.light, near.cover);
     layers.nearCover = near.cover;
     fields = {};
+    done("filling of layers");
     Compose(input, grown, table, layers, matte, cell, output);
+    done("composition");
 }
 
 } // namespace refocus

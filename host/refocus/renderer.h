@@ -11,7 +11,8 @@ namespace refocus {
 // of the same size, must already contain a copy of the picture. `intensity` is 0 to 100; 0 writes
 // nothing. Pixels in focus keep their bytes unless the blur of a near object extends over them. The
 // same bytes for any number of threads.
-void RenderBokeh(const Nv12View& input, const cv::Mat& map, const DisparityScale& scale,
-                 FocusRange focus, int intensity, Nv12View& output);
+void RenderBokeh(
+    const Nv12View& input, const cv::Mat& map, const DisparityScale& scale, FocusRange focus,
+    int intensity, Nv12View& output, const StepListener& done = [](const char*) {});
 
 } // namespace refocus

@@ -57,7 +57,7 @@ void RemoveSpeckles(Matches& matches) {
 // Tells occlusions from mismatches: a left pixel is visible in the right image if the disparity of
 // some right pixel leads back to it.
 void MarkOccluded(const cv::Mat& fromRight, const SearchRange& range, Matches& matches) {
-    for (int y = 0; y < fromRight.rows; ++y) {
+    ForEachRow(fromRight.rows, [&](int y) {
         const float* rightRow = fromRight.ptr<float>(y);
         const std::uint8_t* consistent = matches.consistent.ptr<std::uint8_t>(y);
         std::uint8_t* occluded = matches.occluded.ptr<std::uint8_t>(y);
@@ -73,7 +73,7 @@ void MarkOccluded(const cv::Mat& fromRight, const SearchRange& range, Matches& m
             }
             occluded[x] = visible ? 0 : 255;
         }
-    }
+    });
 }
 
 // 255 where the mean horizontal gradient of the neighbourhood exceeds that of sensor noise.
@@ -146,7 +146,7 @@ Matches MatchBothWays(const cv::Mat& left, const cv::Mat& right, const SearchRan
                     cv::Mat::zeros(left.size(), CV_8UC1)};
     // Mirroring makes the right image a left one, for which the matcher is made.
     const cv::Mat fromRight = Mirrored(Match(Mirrored(right), Mirrored(left), range));
-    for (int y = 0; y < left.rows; ++y) {
+    ForEachRow(left.rows, [&](int y) {
         const float* leftRow = matches.disparity.ptr<float>(y);
         const float* rightRow = fromRight.ptr<float>(y);
         std::uint8_t* consistent = matches.consistent.ptr<std::uint8_t>(y);
@@ -160,7 +160,7 @@ Matches MatchBothWays(const cv::Mat& left, const cv::Mat& right, const SearchRan
                 consistent[x] = 255;
             }
         }
-    }
+    });
     RemoveSpeckles(matches);
     MarkOccluded(fromRight, range, matches);
     return matches;

@@ -167,6 +167,25 @@ TEST(Refocus, SameBytesForAnyNumberOfThreads) {
     EXPECT_EQ(results[2], results[3]);
 }
 
+TEST(Refocus, APictureLeavesNoTraceInTheNext) {
+    // Each step's images reuse the memory of the picture before, which is nearer or another size.
+    const TwoPlanes scene;
+    const TwoPlanes nearer{.background = 12, .foreground = 30};
+    const TwoPlanes smaller{.width = 240, .height = 180, .background = 4, .foreground = 20};
+    Engine engine(scene);
+    std::vector<std::vector<std::uint8_t>> results;
+    for (const TwoPlanes& one : {scene, nearer, scene, smaller, scene}) {
+        Pair pair = stereo_scene::Render(one);
+        GuardedImage output = pair.main;
+        engine.focus.ptFocus = kOnBackground;
+        ASSERT_EQ(engine.Calc(pair.main, pair.aux), 0);
+        ASSERT_EQ(engine.Process(pair.main, engine.Disparity(), 100, output), 0);
+        results.push_back(output.Pixels());
+    }
+    EXPECT_EQ(results[0], results[2]);
+    EXPECT_EQ(results[0], results[4]);
+}
+
 // The image turned clockwise by a quarter; both sides must be even.
 GuardedImage QuarterTurned(GuardedImage& image) {
     const int width = image.height();
