@@ -119,7 +119,8 @@ void PhoneLog(Input input) {
     Require(!history.Findings().empty() || history.messages() > 0);
 }
 
-// A set of small files: a byte for each file's pitch, height and length, then the bytes of all.
+// A set of small files, no larger than what is checked in full needs, for the sake of speed: a byte
+// for each file's pitch, height and length, then the bytes of all.
 void Set(Input input) {
     static const fs::path folder = [] {
         std::string name = (fs::temp_directory_path() / "tool-fuzzer-XXXXXX").string();
@@ -135,11 +136,11 @@ void Set(Input input) {
     std::vector<fs::path> paths;
     for (std::size_t role = 0; role < kFiles; ++role) {
         const Input head = input.subspan(3 * role, 3);
-        if (head[0] == 0) {
+        const DumpName name{"IMG_20240131_235959", static_cast<DumpRole>(role), head[0] / 2,
+                            head[1] / 2 + 1};
+        if (name.first == 0) {
             continue;
         }
-        const DumpName name{"IMG_20240131_235959", static_cast<DumpRole>(role), head[0],
-                            head[1] + 1};
         const std::size_t length =
             name.role == DumpRole::kParameters ? content.size() : ImageBytes(name) * head[2] / 128;
         Bytes bytes(length);
