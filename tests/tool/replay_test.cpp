@@ -225,10 +225,12 @@ TEST_F(ReplayTest, TwoBuildsAreComparedWithTheLargestDifferenceFirst) {
             EXPECT_LT(comparison["output"]["ssim"], 1);
         }
     }
-    // Accepted are shares, not another answer. Nothing runs again.
+    // Accepted are shares, not another answer.
     const ToolRun table = Run(all, {"--engine", CHANGED_ENGINE, "--against-engine", ENGINE_LIBRARY,
-                                    "--fail-above", "0.99"});
+                                    "--fail-above", "0.99", "--report", "builds.html"});
     EXPECT_EQ(table.exitCode, 1);
+    EXPECT_THAT(ReadText(folder_ / "builds.html"),
+                HasSubstr("\"text\":\"differs from the reference build in "));
     EXPECT_THAT(table.output,
                 MatchesRegex(".*\n! .* 0 -> .*camera/" + captures[2].stem + "\n  .*camera/" +
                              captures[1].stem + "\n.*\n3 sets: 3 differs\n1 of them.*"));
@@ -263,13 +265,17 @@ TEST_F(ReplayTest, SweepsShowEachValueInASheet) {
         EXPECT_EQ(run.exitCode, exitCode) << run.errors;
         return run;
     };
-    const ToolRun both =
-        sweep({"--sweep", "blur=0,60", "--sweep", "focus=31,42/60,70", "-o", "swept", "--json"}, 0);
+    const ToolRun both = sweep({"--sweep", "blur=0,60", "--sweep", "focus=31,42/60,70", "-o",
+                                "swept", "--json", "--report", "swept.html"},
+                               0);
     const auto report = nlohmann::json::parse(both.output);
     ASSERT_EQ(report["results"].size(), 4);
     EXPECT_EQ(report["results"][1]["values"], "blur 60, focus 31,42");
     EXPECT_EQ(report["results"][1]["report"]["parameters"]["blur"], 60);
-    EXPECT_EQ(report["written"].size(), 5);
+    EXPECT_EQ(report["written"].size(), 7);
+    EXPECT_EQ(NamesIn(folder_ / "swept.sets"),
+              (Names{"blur-0-focus-31-42.html", "blur-0-focus-60-70.html",
+                     "blur-60-focus-31-42.html", "blur-60-focus-60-70.html"}));
     sweep({"--blur", "60", "--focus", "60,70", "-o", "one"}, 1);
     const fs::path last = folder_ / "swept" / (capture.stem + "_blur-60-focus-60-70.png");
     EXPECT_EQ(ReadText(last), ReadText(folder_ / "one" / (capture.stem + "_output.png")));

@@ -73,7 +73,8 @@ void WriteReport(ReportFile& file, const ReplayCommandOptions& options, const Du
 
 class Overview : public ReplayPages {
 public:
-    Overview(const fs::path& file, const fs::path& place) : file_(file, "replay", place) {}
+    Overview(const fs::path& file, const fs::path& place, std::size_t columns)
+        : file_(file, "replay", place, columns) {}
 
     Json Write(const DumpSet& set, const std::string& name, const Replayed& replayed) override {
         return file_.WritePage(name, ReportOf(set, replayed));
@@ -138,23 +139,22 @@ int ReplayOne(const ReplayCommandOptions& options) {
 }
 
 int Run(const ReplayCommandOptions& options) {
-    const fs::path output = options.output.empty() ? "replayed" : options.output;
-    if (!options.sweeps.empty()) {
-        return ReplaySweeps(FindDumpSet(options.place), output, options.sweeps,
-                            options.allOptions.jobs, options.json, options.replay);
-    }
-    if (!options.all) {
+    if (options.sweeps.empty() && !options.all) {
         return ReplayOne(options);
     }
-    if (!options.replay.trace.empty()) { // all sets would write the same file
-        Refuse("--trace", "one set", "--all");
+    if (!options.replay.trace.empty()) { // all runs would write the same file
+        Refuse("--trace", "one run", options.all ? "--all" : "--sweep");
     }
+    const fs::path output = options.output.empty() ? "replayed" : options.output;
     std::optional<Overview> overview;
     ReplayAllOptions all = options.allOptions;
     if (!options.report.empty()) {
-        all.pages = &overview.emplace(options.report, options.place);
+        all.pages = &overview.emplace(options.report, options.place,
+                                      options.all ? 0 : options.sweeps.front().size());
     }
-    return ReplayAll(options.place, output, all, options.json, options.replay);
+    return options.all ? ReplayAll(options.place, output, all, options.json, options.replay)
+                       : ReplaySweeps(FindDumpSet(options.place), output, options.sweeps, all.jobs,
+                                      options.json, options.replay, all.pages);
 }
 
 void AddAllOptions(Command& command, ReplayCommandOptions& options) {
@@ -245,9 +245,7 @@ void AddSweep(Command& command, std::vector<std::vector<SweepValue>>& sweeps) {
             },
             "replay with each of these values, blur=0,20,40 or\nfocus=X,Y/X,Y, and write each "
             "output and a contact sheet; the\nsecond of two sweeps goes down the sheet")
-        .Excludes("--all")
-        .Excludes("--report")
-        .Excludes("--trace");
+        .Excludes("--all");
 }
 
 } // namespace
@@ -278,7 +276,8 @@ std::function<int()> PrepareReplay(Command command) {
         "      --calibration dualcam_cali.bin\n"
         "  bokehnode replay camera/IMG_20240131_235959 --blur 80 -o replayed\n"
         "  bokehnode replay camera/IMG_20240131_235959 --log 6 --report replayed.html\n"
-        "  bokehnode replay camera/IMG_20240131_235959 --sweep blur=0,20,40,60,80,100\n"
+        "  bokehnode replay camera/IMG_20240131_235959 --sweep blur=0,20,40,60,80,100 \\\n"
+        "      --report blur.html\n"
         "  bokehnode replay camera --all --shard 2/8 --timeout 60 -o replayed\n"
         "  bokehnode replay camera --all --merge -o replayed --report all.html\n"
         "  bokehnode replay camera --all --against-engine released.so --fail-above 0.01\n"

@@ -178,7 +178,8 @@ Json ReplayInBoth(const DumpSet& set, const ReplayOptions& reference, const Repl
     if (made["status"] != status::kRendered) {
         return Result(made["status"], "the reference build: " + made["reason"].get<std::string>());
     }
-    const Replayed replayed = Replay(SetOfReference(set, folder.path()), options);
+    Replayed replayed = Replay(SetOfReference(set, folder.path()), options);
+    replayed.againstBuild = true;
     if (!replayed.result.published) {
         return ResultOfPublished(replayed, status::kFailed);
     }

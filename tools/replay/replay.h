@@ -35,6 +35,7 @@ struct Replayed : Outcome {
     host::Image dumpedOutput; // without a size where the set has none that can be compared
     host::Image disparity;    // rows as long as the main image's pitch, unless that was changed
     host::Image dumpedDisparity;
+    bool againstBuild = false; // "dumped" are the results of another build
     // Against the dumped ones; nothing where there is no pair to compare.
     std::optional<PictureDifference> outputDifference;
     std::optional<PictureDifference> disparityDifference;

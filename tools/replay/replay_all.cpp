@@ -120,24 +120,21 @@ class Batch {
 public:
     Batch(const std::vector<DumpSet>& sets, const ReplayOptions& options,
           const ReplayAllOptions& all, bool json)
-        : sets_(sets), options_(options), all_(all), json_(json), results_(sets.size()) {}
+        : sets_(sets), options_(options), all_(all), json_(json),
+          processes_(
+              all.jobs, [this] { return ProgressText(); },
+              [this](const Job& job, int status) { Finish(job, status); }),
+          results_(sets.size()) {}
 
     void Start(const Job& job) {
-        while (running_.size() >= static_cast<std::size_t>(all_.jobs)) {
-            FinishOne();
-        }
         std::error_code ignored;
         fs::remove(job.result(), ignored); // so that what is found later is of this run
-        const pid_t child = StartProcess(job.log(), [&] { RunJob(job, options_, all_); });
-        running_.emplace(child, job);
+        processes_.Start(job, job.log(), [&] { RunJob(job, options_, all_); });
     }
 
     // Waits for a copy of the same set that is running.
     void AwaitCopies(const Job& job) {
-        const auto isCopy = [&job](const auto& entry) { return entry.second.files == job.files; };
-        while (std::ranges::any_of(running_, isCopy)) {
-            FinishOne();
-        }
+        processes_.AwaitAll([&job](const Job& other) { return other.files == job.files; });
     }
 
     void Show(const Job& job, Json result, bool before) {
@@ -163,9 +160,7 @@ public:
     }
 
     void AwaitAll() {
-        while (!running_.empty()) {
-            FinishOne();
-        }
+        processes_.AwaitAll([](const Job&) { return true; });
     }
 
     // Returns the exit code.
@@ -238,15 +233,7 @@ private:
         return text;
     }
 
-    void FinishOne() {
-        int status = 0;
-        std::optional<Progress> progress(std::in_place, ProgressText(), start_);
-        const auto ended = running_.extract(AwaitChild(-1, status));
-        progress.reset(); // its thread must have ended before the next fork
-        if (ended.empty()) {
-            return;
-        }
-        const Job& job = ended.mapped();
+    void Finish(const Job& job, int status) {
         const auto result = EndedWell(status) ? StoredResult(job) : std::nullopt;
         ++ran_;
         Show(job, result ? *result : Lost(job, status), false);
@@ -266,7 +253,7 @@ private:
     const ReplayAllOptions& all_;
     const bool json_;
     const Progress::Clock::time_point start_ = Progress::Clock::now();
-    std::map<pid_t, Job> running_;
+    Processes<Job> processes_;
     std::vector<Json> results_; // by set; null: none yet
     std::map<std::string, std::size_t> counts_;
     std::size_t done_ = 0;

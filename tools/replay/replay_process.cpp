@@ -1,10 +1,8 @@
 #include "tools/replay/replay_process.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <exception>
-#include <optional>
 #include <vector>
 
 #include <fcntl.h>
@@ -16,7 +14,6 @@
 
 #include "host/picture/errors.h"
 #include "tools/files/console.h"
-#include "tools/files/interruption.h"
 #include "tools/files/output_folder.h"
 
 Json Result(const std::string& status, const std::string& reason, const Json& report,

@@ -1,12 +1,18 @@
 #pragma once
 
+#include <algorithm>
 #include <filesystem>
 #include <functional>
+#include <map>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include <sys/types.h>
 
+#include "tools/files/interruption.h"
 #include "tools/files/json_text.h"
+#include "tools/files/progress.h"
 #include "tools/replay/replay.h"
 
 // Replays in child processes of their own, and what is told of each.
@@ -39,6 +45,52 @@ void WriteJson(const std::filesystem::path& file, const Json& json);
 
 // Performs the action in a new process, whose standard error is this file. Returns its id.
 pid_t StartProcess(const std::filesystem::path& log, const std::function<void()>& action);
+
+// Processes that do a job each, `most` at once. For a thread of a process that has no other.
+template <typename Job>
+class Processes {
+public:
+    // `progress`: what to show of the whole run. `ended`: gets each job that ended, and its
+    // process's status as of waitpid(2).
+    Processes(int most, std::function<std::string()> progress,
+              std::function<void(const Job&, int status)> ended)
+        : most_(static_cast<std::size_t>(most)), progress_(std::move(progress)),
+          ended_(std::move(ended)) {}
+
+    // Waits until there is room.
+    void Start(const Job& job, const std::filesystem::path& log,
+               const std::function<void()>& action) {
+        while (running_.size() >= most_) {
+            AwaitOne();
+        }
+        running_.emplace(StartProcess(log, action), job);
+    }
+
+    // Waits until no job is running that this is true for.
+    void AwaitAll(const std::function<bool(const Job&)>& which) {
+        while (
+            std::ranges::any_of(running_, [&](const auto& entry) { return which(entry.second); })) {
+            AwaitOne();
+        }
+    }
+
+private:
+    void AwaitOne() {
+        int status = 0;
+        std::optional<Progress> progress(std::in_place, progress_(), start_);
+        const auto ended = running_.extract(AwaitChild(-1, status));
+        progress.reset(); // its thread must have ended before the next fork
+        if (!ended.empty()) {
+            ended_(ended.mapped(), status);
+        }
+    }
+
+    const std::size_t most_;
+    const std::function<std::string()> progress_;
+    const std::function<void(const Job&, int status)> ended_;
+    const Progress::Clock::time_point start_ = Progress::Clock::now();
+    std::map<pid_t, Job> running_;
+};
 
 // Whether a process with this status as of waitpid(2) has come to the end of its action.
 bool EndedWell(int status);

@@ -2,8 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <map>
-#include <optional>
+#include <iterator>
 
 #include <fmt/core.h>
 
@@ -12,9 +11,7 @@
 #include "host/picture/nv12.h"
 #include "host/picture/text.h"
 #include "tools/files/console.h"
-#include "tools/files/interruption.h"
 #include "tools/files/output_folder.h"
-#include "tools/files/progress.h"
 #include "tools/replay/replay_process.h"
 #include "tools/run/device_folder.h"
 
@@ -70,52 +67,44 @@ struct StepFiles {
     fs::path log;
 };
 
-void RunStep(const DumpSet& set, const Step& step, const StepFiles& files) {
+void RunStep(const DumpSet& set, const Step& step, const StepFiles& files, ReplayPages* pages) {
     const auto replay = [&] {
         const Replayed replayed = Replay(set, step.options);
         if (replayed.result.published) {
             WriteFile(files.picture, EncodePng(Nv12ToRgb(replayed.output)));
         }
         return Result(replayed.failed() ? status::kFailed : status::kRendered,
-                      replayed.failed() ? ReasonOf(replayed) : "", ToJson(set, replayed));
+                      replayed.failed() ? ReasonOf(replayed) : "", ToJson(set, replayed),
+                      pages == nullptr ? Json() : pages->Write(set, step.name, replayed));
     };
     WriteJson(files.result, ResultOf(replay, files.log));
 }
 
 // Runs all steps; results and pictures lie in the folder then.
-void RunSteps(const DumpSet& set, const std::vector<Step>& steps, const fs::path& folder,
-              int jobs) {
-    std::map<pid_t, const Step*> running;
-    std::size_t ended = 0;
-    const auto finishOne = [&] {
-        int end = 0;
-        std::optional<Progress> progress(std::in_place,
-                                         fmt::format("{} of {} done", ended, steps.size()));
-        const auto step = running.extract(AwaitChild(-1, end));
-        progress.reset(); // its thread must have ended before the next fork
-        ++ended;
-        const StepFiles files(folder, *step.mapped());
-        if (!EndedWell(end)) {
-            WriteJson(files.result, Result(StatusOfEnd(end), "it left no result"));
-        }
-    };
+void RunSteps(const DumpSet& set, const std::vector<Step>& steps, const fs::path& folder, int jobs,
+              ReplayPages* pages) {
+    std::size_t done = 0;
+    Processes<const Step*> processes(
+        jobs, [&] { return fmt::format("{} of {} done", done, steps.size()); },
+        [&](const Step* step, int status) {
+            ++done;
+            if (!EndedWell(status)) {
+                WriteJson(StepFiles(folder, *step).result,
+                          Result(StatusOfEnd(status), "it left no result"));
+            }
+        });
     for (const Step& step : steps) {
-        while (running.size() >= static_cast<std::size_t>(jobs)) {
-            finishOne();
-        }
         const StepFiles files(folder, step);
-        running.emplace(StartProcess(files.log, [&] { RunStep(set, step, files); }), &step);
+        processes.Start(&step, files.log, [&] { RunStep(set, step, files, pages); });
     }
-    while (!running.empty()) {
-        finishOne();
-    }
+    processes.AwaitAll([](const Step*) { return true; });
 }
 
 } // namespace
 
 int ReplaySweeps(const DumpSet& set, const fs::path& output,
                  const std::vector<std::vector<SweepValue>>& sweeps, int jobs, bool json,
-                 const ReplayOptions& options) {
+                 const ReplayOptions& options, ReplayPages* pages) {
     const std::vector<Step> steps = StepsOf(sweeps, options);
     for (const Step& step : steps) {
         CheckFocus(set, step.options);
@@ -123,7 +112,7 @@ int ReplaySweeps(const DumpSet& set, const fs::path& output,
     RefuseSetsFolder(output, set);
     OutputFolder folder(output);
     const TemporaryFolder temporary;
-    RunSteps(set, steps, temporary.path(), jobs);
+    RunSteps(set, steps, temporary.path(), jobs, pages);
 
     constexpr int kCellSide = 640; // pixels of a picture in the sheet at most
     std::vector<LabelledPicture> pictures;
@@ -149,19 +138,26 @@ int ReplaySweeps(const DumpSet& set, const fs::path& output,
             PrintText(fmt::format("{:<10} {}{}{}\n", status, step.label, reason.empty() ? "" : ": ",
                                   reason));
         }
+        if (pages != nullptr) {
+            pages->Add(step.name, status, reason, result["tile"]);
+        }
+        result.erase("tile");
         result["values"] = step.label;
         results.push_back(std::move(result));
     }
     folder.Write(set.stem + "_sweep.png",
                  EncodePng(ContactSheet(pictures, static_cast<int>(sweeps.front().size()))));
     folder.Commit();
+    std::vector<std::string> written = folder.written();
+    if (pages != nullptr) {
+        std::ranges::move(pages->Commit(), std::back_inserter(written));
+    }
     if (json) {
         std::printf(
             "%s",
-            JsonText({{"set", set.name()}, {"results", results}, {"written", folder.written()}})
-                .c_str());
+            JsonText({{"set", set.name()}, {"results", results}, {"written", written}}).c_str());
     } else {
-        for (const std::string& file : folder.written()) {
+        for (const std::string& file : written) {
             PrintText("wrote " + file + "\n");
         }
     }

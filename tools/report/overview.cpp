@@ -9,10 +9,11 @@
 namespace fs = std::filesystem;
 
 OverviewFile::OverviewFile(const fs::path& file, const std::string& command,
-                           const std::string& title)
+                           const std::string& title, std::size_t columns)
     : file_(file), sets_(fs::path(file).replace_extension(".sets")),
       folder_(file.parent_path()), data_{{"command", command},
                                          {"title", title},
+                                         {"columns", columns},
                                          {"tiles", nlohmann::ordered_json::array()}} {
     if (fs::is_directory(file)) {
         Refuse(file.string(), "a file", "a folder");

@@ -13,9 +13,10 @@
 // pixel of hundreds of captures would be too large for a browser.
 class OverviewFile {
 public:
-    // Makes the folders. Throws UseError if no page can stand there.
+    // Makes the folders. `columns`: tiles in a row, which keep their order; 0: as many as fit, the
+    // worst first. Throws UseError if no page can stand there.
     OverviewFile(const std::filesystem::path& file, const std::string& command,
-                 const std::string& title);
+                 const std::string& title, std::size_t columns = 0);
 
     // Writes the page of one capture, also from a child process. `name`: distinct, the page's.
     // Returns the capture's tile.

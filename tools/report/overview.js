@@ -4,7 +4,7 @@
 const data = JSON.parse(document.getElementById("data").textContent);
 const byId = (id) => document.getElementById(id);
 
-const things = data.things ?? "sets";
+const things = data.things ?? (data.columns ? "replays" : "sets");
 const KINDS = { wrong: "Wrong", note: "Notable", good: "Good" }; // the worst first
 
 let kind = ""; // of the verdicts shown; all of them if empty
@@ -52,7 +52,7 @@ function makeTile(entry) {
   return { tile, kind: entry.verdict.kind, text: tile.textContent.toLowerCase() };
 }
 
-const tiles = [...data.tiles].sort(worstFirst).map(makeTile);
+const tiles = (data.columns ? data.tiles : [...data.tiles].sort(worstFirst)).map(makeTile);
 
 const visible = () => tiles.filter(({ tile }) => !tile.hidden).map(({ tile }) => tile);
 
@@ -111,6 +111,10 @@ function pressKey(event) {
 byId("command").textContent = `bokehnode ${data.command}`;
 byId("title").textContent = data.title;
 document.title = `${data.title} – ${data.command}`;
+if (data.columns) {
+  byId("help").textContent = byId("help").textContent.replace("The worst come first. ", "");
+  byId("tiles").style.gridTemplateColumns = `repeat(${data.columns}, minmax(120px, 1fr))`;
+}
 byId("tiles").append(...tiles.map(({ tile }) => tile));
 byId("search").setAttribute("aria-label", `Only ${things} with this text`);
 byId("search").addEventListener("input", filter);

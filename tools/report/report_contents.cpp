@@ -68,13 +68,18 @@ std::string FailureInWords(const Outcome& outcome) {
                                    : fmt::format("{}: {}", what, Sentence(outcome.reasons.front()));
 }
 
+const char* ComparedWith(const Replayed& replayed) {
+    return replayed.againstBuild ? "the reference build" : "the dump";
+}
+
 std::string DifferenceInWords(const Replayed& replayed) {
     const PlaneDifference& luma = replayed.outputDifference->planes.front();
     if (replayed.outputDifference->identical()) {
-        return "the output is identical to the dump, the disparity is not";
+        return fmt::format("the output is identical to {}, the disparity is not",
+                           ComparedWith(replayed));
     }
     if (luma.differing == 0) {
-        return "differs from the dump in chroma alone";
+        return fmt::format("differs from {} in chroma alone", ComparedWith(replayed));
     }
     const double percent =
         100.0 * static_cast<double>(luma.differing) / static_cast<double>(luma.samples);
@@ -83,7 +88,7 @@ std::string DifferenceInWords(const Replayed& replayed) {
                            ? DepthOfFieldOf(replayed.disparity, replayed.main.width(),
                                             replayed.taken.value_or(replayed.asked))
                            : std::nullopt;
-    return fmt::format("differs from the dump in {} % of luma{}", share,
+    return fmt::format("differs from {} in {} % of luma{}", ComparedWith(replayed), share,
                        depth ? PlaceOfDifference(replayed.dumpedOutput, replayed.output,
                                                  replayed.disparity, *depth)
                              : "");
@@ -94,7 +99,8 @@ void SetReplayVerdict(Report& report, const Replayed& replayed, bool asDumped) {
     if (const std::string failure = FailureInWords(replayed); !failure.empty()) {
         report.SetVerdict(Kind::kWrong, failure);
     } else if (replayed.equal()) {
-        report.SetVerdict(Kind::kGood, "identical to the dump, byte for byte");
+        report.SetVerdict(Kind::kGood,
+                          fmt::format("identical to {}, byte for byte", ComparedWith(replayed)));
     } else if (!replayed.outputDifference) {
         report.SetVerdict(Kind::kNote, "rendered; the set has no output to compare with");
     } else {
@@ -132,7 +138,7 @@ void AddTags(Report& report, const host::Published& published) {
     report.AddSection("Published tags", TagsJson(published));
 }
 
-void AddDifference(Report& report, const char* name,
+void AddDifference(Report& report, const std::string& name,
                    const std::optional<PictureDifference>& difference) {
     if (difference) {
         report.AddFinding(difference->identical() ? Kind::kGood : Kind::kNote, name,
@@ -226,19 +232,22 @@ Report ReportOf(const Inspection& inspection, const Replayed& replayed) {
     if (replayed.outputDifference && replayed.outputDifference->planes.front().psnr) {
         report.SetPsnr(*replayed.outputDifference->planes.front().psnr);
     }
-    AddDifference(report, "output against the dumped one", replayed.outputDifference);
-    AddDifference(report, "disparity against the dumped one", replayed.disparityDifference);
+    const std::string before = replayed.againstBuild ? "reference" : "dumped";
+    AddDifference(report, fmt::format("output against the {} one", before),
+                  replayed.outputDifference);
+    AddDifference(report, fmt::format("disparity against the {} one", before),
+                  replayed.disparityDifference);
     report.SetParameters(replayed.taken.value_or(replayed.asked));
     report.SetSensors(replayed.mainSensor, replayed.auxSensor);
     // First what a replay is about: the dumped output and the new one.
     if (replayed.outputDifference) {
         report.AddPicture("output", replayed.output);
         if (replayed.outputDifference->identical()) {
-            report.AddSamePicture("dumped output", "output");
+            report.AddSamePicture(before + " output", "output");
         } else {
-            report.AddPicture("dumped output", replayed.dumpedOutput);
+            report.AddPicture(before + " output", replayed.dumpedOutput);
         }
-        report.AddComparison("dumped output", "output", true);
+        report.AddComparison(before + " output", "output", true);
     }
     AddImages(report, &replayed.main, &replayed.aux,
               published && !replayed.outputDifference ? &replayed.output : nullptr);
