@@ -133,6 +133,12 @@ void AddOutcome(Report& report, const Outcome& outcome) {
     }
 }
 
+void AddCost(Report& report, const Outcome& outcome) {
+    Json cost;
+    AddCost(cost, outcome);
+    report.AddSection("Time and memory", cost);
+}
+
 void AddTags(Report& report, const host::Published& published) {
     report.SetFocus({published.focusPoint[0], published.focusPoint[1]});
     report.AddSection("Published tags", TagsJson(published));
@@ -216,6 +222,7 @@ Report ReportOf(const RenderOptions& options, const host::Request& request, cons
         }
     }
     report.AddSection("Request", ParametersJson(options, request, outcome));
+    AddCost(report, outcome);
     return report;
 }
 
@@ -258,6 +265,7 @@ Report ReportOf(const Inspection& inspection, const Replayed& replayed) {
         report.SetDisparity(replayed.disparity, replayed.main.width());
     }
     report.AddSection("Run", {{"calibration", replayed.calibration}});
+    AddCost(report, replayed);
     AddDumpLinks(report, inspection.set);
     return report;
 }

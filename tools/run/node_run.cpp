@@ -1,6 +1,7 @@
 #include "tools/run/node_run.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <iterator>
 #include <optional>
@@ -221,5 +222,5 @@ Json ToJson(const Outcome& outcome) {
 
 void AddCost(Json& json, const Outcome& outcome) {
     json["milliseconds"] = StepsJson(outcome.calls);
-    json["peakMemoryMB"] = outcome.peakMemory;
+    json["peakMemoryMB"] = std::round(outcome.peakMemory * 10) / 10;
 }
