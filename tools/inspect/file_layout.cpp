@@ -1,14 +1,13 @@
 #include "tools/inspect/file_layout.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdlib>
 #include <vector>
 
 namespace {
 
 constexpr int kSegmentBytes = 64;
-constexpr int kSegments = 400;
+constexpr std::size_t kSegments = 400;
 constexpr int kSmooth = 4; // bytes averaged against noise
 
 // Sums of kSmooth adjacent bytes.
@@ -20,20 +19,18 @@ std::vector<std::uint16_t> Smoothed(std::span<const std::uint8_t> bytes) {
     return sums;
 }
 
-// Mean step over `pitch` bytes, sampled in segments that are spread over the first `room` sums.
-double MeanStep(const std::vector<std::uint16_t>& sums, int pitch, std::size_t room) {
-    std::uint64_t total = 0;
-    for (int segment = 0; segment < kSegments; ++segment) {
-        const std::size_t start = room * static_cast<std::size_t>(segment) / kSegments;
-        const std::uint16_t* a = sums.data() + start;
-        const std::uint16_t* b = a + pitch;
+// Adds, for each pitch, the sum of the steps over that many bytes from a segment's sums.
+void AddSteps(const std::vector<std::uint16_t>& sums, const std::vector<int>& pitches,
+              std::vector<std::uint64_t>& steps) {
+    for (std::size_t i = 0; i < pitches.size(); ++i) {
+        const std::uint16_t* const below = sums.data() + pitches[i];
         std::uint32_t sum = 0;
-        for (int i = 0; i < kSegmentBytes; ++i) {
-            sum += static_cast<std::uint32_t>(std::abs(a[i] - b[i]));
+        for (int at = 0; at < kSegmentBytes; ++at) {
+            sum += static_cast<std::uint32_t>(
+                std::abs(sums[static_cast<std::size_t>(at)] - below[at]));
         }
-        total += sum;
+        steps[i] += sum;
     }
-    return static_cast<double>(total) / (kSegments * kSegmentBytes * kSmooth);
 }
 
 struct RowStatistics {
@@ -85,17 +82,23 @@ std::optional<RowPeriod> FindRowPeriod(std::span<const std::uint8_t> bytes, int 
     if (bytes.size() < needed) {
         return std::nullopt;
     }
-    const std::vector<std::uint16_t> sums = Smoothed(bytes);
-    const std::size_t room = sums.size() - static_cast<std::size_t>(longest + kSegmentBytes);
-    RowPeriod best{0, INFINITY, MeanStep(sums, namedPitch, room)};
+    std::vector<int> pitches{namedPitch};
     for (int pitch = (namedPitch / 2 + 1) / 2 * 2; pitch <= longest; pitch += 2) {
-        const double meanStep = MeanStep(sums, pitch, room);
-        if (meanStep < best.meanStep) {
-            best.pitch = pitch;
-            best.meanStep = meanStep;
-        }
+        pitches.push_back(pitch);
     }
-    return best;
+    // Segments that are spread over the bytes, each with what lies below it at any pitch.
+    const auto reach = static_cast<std::size_t>(longest + kSegmentBytes + kSmooth - 1);
+    std::vector<std::uint64_t> steps(pitches.size());
+    for (std::size_t segment = 0; segment < kSegments; ++segment) {
+        const std::size_t start = (bytes.size() - reach) * segment / kSegments;
+        AddSteps(Smoothed(bytes.subspan(start, reach)), pitches, steps);
+    }
+    const auto least = std::ranges::min_element(steps.begin() + 1, steps.end());
+    const auto mean = [](std::uint64_t sum) {
+        return static_cast<double>(sum) / (kSegments * kSegmentBytes * kSmooth);
+    };
+    return RowPeriod{pitches[static_cast<std::size_t>(least - steps.begin())], mean(*least),
+                     mean(steps[0])};
 }
 
 std::optional<ChromaStart> FindChromaStart(std::span<const std::uint8_t> bytes, int pitch,
