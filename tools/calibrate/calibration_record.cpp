@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cmath>
+#include <exception>
 #include <numbers>
 #include <string_view>
 
@@ -103,7 +104,7 @@ cv::FileStorage Open(const fs::path& path) {
         if (storage.isOpened() && storage.root().isMap()) {
             return storage;
         }
-    } catch (const cv::Exception&) { // another kind of file
+    } catch (const std::exception&) { // another kind of file; not all that OpenCV throws is its own
     }
     Refuse(path.string(), "OpenCV's YAML, XML or JSON with named matrices", "another kind of file");
 }
