@@ -1,9 +1,9 @@
 // The live page of the built tool in a real browser. Environment: as report.test.mjs.
 
 import assert from "node:assert/strict";
-import { spawn } from "node:child_process";
 import { once } from "node:events";
-import { rmSync } from "node:fs";
+import { spawn, spawnSync } from "node:child_process";
+import { cpSync, mkdirSync, readdirSync, rmSync, writeFileSync } from "node:fs";
 import path from "node:path";
 import { after, before, test } from "node:test";
 
@@ -33,7 +33,13 @@ after(async () => {
 
 // The live page of the scene, with what the page shows at first; any message of the browser fails.
 async function open(t, options = {}, ...words) {
-  const tool = spawn(process.env.BOKEHNODE, ["view", "scene", ...words], { cwd: material.folder });
+  const page = await openAny(t, options, "scene", ...words);
+  await shown(page, "");
+  return page;
+}
+
+async function openAny(t, options, ...words) {
+  const tool = spawn(process.env.BOKEHNODE, ["view", ...words], { cwd: material.folder });
   tools.push(tool);
   const [address] = await once(tool.stdout.setEncoding("utf8"), "data");
   const context = await browser.newContext({ viewport: { width: 1280, height: 1000 }, ...options });
@@ -42,7 +48,6 @@ async function open(t, options = {}, ...words) {
   page.on("console", (message) => trouble.push(message.text()));
   page.on("pageerror", (error) => trouble.push(error.message));
   await page.goto(address.trim());
-  await shown(page, "");
   t.after(async () => {
     await page.screenshot({ path: `screenshots/${t.name.replaceAll(/\W+/g, "-")}.png` });
     await context.close();
@@ -124,4 +129,81 @@ test("a drag leaves the last value, and a wrong one is said", async (t) => {
   await page.locator("#undo").click();
   await clickAt(page, FAR);
   await shown(page, `--focus=${FAR}`);
+});
+
+const place = (box, [x, y]) => [box.x + ((x + 0.5) * box.width) / WIDTH, box.y + ((y + 0.5) * box.height) / HEIGHT];
+
+async function dragOver(page, from, to) {
+  const box = await page.locator("#stage").boundingBox();
+  await page.mouse.move(...place(box, from));
+  await page.mouse.down();
+  await page.mouse.move(...place(box, to), { steps: 4 });
+  await page.mouse.up();
+}
+
+test("two photos: faces are drawn, moved and typed, and the step is saved", async (t) => {
+  const page = await openAny(t, {}, "left.png", "right.png", "-o", "saved");
+  await shown(page, "");
+  await page.keyboard.press("n");
+  await dragOver(page, [120, 80], [179, 139]);
+  await shown(page, "--face=120,80,60,60");
+  assert.equal(await page.locator("#overlay .faces text").textContent(), "face 0, upright");
+  await dragOver(page, [130, 90], [10, 70]); // against the picture's edge
+  await shown(page, "--face=0,60,60,60");
+  await page.keyboard.press("n");
+  const typed = page.getByLabel("Faces at");
+  assert.equal(await typed.inputValue(), "0,60,60,60");
+  await typed.fill("10,20,30,40 200,100,50,60");
+  await typed.press("Enter");
+  await shown(page, "--face=10,20,30,40 --face=200,100,50,60");
+  await page.locator("#save").click();
+  await page.locator("#said", { hasText: "saved in " }).waitFor();
+  const [folder] = readdirSync(path.join(material.folder, "saved"));
+  material.run(0, "inspect", path.join("saved", folder));
+  await page.getByLabel("Faces", { exact: true }).uncheck();
+  await shown(page, "--no-faces");
+});
+
+test("an engine that crashes is a message, and the next run works", async (t) => {
+  const source = path.join(material.folder, "crash.c");
+  writeFileSync(source, "__attribute__((constructor)) static void crash(void) { __builtin_trap(); }\n");
+  assert.equal(spawnSync("cc", ["-shared", "-o", "crash.so", source], { cwd: material.folder }).status, 0);
+  const engine = path.join(path.dirname(process.env.BOKEHNODE), "../lib/libtessola_dualcam_refocus_image.so");
+  const page = await openAny(t, {}, "scene", "--engine", engine, "--engine", "crash.so");
+  await page.locator("#views button").first().waitFor();
+  await page.getByLabel("engine").selectOption("crash.so");
+  await page.locator("#said.wrong", { hasText: /^crashed: signal \d+/ }).waitFor();
+  await page.locator("#undo").click();
+  await clickAt(page, FAR);
+  await page.locator("#line", { hasText: `--focus=${FAR}` }).waitFor();
+  assert.match(await page.locator("#verdict").textContent(), /^differs from the dump/);
+});
+
+test("sets that appear show up, in the page of one and in the page of many", async (t) => {
+  const folder = path.join(material.folder, "growing");
+  const addSet = (stem) => {
+    mkdirSync(folder, { recursive: true });
+    for (const name of readdirSync(path.join(material.folder, "scene"))) {
+      if (name.startsWith("IMG_")) {
+        cpSync(path.join(material.folder, "scene", name), path.join(folder, name.replace(/^IMG_\d+_\d+/, stem)));
+      }
+    }
+  };
+  addSet("IMG_20240101_000001");
+  const page = await openAny(t, {}, "growing");
+  await shown(page, "");
+  addSet("IMG_20240101_000002");
+  await page.locator("#said", { hasText: "new: " }).waitFor();
+  await page.locator("#sets").selectOption({ index: 1 });
+  await page.locator("#title", { hasText: "IMG_20240101_000002" }).waitFor();
+
+  await page.reload(); // there are many now
+  await page.locator("#tiles .tile").nth(1).waitFor();
+  addSet("IMG_20240101_000003");
+  await page.locator("#tiles .tile", { hasText: "000003" }).click();
+  await page.locator("#title", { hasText: "IMG_20240101_000003" }).waitFor();
+  await clickAt(page, FAR);
+  await shown(page, `--focus=${FAR}`);
+  await page.locator("#all").click();
+  await page.locator("#tiles .tile").nth(2).waitFor();
 });

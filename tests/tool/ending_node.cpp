@@ -1,7 +1,10 @@
-// A node that never returns from its entry: it crashes, exits or hangs, as a property says.
+// A node that never returns from its entry: it crashes, is killed, exits, hangs or finds no memory,
+// as a property says.
 
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include <unistd.h>
 
@@ -13,6 +16,12 @@ extern "C" void ChiNodeEntry(ChiNodeCallbacks*) {
     property_get("test.end", end, "");
     if (std::strcmp(end, "crash") == 0) {
         std::abort();
+    }
+    if (std::strcmp(end, "kill") == 0) {
+        std::raise(SIGKILL); // as the system where it runs out of memory
+    }
+    if (std::strcmp(end, "memory") == 0) {
+        throw std::bad_alloc();
     }
     if (std::strcmp(end, "exit") == 0) {
         std::exit(0);

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <sstream>
+#include <string_view>
 #include <thread>
 
 #include <sys/wait.h>
@@ -51,6 +52,7 @@ public:
         process_ = ::fork();
         if (process_ == 0) {
             ::setpgid(0, 0);
+            std::signal(SIGHUP, SIG_DFL);
             ::setenv("TMPDIR", (folder / "tmp").c_str(), 1);
             ::dup2(ends[1], STDOUT_FILENO);
             ::close(ends[0]);
@@ -89,8 +91,8 @@ public:
     std::string origin() const { return "http://" + host_; }
 
     // The signal that ended it. It takes its processes along.
-    int Interrupt() {
-        ::kill(process_, SIGTERM);
+    int Interrupt(int signal = SIGTERM) {
+        ::kill(process_, signal);
         int status = 0;
         ::waitpid(process_, &status, 0);
         EXPECT_EQ(RunningIn(process_), 0) << "a process is left";
@@ -122,16 +124,29 @@ public:
         return result ? result->status : 0;
     }
 
-    // The JSON of the answer; `changes` null: the set as dumped.
-    Json Ask(const Json& changes) const {
+    // The JSON of the answer, without its samples; `changes` null: the set as dumped.
+    Json Ask(const Json& changes, int set = 0, bool save = false) const {
         std::string content;
-        EXPECT_EQ(Post({{"set", 0}, {"changes", changes}, {"have", Json::array()}}, &content), 200);
-        std::uint32_t length = 0;
-        if (content.size() < sizeof length) {
-            return {};
+        EXPECT_EQ(
+            Post({{"set", set}, {"changes", changes}, {"have", Json::array()}, {"save", save}},
+                 &content),
+            200);
+        std::string_view rest = content;
+        for (;;) {
+            std::uint32_t length = 0;
+            if (rest.size() < sizeof length) {
+                return {};
+            }
+            std::memcpy(&length, rest.data(), sizeof length);
+            const Json packet = Json::parse(rest.substr(sizeof length, length));
+            if (packet.contains("data") || packet.contains("error") || packet.contains("dropped")) {
+                return packet;
+            }
+            rest.remove_prefix(sizeof length + length);
+            if (packet.contains("samples")) {
+                rest.remove_prefix(packet["samples"]["bytes"].get<std::size_t>());
+            }
         }
-        std::memcpy(&length, content.data(), sizeof length);
-        return Json::parse(content.substr(sizeof length, length));
     }
 
     Json Sets() const {
@@ -231,8 +246,9 @@ TEST_F(ViewTest, AnswersItsOwnPageAlone) {
     for (std::thread& one : many) {
         one.join();
     }
-    EXPECT_THAT(statuses, testing::Each(testing::AnyOf(200, 409)));
-    EXPECT_TRUE(view.Ask({{"blur", 3}}).contains("data"));
+    EXPECT_THAT(statuses, testing::Each(200));
+    const Json last = view.Ask({{"blur", 3}});
+    EXPECT_TRUE(last.contains("data")) << last;
     EXPECT_EQ(NamesIn(folder_), (Names{"camera", "tmp"})) << "nothing is written";
 }
 
@@ -264,6 +280,11 @@ TEST_F(ViewTest, CommandMakesTheSameBytes) {
     EXPECT_EQ(same["data"]["verdict"]["kind"], "good") << same["data"]["verdict"];
     EXPECT_EQ(KeyOf(same, "output"), KeyOf(dumped, "output"));
 
+    // The node and the engine have run for other requests before.
+    for (const Json& other : {Json{{"blur", 80}, {"skipBokeh", true}},
+                              Json{{"debugView", 3}, {"log", 6}}, Json{{"focus", {1, 1}}}}) {
+        EXPECT_TRUE(view.Ask(other).contains("data"));
+    }
     const Json changes{{"focus", {capture.width / 3, capture.height / 3}},
                        {"blur", 37},
                        {"noFaces", true},
@@ -299,6 +320,8 @@ TEST_F(ViewTest, CrashAndHangAreAnswersAndLeaveNothing) {
         const char* said;
     };
     for (const auto& [end, seconds, said] : {End{"crash", "60", "crashed: signal 6"},
+                                             {"kill", "60", "crashed: signal 9"},
+                                             {"memory", "60", "out of memory"},
                                              {"exit", "60", "crashed: signal 6"},
                                              {"hang", "1", "timed out after 1 s"}}) {
         Serving view(serve(end, seconds), folder_);
@@ -312,10 +335,15 @@ TEST_F(ViewTest, CrashAndHangAreAnswersAndLeaveNothing) {
 
     Serving view(serve("hang", "60"), folder_);
     std::thread hanging([&] { view.Post({{"set", 0}, {"changes", Json::object()}}); });
-    while (NamesIn(folder_ / "tmp").empty()) {
+    const auto begun = [&] { // a folder for the node, in the one of all runs
+        const fs::recursive_directory_iterator below(folder_ / "tmp");
+        return std::any_of(begin(below), end(below),
+                           [&](const auto&) { return below.depth() == 1; });
+    };
+    while (!begun()) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    EXPECT_EQ(view.Interrupt(), SIGTERM);
+    EXPECT_EQ(view.Interrupt(SIGHUP), SIGHUP) << "the terminal was closed";
     hanging.join();
     EXPECT_EQ(NamesIn(folder_ / "tmp"), Names{});
 }
@@ -341,19 +369,93 @@ TEST_F(ViewTest, NewSetsShowUpWhole) {
     EXPECT_THAT(sets[1].get<std::string>(), HasSubstr(other.stem));
 }
 
+TEST_F(ViewTest, SavesWhatTheCommandWritesWhereItMay) {
+    const SyntheticCapture capture = Make(4060, 1).front();
+    const Json changes{{"blur", 21}, {"faces", {{4, 6, 40, 30}, {50, 8, 20, 20}}}};
+    {
+        const Serving view({"camera"}, folder_);
+        EXPECT_TRUE(view.Ask(changes, 0, true).contains("data"));
+        EXPECT_EQ(NamesIn(folder_), (Names{"camera", "tmp"})) << "without -o";
+    }
+    const Serving view({"camera", "-o", "out"}, folder_);
+    EXPECT_TRUE(view.Ask(Json::object()).contains("data"));
+    for (int i = 0; i < 2; ++i) { // the second one is whole as well and replaces nothing
+        EXPECT_TRUE(view.Ask(changes, 0, true).contains("data"));
+    }
+    const std::string command = view.Ask(changes)["command"];
+    EXPECT_THAT(command, HasSubstr("--face=4,6,40,30 --face=50,8,20,20"));
+    const std::string line = std::string(BOKEHNODE) + command.substr(std::strlen("bokehnode")) +
+                             " -o " + (folder_ / "replayed").string() + " > /dev/null";
+    EXPECT_EQ(WEXITSTATUS(std::system(line.c_str())), 1);
+    const std::string stem = FindDumpSet(folder_ / "camera").stem;
+    EXPECT_EQ(NamesIn(folder_ / "out"), (Names{stem + "-1", stem + "-2"}));
+    const Names files = NamesIn(folder_ / "replayed");
+    EXPECT_GE(files.size(), 6U); // a set, the output as PNG
+    for (const std::string& saved : NamesIn(folder_ / "out")) {
+        EXPECT_EQ(NamesIn(folder_ / "out" / saved), files);
+        for (const std::string& file : files) {
+            EXPECT_TRUE(ReadText(folder_ / "out" / saved / file) ==
+                        ReadText(folder_ / "replayed" / file))
+                << saved << ": " << file;
+        }
+    }
+    EXPECT_THAT(RunTool({"view", "camera", "-o", "camera"}, folder_).errors,
+                HasSubstr("another folder than the set's own"));
+}
+
+TEST_F(ViewTest, ManySetsHaveTilesAndNoLinkLeadsOut) {
+    Make(4070, 1);
+    Make(4080, 1, "outside");
+    fs::create_directory(folder_ / "camera" / "linked");
+    for (const auto& file : fs::directory_iterator(folder_ / "outside")) {
+        fs::create_symlink(file.path(), folder_ / "camera" / "linked" / file.path().filename());
+    }
+    const Serving view({"camera"}, folder_);
+    httplib::Client client(view.origin());
+    Json tiles;
+    while (tiles.size() < 2) { // one is inspected after the other
+        const httplib::Result result =
+            client.Post(view.path("tiles"), {{"Origin", view.origin()}}, "0", "application/json");
+        ASSERT_TRUE(result);
+        tiles = Json::parse(result->body)["tiles"];
+    }
+    EXPECT_EQ(tiles[0]["page"], "live?0");
+    EXPECT_EQ(tiles[0]["verdict"]["kind"], "good") << tiles[0]["verdict"];
+    EXPECT_THAT(tiles[1]["verdict"]["text"].get<std::string>(),
+                HasSubstr("a link to another place"));
+    EXPECT_TRUE(view.Ask(nullptr, 0).contains("data"));
+    for (const Json& changes : {Json(), Json::object()}) {
+        EXPECT_THAT(view.Ask(changes, 1).value("error", ""), HasSubstr("a link to another place"));
+    }
+    // A link that appears later beside the files of a set.
+    const DumpSet first = FindDumpSet(view.Sets()[0].get<std::string>());
+    const auto& main = *first.file(DumpRole::kMain);
+    fs::rename(main.path, folder_ / "moved");
+    fs::create_symlink(folder_ / "moved", main.path);
+    EXPECT_THAT(view.Ask(Json::object(), 0).value("error", ""),
+                HasSubstr("a link to another place"));
+}
+
 TEST_F(ViewTest, OneJobRunsAndTheLastWaits) {
     const fs::path release = folder_ / "release";
-    Worker worker([&](const std::string& job) {
-        Write(job, "");
-        while (!fs::exists(release)) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        return "done " + job;
-    });
+    Worker worker(
+        [&](const std::string& job, const Worker::Take& take) {
+            Write(job, "");
+            take("done ");
+            while (!fs::exists(release)) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
+            take(job);
+            return true;
+        },
+        60);
     std::atomic<int> returned = 0;
     const auto start = [&](const std::string& job, std::optional<std::string>& answer) {
         return std::thread([&, job] {
-            answer = worker.Do(job);
+            std::string text;
+            if (worker.Do(job, [&](std::string_view part) { text += part; })) {
+                answer = text;
+            }
             ++returned;
         });
     };
@@ -378,7 +480,42 @@ TEST_F(ViewTest, OneJobRunsAndTheLastWaits) {
     EXPECT_EQ(std::ranges::count_if(answers + 1, answers + 4,
                                     [](const auto& answer) { return answer.has_value(); }),
               1);
-    EXPECT_THROW(worker.Do(std::string(Worker::kLongestJob + 1, 'a')), std::runtime_error);
+    EXPECT_THROW(worker.Do(std::string(Worker::kLongestJob + 1, 'a'), {}), std::runtime_error);
+}
+
+TEST_F(ViewTest, ProcessStaysUntilItEnds) {
+    int jobs = 0; // of a process
+    Worker worker(
+        [&](const std::string& job, const Worker::Take& take) {
+            if (job == "other" && jobs > 0) {
+                return false;
+            }
+            take(std::to_string(++jobs));
+            if (job == "crash") {
+                std::abort();
+            }
+            while (job == "hang") {
+                ::pause();
+            }
+            return true;
+        },
+        1);
+    const auto answerTo = [&](const std::string& job) {
+        std::string answer;
+        try {
+            worker.Do(job, [&](std::string_view part) { answer += part; });
+        } catch (const std::runtime_error& error) {
+            answer += fmt::format(" {}", error.what());
+        }
+        return answer;
+    };
+    EXPECT_EQ(answerTo("one"), "1");
+    EXPECT_EQ(answerTo("one"), "2") << "the same process";
+    EXPECT_EQ(answerTo("other"), "1");
+    EXPECT_EQ(answerTo("crash"), "2 crashed: signal 6 (Aborted)");
+    EXPECT_EQ(answerTo("one"), "1");
+    EXPECT_EQ(answerTo("hang"), "2 timed out after 1 s");
+    EXPECT_EQ(answerTo("other"), "1");
 }
 
 } // namespace

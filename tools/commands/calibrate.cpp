@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <iterator>
+#include <list>
 #include <memory>
 #include <optional>
 #include <string>
@@ -52,11 +53,15 @@ std::vector<std::string> WriteReport(const CalibrateOptions& options,
                                      const BoardCalibration& boards) {
     const Progress progress("drawing the boards");
     ReportFile file(options.report);
+    std::list<host::Image> pictures; // the report shows them where they are
     Report report("calibrate", options.output.filename().string());
+    const auto show = [&](const std::string& name, const RgbImage& picture) {
+        report.AddPicture(name, pictures.emplace_back(RgbToNv12(picture, 0)));
+    };
     constexpr double kGoodError = 0.5; // pixels
     report.SetVerdict(boards.error <= kGoodError ? Report::Kind::kGood : Report::Kind::kNote,
                       fmt::format("all together {:.3f} pixels off", boards.error));
-    report.AddPicture("coverage", RgbToNv12(CoveragePicture(boards), 0));
+    show("coverage", CoveragePicture(boards));
     // More photos than that make a large page and show nothing new.
     constexpr int kMostViews = 6;
     int shown = 0;
@@ -65,12 +70,10 @@ std::vector<std::string> WriteReport(const CalibrateOptions& options,
         if (!view.dropped.empty()) {
             report.AddFinding(Report::Kind::kNote, name, "left out: " + view.dropped);
         } else if (shown++ < kMostViews) {
-            const auto add = [&report, &name](const char* what, const RgbImage& picture) {
-                report.AddPicture(name + ", " + what, RgbToNv12(picture, 0));
-            };
-            add("epipolar lines", EpipolarPicture(boards, view));
-            add("main corners", CornersPicture(view.main, view.mainCorners, options.board));
-            add("aux corners", CornersPicture(view.aux, view.auxCorners, options.board));
+            show(name + ", epipolar lines", EpipolarPicture(boards, view));
+            show(name + ", main corners",
+                 CornersPicture(view.main, view.mainCorners, options.board));
+            show(name + ", aux corners", CornersPicture(view.aux, view.auxCorners, options.board));
         }
     }
     report.AddSection("Calibration", ToJson(calibration));

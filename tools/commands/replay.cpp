@@ -10,9 +10,6 @@
 #include <thread>
 
 #include "host/picture/errors.h"
-#include "host/picture/false_colour.h"
-#include "host/picture/image_file.h"
-#include "host/picture/nv12.h"
 #include "tools/commands/shared_options.h"
 #include "tools/files/console.h"
 #include "tools/files/json_text.h"
@@ -38,22 +35,6 @@ struct ReplayCommandOptions {
     fs::path report;
     ReplayOptions replay;
 };
-
-void WriteFiles(OutputFolder& folder, const std::string& stem, const Replayed& replayed) {
-    const Progress progress("writing the results");
-    for (const auto& [name, bytes] : replayed.files) {
-        folder.Write(name, bytes);
-    }
-    folder.Write(stem + "_output.png", EncodePng(Nv12ToRgb(replayed.output)));
-    const std::string map = stem + "_difference.png";
-    if (replayed.outputDifference && !replayed.outputDifference->identical()) {
-        folder.Write(map,
-                     EncodePng(HeatMap(DifferenceMap(replayed.dumpedOutput, replayed.output))));
-    } else {
-        folder.Drop(map);
-    }
-    folder.Commit();
-}
 
 // The report shows an inspection of the dumped set as well.
 Report ReportOf(const DumpSet& set, const Replayed& replayed) {
@@ -124,6 +105,7 @@ int ReplayOne(const ReplayCommandOptions& options) {
     }
     if (output && replayed.result.published) {
         WriteFiles(*output, set.stem, replayed);
+        output->Commit();
         std::ranges::move(output->written(), std::back_inserter(written));
     }
     if (options.json) {

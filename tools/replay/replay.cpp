@@ -1,15 +1,20 @@
 #include "tools/replay/replay.h"
 
 #include <algorithm>
+#include <iterator>
+#include <tuple>
+#include <utility>
 
 #include <fmt/core.h>
 
 #include "engine/refocus_engine.h"
 #include "host/picture/errors.h"
 #include "host/picture/false_colour.h"
+#include "host/picture/image_file.h"
 #include "host/picture/nv12.h"
 #include "host/refocus/calibration.h"
 #include "tools/dumps/dump_image.h"
+#include "tools/files/progress.h"
 #include "tools/inspect/inspection.h"
 #include "tools/run/capture_request.h"
 #include "tools/run/device_folder.h"
@@ -217,8 +222,10 @@ void CompareOutput(const DumpSet& set, Replayed& replayed) {
         replayed.notes.emplace_back("the set has no output to compare with");
         return;
     }
-    replayed.dumpedOutput =
-        ReadImageDump(*file, std::min(replayed.output.width(), file->name.first));
+    if (replayed.dumpedOutput.height() == 0) {
+        replayed.dumpedOutput =
+            ReadImageDump(*file, std::min(replayed.output.width(), file->name.first));
+    }
     if (replayed.dumpedOutput.size() == replayed.output.size()) {
         replayed.outputDifference = Compare(replayed.dumpedOutput, replayed.output);
     } else {
@@ -258,7 +265,9 @@ void CompareDisparity(const DumpSet& set, const host::Image& depth, bool pitchCh
         replayed.notes.push_back(fmt::format(
             "the set's disparity has {} bytes, compared are the first {}", file->bytes, expected));
     }
-    replayed.dumpedDisparity = ReadImageDump(*file, width);
+    if (replayed.dumpedDisparity.height() == 0) {
+        replayed.dumpedDisparity = ReadImageDump(*file, width);
+    }
     replayed.disparityDifference = Compare(replayed.dumpedDisparity, replayed.disparity);
 }
 
@@ -330,14 +339,22 @@ std::vector<std::string> ChangesOf(const ReplayOptions& options, const Replayed&
     return changes;
 }
 
-Replayed ReadSet(const DumpSet& set, const ReplayOptions& options) {
+// `before`: a replay of the same set and widths, which loses its dumped images to this one.
+Replayed ReadSet(const DumpSet& set, const ReplayOptions& options, Replayed&& before) {
     Replayed replayed;
     replayed.dumped = ReadDumped(set);
     replayed.asked = Changed(replayed.dumped, options);
     replayed.changes = ChangesOf(options, replayed);
-    replayed.main =
-        ReadInput(set, DumpRole::kMain, "--main-width", options.mainWidth, options.pitch);
-    replayed.aux = ReadInput(set, DumpRole::kAux, "--aux-width", options.auxWidth, options.pitch);
+    replayed.main = std::move(before.main);
+    replayed.aux = std::move(before.aux);
+    replayed.dumpedOutput = std::move(before.dumpedOutput);
+    replayed.dumpedDisparity = std::move(before.dumpedDisparity);
+    if (replayed.main.height() == 0) {
+        replayed.main =
+            ReadInput(set, DumpRole::kMain, "--main-width", options.mainWidth, options.pitch);
+        replayed.aux =
+            ReadInput(set, DumpRole::kAux, "--aux-width", options.auxWidth, options.pitch);
+    }
     if (options.focus) {
         CheckFocus(*options.focus, replayed.main.size());
     }
@@ -366,6 +383,21 @@ void RefuseSetsFolder(const fs::path& output, const DumpSet& set) {
     }
 }
 
+void WriteFiles(OutputFolder& folder, const std::string& stem, const Replayed& replayed) {
+    const Progress progress("writing the results");
+    for (const auto& [name, bytes] : replayed.files) {
+        folder.Write(name, bytes);
+    }
+    folder.Write(stem + "_output.png", EncodePng(Nv12ToRgb(replayed.output)));
+    const std::string map = stem + "_difference.png";
+    if (replayed.outputDifference && !replayed.outputDifference->identical()) {
+        folder.Write(map,
+                     EncodePng(HeatMap(DifferenceMap(replayed.dumpedOutput, replayed.output))));
+    } else {
+        folder.Drop(map);
+    }
+}
+
 std::string Replayed::status() const {
     if (failed()) {
         return "failed";
@@ -384,35 +416,19 @@ void CheckFocus(const DumpSet& set, const ReplayOptions& options) {
     }
 }
 
-Replayed Replay(const DumpSet& set, const ReplayOptions& options) {
-    const Libraries libraries = FindLibraries(options);
-    Replayed replayed = ReadSet(set, options);
-    const Sensors sensors = SensorsOf(options, replayed.asked, replayed);
-    replayed.mainSensor = sensors.main;
-    replayed.auxSensor = sensors.aux;
-    const std::uint32_t rotation = Unsigned(replayed.asked.degree);
-    const host::UseCase useCase = UseCaseOf(sensors, replayed.output.size(), rotation);
-    host::Request request = RequestOf(options, useCase, sensors, replayed);
-    host::Image depth = DepthImage(replayed.main);
-    request.inputs = {&replayed.main, &replayed.aux};
-    request.output = &replayed.output;
-    request.depth = &depth;
+namespace {
 
-    DeviceFolder device(options);
-    device.Prepare(sensors.main, sensors.aux, rotation, set.name());
-    RunOptions run = options;
-    run.dump = true;
-    std::vector<std::string> notes = std::move(replayed.notes);
-    static_cast<Outcome&>(replayed) = RunNode(run, libraries, useCase, request);
-    std::ranges::move(notes, std::back_inserter(replayed.notes));
-    replayed.calibration = device.calibration();
-    TakeDumps(device, set.stem, replayed);
+using RunRequest = std::function<Outcome(const RunOptions&, const Libraries&, const host::UseCase&,
+                                         host::Request&)>;
+
+// Compares what came of the request with the set.
+void Judge(const DumpSet& set, const ReplayOptions& options, const DeviceFolder& device,
+           const host::Image& depth, Replayed& replayed) {
     if (!replayed.result.published) {
-        return replayed;
+        return;
     }
-    replayed.missing =
-        MissingOfSet(device.Dumps(), replayed.result.published->depthPictureSize > 0);
     if (replayed.copied) {
+        const auto rotation = Unsigned(replayed.asked.degree);
         std::ranges::move(FindPairProblems(replayed.main, replayed.aux, device.AuxSide(rotation)),
                           std::back_inserter(replayed.reasons));
     }
@@ -423,5 +439,91 @@ Replayed Replay(const DumpSet& set, const ReplayOptions& options) {
     }
     CompareOutput(set, replayed);
     CompareDisparity(set, depth, options.pitch != 0, replayed);
+}
+
+// Runs the request in the folder, which is made where there is none yet. `replayed`: an earlier
+// replay of the set, or an empty one. `ran`: called between the run and what judges it.
+void RunAndJudge(const DumpSet& set, const ReplayOptions& options, Replayed& replayed,
+                 std::optional<DeviceFolder>& device, const RunRequest& runRequest,
+                 const std::function<void()>& ran) {
+    const Libraries libraries = FindLibraries(options);
+    replayed = ReadSet(set, options, std::move(replayed));
+    const Sensors sensors = SensorsOf(options, replayed.asked, replayed);
+    replayed.mainSensor = sensors.main;
+    replayed.auxSensor = sensors.aux;
+    const std::uint32_t rotation = Unsigned(replayed.asked.degree);
+    const host::UseCase useCase = UseCaseOf(sensors, replayed.output.size(), rotation);
+    host::Request request = RequestOf(options, useCase, sensors, replayed);
+    host::Image depth = DepthImage(replayed.main);
+    request.inputs = {&replayed.main, &replayed.aux};
+    request.output = &replayed.output;
+    request.depth = &depth;
+    if (!device) {
+        device.emplace(options);
+        device->Prepare(sensors.main, sensors.aux, rotation, set.name());
+    }
+    std::vector<std::string> notes = std::move(replayed.notes);
+    static_cast<Outcome&>(replayed) = runRequest(options, libraries, useCase, request);
+    std::ranges::move(notes, std::back_inserter(replayed.notes));
+    replayed.calibration = device->calibration();
+    ran();
+    if (options.dump) {
+        TakeDumps(*device, set.stem, replayed);
+        if (replayed.result.published) {
+            replayed.missing =
+                MissingOfSet(device->Dumps(), replayed.result.published->depthPictureSize > 0);
+        }
+    }
+    Judge(set, options, *device, depth, replayed);
+}
+
+} // namespace
+
+Replayed Replay(const DumpSet& set, const ReplayOptions& options) {
+    ReplayOptions dumping = options;
+    dumping.dump = true;
+    Replayed replayed;
+    std::optional<DeviceFolder> device;
+    RunAndJudge(set, dumping, replayed, device, RunNode, [] {});
     return replayed;
+}
+
+struct LoadedReplay::State {
+    DumpSet set;
+    LoadedNode node;
+    std::optional<DeviceFolder> device;
+    ReplayOptions made; // the last options
+    Replayed last;
+    bool whole = false; // the last run came to its end and left nothing
+};
+
+LoadedReplay::LoadedReplay(const DumpSet& set) : state_(std::make_unique<State>()) {
+    state_->set = set;
+}
+
+LoadedReplay::~LoadedReplay() = default;
+
+const Replayed& LoadedReplay::Run(const ReplayOptions& options, const TakeOutput& take) {
+    // What a node has at its creation: its use case, its properties and its calibration.
+    const auto ofNode = [](const ReplayOptions& of) {
+        return std::tie(of.dump, of.rotation, of.mainCrop, of.auxCrop, of.mainSensor, of.auxSensor,
+                        of.debugView, of.logMask, of.properties, of.calibration);
+    };
+    State& state = *state_;
+    if (!state.whole || ofNode(options) != ofNode(state.made)) {
+        state.node.End();
+        state.device.reset();
+    }
+    if (!state.whole) {
+        state.last = {}; // which a run that failed may have lost images of
+    }
+    state.whole = false;
+    state.made = options;
+    const auto runHere = [&state](const RunOptions& run, const Libraries& libraries,
+                                  const host::UseCase& useCase, host::Request& request) {
+        return state.node.Run(run, libraries, useCase, request, false);
+    };
+    RunAndJudge(state.set, options, state.last, state.device, runHere, [&] { take(state.last); });
+    state.whole = !options.dump; // the folder would hold these dumps at the next run
+    return state.last;
 }

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -10,6 +12,7 @@
 #include "tools/compare/difference.h"
 #include "tools/dumps/dump_set.h"
 #include "tools/dumps/parameter_text.h"
+#include "tools/files/output_folder.h"
 #include "tools/run/node_run.h"
 #include "tools/run/run_options.h"
 
@@ -52,12 +55,39 @@ struct Replayed : Outcome {
 // returns in a child process: see RunNode. Throws UseError where the set cannot be replayed.
 Replayed Replay(const DumpSet& set, const ReplayOptions& options);
 
+// Replays a set again and again in this process. Node and engine stay loaded, the node as long as
+// only focus, faces, blur and skipping change, and the set's files are read once. The images are
+// the same as those of Replay. The node dumps only if the options say so: without, `taken`,
+// `missing` and `files` stay empty.
+class LoadedReplay {
+public:
+    explicit LoadedReplay(const DumpSet& set);
+    ~LoadedReplay();
+    LoadedReplay(const LoadedReplay&) = delete;
+    LoadedReplay& operator=(const LoadedReplay&) = delete;
+
+    // Gets the new output as soon as it is there, before it is compared.
+    using TakeOutput = std::function<void(const Replayed&)>;
+
+    // Valid until the next call. Throws as Replay, and host::PipelineError for libraries other
+    // than those of the first call in this process.
+    const Replayed& Run(const ReplayOptions& options, const TakeOutput& take);
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
 // Throws UseError where the options name a focus point that no replay of this set can have.
 void CheckFocus(const DumpSet& set, const ReplayOptions& options);
 
 // Throws UseError where the output folder is the set's own: new dumps have the names of the old
 // ones and would replace them.
 void RefuseSetsFolder(const std::filesystem::path& output, const DumpSet& set);
+
+// Writes the new dumps, the output as PNG and, where it differs from the dumped one, by how much.
+// The files appear when the caller commits.
+void WriteFiles(OutputFolder& folder, const std::string& stem, const Replayed& replayed);
 
 // What became of a replay, for a reader and as JSON.
 std::string InWords(const DumpSet& set, const Replayed& replayed);

@@ -5,7 +5,8 @@
 const POLL_MILLISECONDS = 2000;
 const setup = data.live; // what the server was started with
 let sets = setup.sets;
-let set = sets.length - 1;
+const given = Number(location.search.slice(1)); // by the page of many
+let set = location.search && given < sets.length ? given : sets.length - 1;
 
 // What is changed in the dumped request, a step each; null shows the set as it was dumped.
 let steps = [null];
@@ -16,50 +17,110 @@ let inspected = null; // the data of the set as it was dumped
 let last = null; // what is shown
 let pins = []; // outputs that are kept, to be compared: { name, entry }
 let running = false;
+let saving = false; // what is asked for is to be written
 let stale = false; // what runs is not what is asked for any more
 
 // --- The server ---
 
-// Data of a picture goes straight to where decoded pictures are kept.
-function takeAnswer(buffer) {
-  const length = new DataView(buffer).getUint32(0, true);
-  const answer = JSON.parse(new TextDecoder().decode(new Uint8Array(buffer, 4, length)));
-  let at = 4 + length;
-  for (const { key, size, pitch, bytes } of answer.blobs ?? []) {
-    decoding.set(key, planesOf(size, pitch, new Uint8Array(buffer, at, bytes)));
-    at += bytes;
-  }
-  return answer;
+// Reads a response in pieces of known length.
+function piecesOf({ body }) {
+  const reader = body.getReader();
+  let rest = new Uint8Array(0);
+  return async (length) => {
+    const piece = new Uint8Array(length);
+    for (let end = 0; end < length;) {
+      if (rest.length === 0) {
+        const { value, done } = await reader.read();
+        if (done) throw new Error("The server's answer is cut short.");
+        rest = value;
+      }
+      const part = rest.subarray(0, length - end);
+      piece.set(part, end);
+      end += part.length;
+      rest = rest.subarray(part.length);
+    }
+    return piece;
+  };
 }
 
+// What the output of a run is until all of the answer is there: its key, its size, and its levels
+// that have come so far.
+let output = null;
+
+function takeSamples({ key, level, size, pitch, chroma, bytes }, samples) {
+  const planes = planesOf(size, pitch, samples, chroma);
+  if (level === 0) decoding.set(key, planes);
+  if (output?.key !== key) return;
+  output.levels[level] = planes;
+  showOutput();
+}
+
+let saved = ""; // the folder that the last run was written to
+
+// Shows what there is of the output in place of the last one.
+function showOutput() {
+  if (pictures.output?.size.join() !== output.size.join() || !output.levels.some(Boolean)) return;
+  if (pictures.output.key !== output.key) {
+    pictures.output = Object.assign(new Picture("output", output.size, mean),
+      { key: output.key, loading: Promise.resolve() });
+  }
+  pictures.output.levels = output.levels;
+  tiles.clear();
+  draw();
+  mark(output.levels[0] ? "pixels" : "reduced");
+}
+
+// For who measures the page.
+const mark = (name) => requestAnimationFrame(() => setTimeout(() => performance.mark(name)));
+
+// Sends a request and takes the pictures of its answer as they come. Returns the rest of it.
 async function ask(request) {
+  saved = "";
   const response = await fetch("run", {
     method: "POST", headers: { "Content-Type": "application/json" },
     body: JSON.stringify({ ...request, have: [...decoding.keys()] }),
   });
-  if (response.status === 409) return null; // another page's request took its place
   if (!response.ok) throw new Error(`The server refuses the request (${response.status}).`);
-  return takeAnswer(await response.arrayBuffer());
+  const take = piecesOf(response);
+  for (;;) {
+    const length = new DataView((await take(4)).buffer).getUint32(0, true);
+    const packet = JSON.parse(new TextDecoder().decode(await take(length)));
+    if (packet.samples) {
+      takeSamples(packet.samples, await take(packet.samples.bytes));
+    } else if (packet.output) {
+      output = { key: packet.output, size: packet.size, levels: [] };
+      if (decoding.has(output.key)) output.levels[0] = await decoding.get(output.key);
+      showOutput();
+    } else if (packet.saved) {
+      saved = packet.saved;
+    } else {
+      return packet;
+    }
+  }
 }
 
 // Runs what the step asks for. One request is under way; of those meanwhile the last one follows.
-async function run() {
+// `save`: the server writes what comes out.
+async function run(save = false) {
   stale = true;
+  saving = save;
   if (running) return;
   running = true;
   byId("live").setAttribute("aria-busy", "true");
   while (stale) {
     stale = false;
-    const request = { set, changes: steps[step] };
+    const request = { set, changes: saving ? asked() : steps[step], save: saving };
+    saving = false;
     const start = performance.now();
     try {
       const answer = await ask(request);
-      if (!answer || request.set !== set) continue;
+      if (answer.dropped || request.set !== set) continue; // another page's request took its place
       if (answer.error) throw new Error(answer.error);
       if (request.changes === null) inspected = answer.data;
       last = { ...answer, replayed: request.changes !== null };
       show();
-      say(`shown after ${((performance.now() - start) / 1000).toFixed(2)} s`);
+      mark("answer");
+      say(saved ? `saved in ${saved}` : `shown after ${((performance.now() - start) / 1000).toFixed(2)} s`);
     } catch (error) {
       say(`${error.message}${/[.)]$/.test(error.message) ? "" : "."} Nothing new is shown.`, true);
     }
@@ -93,8 +154,12 @@ function show() {
   const shown = { ...next, pictures: { ...next.pictures }, comparisons: [...next.comparisons],
     findings: [...next.findings, ...(replayed ? inspected?.findings ?? [] : [])] }; // the set's stay true
   addPins(shown);
+  for (const each of shown.comparisons) each.lazy = true; // the next click must not wait for them
   const first = !view;
   showData(shown);
+  if (output && shown.pictures.output?.parts[0] === output.key) { // with the level that came first
+    Object.assign(pictures.output, { levels: output.levels, loading: Promise.resolve() });
+  }
   const used = [...Object.values(shown.pictures), shown.disparity].map((entry) => entry?.parts[0]);
   for (const key of [...decoding.keys()]) if (!used.includes(key)) decoding.delete(key);
   if (first && pair) { // the output alone; space shows what it is compared with
@@ -158,6 +223,73 @@ async function copyCommand() {
 function tapped([x, y]) {
   if (view.picture === "aux" || !data.pictures.main) return;
   change({ focus: scaled({ x, y }, data.pictures.main.size) });
+}
+
+// --- Faces ---
+
+// Those of the request: [left, top, width, height] in the main image's pixels.
+const faces = () => (asked().noFaces ? [] : asked().faces ?? (inspected?.overlays.faces ?? []).map(
+  ({ edges: [left, top, right, bottom] }) => [left, top, right - left + 1, bottom - top + 1]));
+
+const changeFaces = (next) => change(next.length ? { faces: next, noFaces: undefined }
+  : { faces: undefined, noFaces: true });
+
+let drawing = false; // a drag on the picture draws a face or moves one
+let drawn = null; // by a drag: { from, at, all, which }
+
+function toggleDrawing() {
+  drawing = !drawing;
+  byId("drawFaces").setAttribute("aria-pressed", drawing);
+  for (const element of [byId("picture"), byId("overlay")]) element.style.touchAction = drawing ? "none" : "";
+}
+
+function pressFace(event) {
+  const from = drawing && view.picture !== "aux" && event.button === 0 && pixelAt(positionOf(event));
+  if (!from) return;
+  event.stopPropagation();
+  byId("stage").setPointerCapture(event.pointerId);
+  const all = [...faces()];
+  const inside = ([left, top, width, height]) => from[0] >= left && from[0] < left + width &&
+    from[1] >= top && from[1] < top + height;
+  const which = all.findLastIndex(inside);
+  drawn = { from, all, which: which < 0 ? all.length : which, at: all[which] };
+}
+
+function dragFace(event) {
+  if (!drawn) return;
+  event.stopPropagation();
+  const { scale, left, top } = frame();
+  const [x, y] = positionOf(event);
+  const to = [(x - left) / scale, (y - top) / scale].map((value, i) => clamp(Math.floor(value), 0, view.size[i] - 1));
+  const { from, at, all, which } = drawn;
+  drawn.moved = true;
+  all[which] = at
+    ? [0, 1].map((i) => clamp(at[i] + to[i] - from[i], 0, view.size[i] - at[i + 2])).concat(at.slice(2))
+    : [0, 1].map((i) => Math.min(from[i], to[i])).concat([0, 1].map((i) => Math.abs(from[i] - to[i]) + 1));
+  const { overlays } = data;
+  overlays.faces = all.map(([x0, y0, width, height], i) =>
+    ({ edges: [x0, y0, x0 + width - 1, y0 + height - 1], turn: overlays.faces[i]?.turn ?? 0 }));
+  overlaysShown.add("faces");
+  drawOverlays();
+}
+
+function releaseFace(event) {
+  if (!drawn) return;
+  event.stopPropagation();
+  const { all, moved } = drawn;
+  drawn = null;
+  if (moved && event.type === "pointerup") changeFaces(all);
+}
+
+function facesInput() {
+  const element = make("input");
+  Object.assign(element, { type: "text", size: 16, placeholder: "L,T,W,H L,T,W,H" });
+  element.addEventListener("change", () => {
+    const words = element.value.trim().split(/\s+/).filter(Boolean);
+    if (words.every((word) => /^\d+(,\d+){3}$/.test(word))) changeFaces(words.map((word) => word.split(",").map(Number)));
+    else say("Faces at: expected LEFT,TOP,WIDTH,HEIGHT of each", true);
+  });
+  return addControl("Faces at", element, () => { element.value = faces().join(" "); });
 }
 
 // --- Controls ---
@@ -252,6 +384,8 @@ function makeControls() {
   const section = make("section");
   section.id = "live";
   section.setAttribute("aria-label", "Request");
+  const drawFaces = makeToggle("Draw faces", "n", false, toggleDrawing);
+  drawFaces.id = "drawFaces";
   const turns = [0, 90, 180, 270].map((degrees) => [`${degrees}°`, degrees]);
   const pinName = make("input");
   Object.assign(pinName, { id: "pinName", type: "text", size: 12, placeholder: "name" });
@@ -260,8 +394,10 @@ function makeControls() {
     .map(([key, names]) => select(key, key, fileChoices(names)));
   section.append(
     bar(setSelect(), blurSlider(),
-      checkbox("Faces", () => !asked().noFaces && inspected?.overlays.faces.length > 0,
-        (checked) => ({ noFaces: checked ? undefined : true })),
+      checkbox("Faces", () => faces().length > 0,
+        (checked) => ({ noFaces: checked ? undefined : true, faces: undefined })),
+      facesInput(),
+      select("Faces turned", "faceRotation", [["as dumped", undefined], ...turns]),
       select("Rotation", "rotation", [["as dumped", undefined], ...turns]),
       select("Debug view", "debugView", [["none", undefined], ["main", 1], ["aux", 2], ["both", 3]]),
       select("Log", "log", [["errors", undefined], ["node", 2], ["all", 6]]),
@@ -272,7 +408,10 @@ function makeControls() {
       button("redo", "Redo", "r", () => goTo(step + 1)),
       button("asDumped", "As dumped", "", () => goTo(0)),
       pinName, button("pin", "Pin", "", pin),
-      button("copy", "Copy command", "", copyCommand)),
+      button("copy", "Copy command", "", copyCommand),
+      ...(location.search ? [button("all", "All sets", "", () => { location.href = "./"; })] : []),
+      ...(setup.saves ? [button("save", "Save", "s", () => run(true))] : []),
+      drawFaces),
     make("p", "A click or tap on the picture, or Enter at the cursor, is the focus point."),
     Object.assign(make("code"), { id: "line" }));
   byId("viewer").after(section);
@@ -296,6 +435,12 @@ async function poll() {
 }
 
 makeControls();
+for (const [type, handle] of Object.entries({ pointerdown: pressFace, pointermove: dragFace,
+  pointerup: releaseFace, pointercancel: releaseFace })) {
+  byId("stage").addEventListener(type, handle, { capture: true }); // before the page's own
+}
+keys.n = toggleDrawing;
+if (setup.saves) keys.s = () => run(true);
 keys.Enter = () => spot.marked && tapped([spot.x, spot.y]);
 keys.u = () => goTo(step - 1);
 keys.r = () => goTo(step + 1);

@@ -7,6 +7,8 @@ const byId = (id) => document.getElementById(id);
 const things = data.things ?? (data.columns ? "replays" : "sets");
 const KINDS = { wrong: "Wrong", note: "Notable", good: "Good" }; // the worst first
 
+const POLL_MILLISECONDS = 1000;
+
 let kind = ""; // of the verdicts shown; all of them if empty
 
 function make(name, text, className) {
@@ -49,10 +51,10 @@ function makeTile(entry) {
   }
   tile.append(make("b", entry.title), make("span", entry.verdict.text, "verdict"),
     make("span", factsOf(entry)));
-  return { tile, kind: entry.verdict.kind, text: tile.textContent.toLowerCase() };
+  return { tile, entry, kind: entry.verdict.kind, text: tile.textContent.toLowerCase() };
 }
 
-const tiles = (data.columns ? data.tiles : [...data.tiles].sort(worstFirst)).map(makeTile);
+let tiles = [];
 
 const visible = () => tiles.filter(({ tile }) => !tile.hidden).map(({ tile }) => tile);
 
@@ -67,7 +69,31 @@ function filter() {
   }
 }
 
+function addTiles(entries) {
+  const focused = document.activeElement;
+  tiles = [...tiles, ...entries.map(makeTile)];
+  if (!data.columns) tiles.sort((a, b) => worstFirst(a.entry, b.entry)); // else in rows and columns
+  byId("tiles").append(...tiles.map(({ tile }) => tile));
+  if (focused !== document.activeElement) focused.focus(); // which moving it has taken
+  showKinds();
+  filter();
+}
+
+// A server's page gets tiles as the sets are inspected, of new ones as well.
+async function poll() {
+  try {
+    const response = await fetch("tiles", { method: "POST", body: String(tiles.length) });
+    const { sets, tiles: more } = await response.json();
+    if (more.length || tiles.length < sets) addTiles(more);
+    if (tiles.length < sets) byId("verdict").textContent += `, ${tiles.length} of ${sets} inspected`;
+    setTimeout(poll, more.length && tiles.length < sets ? 0 : POLL_MILLISECONDS);
+  } catch {
+    byId("help").textContent = "The server has ended.";
+  }
+}
+
 function showKinds() {
+  byId("kinds").replaceChildren();
   const counts = Object.keys(KINDS).map((name) => [name, tiles.filter((each) => each.kind === name).length]);
   for (const [name, count] of [["", tiles.length], ...counts]) {
     if (count === 0) continue;
@@ -83,6 +109,7 @@ function showKinds() {
   const wrong = counts[0][1];
   byId("verdict").textContent = wrong === 0 ? `${tiles.length} ${things}, none wrong` : `${wrong} of ${tiles.length} ${things} are wrong`;
   byId("verdict").className = wrong === 0 ? "good" : "wrong";
+  document.querySelector("header .findings")?.remove();
   const list = make("ul", undefined, "findings");
   list.append(...(data.findings ?? []).map((text) => make("li", text, "wrong")));
   byId("verdict").after(list);
@@ -115,9 +142,8 @@ if (data.columns) {
   byId("help").textContent = byId("help").textContent.replace("The worst come first. ", "");
   byId("tiles").style.gridTemplateColumns = `repeat(${data.columns}, minmax(120px, 1fr))`;
 }
-byId("tiles").append(...tiles.map(({ tile }) => tile));
 byId("search").setAttribute("aria-label", `Only ${things} with this text`);
 byId("search").addEventListener("input", filter);
 document.addEventListener("keydown", pressKey);
-showKinds();
-filter();
+addTiles(data.tiles);
+if (data.live) poll();

@@ -529,7 +529,7 @@ async function loadRest() {
   await Promise.all(view.layers().map(({ picture }) => picture.ready()));
   await new Promise((painted) => { requestAnimationFrame(() => setTimeout(painted)); });
   for (const each of [...Object.values(pictures), disparity].filter(Boolean)) await each.ready();
-  for (const each of data.comparisons) {
+  for (const each of data.comparisons.filter(({ lazy }) => !lazy)) {
     await each.difference.ready();
     if (each.framed) each.regions = regionsOf(each.difference);
   }

@@ -24,6 +24,10 @@ std::string ScriptText(const Json& data) {
     return text;
 }
 
+// Of a page that is a file.
+constexpr std::string_view kFilePolicy = "default-src 'none'; img-src data:; "
+                                         "style-src 'unsafe-inline'; script-src 'unsafe-inline'";
+
 // The marks in the order of the page. What replaces them is not searched for marks.
 std::string Filled(std::string_view rest,
                    std::initializer_list<std::pair<std::string_view, std::string_view>> marks) {
@@ -60,10 +64,7 @@ std::string CapturePage(const Json& data, std::string_view reduced, std::string_
 
 std::string CapturePage(const nlohmann::ordered_json& data, const std::string& reduced,
                         const std::string& pictures) {
-    return CapturePage(data, reduced, pictures,
-                       "default-src 'none'; img-src data:; style-src 'unsafe-inline'; "
-                       "script-src 'unsafe-inline'",
-                       "", "");
+    return CapturePage(data, reduced, pictures, kFilePolicy, "", "");
 }
 
 std::string LivePage(const nlohmann::ordered_json& data, const std::string& policy,
@@ -73,10 +74,15 @@ std::string LivePage(const nlohmann::ordered_json& data, const std::string& poli
                        fmt::format("<script{}>{}</script>\n", attribute, kLiveJs));
 }
 
-std::string OverviewPage(const nlohmann::ordered_json& data) {
-    return Filled(
-        kOverviewHtml,
-        {{"{page.css}", kPageCss}, {"{data}", ScriptText(data)}, {"{overview.js}", kOverviewJs}});
+std::string OverviewPage(const nlohmann::ordered_json& data, const std::string& policy,
+                         const std::string& nonce) {
+    const std::string attribute = nonce.empty() ? "" : fmt::format(" nonce=\"{}\"", nonce);
+    return Filled(kOverviewHtml, {{"{policy}", policy.empty() ? kFilePolicy : policy},
+                                  {"{nonce}", attribute},
+                                  {"{page.css}", kPageCss},
+                                  {"{data}", ScriptText(data)},
+                                  {"{nonce}", attribute},
+                                  {"{overview.js}", kOverviewJs}});
 }
 
 std::string LinkTo(const fs::path& file, const fs::path& folder) {

@@ -16,8 +16,9 @@ std::string CapturePage(const nlohmann::ordered_json& data, const std::string& r
 std::string LivePage(const nlohmann::ordered_json& data, const std::string& policy,
                      const std::string& nonce);
 // `data`: command, title and tiles, and of a log also its findings and what its tiles are
-// ("things").
-std::string OverviewPage(const nlohmann::ordered_json& data);
+// ("things"). `policy` and `nonce`: as above, or empty for a page that is a file.
+std::string OverviewPage(const nlohmann::ordered_json& data, const std::string& policy = "",
+                         const std::string& nonce = "");
 
 // A link from a page in this folder. All bytes of a name are escaped that could mean anything but
 // themselves.

@@ -52,26 +52,30 @@ async function decodePlanes({ size, parts }) {
     all.set(values, end);
     end += values.length;
   }
-  return planesOf(size, strips[0].width, all);
+  return planesOf(size, strips[0].width, all, false);
 }
 
 // The planes in rows of `pitch` numbers: luma, or the one plane of a map; and below luma U on the
-// left and V on the right.
-function planesOf([width, height], pitch, all) {
-  const cut = (left, top, columns, rows) => {
+// left and V on the right, or, if `interleaved`, the two in turn.
+function planesOf([width, height], pitch, all, interleaved) {
+  const cut = (left, top, columns, rows, step = 1) => {
     if (columns === pitch) {
       return { width: columns, height: rows, values: all.subarray(top * pitch, (top + rows) * pitch) };
     }
     const values = new Uint8Array(columns * rows);
-    for (let y = 0; y < rows; y++) {
+    for (let y = 0, to = 0; y < rows; y++) {
       const from = (top + y) * pitch + left;
-      values.set(all.subarray(from, from + columns), y * columns);
+      if (step === 1) values.set(all.subarray(from, from + columns), y * columns);
+      else for (let x = 0, at = from; x < columns; x++, at += step) values[to++] = all[at];
     }
     return { width: columns, height: rows, values };
   };
   const rowsBelow = all.length / pitch - height;
   const planes = [cut(0, 0, width, height)];
-  if (rowsBelow > 0) {
+  if (rowsBelow > 0 && interleaved) {
+    const pairs = (width + 1) >> 1;
+    planes.push(cut(0, height, pairs, rowsBelow, 2), cut(1, height, pairs, rowsBelow, 2));
+  } else if (rowsBelow > 0) {
     planes.push(cut(0, height, pitch / 2, rowsBelow), cut(pitch / 2, height, pitch / 2, rowsBelow));
   }
   return planes;

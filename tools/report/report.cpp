@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <future>
+#include <map>
 #include <span>
 #include <string_view>
 
@@ -62,14 +63,14 @@ host::Image NumbersOf(const host::Image& image, int width) {
     return numbers;
 }
 
-int RowsOfPart(const host::Image& samples) {
-    return std::max(1, kPartPixels / samples.width());
+int RowsOfPart(int width) {
+    return std::max(1, kPartPixels / width);
 }
 
 // The parts of a picture as PNG files in Base64, in elements of their names.
-std::string PartElements(const Report::Numbers& numbers) {
-    const host::Image& samples = numbers.samples;
-    const int rows = RowsOfPart(samples);
+std::string PartElements(const Report::Picture& picture) {
+    const host::Image samples = NumbersOf(*picture.image, picture.width);
+    const int rows = RowsOfPart(picture.width);
     std::vector<std::future<std::string>> encoded;
     for (int top = 0; top < samples.height(); top += rows) {
         encoded.push_back(std::async(std::launch::async, [&samples, top, rows] {
@@ -79,7 +80,7 @@ std::string PartElements(const Report::Numbers& numbers) {
     std::string elements;
     for (std::size_t i = 0; i < encoded.size(); ++i) {
         elements += fmt::format("<script type=\"text/plain\" id=\"{}\">{}</script>\n",
-                                numbers.parts[i], encoded[i].get());
+                                picture.parts[i], encoded[i].get());
     }
     return elements;
 }
@@ -100,6 +101,19 @@ Json CropJson(int width, int height) {
 }
 
 } // namespace
+
+std::optional<std::pair<host::Image, int>> Reduced(const host::Image& image) {
+    int level = 0; // each has half the columns and rows of the one before
+    while ((image.width() >> level) * (image.height() >> level) > kReducedPixels) {
+        ++level;
+    }
+    if (level == 0 || image.format() != host::Image::Format::Nv12) {
+        return std::nullopt;
+    }
+    return std::pair(
+        ScaleNv12(image, (image.width() >> level) / 2 * 2, (image.height() >> level) / 2 * 2, 0),
+        level);
+}
 
 const char* NameOf(Report::Kind kind) {
     constexpr const char* kNames[] = {"good", "note", "wrong"};
@@ -135,31 +149,23 @@ void Report::AddFinding(Kind kind, const std::string& name, const std::string& t
     data_["findings"].push_back({{"kind", NameOf(kind)}, {"name", name}, {"text", text}});
 }
 
-Json Report::NumbersJson(const host::Image& image, int width, bool reduced) {
-    Numbers numbers{NumbersOf(image, width), {}, reduced};
-    for (int top = 0; top < numbers.samples.height(); top += RowsOfPart(numbers.samples)) {
-        numbers.parts.push_back(fmt::format("part{}.{}", numbers_.size(), numbers.parts.size()));
+Json Report::PictureJson(const host::Image& image, int width) {
+    Picture picture{&image, width, {}};
+    const bool chroma = image.format() == host::Image::Format::Nv12;
+    const int height = image.height() + (chroma ? image.planeRows(1) : 0);
+    for (int top = 0; top < height; top += RowsOfPart(width)) {
+        picture.parts.push_back(fmt::format("part{}.{}", pictures_.size(), picture.parts.size()));
     }
-    const Json parts = numbers.parts;
-    numbers_.push_back(std::move(numbers));
+    const Json parts = picture.parts;
+    pictures_.push_back(std::move(picture));
     return {{"size", {width, image.height()}}, {"parts", parts}};
 }
 
 void Report::AddPicture(const std::string& name, const host::Image& image) {
-    if (name == "output" || thumbnail_.empty()) {
-        thumbnail_ = Thumbnail(image);
+    if (name == "output" || tilePicture_ == nullptr) {
+        tilePicture_ = &image;
     }
-    Json& entry = data_["pictures"][name] = NumbersJson(image, image.width());
-    int level = 0; // each has half the columns and rows of the one before
-    while ((image.width() >> level) * (image.height() >> level) > kReducedPixels) {
-        ++level;
-    }
-    if (level > 0) {
-        const host::Image reduced = ScaleNv12(image, (image.width() >> level) / 2 * 2,
-                                              (image.height() >> level) / 2 * 2, 0);
-        entry["reduced"] = NumbersJson(reduced, reduced.width(), true);
-        entry["reduced"]["level"] = level;
-    }
+    data_["pictures"][name] = PictureJson(image, image.width());
 }
 
 void Report::AddSamePicture(const std::string& name, const std::string& other) {
@@ -215,7 +221,7 @@ void Report::SetDisparity(const host::Image& disparity, int width) {
         low = std::min(low, int{lowest});
         high = std::max(high, int{highest});
     }
-    data_["disparity"] = NumbersJson(disparity, width);
+    data_["disparity"] = PictureJson(disparity, width);
     data_["disparity"].update({{"low", low}, {"high", high}});
     const auto depth = parameters_ ? DepthOfFieldOf(disparity, width, *parameters_) : std::nullopt;
     if (depth) {
@@ -260,8 +266,21 @@ std::string Report::Page(const fs::path& folder) const {
     }
     std::string reduced;
     std::string pictures;
-    for (const Numbers& numbers : numbers_) {
-        (numbers.reduced ? reduced : pictures) += PartElements(numbers);
+    std::map<std::string, Json> reducedEntries; // by the first part of the whole picture
+    for (const Picture& picture : pictures_) {
+        if (const auto small = Reduced(*picture.image)) {
+            const std::string part = "reduced-" + picture.parts.front();
+            reduced += PartElements({&small->first, small->first.width(), {part}});
+            reducedEntries[picture.parts.front()] = {
+                {"size", small->first.size()}, {"parts", {part}}, {"level", small->second}};
+        }
+        pictures += PartElements(picture);
+    }
+    for (Json& entry : data["pictures"]) {
+        const auto found = reducedEntries.find(entry["parts"].front());
+        if (found != reducedEntries.end()) {
+            entry["reduced"] = found->second;
+        }
     }
     return CapturePage(data, reduced, pictures);
 }
@@ -277,7 +296,7 @@ Json Report::Tile() const {
             {"blur", parameters_ ? Json(parameters_->blur) : Json()},
             {"focus", focus},
             {"psnr", OrNull(psnr_)},
-            {"thumbnail", thumbnail_}};
+            {"thumbnail", tilePicture_ == nullptr ? "" : Thumbnail(*tilePicture_)}};
 }
 
 ReportFile::ReportFile(const fs::path& file)

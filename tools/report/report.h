@@ -30,7 +30,7 @@ public:
     // `name`: of the problem, may be empty.
     void AddFinding(Kind kind, const std::string& name, const std::string& text);
 
-    // An NV12 image, every sample of it.
+    // An NV12 image, every sample of it. Added images must outlive the report.
     void AddPicture(const std::string& name, const host::Image& image);
     // An image that is equal to an added one; costs no bytes in the page.
     void AddSamePicture(const std::string& name, const std::string& other);
@@ -63,32 +63,37 @@ public:
     // focus, PSNR, and a thumbnail as Base64 of a JPEG file.
     nlohmann::ordered_json Tile() const;
 
-    // What the page's script is given. Its pictures name their parts, which are those of `numbers`.
+    // What the page's script is given. Its pictures name their parts, which are those of
+    // pictures().
     const nlohmann::ordered_json& data() const { return data_; }
 
-    // All samples of a picture, one byte each: luma, and below it U on the left and V on the right.
-    struct Numbers {
-        host::Image samples;
+    struct Picture {
+        const host::Image* image;
+        int width;                      // columns that are shown
         std::vector<std::string> parts; // bands of rows from top to bottom, each a file in the page
-        bool reduced = false;           // shown until the same picture in full is decoded
     };
-    const std::vector<Numbers>& numbers() const { return numbers_; }
+    // Those that data() names.
+    const std::vector<Picture>& pictures() const { return pictures_; }
 
     // The HTML page, which needs nothing else. `folder`: where it will stand, from which its links
     // are relative.
     std::string Page(const std::filesystem::path& folder) const;
 
 private:
-    // The samples of the first `width` columns for the page's script, added to `numbers_`.
-    nlohmann::ordered_json NumbersJson(const host::Image& image, int width, bool reduced = false);
+    // The entry of the first `width` columns, which are added to `pictures_`.
+    nlohmann::ordered_json PictureJson(const host::Image& image, int width);
 
     nlohmann::ordered_json data_;
-    std::vector<Numbers> numbers_;
+    std::vector<Picture> pictures_;
     std::vector<std::pair<std::string, std::filesystem::path>> links_;
-    std::string thumbnail_;
+    const host::Image* tilePicture_ = nullptr;
     std::optional<double> psnr_;
     std::optional<DumpParameters> parameters_;
 };
+
+// For a large NV12 image a smaller one to show until all of it is there, and its level: 1 for half
+// the columns and rows, 2 for a quarter. Nothing for others.
+std::optional<std::pair<host::Image, int>> Reduced(const host::Image& image);
 
 // "good", "note" or "wrong".
 const char* NameOf(Report::Kind kind);

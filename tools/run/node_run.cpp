@@ -51,6 +51,7 @@ void SetProperties(const RunOptions& options) {
             Refuse("--set", "a property that can be set", fmt::format("\"{}={}\"", name, value));
         }
     };
+    host::ClearProperties();
     if (options.dump) {
         set(device::kDumpProperty, "1");
     }
@@ -90,29 +91,6 @@ struct NoExit {
     ~NoExit() { active = false; }
 };
 
-host::RequestResult Process(const Libraries& libraries, const host::UseCase& useCase,
-                            host::Request& request) {
-    std::optional<host::NodeLibrary> library;
-    try {
-        library.emplace(libraries.node, libraries.engine);
-    } catch (const host::PipelineError& error) {
-        if (error.code() ==
-            CDKResultSuccess) { // no answer of the node: the file is no such library
-            throw UseError(error.what());
-        }
-        throw;
-    }
-    std::optional<host::Node> node;
-    {
-        const Progress progress("creating the node");
-        node.emplace(*library, useCase);
-    }
-    const Progress progress("processing the request");
-    host::RequestResult result = node->Process(request);
-    std::ranges::move(node->End(), std::back_inserter(result.complaints));
-    return result;
-}
-
 // Unless a debug view is on, a picture that the engine rendered comes with its disparity.
 bool IsCopy(const host::Published& published, int debugView) {
     return debugView == 0 &&
@@ -132,11 +110,46 @@ Libraries FindLibraries(const RunOptions& options) {
             FindLibrary("--engine", options.engine, device::kEngineLibrary)};
 }
 
-Outcome RunNode(const RunOptions& options, const Libraries& libraries, const host::UseCase& useCase,
-                host::Request& request) {
-    ContinueInChild(options.timeout);
+// Destroyed in the reverse order: the node before its library.
+struct LoadedNode::Session {
+    std::optional<host::NodeLibrary> library;
+    std::optional<host::Node> node;
+
+    host::RequestResult Process(const Libraries& libraries, const host::UseCase& useCase,
+                                host::Request& request);
+};
+
+LoadedNode::LoadedNode() : session_(std::make_unique<Session>()) {}
+LoadedNode::~LoadedNode() = default;
+
+host::RequestResult LoadedNode::Session::Process(const Libraries& libraries,
+                                                 const host::UseCase& useCase,
+                                                 host::Request& request) {
+    try {
+        if (!library) {
+            library.emplace(libraries.node, libraries.engine);
+        }
+    } catch (const host::PipelineError& error) {
+        if (error.code() ==
+            CDKResultSuccess) { // no answer of the node: the file is no such library
+            throw UseError(error.what());
+        }
+        throw;
+    }
+    if (!node) {
+        const Progress progress("creating the node");
+        node.emplace(*library, useCase);
+    }
+    const Progress progress("processing the request");
+    return node->Process(request);
+}
+
+Outcome LoadedNode::Run(const RunOptions& options, const Libraries& libraries,
+                        const host::UseCase& useCase, host::Request& request, bool last) {
     Outcome outcome;
-    SetProperties(options);
+    if (!session_->node) {
+        SetProperties(options);
+    }
     outcome.debugView = DebugView();
     const bool errorsAlone = !options.trace.empty() && !options.logMask;
     const LogLines log(options.engine.empty(), errorsAlone);
@@ -144,7 +157,11 @@ Outcome RunNode(const RunOptions& options, const Libraries& libraries, const hos
     ArmFailures(options.failures);
     try {
         const NoExit noExit;
-        outcome.result = Process(libraries, useCase, request);
+        outcome.result = session_->Process(libraries, useCase, request);
+        if (last) {
+            std::ranges::move(session_->node->End(), std::back_inserter(outcome.result.complaints));
+            session_->node.reset();
+        }
     } catch (const host::PipelineError& error) {
         std::string text = error.what();
         for (const std::string& reason : log.Reasons()) {
@@ -167,6 +184,17 @@ Outcome RunNode(const RunOptions& options, const Libraries& libraries, const hos
         outcome.written = WriteTrace(options.trace, outcome.calls);
     }
     return outcome;
+}
+
+void LoadedNode::End() {
+    session_->node.reset();
+}
+
+Outcome RunNode(const RunOptions& options, const Libraries& libraries, const host::UseCase& useCase,
+                host::Request& request) {
+    ContinueInChild(options.timeout);
+    LoadedNode node;
+    return node.Run(options, libraries, useCase, request, true);
 }
 
 std::string Outcome::engineFailure() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -10,7 +11,7 @@
 #include "tools/files/json_text.h"
 #include "tools/run/run_options.h"
 
-// One request through a node that is made for it.
+// Requests through the node.
 
 // The two libraries that the pipeline loads.
 struct Libraries {
@@ -50,6 +51,29 @@ struct Outcome {
 // a library does not load, host::PipelineError where the node refuses to be created.
 Outcome RunNode(const RunOptions& options, const Libraries& libraries, const host::UseCase& useCase,
                 host::Request& request);
+
+// A node that stays loaded for further requests of this process, with the engine's buffers and
+// threads. One at a time.
+class LoadedNode {
+public:
+    LoadedNode();
+    ~LoadedNode();
+    LoadedNode(const LoadedNode&) = delete;
+    LoadedNode& operator=(const LoadedNode&) = delete;
+
+    // As RunNode, but in this process and without a time limit. The first call, and the one after
+    // End, sets the properties and creates the node; others find it as it is. All calls must name
+    // the same libraries. `last`: the node ends within the call.
+    Outcome Run(const RunOptions& options, const Libraries& libraries, const host::UseCase& useCase,
+                host::Request& request, bool last);
+
+    // Ends the node, if there is one. The libraries stay loaded.
+    void End();
+
+private:
+    struct Session;
+    std::unique_ptr<Session> session_;
+};
 
 // What went wrong, why, and what is worth noting, a line each.
 std::vector<std::string> Lines(const Outcome& outcome);

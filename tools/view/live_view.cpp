@@ -2,18 +2,22 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <string_view>
+#include <thread>
 
 #include <fmt/format.h>
 
 #include "host/picture/errors.h"
+#include "host/picture/nv12.h"
 #include "tools/inspect/inspection.h"
 #include "tools/report/page_text.h"
 #include "tools/report/report_contents.h"
-#include "tools/run/call_trace.h"
+#include "tools/run/device_folder.h"
 #include "tools/view/server.h"
 #include "tools/view/worker.h"
 
@@ -104,58 +108,77 @@ std::string Quoted(const std::string& word) {
     return quoted + "'";
 }
 
-// The same samples have the same key.
-std::string KeyOf(const host::Image& samples) {
-    const auto& bytes = samples.bytes();
-    const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    return fmt::format("{}x{}-{:016x}", samples.width(), samples.height(),
-                       std::hash<std::string_view>()(text));
+// The set of this name. Throws UseError if a file of it is a link out of the place of the sets.
+DumpSet FindSetWithin(const fs::path& place, const std::string& name) {
+    const fs::path folder =
+        fs::canonical(fs::is_directory(place) ? place : fs::absolute(place).parent_path());
+    DumpSet set = FindDumpSet(name);
+    for (const auto& file : set.files) {
+        if (file && *fs::canonical(file->path).lexically_relative(folder).begin() == "..") {
+            Refuse(file->path.string(), "a file in " + folder.string(), "a link to another place");
+        }
+    }
+    return set;
 }
 
-std::string Packed(const Json& json, std::string_view blobs = {}) {
+// A packet of the answer: the length of its JSON, the JSON, and the bytes that this tells of.
+std::string Packet(const Json& json) {
     const std::string text = JsonText(json, -1);
     const auto length = static_cast<std::uint32_t>(text.size());
-    std::string packed(sizeof length, '\0');
-    std::memcpy(packed.data(), &length, sizeof length); // little-endian, as all our machines
-    packed.reserve(packed.size() + text.size() + blobs.size());
-    return packed.append(text).append(blobs);
+    std::string packet(sizeof length, '\0');
+    std::memcpy(packet.data(), &length, sizeof length); // little-endian, as all our machines
+    return packet + text;
 }
 
-// The report's data and, behind it, the samples of those pictures that the page does not have yet.
-std::string Packed(const Report& report, const Json& have, const std::string& command) {
-    Json data = report.data();
-    Json list = Json::array();
-    std::string blobs;
-    std::map<std::string, std::string> keys; // by the first part's name
-    for (const Report::Numbers& numbers : report.numbers()) {
-        keys[numbers.parts.front()] = KeyOf(numbers.samples);
-    }
-    std::vector<std::string> sent;
-    const auto take = [&](Json& entry) {
-        const std::string part = entry["parts"].front();
-        const std::string& key = keys[part];
-        entry["parts"] = {key};
-        entry.erase("reduced");
-        if (std::ranges::find(have, Json(key)) != have.end() ||
-            std::ranges::find(sent, key) != sent.end()) {
-            return;
-        }
-        sent.push_back(key);
-        const auto numbers = std::ranges::find_if(
-            report.numbers(), [&](const auto& one) { return one.parts.front() == part; });
-        const auto& bytes = numbers->samples.bytes();
-        list.push_back({{"key", key},
-                        {"size", entry["size"]},
-                        {"pitch", numbers->samples.pitch()},
-                        {"bytes", bytes.size()}});
-        blobs.append(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    };
-    std::ranges::for_each(data["pictures"], take);
-    if (!data["disparity"].is_null()) {
-        take(data["disparity"]);
-    }
-    return Packed({{"data", data}, {"command", command}, {"blobs", list}}, blobs);
+Json ErrorJson(const std::string& text) {
+    return {{"error", text}};
 }
+
+std::string_view TextOf(const Bytes& bytes) {
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+// The samples of images for the page, which keeps them by keys.
+class Samples {
+public:
+    // `have`: the keys that the page has.
+    Samples(const Json& have, const Worker::Take& take) : have_(have), take_(take) {}
+
+    // The same samples have the same key.
+    static std::string KeyOf(const host::Image& image, int width) {
+        return fmt::format("{}x{}x{}-{:016x}", width, image.height(), image.pitch(),
+                           std::hash<std::string_view>()(TextOf(image.bytes())));
+    }
+
+    void Send(const host::Image& image, int width, const std::string& key) {
+        if (std::ranges::find(have_, Json(key)) == have_.end()) {
+            have_.push_back(key);
+            Hand({{"key", key}, {"level", 0}}, image, width);
+        }
+    }
+
+    // A smaller image, if it is a large one.
+    void SendReduced(const host::Image& image, const std::string& key) {
+        const bool wanted = std::ranges::find(have_, Json(key)) == have_.end();
+        if (const auto reduced = wanted ? Reduced(image) : std::nullopt) {
+            Hand({{"key", key}, {"level", reduced->second}}, reduced->first,
+                 reduced->first.width());
+        }
+    }
+
+private:
+    void Hand(Json facts, const host::Image& image, int width) {
+        facts.update({{"size", {width, image.height()}},
+                      {"pitch", image.pitch()},
+                      {"chroma", image.format() == host::Image::Format::Nv12},
+                      {"bytes", image.bytes().size()}});
+        take_(Packet({{"samples", facts}}));
+        take_(TextOf(image.bytes()));
+    }
+
+    Json have_;
+    const Worker::Take& take_;
+};
 
 // A job's fields, none of which holds a zero.
 std::string Joined(const std::vector<std::string>& fields) {
@@ -174,35 +197,132 @@ std::vector<std::string> Split(const std::string& job) {
     return fields;
 }
 
-// In the job's process. Fields: what the page has and whether to replay, the set, and what stands
-// behind `replay SET`.
-std::string Answer(const std::string& job, const ParseReplay& parse, int timeout) {
-    try {
-        std::vector<std::string> fields = Split(job);
-        const Json page = Json::parse(fields[0]);
-        const Json& have = page["have"];
-        const DumpSet set = FindDumpSet(fields[1]);
-        fields.erase(fields.begin());
-        std::string command = "bokehnode replay";
-        for (const std::string& word : fields) {
-            command += " " + Quoted(word);
+// Does the page's jobs in the worker's process, where a set, the node and the engine stay loaded.
+class Desk {
+public:
+    Desk(const ParseReplay& parse, const ViewOptions& options)
+        : parse_(parse), place_(options.place), output_(options.output) {}
+
+    // `job`: what the page has, whether to replay and to save, the set, and what stands behind
+    // `replay SET`.
+    bool Do(const std::string& job, const Worker::Take& take) {
+        try {
+            std::vector<std::string> fields = Split(job);
+            const Json page = Json::parse(fields[0]);
+            fields.erase(fields.begin());
+            std::string command = "bokehnode replay";
+            for (const std::string& word : fields) {
+                command += " " + Quoted(word);
+            }
+            const DumpSet set = FindSetWithin(place_, fields[0]);
+            fields.erase(fields.begin());
+            Samples samples(page["have"], take);
+            if (page["changes"].is_null()) {
+                const Inspection inspection = Inspect(set);
+                Send(ReportOf(inspection), command, samples, take);
+                return true;
+            }
+            ReplayOptions options = parse_(fields);
+            options.dump = page["save"] == true && !output_.empty();
+            return Replay(set, options, command, samples, take);
+        } catch (const std::bad_alloc&) {
+            replay_.reset();
+            take(Packet(ErrorJson("out of memory")));
+        } catch (const std::exception& error) {
+            take(Packet(ErrorJson(error.what())));
         }
-        fields.erase(fields.begin());
-        if (page["changes"].is_null()) {
-            return Packed(ReportOf(Inspect(set)), have, command);
+        return true;
+    }
+
+private:
+    bool Replay(const DumpSet& set, const ReplayOptions& options, const std::string& command,
+                Samples& samples, const Worker::Take& take) {
+        const auto libraries = std::pair(options.node, options.engine);
+        if (libraries_ && *libraries_ != libraries) {
+            return false; // a library stays loaded to the end of its process
         }
-        ReplayOptions options = parse(fields);
-        options.timeout = timeout;
-        const Replayed replayed = Replay(set, options);
+        libraries_ = libraries;
+        if (const std::string facts = FactsOf(set); !replay_ || facts != facts_) {
+            replay_.reset();
+            replay_.emplace(set);
+            facts_ = facts;
+        }
+        keys_.clear();
+        const Replayed& replayed = replay_->Run(options, [&](const Replayed& ran) {
+            if (ran.result.published) {
+                const std::string key = Samples::KeyOf(ran.output, ran.output.width());
+                keys_[&ran.output] = key;
+                take(Packet({{"output", key}, {"size", ran.output.size()}}));
+                samples.SendReduced(ran.output, key);
+                samples.Send(ran.output, ran.output.width(), key);
+            }
+        });
         Inspection inspection;
         inspection.set = set;
-        Report report = ReportOf(inspection, replayed);
-        report.AddSection("Milliseconds", StepsJson(replayed.calls));
-        return Packed(report, have, command);
-    } catch (const std::exception& error) {
-        return Packed({{"error", error.what()}});
+        const Report report = ReportOf(inspection, replayed);
+        if (options.dump && replayed.result.published) {
+            take(Packet({{"saved", Save(set, replayed)}}));
+        }
+        Send(report, command, samples, take);
+        return true;
     }
-}
+
+    // Writes the files that `replay -o` would, into the first folder STEM-N that there is not yet.
+    std::string Save(const DumpSet& set, const Replayed& replayed) const {
+        RefuseSetsFolder(output_, set);
+        fs::path place;
+        for (int i = 1; place.empty() || fs::exists(place); ++i) {
+            place = output_ / fmt::format("{}-{}", set.stem, i);
+        }
+        OutputFolder folder(place);
+        WriteFiles(folder, set.stem, replayed);
+        folder.Commit();
+        return place.string();
+    }
+
+    // Tells a set from another one and from what it was before.
+    static std::string FactsOf(const DumpSet& set) {
+        std::string facts;
+        for (const auto& file : set.files) {
+            if (file) {
+                facts += fmt::format("{} {} {}\n", file->path.string(), file->bytes,
+                                     fs::last_write_time(file->path).time_since_epoch().count());
+            }
+        }
+        return facts;
+    }
+
+    // The report's data, after the samples of those pictures that the page does not have yet.
+    void Send(const Report& report, const std::string& command, Samples& samples,
+              const Worker::Take& take) {
+        Json data = report.data();
+        const auto send = [&](Json& entry) {
+            const std::string part = entry["parts"].front();
+            const Report::Picture& picture = *std::ranges::find_if(
+                report.pictures(), [&](const auto& one) { return one.parts.front() == part; });
+            std::string& key = keys_[picture.image];
+            if (key.empty()) {
+                key = Samples::KeyOf(*picture.image, picture.width);
+            }
+            entry["parts"] = {key};
+            samples.Send(*picture.image, picture.width, key);
+        };
+        std::ranges::for_each(data["pictures"], send);
+        if (!data["disparity"].is_null()) {
+            send(data["disparity"]);
+        }
+        take(Packet({{"data", data}, {"command", command}}));
+        keys_.clear();
+    }
+
+    const ParseReplay& parse_;
+    const fs::path& place_;
+    const fs::path& output_;
+    std::optional<std::pair<fs::path, fs::path>> libraries_; // node and engine of this process
+    std::string facts_;                                      // of the set that is replayed
+    std::optional<LoadedReplay> replay_;
+    std::map<const host::Image*, std::string> keys_; // of this job's images
+};
 
 // The sets of the place. A set is added when two looks in a row have found the same files of the
 // same sizes: while it is copied it grows.
@@ -268,6 +388,89 @@ private:
     std::map<fs::path, std::uintmax_t> seen_; // sizes of the files of sets that may still grow
 };
 
+// The tiles of the page of many: the sets are inspected one after another once a page asks, by a
+// worker of their own, in the order in which they appeared.
+class Tiles {
+public:
+    Tiles(const fs::path& place, Sets& sets, Worker& worker)
+        : place_(fs::absolute(place)), sets_(sets), worker_(worker), thread_([this] { Run(); }) {}
+    ~Tiles() {
+        {
+            const std::lock_guard lock(mutex_);
+            ended_ = true;
+        }
+        asked_.notify_all();
+        thread_.join();
+    }
+    Tiles(const Tiles&) = delete;
+    Tiles& operator=(const Tiles&) = delete;
+
+    // How many sets there are, and some of the tiles behind those that the page has.
+    Json Behind(std::size_t have) {
+        constexpr std::size_t kMost = 100;
+        const std::size_t sets = sets_.Names().size();
+        const std::lock_guard lock(mutex_);
+        wanted_ = sets;
+        asked_.notify_all();
+        Json some = Json::array();
+        for (std::size_t i = have; i < std::min(have + kMost, tiles_.size()); ++i) {
+            some.push_back(tiles_[i]);
+        }
+        return {{"sets", sets}, {"tiles", some}};
+    }
+
+    // In the worker's process.
+    static bool Inspected(const fs::path& place, const std::string& set, const Worker::Take& take) {
+        Json tile;
+        const std::string mistake = MistakeIn([&] {
+            const Inspection inspection = Inspect(FindSetWithin(place, set));
+            tile = ReportOf(inspection).Tile();
+        });
+        take(JsonText(mistake.empty() ? tile : Failed(mistake), -1));
+        return true;
+    }
+
+private:
+    static Json Failed(const std::string& mistake) {
+        return {{"verdict", {{"kind", NameOf(Report::Kind::kWrong)}, {"text", mistake}}},
+                {"findings", 0}};
+    }
+
+    void Run() {
+        std::unique_lock lock(mutex_);
+        for (;;) {
+            asked_.wait(lock, [&] { return ended_ || tiles_.size() < wanted_; });
+            if (ended_) {
+                return;
+            }
+            const std::size_t index = tiles_.size();
+            lock.unlock();
+            const fs::path set = *sets_.At(index);
+            std::string text;
+            try {
+                worker_.Do(set.string(), [&](std::string_view part) { text = part; });
+            } catch (const std::exception& error) {
+                text = JsonText(Failed(error.what()), -1);
+            }
+            Json tile = Json::parse(text);
+            tile["title"] = set.lexically_relative(place_).string();
+            tile["page"] = fmt::format("live?{}", index);
+            lock.lock();
+            tiles_.push_back(std::move(tile));
+        }
+    }
+
+    const fs::path place_;
+    Sets& sets_;
+    Worker& worker_;
+    std::mutex mutex_; // guards all below
+    std::condition_variable asked_;
+    std::vector<Json> tiles_; // in the order of the sets
+    std::size_t wanted_ = 0;
+    bool ended_ = false;
+    std::thread thread_;
+};
+
 Json NamesOf(const std::vector<fs::path>& files) {
     Json names = Json::array();
     for (const fs::path& file : files) {
@@ -281,6 +484,7 @@ Json PageData(const ViewOptions& options, const Json& sets) {
     report.SetVerdict(Report::Kind::kNote, "reading the set");
     Json data = report.data();
     data["live"] = {{"sets", sets},
+                    {"saves", !options.output.empty()},
                     {"files",
                      {{"calibration", NamesOf(options.calibrations)},
                       {"node", NamesOf(options.nodes)},
@@ -288,47 +492,96 @@ Json PageData(const ViewOptions& options, const Json& sets) {
     return data;
 }
 
+constexpr char kHtml[] = "text/html; charset=utf-8";
 constexpr char kJson[] = "application/json";
 constexpr char kBytes[] = "application/octet-stream";
 
 Server::Reply Run(const std::string& body, const ViewOptions& options, Sets& sets, Worker& worker) {
     const Json request = Json::parse(body, nullptr, false);
     if (!request.is_object() || !request.value("have", Json::array()).is_array()) {
-        return {400, kJson, ""};
+        return {400, kJson, "", {}};
     }
     const auto set = sets.At(request.value("set", Json()));
     if (!set) {
-        return {404, kJson, ""};
+        return {404, kJson, "", {}};
     }
     const Json changes = request.value("changes", Json());
     const Json page{{"have", request.value("have", Json::array())},
-                    {"changes", changes.is_object() ? changes : Json()}};
+                    {"changes", changes.is_object() ? changes : Json()},
+                    {"save", request.value("save", false)}};
     std::vector<std::string> fields{JsonText(page, -1), set->string()};
-    try {
+    const std::string mistake = MistakeIn([&] {
         if (changes.is_object()) {
             std::ranges::move(WordsFor(changes, options), std::back_inserter(fields));
         }
-        std::optional<std::string> answer = worker.Do(Joined(fields));
-        return answer ? Server::Reply{200, kBytes, std::move(*answer)}
-                      : Server::Reply{409, kJson, ""};
-    } catch (const std::exception& error) {
-        return {200, kBytes, Packed({{"error", error.what()}})};
-    }
+    });
+    return {200, kBytes, "", [job = Joined(fields), mistake, &worker](const Worker::Take& take) {
+                if (!mistake.empty()) {
+                    take(Packet(ErrorJson(mistake)));
+                    return;
+                }
+                try {
+                    if (!worker.Do(job, take)) {
+                        take(Packet({{"dropped", true}}));
+                    }
+                } catch (const std::exception& error) {
+                    take(Packet(ErrorJson(error.what())));
+                }
+            }};
 }
 
 } // namespace
 
 void ServeLiveView(const ViewOptions& options, const ParseReplay& parse) {
     Sets sets(options.place);
-    Worker worker([&](const std::string& job) { return Answer(job, parse, options.timeout); });
+    if (!options.output.empty()) {
+        for (const DumpSet& set : FindDumpSets({options.place})) {
+            RefuseSetsFolder(options.output, set);
+        }
+    }
+    // A process that crashes leaves its temporary files in this one's folder.
+    const TemporaryFolder temporary;
+    ::setenv("TMPDIR", temporary.path().c_str(), 1);
+    Desk desk(parse, options);
+    Worker worker(
+        [&](const std::string& job, const Worker::Take& take) { return desk.Do(job, take); },
+        options.timeout);
+    Worker inspector(
+        [&](const std::string& set, const Worker::Take& take) {
+            return Tiles::Inspected(options.place, set, take);
+        },
+        options.timeout);
+    Tiles tiles(options.place, sets, inspector);
     Server server;
-    server.Get("", [&](const std::string&) {
+    const auto live = [&](const std::string&) {
         return Server::Reply{
-            200, "text/html; charset=utf-8",
-            LivePage(PageData(options, sets.Names()), server.Policy(), server.nonce())};
+            200,
+            kHtml,
+            LivePage(PageData(options, sets.Names()), server.Policy(), server.nonce()),
+            {}};
+    };
+    server.Get("live", live);
+    server.Get("", [&](const std::string& body) {
+        if (sets.Names().size() == 1) {
+            return live(body);
+        }
+        const Json data{{"command", "view"},
+                        {"title", options.place.string()},
+                        {"tiles", Json::array()},
+                        {"live", true}};
+        return Server::Reply{200, kHtml, OverviewPage(data, server.Policy(), server.nonce()), {}};
     });
     server.Get("sets", [&](const std::string&) {
-        return Server::Reply{200, kJson, JsonText(sets.Names(), -1)};
+        return Server::Reply{200, kJson, JsonText(sets.Names(), -1), {}};
+    });
+    server.Post("tiles", [&](const std::string& body) {
+        const Json have = Json::parse(body, nullptr, false);
+        return have.is_number_unsigned()
+                   ? Server::Reply{200,
+                                   kJson,
+                                   JsonText(tiles.Behind(have.get<std::size_t>()), -1),
+                                   {}}
+                   : Server::Reply{400, kJson, "", {}};
     });
     server.Post("run", [&](const std::string& body) { return Run(body, options, sets, worker); });
     std::printf("%s\n", server.address().c_str());

@@ -10,7 +10,8 @@
 
 // What `bokehnode view` was asked for. Of each list of files the page's user chooses one.
 struct ViewOptions {
-    std::filesystem::path place; // of the sets
+    std::filesystem::path place;  // of the sets
+    std::filesystem::path output; // where the page may save what it shows; empty: nowhere
     std::vector<std::filesystem::path> calibrations;
     std::vector<std::filesystem::path> nodes;
     std::vector<std::filesystem::path> engines;

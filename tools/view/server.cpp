@@ -121,9 +121,19 @@ void Server::Run(std::chrono::seconds idle) {
         });
     const auto take = [](const Handler& handler) {
         return [&handler](const httplib::Request& request, httplib::Response& response) {
-            const Reply reply = handler(request.body);
+            Reply reply = handler(request.body);
             response.status = reply.status;
-            response.set_content(reply.content, reply.type.c_str());
+            if (!reply.stream) {
+                response.set_content(reply.content, reply.type.c_str());
+                return;
+            }
+            // Its length is not known: the connection ends with it.
+            response.set_content_provider(
+                reply.type, [stream = std::move(reply.stream)](std::size_t, httplib::DataSink& to) {
+                    stream([&to](std::string_view text) { to.write(text.data(), text.size()); });
+                    to.done();
+                    return true;
+                });
         };
     };
     for (const auto& [path, handler] : gets_) {

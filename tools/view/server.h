@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace httplib {
 class Server;
@@ -17,10 +18,12 @@ struct Request;
 // names, or longer than a few kilobytes are refused. No path of a request names a file.
 class Server {
 public:
+    using Write = std::function<void(std::string_view)>;
     struct Reply {
         int status = 200;
         std::string type; // of the content
         std::string content;
+        std::function<void(const Write&)> stream; // if set, writes the content bit by bit instead
     };
     // Gets the body of a POST, or an empty text. Called by several threads at once.
     using Handler = std::function<Reply(const std::string& body)>;

@@ -1,5 +1,6 @@
 #include "tools/view/worker.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -7,11 +8,13 @@
 #include <stdexcept>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <fmt/core.h>
 
 #include "tools/files/interruption.h"
 #include "tools/files/output_folder.h"
@@ -22,61 +25,147 @@ namespace {
     throw std::runtime_error(std::string(what) + ": " + std::strerror(errno));
 }
 
-std::string ReadAll(int file) {
-    struct stat facts = {};
-    if (::fstat(file, &facts) != 0) {
-        Fail("the worker's answer");
-    }
-    std::string bytes(static_cast<std::size_t>(facts.st_size), '\0');
-    for (std::size_t done = 0; done < bytes.size();) {
-        const ssize_t count =
-            ::pread(file, bytes.data() + done, bytes.size() - done, static_cast<off_t>(done));
-        if (count <= 0) {
-            Fail("the worker's answer");
-        }
-        done += static_cast<std::size_t>(count);
-    }
-    return bytes;
+// What the worker's process says of its job, and the process that started it of its end.
+struct Notice {
+    enum Kind : std::int32_t { kPart, kDone, kNeedsNewProcess, kTimedOut, kEnded } kind;
+    std::int32_t status = 0;  // kEnded: as of waitpid(2)
+    std::uint64_t offset = 0; // kPart: where the part stands in the file of answers
+    std::uint64_t bytes = 0;
+};
+
+// False at the end of the connection.
+bool Receive(int socket, void* buffer, std::size_t& bytes) {
+    ssize_t count = 0;
+    do {
+        count = ::recv(socket, buffer, bytes, 0);
+    } while (count < 0 && errno == EINTR);
+    bytes = static_cast<std::size_t>(std::max<ssize_t>(count, 0));
+    return count > 0;
 }
 
-// Starts a process for each job that comes over the socket, and sends back how it ended. This
-// process has one thread and stays small, so that a copy of it is made soon.
-[[noreturn]] void Serve(const std::function<std::string(const std::string&)>& work, int socket,
-                        int answer) {
+bool Say(int socket, const Notice& notice) {
+    return ::send(socket, &notice, sizeof notice, MSG_NOSIGNAL) == sizeof notice;
+}
+
+[[noreturn]] void DoJobs(const Worker::Work& work, int socket, int answer) {
+    std::string buffer(Worker::kLongestJob, '\0');
+    for (std::size_t bytes = buffer.size(); Receive(socket, buffer.data(), bytes);
+         bytes = buffer.size()) {
+        // The file is written over: new pages would have to be cleared.
+        Notice part{Notice::kPart};
+        ::lseek(answer, 0, SEEK_SET);
+        const bool done = work(buffer.substr(0, bytes), [&](std::string_view text) {
+            part.offset += part.bytes;
+            part.bytes = text.size();
+            if (!WriteAll(answer,
+                          {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()}) ||
+                !Say(socket, part)) {
+                ::_exit(EXIT_FAILURE);
+            }
+        });
+        if (!Say(socket, {done ? Notice::kDone : Notice::kNeedsNewProcess}) || !done) {
+            break;
+        }
+    }
+    ::_exit(EXIT_SUCCESS);
+}
+
+// The process that does the jobs, as the one sees it that starts it.
+class JobProcess {
+public:
+    JobProcess(const Worker::Work& work, int timeout, int answer, int callersSocket)
+        : work_(work), timeout_(timeout), answer_(answer), callersSocket_(callersSocket) {}
+
+    // Hands the job over, to a new process if there is none.
+    void Begin(std::string_view job) {
+        if (process_ == 0) {
+            Start();
+        }
+        ::send(socket_, job.data(), job.size(), MSG_NOSIGNAL); // a failure shows in Next()
+    }
+
+    // Waits for what it says next; once it has ended, how.
+    Notice Next() {
+        pollfd ready{socket_, POLLIN, 0};
+        int count = 0;
+        do {
+            count = ::poll(&ready, 1, timeout_ * 1000);
+        } while (count < 0 && errno == EINTR);
+        Notice notice{Notice::kEnded};
+        std::size_t bytes = sizeof notice;
+        if (count > 0 && Receive(socket_, &notice, bytes) && bytes == sizeof notice) {
+            if (notice.kind == Notice::kNeedsNewProcess) {
+                End();
+            }
+            return notice;
+        }
+        if (count == 0) {
+            ::kill(process_, SIGKILL); // it has made nothing that outlives this program
+        }
+        return {count == 0 ? Notice::kTimedOut : Notice::kEnded, End()};
+    }
+
+private:
+    void Start() {
+        int ends[2] = {};
+        if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
+            ::_exit(EXIT_FAILURE);
+        }
+        process_ = ForkChild();
+        if (process_ == 0) {
+            ::close(ends[0]);
+            ::close(callersSocket_);
+            DoJobs(work_, ends[1], answer_);
+        }
+        ::close(ends[1]);
+        socket_ = ends[0];
+    }
+
+    int End() {
+        int status = 0;
+        AwaitChild(process_, status);
+        ::close(socket_);
+        process_ = 0;
+        return status;
+    }
+
+    const Worker::Work& work_;
+    int timeout_; // seconds
+    int answer_;
+    int callersSocket_;
+    pid_t process_ = 0;
+    int socket_ = -1;
+};
+
+// Passes jobs and notices on between the caller and the process that does the jobs. This process
+// has one thread and stays small, so that a copy of it is made soon.
+[[noreturn]] void Serve(const Worker::Work& work, int timeout, int socket, int answer) {
     const int null = ::open("/dev/null", O_RDWR | O_CLOEXEC);
     ::dup2(null, STDOUT_FILENO);
     ::dup2(null, STDERR_FILENO); // the answer holds the log
+    JobProcess process(work, timeout, answer, socket);
     std::string buffer(Worker::kLongestJob, '\0');
-    for (;;) {
-        const ssize_t count = ::recv(socket, buffer.data(), buffer.size(), 0);
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        if (count <= 0) {
-            ::_exit(EXIT_SUCCESS);
-        }
-        if (::ftruncate(answer, 0) != 0 || ::lseek(answer, 0, SEEK_SET) != 0) {
-            ::_exit(EXIT_FAILURE);
-        }
-        const pid_t child = ForkChild();
-        if (child == 0) {
-            ::close(socket);
-            const std::string bytes = work(buffer.substr(0, static_cast<std::size_t>(count)));
-            const bool written = WriteAll(
-                answer, {reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()});
-            ::_exit(written ? EXIT_SUCCESS : EXIT_FAILURE);
-        }
-        int status = 0;
-        AwaitChild(child, status);
-        if (::send(socket, &status, sizeof status, MSG_NOSIGNAL) < 0) {
-            ::_exit(EXIT_FAILURE);
+    for (std::size_t bytes = buffer.size(); Receive(socket, buffer.data(), bytes);
+         bytes = buffer.size()) {
+        Notice notice{Notice::kNeedsNewProcess};
+        do {
+            if (notice.kind == Notice::kNeedsNewProcess) {
+                process.Begin({buffer.data(), bytes});
+            } else if (!Say(socket, notice)) {
+                ::_exit(EXIT_FAILURE);
+            }
+            notice = process.Next();
+        } while (notice.kind == Notice::kPart || notice.kind == Notice::kNeedsNewProcess);
+        if (!Say(socket, notice)) {
+            break;
         }
     }
+    ::_exit(EXIT_SUCCESS);
 }
 
 } // namespace
 
-Worker::Worker(const std::function<std::string(const std::string&)>& work) {
+Worker::Worker(const Work& work, int timeout) : timeout_(timeout) {
     int ends[2] = {};
     answer_ = ::memfd_create("answer", MFD_CLOEXEC);
     if (answer_ < 0 || ::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
@@ -85,7 +174,7 @@ Worker::Worker(const std::function<std::string(const std::string&)>& work) {
     process_ = ForkChild();
     if (process_ == 0) {
         ::close(ends[0]);
-        Serve(work, ends[1], answer_);
+        Serve(work, timeout, ends[1], answer_);
     }
     ::close(ends[1]);
     socket_ = ends[0];
@@ -99,26 +188,37 @@ Worker::~Worker() {
     ::close(answer_);
 }
 
-std::string Worker::Send(const std::string& job) {
-    int status = 0;
-    ssize_t count = ::send(socket_, job.data(), job.size(), MSG_NOSIGNAL);
-    while (count >= 0 && (count = ::recv(socket_, &status, sizeof status, 0)) < 0 &&
-           errno == EINTR) {
-        count = 0;
+void Worker::Send(const std::string& job, const Take& take) {
+    Notice notice{Notice::kEnded};
+    std::size_t bytes = sizeof notice;
+    if (::send(socket_, job.data(), job.size(), MSG_NOSIGNAL) < 0) {
+        Fail("the worker");
     }
-    if (count != sizeof status) {
+    while (Receive(socket_, &notice, bytes) && notice.kind == Notice::kPart) {
+        part_.resize(notice.bytes);
+        for (std::size_t done = 0; done < part_.size();) {
+            const ssize_t count = ::pread(answer_, part_.data() + done, part_.size() - done,
+                                          static_cast<off_t>(notice.offset + done));
+            if (count <= 0) {
+                Fail("the worker's answer");
+            }
+            done += static_cast<std::size_t>(count);
+        }
+        take(part_);
+    }
+    if (bytes != sizeof notice) {
         throw std::runtime_error("the worker has ended");
     }
-    if (WIFSIGNALED(status)) {
-        throw std::runtime_error(SignalInWords(WTERMSIG(status)));
+    if (notice.kind == Notice::kTimedOut) {
+        throw std::runtime_error(fmt::format("timed out after {} s", timeout_));
     }
-    if (WEXITSTATUS(status) != EXIT_SUCCESS) {
-        throw std::runtime_error("the worker left no answer");
+    if (notice.kind == Notice::kEnded) {
+        throw std::runtime_error(WIFSIGNALED(notice.status) ? SignalInWords(WTERMSIG(notice.status))
+                                                            : "the worker left no answer");
     }
-    return ReadAll(answer_);
 }
 
-std::optional<std::string> Worker::Do(const std::string& job) {
+bool Worker::Do(const std::string& job, const Take& take) {
     if (job.size() > kLongestJob) {
         throw std::runtime_error("the request is too long");
     }
@@ -127,7 +227,7 @@ std::optional<std::string> Worker::Do(const std::string& job) {
     turn_.notify_all(); // who waits has a successor now
     turn_.wait(lock, [&] { return !running_ || mine != newest_; });
     if (mine != newest_) {
-        return std::nullopt;
+        return false;
     }
     running_ = true;
     lock.unlock();
@@ -137,11 +237,11 @@ std::optional<std::string> Worker::Do(const std::string& job) {
         turn_.notify_all();
     };
     try {
-        std::string answer = Send(job);
-        finish();
-        return answer;
+        Send(job, take);
     } catch (...) {
         finish();
         throw;
     }
+    finish();
+    return true;
 }
