@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <new>
 #include <set>
+#include <tuple>
 #include <utility>
 
 #include "tests/contract/fixture.h"
@@ -141,6 +142,32 @@ TEST_F(NodeTest, CapsAndVendorTags) {
         EXPECT_EQ(section.tags[i].type, expected[i].type) << expected[i].name;
         EXPECT_EQ(section.tags[i].count, expected[i].count) << expected[i].name;
     }
+}
+
+TEST_F(NodeTest, EachCallbackTellsItsBeginningAndItsEnd) {
+    platform().properties["persist.vendor.camera.tessola.log"] = "2";
+    Create();
+    const auto traced = [this](const std::string& name, const std::string& end) {
+        EXPECT_EQ(platform().Texts(3), (Texts{"TSL_CTB: TSL_CTB: " + name + ": #:  (IN)\n",
+                                              "TSL_CTB: TSL_CTB: " + name + end}));
+        platform().log.clear();
+    };
+    platform().log.clear();
+    const std::string near = ": #: (OUT) res = 5\n";
+    const std::string wide = ": #:  (OUT) res = 5\n";
+    const std::tuple<const char*, std::size_t, std::string> callbacks[] = {
+        {"NodeGetCaps", 16, near},         {"NodeQueryVendorTag", 24, wide},
+        {"NodeCreate", 32, near},          {"NodeDestroy", 40, wide},
+        {"NodeQueryBufferInfo", 48, near}, {"NodeSetBufferInfo", 64, wide},
+        {"NodeProcRequest", 88, wide}};
+    for (const auto& [name, slot, end] : callbacks) {
+        EXPECT_EQ(Call<void*>(slot, nullptr), 5u);
+        traced(name, end);
+    }
+    Record table(248);
+    table.Set<std::uint32_t>(0, 248);
+    reinterpret_cast<void (*)(void*)>(dlsym(library_, "ChiNodeEntry"))(table.data());
+    traced("ChiNodeEntry", ": #:  (OUT)\n");
 }
 
 TEST_F(NodeTest, LogMaskSelectsWhoSpeaks) {
