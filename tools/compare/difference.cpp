@@ -148,7 +148,7 @@ PlanePair LumaOf(const std::vector<PlanePair>& planes) {
     return luma;
 }
 
-PictureDifference CompareAll(const std::vector<PlanePair>& planes) {
+PictureDifference CompareAll(const std::vector<PlanePair>& planes, bool similarity) {
     PictureDifference result;
     for (const PlanePair& plane : planes) {
         const cv::Mat difference = plane.Difference();
@@ -172,8 +172,8 @@ PictureDifference CompareAll(const std::vector<PlanePair>& planes) {
             result.first = pixel;
         }
     }
-    if (!result.identical()) {
-        result.ssim = MeanSsim(LumaOf(planes));
+    if (similarity) {
+        result.ssim = result.identical() ? 1 : MeanSsim(LumaOf(planes));
     }
     return result;
 }
@@ -214,12 +214,13 @@ host::Image MapAll(const std::vector<PlanePair>& planes) {
 
 } // namespace
 
-PictureDifference Compare(const host::Image& a, const host::Image& b, const host::Image& mask) {
-    return CompareAll(PlanesOf(a, b, mask));
+PictureDifference Compare(const host::Image& a, const host::Image& b, const host::Image& mask,
+                          bool similarity) {
+    return CompareAll(PlanesOf(a, b, mask), similarity);
 }
 
 PictureDifference Compare(const RgbImage& a, const RgbImage& b, const host::Image& mask) {
-    return CompareAll(PlanesOf(a, b, mask));
+    return CompareAll(PlanesOf(a, b, mask), true);
 }
 
 std::string ToText(const PictureDifference& difference) {
@@ -236,7 +237,7 @@ std::string ToText(const PictureDifference& difference) {
                                   plane.largest, *plane.psnr)
                     : fmt::format("{}: identical\n", plane.plane);
     }
-    return text + fmt::format("SSIM of luma {:.4f}\n", difference.ssim);
+    return difference.ssim ? text + fmt::format("SSIM of luma {:.4f}\n", *difference.ssim) : text;
 }
 
 Json ToJson(const PictureDifference& difference) {
@@ -258,7 +259,7 @@ Json ToJson(const PictureDifference& difference) {
     return {{"identical", difference.identical()},
             {"first", first},
             {"planes", planes},
-            {"ssim", difference.ssim}};
+            {"ssim", OrNull(difference.ssim)}};
 }
 
 host::Image DifferenceMap(const host::Image& a, const host::Image& b, const host::Image& mask) {

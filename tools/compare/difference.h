@@ -39,12 +39,15 @@ struct DifferingPixel {
 struct PictureDifference {
     std::vector<PlaneDifference> planes;
     std::optional<DifferingPixel> first; // in reading order
-    double ssim = 1; // mean structural similarity of luma; of RGB pictures, of their grey
+    std::optional<double>
+        ssim; // mean structural similarity of luma; of RGB pictures, of their grey
 
     bool identical() const { return !first; }
 };
 
-PictureDifference Compare(const host::Image& a, const host::Image& b, const host::Image& mask = {});
+// `similarity`: the SSIM as well, which takes longer than all the rest.
+PictureDifference Compare(const host::Image& a, const host::Image& b, const host::Image& mask = {},
+                          bool similarity = true);
 PictureDifference Compare(const RgbImage& a, const RgbImage& b, const host::Image& mask = {});
 
 // "identical", or the first differing pixel, a line of counts and PSNR for each plane, and the

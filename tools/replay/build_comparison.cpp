@@ -71,7 +71,7 @@ Json SummaryOf(const std::optional<PictureDifference>& difference, bool due) {
             psnr = std::min(*plane.psnr, psnr.value_or(*plane.psnr));
         }
     }
-    return {{"share", share}, {"psnr", OrNull(psnr)}, {"ssim", difference->ssim}};
+    return {{"share", share}, {"psnr", OrNull(psnr)}, {"ssim", OrNull(difference->ssim)}};
 }
 
 Json Compared(const DumpSet& set, const Replayed& replayed, const Json& reference) {

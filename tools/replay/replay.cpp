@@ -216,7 +216,7 @@ void TakeDumps(const DeviceFolder& device, const std::string& stem, Replayed& re
     }
 }
 
-void CompareOutput(const DumpSet& set, Replayed& replayed) {
+void CompareOutput(const DumpSet& set, bool similarity, Replayed& replayed) {
     const auto& file = set.file(DumpRole::kOutput);
     if (!file) {
         replayed.notes.emplace_back("the set has no output to compare with");
@@ -227,7 +227,7 @@ void CompareOutput(const DumpSet& set, Replayed& replayed) {
             ReadImageDump(*file, std::min(replayed.output.width(), file->name.first));
     }
     if (replayed.dumpedOutput.size() == replayed.output.size()) {
-        replayed.outputDifference = Compare(replayed.dumpedOutput, replayed.output);
+        replayed.outputDifference = Compare(replayed.dumpedOutput, replayed.output, {}, similarity);
     } else {
         replayed.notes.push_back("the set's output has another size, " +
                                  InWords(replayed.dumpedOutput.size()));
@@ -237,7 +237,7 @@ void CompareOutput(const DumpSet& set, Replayed& replayed) {
 // Whole rows are compared, what stands behind the image's pixels included, unless the option
 // --pitch has made the rows of the replay shorter or longer.
 void CompareDisparity(const DumpSet& set, const host::Image& depth, bool pitchChanged,
-                      Replayed& replayed) {
+                      bool similarity, Replayed& replayed) {
     const auto& file = set.file(DumpRole::kDisparity);
     const bool made = replayed.result.published->depthPictureSize > 0;
     replayed.disparityDue = file || made;
@@ -268,7 +268,8 @@ void CompareDisparity(const DumpSet& set, const host::Image& depth, bool pitchCh
     if (replayed.dumpedDisparity.height() == 0) {
         replayed.dumpedDisparity = ReadImageDump(*file, width);
     }
-    replayed.disparityDifference = Compare(replayed.dumpedDisparity, replayed.disparity);
+    replayed.disparityDifference =
+        Compare(replayed.dumpedDisparity, replayed.disparity, {}, similarity);
 }
 
 // The parameters that the replay is to have.
@@ -437,8 +438,8 @@ void Judge(const DumpSet& set, const ReplayOptions& options, const DeviceFolder&
             replayed.notes.push_back("the node changed a parameter of the request: " + difference);
         }
     }
-    CompareOutput(set, replayed);
-    CompareDisparity(set, depth, options.pitch != 0, replayed);
+    CompareOutput(set, options.dump, replayed);
+    CompareDisparity(set, depth, options.pitch != 0, options.dump, replayed);
 }
 
 // Runs the request in the folder, which is made where there is none yet. `replayed`: an earlier

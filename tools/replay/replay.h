@@ -58,7 +58,7 @@ Replayed Replay(const DumpSet& set, const ReplayOptions& options);
 // Replays a set again and again in this process. Node and engine stay loaded, the node as long as
 // only focus, faces, blur and skipping change, and the set's files are read once. The images are
 // the same as those of Replay. The node dumps only if the options say so: without, `taken`,
-// `missing` and `files` stay empty.
+// `missing` and `files` stay empty, and the differences have no SSIM.
 class LoadedReplay {
 public:
     explicit LoadedReplay(const DumpSet& set);

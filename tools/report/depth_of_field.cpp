@@ -71,18 +71,20 @@ std::string PlaceOfDifference(const host::Image& a, const host::Image& b,
     // Blurred pixels reach as far into sharp ones as the largest disc, and the other way round.
     const auto [nearest, farthest] = std::ranges::minmax(depth.radius);
     const int reach = 1 + static_cast<int>(std::max(-nearest, farthest));
-    const cv::Mat disc = cv::Mat::ones(2 * reach + 1, 2 * reach + 1, CV_8UC1);
-    cv::Mat grown;
-    cv::Mat shrunk;
-    cv::dilate(sharp, grown, disc);
-    cv::erode(sharp, shrunk, disc);
+    // The pixels with one of these within reach. A box filter takes the same time for any reach.
+    const auto grown = [reach](const cv::Mat& pixels) {
+        cv::Mat counts;
+        cv::boxFilter(pixels & 1, counts, CV_16U, {2 * reach + 1, 2 * reach + 1}, {-1, -1}, false,
+                      cv::BORDER_CONSTANT);
+        return cv::Mat(counts > 0);
+    };
     const auto share = [&differing](const cv::Mat& part) {
         return cv::countNonZero(differing & part) /
                std::max(1.0, 1.0 * cv::countNonZero(differing));
     };
     constexpr double kAlmostAll = 0.99;
-    return share(grown & ~shrunk) >= kAlmostAll ? ", within the blur's edge"
-           : share(~sharp) >= kAlmostAll        ? ", in what is blurred"
-           : share(sharp) >= kAlmostAll         ? ", in what is in focus"
-                                                : "";
+    return share(grown(sharp) & grown(~sharp)) >= kAlmostAll ? ", within the blur's edge"
+           : share(~sharp) >= kAlmostAll                     ? ", in what is blurred"
+           : share(sharp) >= kAlmostAll                      ? ", in what is in focus"
+                                                             : "";
 }
