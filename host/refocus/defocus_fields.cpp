@@ -78,7 +78,11 @@ void Store(const Sum& sum, float pixels, int cell, cv::Point at, DefocusField& f
     const float scale = sum.weight > 0.0f ? 1.0f / sum.weight : 0.0f;
     field.light.at<cv::Vec3f>(at) = MeanLight(sum);
     field.weight.at<float>(at) = sum.weight / pixels;
-    field.radius.at<float>(at) = sum.radius * scale / static_cast<float>(cell);
+    // Means of cells, interpolated, are blurred like by a disc of this radius already.
+    const float ownBlur = static_cast<float>(cell * cell - 1);
+    const float radius = sum.radius * scale;
+    field.radius.at<float>(at) =
+        std::sqrt(std::max(0.0f, radius * radius - ownBlur)) / static_cast<float>(cell);
     field.order.at<std::uint8_t>(at) = static_cast<std::uint8_t>(sum.value * scale + 0.5f);
     field.clipped.at<std::uint8_t>(at) =
         static_cast<std::uint8_t>(255.0f * sum.clipped * scale + 0.5f);
@@ -152,8 +156,9 @@ private:
 } // namespace
 
 cv::Mat GrowNear(const cv::Mat& map, const BlurTable& table, int radius) {
-    // A smaller disc would not cover the outline that is taken from the background.
-    const float minRadius = 2.0f * static_cast<float>(radius);
+    // Below a much smaller disc the outline is hardly seen, and its background would be missed
+    // more.
+    const float minRadius = 7.0f * static_cast<float>(radius);
     const auto first = std::find_if(table.radius.begin(), table.radius.end(),
                                     [minRadius](float disc) { return disc > minRadius; });
     if (first == table.radius.end()) {

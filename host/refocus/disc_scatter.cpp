@@ -15,7 +15,7 @@ namespace {
 
 constexpr int kLayers = 32;
 constexpr int kValuesPerLayer = 256 / kLayers;
-constexpr float kRadiusSteps = 4.0f;     // radii are rounded to a quarter of a cell
+constexpr float kRadiusSteps = 8.0f;     // radii are rounded to an eighth of a cell
 constexpr double kLargestSoftDisc = 6.0; // cells
 
 // A change of the coverage along a row of a disc. Discs are summed by their steps alone, and a
@@ -36,22 +36,46 @@ struct Disc {
 // edges for a smooth picture; large ones do without, which keeps their steps few.
 float Coverage(double radius, int dx, int dy) {
     const double distance = std::hypot(dx, dy);
-    const double covered = radius + 0.5 - distance;
-    if (radius < 1.0) {
-        // Too small for its neighbours to be covered by area: they get what makes the variance
-        // along an axis that of the disc, radius^2 / 4.
-        const double beside = radius * radius / 4.0 / (2.0 - radius * radius);
-        return static_cast<float>(distance < 0.5 ? 1.0 : distance < 1.1 ? beside : 0.0);
-    }
     if (radius > kLargestSoftDisc) {
         return distance <= radius ? 1.0f : 0.0f;
     }
-    return static_cast<float>(std::clamp(covered, 0.0, 1.0));
+    return static_cast<float>(std::clamp(radius + 0.5 - distance, 0.0, 1.0));
 }
 
-Disc MakeDisc(double radius) {
+// Variance of the disc's cells along an axis.
+double Variance(double radius) {
+    const int reach = static_cast<int>(radius) + 1;
+    double sum = 0.0;
+    double total = 0.0;
+    for (int dy = -reach; dy <= reach; ++dy) {
+        for (int dx = -reach; dx <= reach; ++dx) {
+            const double share = static_cast<double>(Coverage(radius, dx, dy));
+            sum += share * dx * dx;
+            total += share;
+        }
+    }
+    return sum / total;
+}
+
+// The radius at which a soft disc has the variance of the wanted one, radius^2 / 4. Its edges,
+// being a cell wide, would otherwise widen it, a small one by a quarter.
+double SoftRadius(double wanted) {
+    if (wanted > kLargestSoftDisc) {
+        return wanted;
+    }
+    double low = 0.0;
+    double high = wanted + 0.5;
+    for (int i = 0; i < 20; ++i) {
+        const double middle = (low + high) / 2.0;
+        (Variance(middle) < wanted * wanted / 4.0 ? low : high) = middle;
+    }
+    return high;
+}
+
+Disc MakeDisc(double wanted) {
+    const double radius = SoftRadius(wanted);
     Disc disc;
-    const int reach = std::max(radius > 0.0 ? 1 : 0, static_cast<int>(std::ceil(radius + 0.5)) - 1);
+    const int reach = std::max(0, static_cast<int>(std::ceil(radius + 0.5)) - 1);
     for (int dy = 0; dy <= reach; ++dy) {
         std::vector<Step> steps;
         float before = 0.0f;
