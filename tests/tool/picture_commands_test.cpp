@@ -198,7 +198,8 @@ TEST(Similarity, IsTheSameHoweverAPictureLies) {
         });
     };
     const double tall = Compare(picture(50, 400, 0, true), picture(50, 400, 3, true)).ssim.value();
-    const double flat = Compare(picture(400, 50, 0, false), picture(400, 50, 3, false)).ssim.value();
+    const double flat =
+        Compare(picture(400, 50, 0, false), picture(400, 50, 3, false)).ssim.value();
     EXPECT_NEAR(tall, flat, 1e-6);
     EXPECT_LT(tall, 0.999);
 }
