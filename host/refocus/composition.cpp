@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstddef>
 #include <vector>
 
 #include "host/refocus/cell_interpolation.h"
@@ -174,7 +175,8 @@ public:
         for (int x = 0; x < input_.chroma.cols; x += kHalf) {
             const int end = std::min(x + kHalf, input_.chroma.cols);
             if (end == x + kHalf) {
-                const ValueRange range(ValueRange(upper + 2 * x), ValueRange(lower + 2 * x));
+                const std::ptrdiff_t luma = std::ptrdiff_t{2} * x;
+                const ValueRange range(ValueRange(upper + luma), ValueRange(lower + luma));
                 if (range.high <= whole_.farUpTo) {
                     StoreChroma(kFarU, x, out);
                     continue;
@@ -190,7 +192,8 @@ public:
                 }
             }
             for (int i = x; i < end; ++i) {
-                out[i] = MixedChroma(in[i], upper + 2 * i, lower + 2 * i, i, covered);
+                const std::ptrdiff_t luma = std::ptrdiff_t{2} * i;
+                out[i] = MixedChroma(in[i], upper + luma, lower + luma, i, covered);
             }
         }
     }

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -386,7 +387,12 @@ TEST_F(NodeTest, DumpsHoldTheRequest) {
                                          return 0;
                                      }));
     umask(0);
+    // A service has no standard input: its files may get descriptor 0.
+    const int input = ::dup(STDIN_FILENO);
+    ::close(STDIN_FILENO);
     CreateAndProcess();
+    ::dup2(input, STDIN_FILENO);
+    ::close(input);
     const std::string stem = "IMG_20240131_235959_";
     EXPECT_EQ(DumpNames(),
               (Texts{stem + "0_62x47_metadata.txt", stem + "0_80x48.Y8", stem + "0_80x48.nv12",
