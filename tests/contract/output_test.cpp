@@ -131,6 +131,14 @@ TEST_F(NodeTest, DisparityBufferGrowsOnlyWhenItMust) {
         EXPECT_EQ(DepthEffect(), 1u);
         Destroy();
     }
+    // A query that fails need not have written a size.
+    platform().engine.sizesDespiteFailure = false;
+    platform().engine.results = {{"TSL_DCIR_GetDisparityDataSize", -7}};
+    CreateAndProcess();
+    EXPECT_EQ(platform().Texts(6),
+              (Texts{"TSL_CTB: DoProcess: #: TSL_DCIR_GetDisparityDataSize failed res = -7",
+                     noBuffer[0]}));
+    EXPECT_TRUE(OutputIsMain());
 }
 
 TEST_F(NodeTest, DepthOutputGetsTheDisparity) {

@@ -354,8 +354,11 @@ std::int64_t TSL_DCIR_CalcDisparityData(void*, void* main, void* aux, void* focu
 }
 
 std::int64_t TSL_DCIR_GetDisparityDataSize(void*, std::int32_t* size) {
-    *size = platform().engine.size;
-    return Called("TSL_DCIR_GetDisparityDataSize");
+    const std::int64_t result = Called("TSL_DCIR_GetDisparityDataSize");
+    if (result == 0 || platform().engine.sizesDespiteFailure) {
+        *size = platform().engine.size;
+    }
+    return result;
 }
 
 std::int64_t TSL_DCIR_GetDisparityData(void*, void* data, std::int32_t* size) {

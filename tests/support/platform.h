@@ -60,6 +60,7 @@ struct Published {
 struct Engine {
     std::map<std::string, std::int64_t, std::less<>> results; // by function; absent: 0
     std::int32_t size = 1000;                                 // answered to the size query
+    bool sizesDespiteFailure = true;                          // a size query that fails answers too
     std::int32_t activeSize = 900;                            // answered to the read-out
     std::uint8_t depthValue = 0xD0;
     std::uint8_t renderValue = 0xE0;
