@@ -147,7 +147,7 @@ TEST_F(NodeTest, CapsAndVendorTags) {
 TEST_F(NodeTest, EachCallbackTellsItsBeginningAndItsEnd) {
     platform().properties["persist.vendor.camera.tessola.log"] = "2";
     Create();
-    const auto traced = [this](const std::string& name, const std::string& end) {
+    const auto traced = [](const std::string& name, const std::string& end) {
         EXPECT_EQ(platform().Texts(3), (Texts{"TSL_CTB: TSL_CTB: " + name + ": #:  (IN)\n",
                                               "TSL_CTB: TSL_CTB: " + name + end}));
         platform().log.clear();
