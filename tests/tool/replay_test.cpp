@@ -291,10 +291,14 @@ TEST_F(ReplayTest, SweepsShowEachValueInASheet) {
         sweep({"--sweep", "blur=7,20", "--engine", CHANGED_ENGINE, "-o", "failing"}, 1);
     EXPECT_THAT(failing.output, HasSubstr("failed     blur 7: "));
     EXPECT_THAT(failing.output, HasSubstr("rendered   blur 20\n"));
-    const ToolRun crashing = sweep({"--sweep", "focus=31,42/60,70", "--node", ENDING_NODE, "--set",
-                                    "test.end=crash", "-o", "failing"},
-                                   1);
-    EXPECT_THAT(crashing.output, HasSubstr("crashed: signal 6 (Aborted) focus 60,70: "));
+    EXPECT_THAT(ReadText(folder_ / "swept.html"), HasSubstr("\"page\":\"swept.sets/blur-0-"));
+    const ToolRun crashing =
+        sweep({"--sweep", "blur=0,60", "--sweep", "focus=31,42/60,70", "--node", ENDING_NODE,
+               "--set", "test.end=crash", "-o", "failing", "--report", "swept.html"},
+              1);
+    EXPECT_THAT(crashing.output, HasSubstr("crashed: signal 6 (Aborted) blur 60, focus 60,70: "));
+    EXPECT_THAT(ReadText(folder_ / "swept.html"), Not(HasSubstr("\"page\":")))
+        << "the pages that are there are of the run before";
 
     const std::pair<Names, const char*> refused[] = {
         {{"--sweep", "blur=0,101"}, "--sweep: expected 0 to 100"},

@@ -65,7 +65,7 @@ cv::Mat ReadMatrix(cv::FileStorage& storage, const fs::path& path, const char* n
     cv::Mat matrix;
     try {
         node >> matrix;
-    } catch (const cv::Exception&) { // not numbers, or not as many as stated
+    } catch (const std::exception&) { // not numbers, or not as many as stated
         throw noMatrix;
     }
     const auto count = static_cast<int>(matrix.total());

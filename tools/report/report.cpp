@@ -104,7 +104,7 @@ Json CropJson(int width, int height) {
 
 std::optional<std::pair<host::Image, int>> Reduced(const host::Image& image) {
     int level = 0; // each has half the columns and rows of the one before
-    while ((image.width() >> level) * (image.height() >> level) > kReducedPixels) {
+    while (std::int64_t{image.width() >> level} * (image.height() >> level) > kReducedPixels) {
         ++level;
     }
     if (level == 0 || image.format() != host::Image::Format::Nv12) {

@@ -83,10 +83,11 @@ void ArmFailures(const std::vector<std::string>& failures) {
 
 // While it lives, a library's call of exit() aborts: it must not look like a run that succeeded.
 struct NoExit {
-    static inline bool active = true;
+    static inline bool active = false;
 
     NoExit() {
-        std::atexit([] { active ? std::abort() : void(); });
+        static const int registered = std::atexit([] { active ? std::abort() : void(); });
+        active = registered == 0;
     }
     ~NoExit() { active = false; }
 };
