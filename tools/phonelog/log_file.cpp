@@ -6,7 +6,6 @@
 #include <cstring>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include <fmt/core.h>
 #include <zip.h>
@@ -24,7 +23,7 @@ using TakeLine = std::function<void(std::string_view)>;
 // Fills a buffer; returns the bytes read, 0 at the end.
 using ReadBytes = std::function<std::size_t(char*, std::size_t)>;
 
-constexpr std::size_t kChunk = std::size_t{1} << 20;
+constexpr std::size_t kChunk = std::size_t{32} << 10;
 constexpr std::size_t kLongestLine = std::size_t{64} << 10;
 
 // Looks for the tags' start, not for lines: what is between two of them is skipped at the speed of
@@ -40,10 +39,10 @@ void TakeLines(std::string_view text, const TakeLine& take) {
 }
 
 void ReadLines(const ReadBytes& read, const TakeLine& take) {
-    std::vector<char> buffer(kChunk + kLongestLine);
+    const auto buffer = std::make_unique_for_overwrite<char[]>(kChunk + kLongestLine);
     std::size_t kept = 0; // the start of a line whose end is not read yet
-    while (const std::size_t count = read(buffer.data() + kept, kChunk)) {
-        const std::string_view text(buffer.data(), kept + count);
+    while (const std::size_t count = read(buffer.get() + kept, kChunk)) {
+        const std::string_view text(buffer.get(), kept + count);
         const std::size_t newline = text.rfind('\n');
         std::size_t whole = newline == std::string_view::npos ? 0 : newline + 1;
         if (text.size() - whole > kLongestLine) {
@@ -51,9 +50,9 @@ void ReadLines(const ReadBytes& read, const TakeLine& take) {
         }
         TakeLines(text.substr(0, whole), take);
         kept = text.size() - whole;
-        std::memmove(buffer.data(), buffer.data() + whole, kept);
+        std::memmove(buffer.get(), buffer.get() + whole, kept);
     }
-    TakeLines({buffer.data(), kept}, take);
+    TakeLines({buffer.get(), kept}, take);
 }
 
 [[noreturn]] void CannotRead(const fs::path& file, const std::string& reason) {
