@@ -124,13 +124,13 @@ public:
         return result ? result->status : 0;
     }
 
-    // The JSON of the answer, without its samples; `changes` null: the set as dumped.
-    Json Ask(const Json& changes, int set = 0, bool save = false) const {
+    // The JSON of the answer, without its samples; `changes` null: the set as dumped. `more`: of
+    // the request.
+    Json Ask(const Json& changes, const Json& more = Json::object()) const {
+        Json request{{"set", 0}, {"changes", changes}, {"have", Json::array()}};
+        request.update(more);
         std::string content;
-        EXPECT_EQ(
-            Post({{"set", set}, {"changes", changes}, {"have", Json::array()}, {"save", save}},
-                 &content),
-            200);
+        EXPECT_EQ(Post(request, &content), 200);
         std::string_view rest = content;
         for (;;) {
             std::uint32_t length = 0;
@@ -234,6 +234,13 @@ TEST_F(ViewTest, AnswersItsOwnPageAlone) {
                               Json{{"blur", 101}}, Json{{"focus", {99999, 1}}}}) {
         EXPECT_TRUE(view.Ask(wrong).contains("error")) << wrong;
     }
+    const std::string deep = std::string(15000, '[') + std::string(15000, ']');
+    const httplib::Result nested =
+        httplib::Client(view.origin())
+            .Post(view.path("run"), own, R"({"set":0,"changes":{"focus":)" + deep + "}}",
+                  "application/json");
+    ASSERT_TRUE(nested);
+    EXPECT_THAT(nested->body, HasSubstr("expected whole numbers"));
 
     std::vector<std::thread> many;
     std::vector<int> statuses(100);
@@ -333,19 +340,49 @@ TEST_F(ViewTest, CrashAndHangAreAnswersAndLeaveNothing) {
         EXPECT_EQ(NamesIn(folder_ / "tmp"), Names{});
     }
 
-    Serving view(serve("hang", "60"), folder_);
-    std::thread hanging([&] { view.Post({{"set", 0}, {"changes", Json::object()}}); });
-    const auto begun = [&] { // a folder for the node, in the one of all runs
-        const fs::recursive_directory_iterator below(folder_ / "tmp");
-        return std::any_of(begin(below), end(below),
-                           [&](const auto&) { return below.depth() == 1; });
+    const auto awaitBegin = [&] { // of a run, which has a folder in the one of all runs
+        const auto begun = [&] {
+            const fs::recursive_directory_iterator below(folder_ / "tmp");
+            return std::any_of(begin(below), end(below),
+                               [&](const auto&) { return below.depth() == 1; });
+        };
+        while (!begun()) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
     };
-    while (!begun()) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    {
+        Serving view(serve("hang", "60"), folder_);
+        std::thread hanging([&] { view.Post({{"set", 0}, {"changes", Json::object()}}); });
+        awaitBegin();
+        EXPECT_EQ(view.Interrupt(SIGHUP), SIGHUP) << "the terminal was closed";
+        hanging.join();
+        EXPECT_EQ(NamesIn(folder_ / "tmp"), Names{});
     }
-    EXPECT_EQ(view.Interrupt(SIGHUP), SIGHUP) << "the terminal was closed";
-    hanging.join();
-    EXPECT_EQ(NamesIn(folder_ / "tmp"), Names{});
+
+    for (const bool nextOne : {false, true}) {
+        Serving view(serve("hang", nextOne ? "2" : "60"), folder_);
+        const pid_t browser = ::fork();
+        if (browser == 0) {
+            view.Post({{"set", 0}, {"changes", Json::object()}});
+            ::_exit(0);
+        }
+        awaitBegin();
+        ::kill(browser, SIGKILL);
+        int status = 0;
+        ::waitpid(browser, &status, 0);
+        EXPECT_TRUE(WIFSIGNALED(status)) << "the run had ended before";
+        if (nextOne) {
+            EXPECT_EQ(view.Status("GET", view.path(""), {}), 200);
+            // What the killed one has left to hang ends first.
+            Json answer;
+            while (!answer.contains("data")) { // a busy machine may take longer than 2 s
+                answer = view.Ask({{"node", 1}});
+            }
+            EXPECT_EQ(answer["data"]["verdict"]["kind"], "good") << answer["data"]["verdict"];
+        }
+        EXPECT_EQ(view.Interrupt(), SIGTERM);
+        EXPECT_EQ(NamesIn(folder_ / "tmp"), Names{});
+    }
 }
 
 TEST_F(ViewTest, NewSetsShowUpWhole) {
@@ -374,13 +411,13 @@ TEST_F(ViewTest, SavesWhatTheCommandWritesWhereItMay) {
     const Json changes{{"blur", 21}, {"faces", {{4, 6, 40, 30}, {50, 8, 20, 20}}}};
     {
         const Serving view({"camera"}, folder_);
-        EXPECT_TRUE(view.Ask(changes, 0, true).contains("data"));
+        EXPECT_TRUE(view.Ask(changes, {{"save", true}}).contains("data"));
         EXPECT_EQ(NamesIn(folder_), (Names{"camera", "tmp"})) << "without -o";
     }
     const Serving view({"camera", "-o", "out"}, folder_);
     EXPECT_TRUE(view.Ask(Json::object()).contains("data"));
     for (int i = 0; i < 2; ++i) { // the second one is whole as well and replaces nothing
-        EXPECT_TRUE(view.Ask(changes, 0, true).contains("data"));
+        EXPECT_TRUE(view.Ask(changes, {{"save", true}}).contains("data"));
     }
     const std::string command = view.Ask(changes)["command"];
     EXPECT_THAT(command, HasSubstr("--face=4,6,40,30 --face=50,8,20,20"));
@@ -403,6 +440,73 @@ TEST_F(ViewTest, SavesWhatTheCommandWritesWhereItMay) {
                 HasSubstr("another folder than the set's own"));
 }
 
+TEST_F(ViewTest, TraceHoldsEveryRequest) {
+    Make(4090, 1);
+    Write("trace.json", "of an earlier day");
+    const Serving view({"camera", "--trace", "trace.json"}, folder_);
+    const auto events = [&] {
+        return Json::parse(ReadText(folder_ / "trace.json"))["traceEvents"];
+    };
+    EXPECT_EQ(events(), Json::array());
+    const auto sum = [](const Json& of, std::string_view name) { // milliseconds
+        double micros = 0;
+        for (const Json& event : of) {
+            micros += event["name"] == name ? event["dur"].get<double>() : 0;
+        }
+        return micros / 1000;
+    };
+    double end = 0;
+    std::size_t known = 0;
+    const auto check = [&](const Json& changes) {
+        const Json answer = view.Ask(changes);
+        const Json all = events();
+        const Json added(all.begin() + static_cast<std::ptrdiff_t>(known), all.end());
+        known = all.size();
+        // These are the events of this request alone: as long as its page says, after the others.
+        const Json& sections = answer["data"]["sections"];
+        const auto cost = std::ranges::find_if(
+            sections, [](const Json& one) { return one["title"] == "Time and memory"; });
+        for (const auto& [name, length] : (*cost)["values"]["milliseconds"].items()) {
+            EXPECT_NEAR(sum(added, name), length.get<double>(), 1e-6) << name;
+        }
+        EXPECT_GT(sum(added, "TSL_DCIR_Process"), 0);
+        EXPECT_GT(sum(added, "setMetadata"), 0);
+        for (const Json& event : added) {
+            EXPECT_GT(event["ts"], end);
+        }
+        for (const Json& event : added) {
+            end = std::max(end, event["ts"].get<double>() + event["dur"].get<double>());
+        }
+        return sum(added, "NodeCreate") > 0;
+    };
+    EXPECT_TRUE(check({{"blur", 40}}));
+    EXPECT_FALSE(check({{"focus", {9, 9}}})) << "the node stays loaded";
+    // Another log mask needs another node; a file moved away makes place for another one.
+    EXPECT_TRUE(check({{"blur", 41}, {"rotation", 0}, {"log", 6}}));
+    fs::rename(folder_ / "trace.json", folder_ / "kept.json");
+    known = 0;
+    EXPECT_FALSE(check({{"blur", 42}, {"rotation", 0}, {"log", 6}}));
+    EXPECT_EQ(NamesIn(folder_), (Names{"camera", "kept.json", "tmp", "trace.json"}));
+    EXPECT_EQ(RunTool({"view", "camera", "--trace", "camera"}, folder_).exitCode, 2);
+}
+
+TEST_F(ViewTest, NoWorkForWhatNobodyWaitsFor) {
+    Make(4100, 1);
+    const Serving view({"camera", "-o", "out"}, folder_);
+    EXPECT_EQ(view.Status("POST", view.path("unwanted"), {{"Origin", view.origin()}}, "7"), 200);
+    const Json blurred{{"blur", 10}};
+    EXPECT_TRUE(view.Ask(blurred, {{"number", 6}}).contains("data")) << "another one";
+    std::string content;
+    view.Post({{"set", 0}, {"changes", blurred}, {"number", 7}}, &content);
+    EXPECT_THAT(content, HasSubstr("\"dropped\""));
+    EXPECT_THAT(content, HasSubstr("\"samples\"")) << "the picture can be seen until the next one";
+    EXPECT_TRUE(view.Ask(blurred, {{"number", 7}, {"save", true}}).contains("data"));
+    EXPECT_EQ(NamesIn(folder_ / "out").size(), 1U) << "what is to be saved always is";
+    const Json next = view.Ask(Json::object());
+    EXPECT_EQ(next["data"]["verdict"]["kind"], "good") << "compared: " << next["data"]["verdict"];
+    EXPECT_EQ(view.Status("POST", view.path("unwanted"), {{"Origin", view.origin()}}, "[]"), 400);
+}
+
 TEST_F(ViewTest, ManySetsHaveTilesAndNoLinkLeadsOut) {
     Make(4070, 1);
     Make(4080, 1, "outside");
@@ -423,17 +527,17 @@ TEST_F(ViewTest, ManySetsHaveTilesAndNoLinkLeadsOut) {
     EXPECT_EQ(tiles[0]["verdict"]["kind"], "good") << tiles[0]["verdict"];
     EXPECT_THAT(tiles[1]["verdict"]["text"].get<std::string>(),
                 HasSubstr("a link to another place"));
-    EXPECT_TRUE(view.Ask(nullptr, 0).contains("data"));
+    EXPECT_TRUE(view.Ask(nullptr).contains("data"));
     for (const Json& changes : {Json(), Json::object()}) {
-        EXPECT_THAT(view.Ask(changes, 1).value("error", ""), HasSubstr("a link to another place"));
+        EXPECT_THAT(view.Ask(changes, {{"set", 1}}).value("error", ""),
+                    HasSubstr("a link to another place"));
     }
     // A link that appears later beside the files of a set.
     const DumpSet first = FindDumpSet(view.Sets()[0].get<std::string>());
     const auto& main = *first.file(DumpRole::kMain);
     fs::rename(main.path, folder_ / "moved");
     fs::create_symlink(folder_ / "moved", main.path);
-    EXPECT_THAT(view.Ask(Json::object(), 0).value("error", ""),
-                HasSubstr("a link to another place"));
+    EXPECT_THAT(view.Ask(Json::object()).value("error", ""), HasSubstr("a link to another place"));
 }
 
 TEST_F(ViewTest, OneJobRunsAndTheLastWaits) {

@@ -308,8 +308,8 @@ private:
     void AddEvent(const std::string& name, const Moment& moment, std::int64_t start,
                   std::int64_t length, const Json& details) {
         timed_ = true;
-        trace_->Add(name, moment.process, moment.thread, static_cast<double>(start),
-                    static_cast<double>(length), details);
+        trace_->Add(TraceEvent(name, moment.process, moment.thread, static_cast<double>(start),
+                               static_cast<double>(length), details));
     }
 
     bool json_;

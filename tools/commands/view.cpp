@@ -90,6 +90,10 @@ std::function<int()> PrepareView(Command command) {
         "--set", "NAME=VALUE",
         [options](const Argument& argument) { options->properties.push_back(argument.text); },
         "set a system property for every run; may be repeated");
+    command.Path(
+        "--trace", "FILE", options->trace,
+        "write each callback, operation and call of all requests, one\nafter another, as a "
+        "timeline for Perfetto; whole after each");
     command.Integer("--timeout", "SECONDS", 1, 1'000'000, options->timeout,
                     "give the node and the engine up after this time (default:\n60)");
     command.Footer(
@@ -97,8 +101,8 @@ std::function<int()> PrepareView(Command command) {
         "the focus point: the request runs through the node and the engine again, and the\n"
         "picture follows. Blur, faces, rotation, crops and more can be changed, undone, pinned\n"
         "and compared, and the page shows the `bokehnode replay` that makes the same bytes.\n"
-        "Nothing is written without -o. Ends by Ctrl-C, or five minutes after the last page was "
-        "closed.\n"
+        "Nothing is written without -o or --trace. Ends by Ctrl-C, or five minutes after the last\n"
+        "page was closed.\n"
         "\n"
         "Examples:\n"
         "  bokehnode view camera\n"

@@ -1,6 +1,34 @@
 #include "tools/files/trace_file.h"
 
+#include <cerrno>
+#include <cstring>
+#include <string_view>
 #include <utility>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <fmt/core.h>
+
+#include "host/picture/errors.h"
+
+namespace {
+
+constexpr std::string_view kEnd = "\n]}\n";
+
+} // namespace
+
+std::string TraceEvent(const std::string& name, int process, int thread, double start,
+                       double length, const Json& details) {
+    Json event = {{"name", name},  {"ph", "X"},      {"ts", start},
+                  {"dur", length}, {"pid", process}, {"tid", thread}};
+    if (!details.is_null()) {
+        event["args"] = details;
+    }
+    std::string line = JsonText(event, -1);
+    line.pop_back();
+    return line;
+}
 
 TraceFile::TraceFile(const std::filesystem::path& file)
     : folder_(file.parent_path()), name_(file.filename().string()),
@@ -8,17 +36,9 @@ TraceFile::TraceFile(const std::filesystem::path& file)
     folder_.Write(name_, std::string_view());
 }
 
-void TraceFile::Add(const std::string& name, int process, int thread, double start, double length,
-                    const Json& details) {
-    Json event = {{"name", name},  {"ph", "X"},      {"ts", start},
-                  {"dur", length}, {"pid", process}, {"tid", thread}};
-    if (!details.is_null()) {
-        event["args"] = details;
-    }
+void TraceFile::Add(const std::string& event) {
     text_ += std::exchange(empty_, false) ? "\n" : ",\n";
-    std::string line = JsonText(event, -1);
-    line.pop_back();
-    text_ += line;
+    text_ += event;
     constexpr std::size_t kFlush = std::size_t{1} << 20;
     if (text_.size() > kFlush) {
         Flush();
@@ -30,7 +50,22 @@ void TraceFile::Flush() {
 }
 
 void TraceFile::Commit() {
-    text_ += "\n]}\n";
+    text_ += kEnd;
     Flush();
     folder_.Commit();
+}
+
+void ExtendTrace(const std::filesystem::path& file, const std::string& events) {
+    const int opened = ::open(file.c_str(), O_RDWR | O_CLOEXEC);
+    const off_t end = ::lseek(opened, -static_cast<off_t>(kEnd.size()), SEEK_END);
+    char last = 0; // the bracket of an empty list, or the brace of an event
+    bool written = end > 0 && ::pread(opened, &last, 1, end - 1) == 1;
+    const std::string text = fmt::format("{}\n{}{}", last == '[' ? "" : ",", events, kEnd);
+    written = written &&
+              WriteAll(opened, {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
+    const int reason = errno;
+    ::close(opened);
+    if (!written) {
+        throw UseError(fmt::format("{}: {}", file.string(), std::strerror(reason)));
+    }
 }

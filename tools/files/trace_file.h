@@ -8,16 +8,19 @@
 #include "tools/files/json_text.h"
 #include "tools/files/output_folder.h"
 
+// An event of a timeline: something that took time on a thread. What lies within another event of
+// the same thread is shown below it. Microseconds, the start by any clock. `details`: an object, or
+// null.
+std::string TraceEvent(const std::string& name, int process, int thread, double start,
+                       double length, const Json& details = nullptr);
+
 // A timeline as Chrome trace events in JSON, which Perfetto and chrome://tracing open.
 class TraceFile {
 public:
     // Errors are UseErrors that name the file, here and below.
     explicit TraceFile(const std::filesystem::path& file);
 
-    // Something that took time on a thread; what lies within another event of the same thread is
-    // shown below it. Microseconds, the start by any clock. `details`: an object, or null.
-    void Add(const std::string& name, int process, int thread, double start, double length,
-             const Json& details = nullptr);
+    void Add(const std::string& event);
 
     // Puts the file in its place; without it nothing is left.
     void Commit();
@@ -32,3 +35,7 @@ private:
     std::string text_; // not yet in the file
     bool empty_ = true;
 };
+
+// Adds events, with ",\n" between them, to a committed file, which is whole again at once. Throws
+// UseError.
+void ExtendTrace(const std::filesystem::path& file, const std::string& events);

@@ -443,10 +443,10 @@ void Judge(const DumpSet& set, const ReplayOptions& options, const DeviceFolder&
 }
 
 // Runs the request in the folder, which is made where there is none yet. `replayed`: an earlier
-// replay of the set, or an empty one. `ran`: called between the run and what judges it.
+// replay of the set, or an empty one. `ran`: called after the run, says whether to judge it.
 void RunAndJudge(const DumpSet& set, const ReplayOptions& options, Replayed& replayed,
                  std::optional<DeviceFolder>& device, const RunRequest& runRequest,
-                 const std::function<void()>& ran) {
+                 const std::function<bool()>& ran) {
     const Libraries libraries = FindLibraries(options);
     replayed = ReadSet(set, options, std::move(replayed));
     const Sensors sensors = SensorsOf(options, replayed.asked, replayed);
@@ -467,7 +467,9 @@ void RunAndJudge(const DumpSet& set, const ReplayOptions& options, Replayed& rep
     static_cast<Outcome&>(replayed) = runRequest(options, libraries, useCase, request);
     std::ranges::move(notes, std::back_inserter(replayed.notes));
     replayed.calibration = device->calibration();
-    ran();
+    if (!ran()) {
+        return;
+    }
     if (options.dump) {
         TakeDumps(*device, set.stem, replayed);
         if (replayed.result.published) {
@@ -485,7 +487,7 @@ Replayed Replay(const DumpSet& set, const ReplayOptions& options) {
     dumping.dump = true;
     Replayed replayed;
     std::optional<DeviceFolder> device;
-    RunAndJudge(set, dumping, replayed, device, RunNode, [] {});
+    RunAndJudge(set, dumping, replayed, device, RunNode, [] { return true; });
     return replayed;
 }
 
@@ -524,7 +526,8 @@ const Replayed& LoadedReplay::Run(const ReplayOptions& options, const TakeOutput
                                   const host::UseCase& useCase, host::Request& request) {
         return state.node.Run(run, libraries, useCase, request, false);
     };
-    RunAndJudge(state.set, options, state.last, state.device, runHere, [&] { take(state.last); });
+    RunAndJudge(state.set, options, state.last, state.device, runHere,
+                [&] { return take(state.last); });
     state.whole = !options.dump; // the folder would hold these dumps at the next run
     return state.last;
 }

@@ -66,8 +66,8 @@ public:
     LoadedReplay(const LoadedReplay&) = delete;
     LoadedReplay& operator=(const LoadedReplay&) = delete;
 
-    // Gets the new output as soon as it is there, before it is compared.
-    using TakeOutput = std::function<void(const Replayed&)>;
+    // Gets the new output as soon as it is there. Returns whether it is to be compared as well.
+    using TakeOutput = std::function<bool(const Replayed&)>;
 
     // Valid until the next call. Throws as Replay, and host::PipelineError for libraries other
     // than those of the first call in this process.

@@ -9,6 +9,12 @@
 
 namespace {
 
+std::string EventOf(const host::CallRecord& call) {
+    return TraceEvent(call.name, ::getpid(), call.thread, static_cast<double>(call.start),
+                      static_cast<double>(call.length),
+                      call.detail.empty() ? Json() : Json({{"detail", call.detail}}));
+}
+
 constexpr std::string_view kLogCall = "__android_log_print";
 
 // The operation in a message of the node, "TSL_CTB: OPERATION: LINE: ...".
@@ -68,14 +74,23 @@ void CallTrace::TakeMessage(const host::CallRecord& message) {
 std::vector<std::string> WriteTrace(const std::filesystem::path& file,
                                     const std::vector<host::CallRecord>& calls) {
     TraceFile trace(file);
-    const int process = ::getpid();
     for (const host::CallRecord& call : calls) {
-        trace.Add(call.name, process, call.thread, static_cast<double>(call.start),
-                  static_cast<double>(call.length),
-                  call.detail.empty() ? Json() : Json({{"detail", call.detail}}));
+        trace.Add(EventOf(call));
     }
     trace.Commit();
     return trace.written();
+}
+
+void AddToTrace(const std::filesystem::path& file, const std::vector<host::CallRecord>& calls) {
+    if (!std::filesystem::exists(file)) { // moved away, to begin anew
+        WriteTrace(file, calls);
+    } else if (!calls.empty()) {
+        std::string events;
+        for (const host::CallRecord& call : calls) {
+            events += (events.empty() ? "" : ",\n") + EventOf(call);
+        }
+        ExtendTrace(file, events);
+    }
 }
 
 Json StepsJson(const std::vector<host::CallRecord>& calls) {

@@ -37,5 +37,8 @@ private:
 std::vector<std::string> WriteTrace(const std::filesystem::path& file,
                                     const std::vector<host::CallRecord>& calls);
 
+// Adds further calls to a file that WriteTrace has written.
+void AddToTrace(const std::filesystem::path& file, const std::vector<host::CallRecord>& calls);
+
 // Milliseconds of each callback and each function of the engine, calls of one name together.
 Json StepsJson(const std::vector<host::CallRecord>& calls);

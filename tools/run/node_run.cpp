@@ -182,7 +182,11 @@ Outcome LoadedNode::Run(const RunOptions& options, const Libraries& libraries,
     outcome.calls = trace.calls();
     outcome.peakMemory = PeakMemory();
     if (!options.trace.empty()) {
-        outcome.written = WriteTrace(options.trace, outcome.calls);
+        if (last) {
+            outcome.written = WriteTrace(options.trace, outcome.calls);
+        } else {
+            AddToTrace(options.trace, outcome.calls);
+        }
     }
     return outcome;
 }

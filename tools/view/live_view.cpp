@@ -1,6 +1,8 @@
 #include "tools/view/live_view.h"
 
 #include <algorithm>
+#include <atomic>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -10,6 +12,8 @@
 #include <string_view>
 #include <thread>
 
+#include <sys/mman.h>
+
 #include <fmt/format.h>
 
 #include "host/picture/errors.h"
@@ -17,6 +21,7 @@
 #include "tools/inspect/inspection.h"
 #include "tools/report/page_text.h"
 #include "tools/report/report_contents.h"
+#include "tools/run/call_trace.h"
 #include "tools/run/device_folder.h"
 #include "tools/view/server.h"
 #include "tools/view/worker.h"
@@ -130,113 +135,149 @@ std::string Packet(const Json& json) {
     return packet + text;
 }
 
-Json ErrorJson(const std::string& text) {
-    return {{"error", text}};
-}
-
 std::string_view TextOf(const Bytes& bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
-// The samples of images for the page, which keeps them by keys.
-class Samples {
+// The answer to a job, packet by packet. The page keeps samples by keys, and gets those that it
+// does not have.
+class Answer {
 public:
     // `have`: the keys that the page has.
-    Samples(const Json& have, const Worker::Take& take) : have_(have), take_(take) {}
+    Answer(Json have, const Worker::Take& take) : have_(std::move(have)), take_(take) {}
 
-    // The same samples have the same key.
-    static std::string KeyOf(const host::Image& image, int width) {
-        return fmt::format("{}x{}x{}-{:016x}", width, image.height(), image.pitch(),
-                           std::hash<std::string_view>()(TextOf(image.bytes())));
-    }
+    void Add(const Json& packet) const { take_(Packet(packet)); }
 
-    void Send(const host::Image& image, int width, const std::string& key) {
-        if (std::ranges::find(have_, Json(key)) == have_.end()) {
-            have_.push_back(key);
-            Hand({{"key", key}, {"level", 0}}, image, width);
+    // A new output. A large one is reduced first, which is enough for a job that is not wanted.
+    void AddOutput(const host::Image& output, const std::function<bool()>& wanted) {
+        const std::string key = KeyOf(output, output.width());
+        Add({{"output", key}, {"size", output.size()}});
+        const auto reduced = Has(key) ? std::nullopt : Reduced(output);
+        if (reduced) {
+            AddSamples(key, reduced->second, reduced->first, reduced->first.width());
+        }
+        if (!reduced || wanted()) {
+            AddImage(output, output.width());
         }
     }
 
-    // A smaller image, if it is a large one.
-    void SendReduced(const host::Image& image, const std::string& key) {
-        const bool wanted = std::ranges::find(have_, Json(key)) == have_.end();
-        if (const auto reduced = wanted ? Reduced(image) : std::nullopt) {
-            Hand({{"key", key}, {"level", reduced->second}}, reduced->first,
-                 reduced->first.width());
+    // The report's data, after the samples of its pictures.
+    void AddReport(const Report& report, const std::string& command) {
+        Json data = report.data();
+        const auto add = [&](Json& entry) {
+            const std::string part = entry["parts"].front();
+            const Report::Picture& picture = *std::ranges::find_if(
+                report.pictures(), [&](const auto& one) { return one.parts.front() == part; });
+            entry["parts"] = {AddImage(*picture.image, picture.width)};
+        };
+        std::ranges::for_each(data["pictures"], add);
+        if (!data["disparity"].is_null()) {
+            add(data["disparity"]);
         }
+        Add({{"data", data}, {"command", command}});
     }
 
 private:
-    void Hand(Json facts, const host::Image& image, int width) {
-        facts.update({{"size", {width, image.height()}},
-                      {"pitch", image.pitch()},
-                      {"chroma", image.format() == host::Image::Format::Nv12},
-                      {"bytes", image.bytes().size()}});
-        take_(Packet({{"samples", facts}}));
+    // The same samples have the same key.
+    const std::string& KeyOf(const host::Image& image, int width) {
+        std::string& key = keys_[&image];
+        if (key.empty()) {
+            key = fmt::format("{}x{}x{}-{:016x}", width, image.height(), image.pitch(),
+                              std::hash<std::string_view>()(TextOf(image.bytes())));
+        }
+        return key;
+    }
+
+    bool Has(const std::string& key) const {
+        return std::ranges::find(have_, Json(key)) != have_.end();
+    }
+
+    // Returns its key.
+    const std::string& AddImage(const host::Image& image, int width) {
+        const std::string& key = KeyOf(image, width);
+        if (!Has(key)) {
+            have_.push_back(key);
+            AddSamples(key, 0, image, width);
+        }
+        return key;
+    }
+
+    void AddSamples(const std::string& key, int level, const host::Image& image, int width) const {
+        Add({{"samples",
+              {{"key", key},
+               {"level", level},
+               {"size", {width, image.height()}},
+               {"pitch", image.pitch()},
+               {"chroma", image.format() == host::Image::Format::Nv12},
+               {"bytes", image.bytes().size()}}}});
         take_(TextOf(image.bytes()));
     }
 
     Json have_;
     const Worker::Take& take_;
+    std::map<const host::Image*, std::string> keys_;
 };
 
-// A job's fields, none of which holds a zero.
-std::string Joined(const std::vector<std::string>& fields) {
-    return fmt::format("{}", fmt::join(fields, std::string_view("\0", 1)));
+// A request of the page; not an object if it is none. What is nested deeper than any page sends is
+// left out: values are copied recursively.
+Json RequestIn(const std::string& body) {
+    constexpr int kDeepest = 4;
+    return Json::parse(
+        body, [](int depth, Json::parse_event_t, const Json&) { return depth <= kDeepest; }, false);
 }
 
-std::vector<std::string> Split(const std::string& job) {
-    std::vector<std::string> fields(1);
-    for (const char character : job) {
-        if (character == '\0') {
-            fields.emplace_back();
-        } else {
-            fields.back() += character;
-        }
+// The number of the job whose page has no use for the rest of its answer any more. The server and
+// its worker's processes share it.
+using Unwanted = std::atomic<std::uint64_t>;
+
+Unwanted& MakeUnwanted() {
+    void* const memory = ::mmap(nullptr, sizeof(Unwanted), PROT_READ | PROT_WRITE,
+                                MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED) {
+        throw std::bad_alloc();
     }
-    return fields;
+    return *new (memory) Unwanted(UINT64_MAX);
 }
 
 // Does the page's jobs in the worker's process, where a set, the node and the engine stay loaded.
 class Desk {
 public:
-    Desk(const ParseReplay& parse, const ViewOptions& options)
-        : parse_(parse), place_(options.place), output_(options.output) {}
+    Desk(const ParseReplay& parse, const ViewOptions& options, const Unwanted& unwanted)
+        : parse_(parse), options_(options), unwanted_(unwanted) {}
 
-    // `job`: what the page has, whether to replay and to save, the set, and what stands behind
-    // `replay SET`.
+    // `job`: the set, a zero, and the page's request: what it has, the changes of a replay or none,
+    // whether to save, and a number for Unwanted.
     bool Do(const std::string& job, const Worker::Take& take) {
+        const auto end = job.find('\0');
+        const Json request = RequestIn(job.substr(end + 1));
+        Answer answer(request.value("have", Json::array()), take);
         try {
-            std::vector<std::string> fields = Split(job);
-            const Json page = Json::parse(fields[0]);
-            fields.erase(fields.begin());
-            std::string command = "bokehnode replay";
-            for (const std::string& word : fields) {
-                command += " " + Quoted(word);
+            const DumpSet set = FindSetWithin(options_.place, job.substr(0, end));
+            const Json changes = request.value("changes", Json());
+            const std::string command = "bokehnode replay " + Quoted(job.substr(0, end));
+            if (changes.is_object()) {
+                return Replay(set, request, command, answer);
             }
-            const DumpSet set = FindSetWithin(place_, fields[0]);
-            fields.erase(fields.begin());
-            Samples samples(page["have"], take);
-            if (page["changes"].is_null()) {
-                const Inspection inspection = Inspect(set);
-                Send(ReportOf(inspection), command, samples, take);
-                return true;
-            }
-            ReplayOptions options = parse_(fields);
-            options.dump = page["save"] == true && !output_.empty();
-            return Replay(set, options, command, samples, take);
+            const Inspection inspection = Inspect(set);
+            answer.AddReport(ReportOf(inspection), command);
         } catch (const std::bad_alloc&) {
             replay_.reset();
-            take(Packet(ErrorJson("out of memory")));
+            answer.Add({{"error", "out of memory"}});
         } catch (const std::exception& error) {
-            take(Packet(ErrorJson(error.what())));
+            answer.Add({{"error", error.what()}});
         }
         return true;
     }
 
 private:
-    bool Replay(const DumpSet& set, const ReplayOptions& options, const std::string& command,
-                Samples& samples, const Worker::Take& take) {
+    bool Replay(const DumpSet& set, const Json& request, std::string command, Answer& answer) {
+        const std::vector<std::string> words = WordsFor(request["changes"], options_);
+        for (const std::string& word : words) {
+            command += " " + Quoted(word);
+        }
+        ReplayOptions options = parse_(words);
+        options.dump = request.value("save", false) && !options_.output.empty();
+        options.trace = options_.trace;
         const auto libraries = std::pair(options.node, options.engine);
         if (libraries_ && *libraries_ != libraries) {
             return false; // a library stays loaded to the end of its process
@@ -247,32 +288,36 @@ private:
             replay_.emplace(set);
             facts_ = facts;
         }
-        keys_.clear();
+        bool dropped = false;
+        const auto wanted = [&, number = request.value("number", std::uint64_t{0})] {
+            dropped = dropped || (unwanted_ == number && !options.dump);
+            return !dropped;
+        };
         const Replayed& replayed = replay_->Run(options, [&](const Replayed& ran) {
             if (ran.result.published) {
-                const std::string key = Samples::KeyOf(ran.output, ran.output.width());
-                keys_[&ran.output] = key;
-                take(Packet({{"output", key}, {"size", ran.output.size()}}));
-                samples.SendReduced(ran.output, key);
-                samples.Send(ran.output, ran.output.width(), key);
+                answer.AddOutput(ran.output, wanted);
             }
+            return wanted();
         });
+        if (!wanted()) {
+            answer.Add({{"dropped", true}});
+            return true;
+        }
+        if (options.dump && replayed.result.published) {
+            answer.Add({{"saved", Save(set, replayed)}});
+        }
         Inspection inspection;
         inspection.set = set;
-        const Report report = ReportOf(inspection, replayed);
-        if (options.dump && replayed.result.published) {
-            take(Packet({{"saved", Save(set, replayed)}}));
-        }
-        Send(report, command, samples, take);
+        answer.AddReport(ReportOf(inspection, replayed), command);
         return true;
     }
 
     // Writes the files that `replay -o` would, into the first folder STEM-N that there is not yet.
     std::string Save(const DumpSet& set, const Replayed& replayed) const {
-        RefuseSetsFolder(output_, set);
+        RefuseSetsFolder(options_.output, set);
         fs::path place;
         for (int i = 1; place.empty() || fs::exists(place); ++i) {
-            place = output_ / fmt::format("{}-{}", set.stem, i);
+            place = options_.output / fmt::format("{}-{}", set.stem, i);
         }
         OutputFolder folder(place);
         WriteFiles(folder, set.stem, replayed);
@@ -292,36 +337,12 @@ private:
         return facts;
     }
 
-    // The report's data, after the samples of those pictures that the page does not have yet.
-    void Send(const Report& report, const std::string& command, Samples& samples,
-              const Worker::Take& take) {
-        Json data = report.data();
-        const auto send = [&](Json& entry) {
-            const std::string part = entry["parts"].front();
-            const Report::Picture& picture = *std::ranges::find_if(
-                report.pictures(), [&](const auto& one) { return one.parts.front() == part; });
-            std::string& key = keys_[picture.image];
-            if (key.empty()) {
-                key = Samples::KeyOf(*picture.image, picture.width);
-            }
-            entry["parts"] = {key};
-            samples.Send(*picture.image, picture.width, key);
-        };
-        std::ranges::for_each(data["pictures"], send);
-        if (!data["disparity"].is_null()) {
-            send(data["disparity"]);
-        }
-        take(Packet({{"data", data}, {"command", command}}));
-        keys_.clear();
-    }
-
     const ParseReplay& parse_;
-    const fs::path& place_;
-    const fs::path& output_;
+    const ViewOptions& options_;
+    const Unwanted& unwanted_;
     std::optional<std::pair<fs::path, fs::path>> libraries_; // node and engine of this process
     std::string facts_;                                      // of the set that is replayed
     std::optional<LoadedReplay> replay_;
-    std::map<const host::Image*, std::string> keys_; // of this job's images
 };
 
 // The sets of the place. A set is added when two looks in a row have found the same files of the
@@ -493,41 +514,31 @@ Json PageData(const ViewOptions& options, const Json& sets) {
 }
 
 constexpr char kHtml[] = "text/html; charset=utf-8";
-constexpr char kJson[] = "application/json";
-constexpr char kBytes[] = "application/octet-stream";
 
-Server::Reply Run(const std::string& body, const ViewOptions& options, Sets& sets, Worker& worker) {
-    const Json request = Json::parse(body, nullptr, false);
-    if (!request.is_object() || !request.value("have", Json::array()).is_array()) {
-        return {400, kJson, "", {}};
-    }
-    const auto set = sets.At(request.value("set", Json()));
+Server::Reply Refused(int status) {
+    return {.status = status};
+}
+
+Server::Reply JsonReply(const Json& json) {
+    return {.type = "application/json", .content = JsonText(json, -1)};
+}
+
+Server::Reply Run(const std::string& body, Sets& sets, Worker& worker) {
+    const Json request = RequestIn(body);
+    const auto set = request.is_object() ? sets.At(request.value("set", Json())) : std::nullopt;
     if (!set) {
-        return {404, kJson, "", {}};
+        return Refused(request.is_object() ? 404 : 400);
     }
-    const Json changes = request.value("changes", Json());
-    const Json page{{"have", request.value("have", Json::array())},
-                    {"changes", changes.is_object() ? changes : Json()},
-                    {"save", request.value("save", false)}};
-    std::vector<std::string> fields{JsonText(page, -1), set->string()};
-    const std::string mistake = MistakeIn([&] {
-        if (changes.is_object()) {
-            std::ranges::move(WordsFor(changes, options), std::back_inserter(fields));
+    const auto stream = [job = set->string() + '\0' + body, &worker](const Worker::Take& take) {
+        try {
+            if (!worker.Do(job, take)) {
+                take(Packet({{"dropped", true}}));
+            }
+        } catch (const std::exception& error) {
+            take(Packet({{"error", error.what()}}));
         }
-    });
-    return {200, kBytes, "", [job = Joined(fields), mistake, &worker](const Worker::Take& take) {
-                if (!mistake.empty()) {
-                    take(Packet(ErrorJson(mistake)));
-                    return;
-                }
-                try {
-                    if (!worker.Do(job, take)) {
-                        take(Packet({{"dropped", true}}));
-                    }
-                } catch (const std::exception& error) {
-                    take(Packet(ErrorJson(error.what())));
-                }
-            }};
+    };
+    return {.type = "application/octet-stream", .stream = stream};
 }
 
 } // namespace
@@ -539,10 +550,14 @@ void ServeLiveView(const ViewOptions& options, const ParseReplay& parse) {
             RefuseSetsFolder(options.output, set);
         }
     }
+    if (!options.trace.empty()) {
+        WriteTrace(options.trace, {}); // which each run adds to
+    }
     // A process that crashes leaves its temporary files in this one's folder.
     const TemporaryFolder temporary;
     ::setenv("TMPDIR", temporary.path().c_str(), 1);
-    Desk desk(parse, options);
+    Unwanted& unwanted = MakeUnwanted();
+    Desk desk(parse, options, unwanted);
     Worker worker(
         [&](const std::string& job, const Worker::Take& take) { return desk.Do(job, take); },
         options.timeout);
@@ -555,10 +570,8 @@ void ServeLiveView(const ViewOptions& options, const ParseReplay& parse) {
     Server server;
     const auto live = [&](const std::string&) {
         return Server::Reply{
-            200,
-            kHtml,
-            LivePage(PageData(options, sets.Names()), server.Policy(), server.nonce()),
-            {}};
+            .type = kHtml,
+            .content = LivePage(PageData(options, sets.Names()), server.Policy(), server.nonce())};
     };
     server.Get("live", live);
     server.Get("", [&](const std::string& body) {
@@ -569,21 +582,24 @@ void ServeLiveView(const ViewOptions& options, const ParseReplay& parse) {
                         {"title", options.place.string()},
                         {"tiles", Json::array()},
                         {"live", true}};
-        return Server::Reply{200, kHtml, OverviewPage(data, server.Policy(), server.nonce()), {}};
+        return Server::Reply{.type = kHtml,
+                             .content = OverviewPage(data, server.Policy(), server.nonce())};
     });
-    server.Get("sets", [&](const std::string&) {
-        return Server::Reply{200, kJson, JsonText(sets.Names(), -1), {}};
-    });
+    server.Get("sets", [&](const std::string&) { return JsonReply(sets.Names()); });
     server.Post("tiles", [&](const std::string& body) {
         const Json have = Json::parse(body, nullptr, false);
-        return have.is_number_unsigned()
-                   ? Server::Reply{200,
-                                   kJson,
-                                   JsonText(tiles.Behind(have.get<std::size_t>()), -1),
-                                   {}}
-                   : Server::Reply{400, kJson, "", {}};
+        return have.is_number_unsigned() ? JsonReply(tiles.Behind(have.get<std::size_t>()))
+                                         : Refused(400);
     });
-    server.Post("run", [&](const std::string& body) { return Run(body, options, sets, worker); });
+    server.Post("unwanted", [&](const std::string& body) {
+        const Json number = Json::parse(body, nullptr, false);
+        if (!number.is_number_unsigned()) {
+            return Refused(400);
+        }
+        unwanted = number.get<std::uint64_t>();
+        return JsonReply(nullptr);
+    });
+    server.Post("run", [&](const std::string& body) { return Run(body, sets, worker); });
     std::printf("%s\n", server.address().c_str());
     std::fflush(stdout);
     server.Run(kIdle);

@@ -12,6 +12,7 @@
 struct ViewOptions {
     std::filesystem::path place;  // of the sets
     std::filesystem::path output; // where the page may save what it shows; empty: nowhere
+    std::filesystem::path trace;  // of all requests, one after another; empty: none
     std::vector<std::filesystem::path> calibrations;
     std::vector<std::filesystem::path> nodes;
     std::vector<std::filesystem::path> engines;

@@ -21,9 +21,9 @@ public:
     using Write = std::function<void(std::string_view)>;
     struct Reply {
         int status = 200;
-        std::string type; // of the content
-        std::string content;
-        std::function<void(const Write&)> stream; // if set, writes the content bit by bit instead
+        std::string type = {}; // of the content
+        std::string content = {};
+        std::function<void(const Write&)> stream = {}; // if set, writes the content bit by bit
     };
     // Gets the body of a POST, or an empty text. Called by several threads at once.
     using Handler = std::function<Reply(const std::string& body)>;
