@@ -102,17 +102,75 @@ test("a click is the focus, a slider the blur, and both can be undone", async (t
   assert.equal(await shown(page, ""), dumped);
 });
 
-test("keys set the focus, and a narrow page has room for all", async (t) => {
-  const page = await open(t, { viewport: { width: 360, height: 740 }, hasTouch: true });
-  await page.keyboard.press("c");
-  await page.keyboard.press("Shift+ArrowLeft");
-  await page.keyboard.press("Enter");
-  await shown(page, `--focus=${NEAR[0] - 10},${NEAR[1]}`);
-  assert.equal(await page.evaluate(() => document.documentElement.scrollWidth), 360);
-});
+for (const width of [360, 1280]) {
+  test(`all of it by keys at ${width} pixels`, async (t) => {
+    const page = await open(t, { viewport: { width, height: 900 } });
+    const press = async (...keys) => {
+      for (const key of keys) await page.keyboard.press(key);
+    };
+    const walkTo = async (selector, key = "Tab") => {
+      const there = () => page.evaluate((each) => document.activeElement.matches(each), selector);
+      for (let i = 0; !await there(); i++) {
+        assert.ok(i < 60, `${selector} is in the tab order`);
+        await press(key);
+      }
+    };
+    const dumped = await shown(page, "");
+    await walkTo("#picture");
+    await press("Shift+ArrowLeft", "Enter");
+    let options = `--focus=${NEAR[0] - 10},${NEAR[1]}`;
+    await shown(page, options);
+    await walkTo("input[type=range]");
+    await press("ArrowLeft", "ArrowLeft");
+    options += " --blur=98";
+    await shown(page, options);
+
+    await walkTo("#drawFaces");
+    await press(" ");
+    await page.locator("#picture:focus").waitFor();
+    await press("ArrowLeft", "Enter"); // 40 pixels around the cursor
+    await shown(page, `${options} --face=129,101,40,40`);
+    await press("Shift+ArrowRight", "ArrowDown", "Control+ArrowRight");
+    await shown(page, `${options} --face=139,102,41,40`);
+    await page.getByRole("status").filter({ hasText: /^face 0 at 139,102, 41×40: shown after/ }).waitFor();
+    assert.equal(await page.locator("#overlay .faces .chosen").count(), 1);
+    await page.screenshot({ path: `screenshots/keys-face-${width}.png`, fullPage: true });
+    await press("Enter", "Shift+ArrowRight", "Shift+ArrowDown", "Shift+ArrowDown", "Shift+ArrowDown", "Enter"); // outside
+    await shown(page, `${options} --face=139,102,41,40 --face=139,131,40,40`);
+    await press("Delete", "PageDown", "ArrowLeft");
+    await shown(page, `${options} --face=138,102,41,40`);
+    await walkTo("input[type=checkbox]");
+    await press(" ");
+    await shown(page, `${options} --no-faces`);
+
+    await walkTo("#undo");
+    await press("Enter", "Enter", "Enter");
+    await shown(page, `${options} --face=139,102,41,40 --face=139,131,40,40`);
+    await press("Enter", "Enter", "Enter");
+    const near = await shown(page, options);
+    await walkTo("#pinName");
+    await page.keyboard.type("near");
+    await walkTo("#pin");
+    await press(" ");
+    await walkTo("#asDumped", "Shift+Tab");
+    await press("Enter");
+    assert.notEqual(await shown(page, ""), near);
+    assert.equal(await shown(page, ""), dumped);
+    await walkTo("#pair", "Shift+Tab");
+    await press("ArrowDown");
+    await walkTo("#views button:nth-child(3)", "Shift+Tab");
+    await press("Enter");
+    await page.locator("#scaleTitle", { hasText: /A: near against output.* largest difference \d+/ }).waitFor();
+    await page.locator("#views button:nth-child(3):focus").waitFor();
+    await page.screenshot({ path: `screenshots/keys-compared-${width}.png`, fullPage: true });
+    assert.equal(await page.evaluate(() => document.documentElement.scrollWidth), width);
+  });
+}
 
 test("a drag leaves the last value, and a wrong one is said", async (t) => {
   const page = await open(t);
+  const first = page.waitForRequest(/run$/);
+  const unwanted = page.waitForRequest(/unwanted$/);
   await page.getByRole("slider", { name: "Blur" }).evaluate((slider) => {
     for (let value = 90; value >= 20; value--) {
       slider.value = value;
@@ -121,6 +179,7 @@ test("a drag leaves the last value, and a wrong one is said", async (t) => {
     slider.dispatchEvent(new Event("change"));
   });
   await shown(page, "--blur=20");
+  assert.equal((await unwanted).postData(), String((await first).postDataJSON().number));
   await page.locator("#undo").click();
   await shown(page, "");
   await page.getByLabel("Main crop").fill("9999999x9999999");

@@ -3,6 +3,9 @@
 // The live page: a change is a request to the server, which runs it, and the page shows the answer.
 
 const POLL_MILLISECONDS = 2000;
+const FOCUS_HELP = "A click or tap on the picture, or Enter at the cursor, is the focus point.";
+const FACE_HELP = "A drag draws a face or moves one. Enter draws one at the cursor, chooses the one there, or is " +
+  "done with it; page down chooses the next. Arrows move it (shift: further, ctrl: its size), delete removes it.";
 const setup = data.live; // what the server was started with
 let sets = setup.sets;
 const given = Number(location.search.slice(1)); // by the page of many
@@ -19,6 +22,7 @@ let pins = []; // outputs that are kept, to be compared: { name, entry }
 let running = false;
 let saving = false; // what is asked for is to be written
 let stale = false; // what runs is not what is asked for any more
+let number = 0; // of the request that runs
 
 // --- The server ---
 
@@ -99,9 +103,10 @@ async function ask(request) {
   }
 }
 
-// Runs what the step asks for. One request is under way; of those meanwhile the last one follows.
-// `save`: the server writes what comes out.
+// Runs what the step asks for. One request is under way; of those meanwhile the last one follows, and
+// of the one under way no more than a picture is wanted. `save`: the server writes what comes out.
 async function run(save = false) {
+  if (running && !stale) fetch("unwanted", { method: "POST", body: String(number) }).catch(() => {});
   stale = true;
   saving = save;
   if (running) return;
@@ -109,19 +114,23 @@ async function run(save = false) {
   byId("live").setAttribute("aria-busy", "true");
   while (stale) {
     stale = false;
-    const request = { set, changes: saving ? asked() : steps[step], save: saving };
+    number = Math.floor(Math.random() * 2 ** 53); // unlike those of other pages
+    const request = { set, number, changes: saving ? asked() : steps[step], save: saving };
     saving = false;
     const start = performance.now();
     try {
       const answer = await ask(request);
-      if (answer.dropped || request.set !== set) continue; // another page's request took its place
+      if (answer.dropped && !stale) throw new Error("A request of another page took its place.");
+      if (answer.dropped || request.set !== set) continue;
       if (answer.error) throw new Error(answer.error);
       if (request.changes === null) inspected = answer.data;
       last = { ...answer, replayed: request.changes !== null };
       show();
       mark("answer");
-      say(saved ? `saved in ${saved}` : `shown after ${((performance.now() - start) / 1000).toFixed(2)} s`);
+      say(saved ? `saved in ${saved}`
+        : `${faceText()}shown after ${((performance.now() - start) / 1000).toFixed(2)} s`);
     } catch (error) {
+      if (last) show(); // without the picture of a run that came no further
       say(`${error.message}${/[.)]$/.test(error.message) ? "" : "."} Nothing new is shown.`, true);
     }
   }
@@ -166,6 +175,7 @@ function show() {
     blinked = true;
     showView(views.find(({ name }) => name === "Blink"));
   }
+  markChosen();
   showControls();
 }
 
@@ -231,17 +241,61 @@ function tapped([x, y]) {
 const faces = () => (asked().noFaces ? [] : asked().faces ?? (inspected?.overlays.faces ?? []).map(
   ({ edges: [left, top, right, bottom] }) => [left, top, right - left + 1, bottom - top + 1]));
 
-const changeFaces = (next) => change(next.length ? { faces: next, noFaces: undefined }
-  : { faces: undefined, noFaces: true });
+const changeFaces = (next, drag = "") => change(next.length ? { faces: next, noFaces: undefined }
+  : { faces: undefined, noFaces: true }, drag);
 
-let drawing = false; // a drag on the picture draws a face or moves one
-let drawn = null; // by a drag: { from, at, all, which }
+let drawing = false; // a drag on the picture draws a face or moves one, and keys do
+let chosen = -1; // which of the faces the keys move
+let drawn = null; // by a drag: { from, at, all }
+
+const faceText = () => {
+  const [left, top, width, height] = (drawing && faces()[chosen]) || [];
+  return left === undefined ? "" : `face ${chosen} at ${left},${top}, ${width}×${height}: `;
+};
+
+function markChosen() {
+  data.overlays.faces.forEach((face, i) => { face.chosen = drawing && i === chosen; });
+  drawOverlays();
+}
+
+function choose(which) {
+  chosen = which;
+  dragging = "";
+  markChosen();
+  say(faceText() ? `${faceText()}chosen` : drawing ? "no face is chosen" : "");
+}
 
 function toggleDrawing() {
   drawing = !drawing;
   byId("drawFaces").setAttribute("aria-pressed", drawing);
   for (const element of [byId("picture"), byId("overlay")]) element.style.touchAction = drawing ? "none" : "";
+  choose(faces().length - 1);
+  byId("clicks").textContent = drawing ? FACE_HELP : FOCUS_HELP;
+  if (drawing) byId("picture").focus();
 }
+
+// Shows faces before the server has.
+function drawFaces(all) {
+  const { overlays } = data;
+  overlays.faces = all.map(([left, top, width, height], i) =>
+    ({ edges: [left, top, left + width - 1, top + height - 1], turn: overlays.faces[i]?.turn ?? 0 }));
+  overlaysShown.add("faces");
+  markChosen();
+}
+
+function setFaces(all, drag) {
+  drawFaces(all);
+  changeFaces(all, drag);
+}
+
+// Within the picture, by so many pixels.
+const moved = (face, by) => [0, 1].map((i) => clamp(face[i] + by[i], 0, view.size[i] - face[i + 2]))
+  .concat(face.slice(2));
+const resized = (face, by) => face.slice(0, 2).concat(
+  [0, 1].map((i) => clamp(face[i + 2] + by[i], 1, view.size[i] - face[i])));
+
+const faceAround = (all, [x, y]) => all.findLastIndex(([left, top, width, height]) =>
+  x >= left && x < left + width && y >= top && y < top + height);
 
 function pressFace(event) {
   const from = drawing && view.picture !== "aux" && event.button === 0 && pixelAt(positionOf(event));
@@ -249,10 +303,9 @@ function pressFace(event) {
   event.stopPropagation();
   byId("stage").setPointerCapture(event.pointerId);
   const all = [...faces()];
-  const inside = ([left, top, width, height]) => from[0] >= left && from[0] < left + width &&
-    from[1] >= top && from[1] < top + height;
-  const which = all.findLastIndex(inside);
-  drawn = { from, all, which: which < 0 ? all.length : which, at: all[which] };
+  const which = faceAround(all, from);
+  choose(which < 0 ? all.length : which);
+  drawn = { from, all, at: all[which] };
 }
 
 function dragFace(event) {
@@ -261,35 +314,46 @@ function dragFace(event) {
   const { scale, left, top } = frame();
   const [x, y] = positionOf(event);
   const to = [(x - left) / scale, (y - top) / scale].map((value, i) => clamp(Math.floor(value), 0, view.size[i] - 1));
-  const { from, at, all, which } = drawn;
+  const { from, at, all } = drawn;
   drawn.moved = true;
-  all[which] = at
-    ? [0, 1].map((i) => clamp(at[i] + to[i] - from[i], 0, view.size[i] - at[i + 2])).concat(at.slice(2))
+  all[chosen] = at ? moved(at, [to[0] - from[0], to[1] - from[1]])
     : [0, 1].map((i) => Math.min(from[i], to[i])).concat([0, 1].map((i) => Math.abs(from[i] - to[i]) + 1));
-  const { overlays } = data;
-  overlays.faces = all.map(([x0, y0, width, height], i) =>
-    ({ edges: [x0, y0, x0 + width - 1, y0 + height - 1], turn: overlays.faces[i]?.turn ?? 0 }));
-  overlaysShown.add("faces");
-  drawOverlays();
+  drawFaces(all);
 }
 
 function releaseFace(event) {
   if (!drawn) return;
   event.stopPropagation();
-  const { all, moved } = drawn;
+  const { all, moved: changed } = drawn;
   drawn = null;
-  if (moved && event.type === "pointerup") changeFaces(all);
+  if (changed && event.type === "pointerup") changeFaces(all);
 }
 
-function facesInput() {
-  const element = make("input");
-  Object.assign(element, { type: "text", size: 16, placeholder: "L,T,W,H L,T,W,H" });
-  element.addEventListener("change", () => {
-    const words = element.value.trim().split(/\s+/).filter(Boolean);
-    if (words.every((word) => /^\d+(,\d+){3}$/.test(word))) changeFaces(words.map((word) => word.split(",").map(Number)));
-    else say("Faces at: expected LEFT,TOP,WIDTH,HEIGHT of each", true);
-  });
-  return addControl("Faces at", element, () => { element.value = faces().join(" "); });
+// Chooses the face at the cursor, or draws one around it.
+function takeFace(all) {
+  const which = faceAround(all, [spot.x, spot.y]);
+  const side = Math.ceil(Math.min(...view.size) / 6);
+  if (which < 0) setFaces([...all, moved([spot.x, spot.y, side, side], [-side >> 1, -side >> 1])]);
+  choose(which < 0 ? all.length : which);
+}
+
+function pressFaceKey(event) {
+  if (!drawing || event.altKey || event.target.closest("select, input, button, a, #divide, #log")) return;
+  const all = faces();
+  const face = all[chosen];
+  const { key } = event;
+  if (key === "PageDown" && all.length) choose((chosen + 1) % all.length);
+  else if (face && ["Enter", "Escape"].includes(key)) choose(-1);
+  else if (key === "Enter" && spot.marked) takeFace(all);
+  else if (face && key === "Delete") changeFaces(all.filter((each) => each !== face));
+  else if (face && ARROWS[key]) {
+    const by = ARROWS[key].map((pixels) => pixels * (event.shiftKey ? CURSOR_STEP : 1));
+    const next = all.with(chosen, (event.ctrlKey || event.metaKey ? resized : moved)(face, by));
+    setFaces(next, "face");
+    say(faceText());
+  } else return;
+  event.preventDefault();
+  event.stopPropagation();
 }
 
 // --- Controls ---
@@ -313,43 +377,45 @@ function select(name, key, choices) {
   });
 }
 
+const makeInput = (values) => Object.assign(make("input"), values);
+
 function checkbox(name, checked, changes) {
-  const element = make("input");
-  element.type = "checkbox";
+  const element = makeInput({ type: "checkbox" });
   element.addEventListener("change", () => change(changes(element.checked)));
   return addControl(name, element, () => { element.checked = checked(); });
 }
 
 function blurSlider() {
-  const element = make("input");
-  const number = make("output");
-  Object.assign(element, { type: "range", min: 0, max: 100 });
+  const element = makeInput({ type: "range", min: 0, max: 100 });
+  const level = make("output");
   element.addEventListener("input", () => {
-    number.textContent = element.value;
+    level.textContent = element.value;
     change({ blur: Number(element.value) }, "blur");
   });
   element.addEventListener("change", () => { dragging = ""; });
   const label = addControl("Blur", element, () => {
     element.value = asked().blur ?? inspected?.sections.find(({ title }) => title === "Parameters")?.values.blur ?? 100;
-    number.textContent = element.value;
+    level.textContent = element.value;
   });
-  label.append(number);
+  label.append(level);
   return label;
 }
 
-// The part of its sensor that an image shows, as text: "4000x3000".
-function cropInput(name, key) {
-  const element = make("input");
-  Object.assign(element, { type: "text", size: 9, placeholder: "as dumped", pattern: "\\d+x\\d+" });
+// Words of numbers in this form, such as "WxH". `take` gets a list of numbers for each word.
+function textInput(name, size, form, take, showValue) {
+  const element = makeInput({ type: "text", size, placeholder: form });
+  const wanted = new RegExp(`^${form.replaceAll(/[A-Z]/g, "\\d+")}$`);
   element.addEventListener("change", () => {
-    const sides = /^\s*(\d+)\s*[x×]\s*(\d+)\s*$/.exec(element.value);
-    if (sides || !element.value.trim()) change({ [key]: sides ? sides.slice(1).map(Number) : undefined });
-    else say(`${name}: expected WIDTHxHEIGHT`, true);
+    const words = element.value.trim().split(/\s+/).filter(Boolean);
+    if (words.every((word) => wanted.test(word))) take(words.map((word) => word.match(/\d+/g).map(Number)));
+    else say(`${name}: expected ${form}`, true);
   });
-  return addControl(name, element, () => { element.value = asked()[key]?.join("x") ?? ""; });
+  return addControl(name, element, () => { element.value = showValue(); });
 }
 
-const fileChoices = (names) => names.map((name, i) => [name, i || undefined]);
+// The part of its sensor that an image shows.
+const cropInput = (name, key) => textInput(name, 9, "WxH", ([sides]) => change({ [key]: sides }),
+  () => asked()[key]?.join("x") ?? "");
 
 function setSelect() {
   const element = make("select");
@@ -369,9 +435,8 @@ function showControls() {
 }
 
 function button(id, text, key, press) {
-  const element = makeButton(text, key, press);
-  element.id = id;
-  return element;
+  if (key) keys[key] = press;
+  return Object.assign(makeButton(text, key, press), { id });
 }
 
 function bar(...elements) {
@@ -384,19 +449,18 @@ function makeControls() {
   const section = make("section");
   section.id = "live";
   section.setAttribute("aria-label", "Request");
-  const drawFaces = makeToggle("Draw faces", "n", false, toggleDrawing);
-  drawFaces.id = "drawFaces";
+  const faceButton = button("drawFaces", "Draw faces", "n", toggleDrawing);
+  faceButton.setAttribute("aria-pressed", false);
   const turns = [0, 90, 180, 270].map((degrees) => [`${degrees}°`, degrees]);
-  const pinName = make("input");
-  Object.assign(pinName, { id: "pinName", type: "text", size: 12, placeholder: "name" });
+  const pinName = makeInput({ id: "pinName", type: "text", size: 12, placeholder: "name" });
   pinName.setAttribute("aria-label", "Name of what is pinned");
   const libraries = Object.entries(setup.files).filter(([, names]) => names.length > 1)
-    .map(([key, names]) => select(key, key, fileChoices(names)));
+    .map(([key, names]) => select(key, key, names.map((name, i) => [name, i || undefined])));
   section.append(
     bar(setSelect(), blurSlider(),
       checkbox("Faces", () => faces().length > 0,
         (checked) => ({ noFaces: checked ? undefined : true, faces: undefined })),
-      facesInput(),
+      textInput("Faces at", 16, "L,T,W,H", changeFaces, () => faces().join(" ")),
       select("Faces turned", "faceRotation", [["as dumped", undefined], ...turns]),
       select("Rotation", "rotation", [["as dumped", undefined], ...turns]),
       select("Debug view", "debugView", [["none", undefined], ["main", 1], ["aux", 2], ["both", 3]]),
@@ -411,10 +475,14 @@ function makeControls() {
       button("copy", "Copy command", "", copyCommand),
       ...(location.search ? [button("all", "All sets", "", () => { location.href = "./"; })] : []),
       ...(setup.saves ? [button("save", "Save", "s", () => run(true))] : []),
-      drawFaces),
-    make("p", "A click or tap on the picture, or Enter at the cursor, is the focus point."),
+      faceButton),
+    Object.assign(make("p", FOCUS_HELP), { id: "clicks" }),
     Object.assign(make("code"), { id: "line" }));
   byId("viewer").after(section);
+  const picture = byId("picture");
+  picture.tabIndex = 0;
+  picture.role = "application"; // a screen reader leaves the keys to the page
+  picture.addEventListener("focus", () => picture.matches(":focus-visible") && !spot.marked && toggleCursor());
   document.querySelector("header").append(Object.assign(make("p"), { id: "said", role: "status" }));
 }
 
@@ -439,11 +507,8 @@ for (const [type, handle] of Object.entries({ pointerdown: pressFace, pointermov
   pointerup: releaseFace, pointercancel: releaseFace })) {
   byId("stage").addEventListener(type, handle, { capture: true }); // before the page's own
 }
-keys.n = toggleDrawing;
-if (setup.saves) keys.s = () => run(true);
 keys.Enter = () => spot.marked && tapped([spot.x, spot.y]);
-keys.u = () => goTo(step - 1);
-keys.r = () => goTo(step + 1);
+document.addEventListener("keydown", pressFaceKey, { capture: true });
 onTap = tapped;
 setInterval(poll, POLL_MILLISECONDS);
 run();

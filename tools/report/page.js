@@ -4,6 +4,7 @@
 
 const SLIDER_STEP = 2; // percent of the stage's width
 const CURSOR_STEP = 10; // pixels of the picture, with shift
+const ARROWS = { ArrowLeft: [-1, 0], ArrowRight: [1, 0], ArrowUp: [0, -1], ArrowDown: [0, 1] };
 const PAN_STEP = 80; // CSS pixels
 const ZOOM_STEP = 1.5;
 const TAP_PIXELS = 6; // a finger that moves less has tapped
@@ -89,9 +90,16 @@ function showScale(title, low, high, colourOf, focus) {
   }
 }
 
+// A button that has the focus leaves it to the one of the same text.
+function replaceButtons(id, buttons) {
+  const focused = byId(id).contains(document.activeElement) && document.activeElement.textContent;
+  byId(id).replaceChildren(...buttons);
+  buttons.find(({ textContent }) => textContent === focused)?.focus();
+}
+
 function showOverlayButtons() {
   const names = overlaysOf(view);
-  byId("overlays").replaceChildren(...names.map((name) => {
+  replaceButtons("overlays", names.map((name) => {
     const button = makeToggle(overlayNames[name], "", overlaysShown.has(name), () => {
       if (!overlaysShown.delete(name)) overlaysShown.add(name);
       refreshOverlays();
@@ -156,7 +164,7 @@ function stopBlinking() {
 }
 
 function showChoices(...buttons) {
-  byId("choices").replaceChildren(...buttons);
+  replaceButtons("choices", buttons);
 }
 
 function showSlider() {
@@ -478,7 +486,7 @@ function nextDifference() {
 }
 
 function pressArrow(key, far, onDivide) {
-  const [x, y] = { ArrowLeft: [-1, 0], ArrowRight: [1, 0], ArrowUp: [0, -1], ArrowDown: [0, 1] }[key];
+  const [x, y] = ARROWS[key];
   const slides = view.name === "Slider" && (onDivide || (place.zoom === 1 && !spot.marked));
   if (slides && x !== 0) setDivide(divide + x * SLIDER_STEP * (far ? 5 : 1));
   else if (spot.marked && !onDivide) moveCursor(x * (far ? CURSOR_STEP : 1), y * (far ? CURSOR_STEP : 1));
@@ -506,13 +514,14 @@ keys["="] = keys["+"];
 function pressKey(event) {
   if (event.ctrlKey || event.altKey || event.metaKey) return;
   if (["SELECT", "INPUT"].includes(event.target.tagName)) return;
+  if (event.target.closest("button, a") && [" ", "Enter"].includes(event.key)) return; // presses it
   const onDivide = event.target.id === "divide";
   if (event.target.id === "log") return;
-  if (event.key.startsWith("Arrow")) {
+  if (ARROWS[event.key]) {
     if (!pressArrow(event.key, event.shiftKey, onDivide)) return;
   } else if (views[Number(event.key) - 1]) {
     showView(views[Number(event.key) - 1]);
-  } else if (event.key === " " && pair && event.target.tagName !== "BUTTON") {
+  } else if (event.key === " " && pair) {
     if (view.name === "Blink") setBlinked(!blinked);
     else showView(views[1]);
   } else if (keys[event.key]) {
@@ -567,8 +576,7 @@ function showViewer() {
   region = -1;
   views = makeViews();
   if (views.length === 0) return;
-  byId("views").replaceChildren(
-    ...views.map((each, i) => makeButton(each.name, String(i + 1), () => showView(each))));
+  replaceButtons("views", views.map((each, i) => makeButton(each.name, String(i + 1), () => showView(each))));
   byId("pair").replaceChildren(...data.comparisons.map(
     (each, i) => new Option(`${each.before} | ${each.after}`, i, each === pair, each === pair)));
   if (!view) startViewer();

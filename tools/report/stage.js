@@ -42,6 +42,7 @@ const realZoom = () => 1 / (frame().fit * window.devicePixelRatio); // a pixel f
 // Shows this place, or the nearest that leaves no border on one side only.
 function moveTo(zoom, x, y) {
   const { width, height, fit } = frame();
+  if (fit === 0) return; // the window is too small to show any of it
   place.zoom = clamp(zoom, 1, Math.max(LARGEST_PIXEL / fit, 1));
   const within = (share, side, extent) => {
     const half = Math.min(side / (2 * extent * fit * place.zoom), 0.5);
@@ -232,8 +233,8 @@ const drawers = {
   },
 
   faces(group, unit, size) {
-    data.overlays.faces.forEach(({ edges: [left, top, right, bottom], turn }, index) => {
-      const face = makeSvg("g", {});
+    data.overlays.faces.forEach(({ edges: [left, top, right, bottom], turn, chosen }, index) => {
+      const face = makeSvg("g", { class: chosen ? "chosen" : "" });
       group.append(face);
       const [width, height] = [Math.max(right - left + 1, 0), Math.max(bottom - top + 1, 0)];
       shape(face, "rect", { x: left, y: top, width, height });
