@@ -288,14 +288,28 @@ TEST_F(ViewTest, CommandMakesTheSameBytes) {
     EXPECT_EQ(KeyOf(same, "output"), KeyOf(dumped, "output"));
 
     // The node and the engine have run for other requests before.
-    for (const Json& other : {Json{{"blur", 80}, {"skipBokeh", true}},
-                              Json{{"debugView", 3}, {"log", 6}}, Json{{"focus", {1, 1}}}}) {
+    for (const Json& other : {Json{{"blur", 80}, {"skip-bokeh", true}},
+                              Json{{"debug-view", 3}, {"log", 6}}, Json{{"focus", {1, 1}}}}) {
         EXPECT_TRUE(view.Ask(other).contains("data"));
     }
+    const std::string size = fmt::format("{}x{}", capture.width, capture.height);
+    EXPECT_THAT(
+        view.Ask({{"face", {{1, 2, 30, 40}, {5, 6, 7, 8}}},
+                  {"face-rotation", 90},
+                  {"focus", {3, 4}},
+                  {"rotation", 0},
+                  {"log", 2},
+                  {"skip-bokeh", true},
+                  {"main-crop", {capture.width, capture.height}},
+                  {"aux-crop", {capture.width, capture.height}},
+                  {"debug-view", 1}})["command"],
+        HasSubstr(
+            " --focus=3,4 --rotation=0 --debug-view=1 --log=2 --face-rotation=90 --main-crop=" +
+            size + " --aux-crop=" + size + " --face=1,2,30,40 --face=5,6,7,8 --skip-bokeh"));
     const Json changes{{"focus", {capture.width / 3, capture.height / 3}},
                        {"blur", 37},
-                       {"noFaces", true},
-                       {"mainCrop", {capture.width, capture.height}}};
+                       {"no-faces", true},
+                       {"main-crop", {capture.width, capture.height}}};
     const Json changed = view.Ask(changes);
     ASSERT_TRUE(changed.contains("data")) << changed;
     EXPECT_NE(KeyOf(changed, "output"), KeyOf(dumped, "output"));
@@ -408,7 +422,7 @@ TEST_F(ViewTest, NewSetsShowUpWhole) {
 
 TEST_F(ViewTest, SavesWhatTheCommandWritesWhereItMay) {
     const SyntheticCapture capture = Make(4060, 1).front();
-    const Json changes{{"blur", 21}, {"faces", {{4, 6, 40, 30}, {50, 8, 20, 20}}}};
+    const Json changes{{"blur", 21}, {"face", {{4, 6, 40, 30}, {50, 8, 20, 20}}}};
     {
         const Serving view({"camera"}, folder_);
         EXPECT_TRUE(view.Ask(changes, {{"save", true}}).contains("data"));

@@ -59,8 +59,6 @@ function takeSamples({ key, level, size, pitch, chroma, bytes }, samples) {
   showOutput();
 }
 
-let saved = ""; // the folder that the last run was written to
-
 // Shows what there is of the output in place of the last one.
 function showOutput() {
   if (pictures.output?.size.join() !== output.size.join() || !output.levels.some(Boolean)) return;
@@ -77,9 +75,10 @@ function showOutput() {
 // For who measures the page.
 const mark = (name) => requestAnimationFrame(() => setTimeout(() => performance.mark(name)));
 
-// Sends a request and takes the pictures of its answer as they come. Returns the rest of it.
+// Sends a request and takes the pictures of its answer as they come. Returns the rest of it, and in
+// `saved` the folder that it was written to, if any.
 async function ask(request) {
-  saved = "";
+  let saved;
   const response = await fetch("run", {
     method: "POST", headers: { "Content-Type": "application/json" },
     body: JSON.stringify({ ...request, have: [...decoding.keys()] }),
@@ -96,9 +95,9 @@ async function ask(request) {
       if (decoding.has(output.key)) output.levels[0] = await decoding.get(output.key);
       showOutput();
     } else if (packet.saved) {
-      saved = packet.saved;
+      ({ saved } = packet);
     } else {
-      return packet;
+      return { saved, ...packet };
     }
   }
 }
@@ -127,7 +126,7 @@ async function run(save = false) {
       last = { ...answer, replayed: request.changes !== null };
       show();
       mark("answer");
-      say(saved ? `saved in ${saved}`
+      say(answer.saved ? `saved in ${answer.saved}`
         : `${faceText()}shown after ${((performance.now() - start) / 1000).toFixed(2)} s`);
     } catch (error) {
       if (last) show(); // without the picture of a run that came no further
@@ -145,15 +144,14 @@ function say(text, wrong = false) {
 
 // --- What is shown ---
 
-const sameSize = (a, b) => a.size.join() === b.size.join();
-
-function addPins(next) {
-  for (const [i, { name, entry }] of pins.entries()) {
-    next.pictures[name] = entry;
-    const others = [["output", next.pictures.output], ...pins.slice(0, i).map((pin) => [pin.name, pin.entry])];
-    for (const [other, picture] of others) {
-      if (picture && sameSize(picture, entry)) next.comparisons.push({ before: name, after: other, framed: true });
-    }
+// Each pinned output can be compared with the new one and with those before it.
+function addPins({ pictures: shown, comparisons }) {
+  const others = ["output"];
+  for (const { name, entry } of pins) {
+    const alike = others.filter((other) => shown[other]?.size.join() === entry.size.join());
+    comparisons.push(...alike.map((other) => ({ before: name, after: other, framed: true })));
+    shown[name] = entry;
+    others.push(name);
   }
 }
 
@@ -188,11 +186,9 @@ function change(values, drag = "") {
   const next = JSON.parse(JSON.stringify({ ...asked(), ...values }));
   if (JSON.stringify(next) === JSON.stringify(steps[step])) return;
   if (drag && drag === dragging) step--;
-  dragging = drag;
   steps = [...steps.slice(0, step + 1), next];
-  step = steps.length - 1;
-  showControls();
-  run();
+  goTo(steps.length - 1);
+  dragging = drag;
 }
 
 function goTo(next) {
@@ -206,9 +202,8 @@ function goTo(next) {
 function showSet(index) {
   set = index;
   steps = [null];
-  step = 0;
   pins = [];
-  run();
+  goTo(0);
 }
 
 function pin() {
@@ -221,14 +216,8 @@ function pin() {
   show();
 }
 
-async function copyCommand() {
-  try {
-    await navigator.clipboard.writeText(last.command);
-    say("copied");
-  } catch {
-    say("The browser does not let the page copy; the command stands below.", true);
-  }
-}
+const copyCommand = () => navigator.clipboard.writeText(last.command).then(() => say("copied"),
+  () => say("The browser does not let the page copy; the command stands below.", true));
 
 function tapped([x, y]) {
   if (view.picture === "aux" || !data.pictures.main) return;
@@ -238,11 +227,8 @@ function tapped([x, y]) {
 // --- Faces ---
 
 // Those of the request: [left, top, width, height] in the main image's pixels.
-const faces = () => (asked().noFaces ? [] : asked().faces ?? (inspected?.overlays.faces ?? []).map(
+const faces = () => (asked()["no-faces"] ? [] : asked().face ?? (inspected?.overlays.faces ?? []).map(
   ({ edges: [left, top, right, bottom] }) => [left, top, right - left + 1, bottom - top + 1]));
-
-const changeFaces = (next, drag = "") => change(next.length ? { faces: next, noFaces: undefined }
-  : { faces: undefined, noFaces: true }, drag);
 
 let drawing = false; // a drag on the picture draws a face or moves one, and keys do
 let chosen = -1; // which of the faces the keys move
@@ -267,14 +253,14 @@ function choose(which) {
 
 function toggleDrawing() {
   drawing = !drawing;
-  byId("drawFaces").setAttribute("aria-pressed", drawing);
+  byId("drawFaces").ariaPressed = drawing;
   for (const element of [byId("picture"), byId("overlay")]) element.style.touchAction = drawing ? "none" : "";
   choose(faces().length - 1);
   byId("clicks").textContent = drawing ? FACE_HELP : FOCUS_HELP;
   if (drawing) byId("picture").focus();
 }
 
-// Shows faces before the server has.
+// Shows faces before the server does.
 function drawFaces(all) {
   const { overlays } = data;
   overlays.faces = all.map(([left, top, width, height], i) =>
@@ -283,9 +269,9 @@ function drawFaces(all) {
   markChosen();
 }
 
-function setFaces(all, drag) {
+function setFaces(all, drag = "") {
   drawFaces(all);
-  changeFaces(all, drag);
+  change(all.length ? { face: all, "no-faces": undefined } : { face: undefined, "no-faces": true }, drag);
 }
 
 // Within the picture, by so many pixels.
@@ -326,7 +312,7 @@ function releaseFace(event) {
   event.stopPropagation();
   const { all, moved: changed } = drawn;
   drawn = null;
-  if (changed && event.type === "pointerup") changeFaces(all);
+  if (changed && event.type === "pointerup") setFaces(all);
 }
 
 // Chooses the face at the cursor, or draws one around it.
@@ -345,11 +331,10 @@ function pressFaceKey(event) {
   if (key === "PageDown" && all.length) choose((chosen + 1) % all.length);
   else if (face && ["Enter", "Escape"].includes(key)) choose(-1);
   else if (key === "Enter" && spot.marked) takeFace(all);
-  else if (face && key === "Delete") changeFaces(all.filter((each) => each !== face));
+  else if (face && key === "Delete") setFaces(all.filter((each) => each !== face));
   else if (face && ARROWS[key]) {
     const by = ARROWS[key].map((pixels) => pixels * (event.shiftKey ? CURSOR_STEP : 1));
-    const next = all.with(chosen, (event.ctrlKey || event.metaKey ? resized : moved)(face, by));
-    setFaces(next, "face");
+    setFaces(all.with(chosen, (event.ctrlKey || event.metaKey ? resized : moved)(face, by)), "face");
     say(faceText());
   } else return;
   event.preventDefault();
@@ -359,6 +344,8 @@ function pressFaceKey(event) {
 // --- Controls ---
 
 const controls = []; // functions that show the step's values
+
+const makeWith = (name, properties) => Object.assign(make(name), properties);
 
 function addControl(name, element, showValue) {
   const label = make("label", `${name} `);
@@ -377,16 +364,14 @@ function select(name, key, choices) {
   });
 }
 
-const makeInput = (values) => Object.assign(make("input"), values);
-
 function checkbox(name, checked, changes) {
-  const element = makeInput({ type: "checkbox" });
+  const element = makeWith("input", { type: "checkbox" });
   element.addEventListener("change", () => change(changes(element.checked)));
   return addControl(name, element, () => { element.checked = checked(); });
 }
 
 function blurSlider() {
-  const element = makeInput({ type: "range", min: 0, max: 100 });
+  const element = makeWith("input", { type: "range", min: 0, max: 100 });
   const level = make("output");
   element.addEventListener("input", () => {
     level.textContent = element.value;
@@ -403,7 +388,7 @@ function blurSlider() {
 
 // Words of numbers in this form, such as "WxH". `take` gets a list of numbers for each word.
 function textInput(name, size, form, take, showValue) {
-  const element = makeInput({ type: "text", size, placeholder: form });
+  const element = makeWith("input", { type: "text", size, placeholder: form });
   const wanted = new RegExp(`^${form.replaceAll(/[A-Z]/g, "\\d+")}$`);
   element.addEventListener("change", () => {
     const words = element.value.trim().split(/\s+/).filter(Boolean);
@@ -418,8 +403,7 @@ const cropInput = (name, key) => textInput(name, 9, "WxH", ([sides]) => change({
   () => asked()[key]?.join("x") ?? "");
 
 function setSelect() {
-  const element = make("select");
-  element.id = "sets";
+  const element = makeWith("select", { id: "sets" });
   element.addEventListener("change", () => showSet(Number(element.value)));
   return addControl("Set", element, () => {
     if (element.length !== sets.length) element.replaceChildren(...sets.map((name, i) => new Option(name, i)));
@@ -446,44 +430,37 @@ function bar(...elements) {
 }
 
 function makeControls() {
-  const section = make("section");
-  section.id = "live";
-  section.setAttribute("aria-label", "Request");
-  const faceButton = button("drawFaces", "Draw faces", "n", toggleDrawing);
-  faceButton.setAttribute("aria-pressed", false);
+  const section = makeWith("section", { id: "live", ariaLabel: "Request" });
   const turns = [0, 90, 180, 270].map((degrees) => [`${degrees}°`, degrees]);
-  const pinName = makeInput({ id: "pinName", type: "text", size: 12, placeholder: "name" });
-  pinName.setAttribute("aria-label", "Name of what is pinned");
   const libraries = Object.entries(setup.files).filter(([, names]) => names.length > 1)
     .map(([key, names]) => select(key, key, names.map((name, i) => [name, i || undefined])));
   section.append(
     bar(setSelect(), blurSlider(),
       checkbox("Faces", () => faces().length > 0,
-        (checked) => ({ noFaces: checked ? undefined : true, faces: undefined })),
-      textInput("Faces at", 16, "L,T,W,H", changeFaces, () => faces().join(" ")),
-      select("Faces turned", "faceRotation", [["as dumped", undefined], ...turns]),
+        (checked) => ({ face: undefined, "no-faces": checked ? undefined : true })),
+      textInput("Faces at", 16, "L,T,W,H", (all) => setFaces(all), () => faces().join(" ")),
+      select("Faces turned", "face-rotation", [["as dumped", undefined], ...turns]),
       select("Rotation", "rotation", [["as dumped", undefined], ...turns]),
-      select("Debug view", "debugView", [["none", undefined], ["main", 1], ["aux", 2], ["both", 3]]),
+      select("Debug view", "debug-view", [["none", undefined], ["main", 1], ["aux", 2], ["both", 3]]),
       select("Log", "log", [["errors", undefined], ["node", 2], ["all", 6]]),
-      checkbox("Skip rendering", () => Boolean(asked().skipBokeh),
-        (checked) => ({ skipBokeh: checked || undefined })),
-      cropInput("Main crop", "mainCrop"), cropInput("Aux crop", "auxCrop"), ...libraries),
+      checkbox("Skip rendering", () => Boolean(asked()["skip-bokeh"]),
+        (checked) => ({ "skip-bokeh": checked || undefined })),
+      cropInput("Main crop", "main-crop"), cropInput("Aux crop", "aux-crop"), ...libraries),
     bar(button("undo", "Undo", "u", () => goTo(step - 1)),
       button("redo", "Redo", "r", () => goTo(step + 1)),
       button("asDumped", "As dumped", "", () => goTo(0)),
-      pinName, button("pin", "Pin", "", pin),
+      makeWith("input", { id: "pinName", type: "text", size: 12, placeholder: "name", ariaLabel: "Name of the pin" }),
+      button("pin", "Pin", "", pin),
       button("copy", "Copy command", "", copyCommand),
       ...(location.search ? [button("all", "All sets", "", () => { location.href = "./"; })] : []),
       ...(setup.saves ? [button("save", "Save", "s", () => run(true))] : []),
-      faceButton),
-    Object.assign(make("p", FOCUS_HELP), { id: "clicks" }),
-    Object.assign(make("code"), { id: "line" }));
+      Object.assign(button("drawFaces", "Draw faces", "n", toggleDrawing), { ariaPressed: false })),
+    makeWith("p", { id: "clicks", textContent: FOCUS_HELP }), makeWith("code", { id: "line" }));
   byId("viewer").after(section);
-  const picture = byId("picture");
-  picture.tabIndex = 0;
-  picture.role = "application"; // a screen reader leaves the keys to the page
+  // A screen reader leaves an application's keys to the page.
+  const picture = Object.assign(byId("picture"), { tabIndex: 0, role: "application" });
   picture.addEventListener("focus", () => picture.matches(":focus-visible") && !spot.marked && toggleCursor());
-  document.querySelector("header").append(Object.assign(make("p"), { id: "said", role: "status" }));
+  document.querySelector("header").append(makeWith("p", { id: "said", role: "status" }));
 }
 
 // New sets show up by themselves. The server ends when no page has asked for long.

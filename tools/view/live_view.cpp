@@ -9,6 +9,7 @@
 #include <mutex>
 #include <new>
 #include <optional>
+#include <regex>
 #include <string_view>
 #include <thread>
 
@@ -31,27 +32,16 @@ namespace {
 
 constexpr std::chrono::minutes kIdle(5); // a browser lets hidden pages ask once a minute
 
-// Numbers that the page may change: their names in the page, the options, and what stands between
-// several numbers of one option.
-struct NumberOption {
-    const char* name;
-    const char* option;
-    char separator;
-};
-constexpr NumberOption kNumbers[] = {{"focus", "--focus", ','},
-                                     {"blur", "--blur", ','},
-                                     {"rotation", "--rotation", ','},
-                                     {"debugView", "--debug-view", ','},
-                                     {"log", "--log", ','},
-                                     {"faceRotation", "--face-rotation", ','},
-                                     {"mainCrop", "--main-crop", 'x'},
-                                     {"auxCrop", "--aux-crop", 'x'}};
+// Options of `replay` that the page may set, and what stands between several numbers of one.
+constexpr std::pair<const char*, char> kOptions[] = {
+    {"focus", ','}, {"blur", ','},          {"rotation", ','},  {"debug-view", ','},
+    {"log", ','},   {"face-rotation", ','}, {"main-crop", 'x'}, {"aux-crop", 'x'},
+    {"face", ','},  {"no-faces", ','},      {"skip-bokeh", ','}};
 
 // "12,30" for one number or a list of numbers.
 std::string NumbersText(const Json& value, char separator) {
-    const Json list = value.is_array() ? value : Json::array({value});
     std::string text;
-    for (const Json& number : list) {
+    for (const Json& number : value.is_array() ? value : Json::array({value})) {
         if (!number.is_number_integer()) {
             Refuse("changes", "whole numbers", "something else");
         }
@@ -61,36 +51,26 @@ std::string NumbersText(const Json& value, char separator) {
     return text;
 }
 
-// What stands behind `bokehnode replay SET` for the changes that the page asks for. The page names
-// none of the files, but where they stand in the lists.
+// What stands behind `bokehnode replay SET` for the changes that the page asks for: the values of
+// options, or lists of values. The page names none of the files, but where they stand in the lists.
 std::vector<std::string> WordsFor(const Json& changes, const ViewOptions& options) {
     std::vector<std::string> words;
-    const auto value = [&changes](const char* name) { return changes.value(name, Json()); };
-    for (const auto& [name, option, separator] : kNumbers) {
-        if (const Json given = value(name); !given.is_null()) {
-            words.push_back(fmt::format("{}={}", option, NumbersText(given, separator)));
+    for (const auto& [name, separator] : kOptions) {
+        const Json value = changes.value(name, Json::array());
+        const bool one = !value.is_array() || (!value.empty() && !value.front().is_array());
+        for (const Json& each : one ? Json::array({value}) : value) {
+            words.push_back(each == true
+                                ? fmt::format("--{}", name)
+                                : fmt::format("--{}={}", name, NumbersText(each, separator)));
         }
     }
-    if (const Json faces = value("faces"); faces.is_array()) {
-        for (const Json& face : faces) {
-            words.push_back("--face=" + NumbersText(face, ','));
-        }
-    }
-    for (const auto& [name, option] :
-         {std::pair("noFaces", "--no-faces"), std::pair("skipBokeh", "--skip-bokeh")}) {
-        if (value(name) == true) {
-            words.emplace_back(option);
-        }
-    }
-    for (const auto& [name, option, files] :
-         {std::tuple("calibration", "--calibration", &options.calibrations),
-          std::tuple("node", "--node", &options.nodes),
-          std::tuple("engine", "--engine", &options.engines)}) {
-        const Json given = value(name);
+    for (const auto& [name, files] :
+         {std::pair("calibration", &options.calibrations), std::pair("node", &options.nodes),
+          std::pair("engine", &options.engines)}) {
+        const Json given = changes.value(name, Json());
         const std::size_t index = given.is_number_unsigned() ? given.get<std::size_t>() : 0;
         if (index < files->size()) {
-            words.emplace_back(option);
-            words.push_back(fs::absolute((*files)[index]).string());
+            words.push_back(fmt::format("--{}={}", name, fs::absolute((*files)[index]).string()));
         }
     }
     for (const std::string& property : options.properties) {
@@ -101,16 +81,10 @@ std::vector<std::string> WordsFor(const Json& changes, const ViewOptions& option
 
 // A word as a shell reads it.
 std::string Quoted(const std::string& word) {
-    constexpr std::string_view kPlain =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._/,=+:@";
-    if (!word.empty() && word.find_first_not_of(kPlain) == std::string::npos) {
-        return word;
-    }
-    std::string quoted = "'";
-    for (const char character : word) {
-        quoted += character == '\'' ? "'\\''" : std::string(1, character);
-    }
-    return quoted + "'";
+    static const std::regex plain("[A-Za-z0-9_./,=+:@-]+");
+    return std::regex_match(word, plain)
+               ? word
+               : "'" + std::regex_replace(word, std::regex("'"), "'\\''") + "'";
 }
 
 // The set of this name. Throws UseError if a file of it is a link out of the place of the sets.
@@ -124,6 +98,18 @@ DumpSet FindSetWithin(const fs::path& place, const std::string& name) {
         }
     }
     return set;
+}
+
+// Tells a set from another one and from what it was before.
+std::string FactsOf(const DumpSet& set) {
+    std::string facts;
+    for (const auto& file : set.files) {
+        if (file) {
+            facts += fmt::format("{} {} {}\n", file->path.string(), file->bytes,
+                                 fs::last_write_time(file->path).time_since_epoch().count());
+        }
+    }
+    return facts;
 }
 
 // A packet of the answer: the length of its JSON, the JSON, and the bytes that this tells of.
@@ -325,18 +311,6 @@ private:
         return place.string();
     }
 
-    // Tells a set from another one and from what it was before.
-    static std::string FactsOf(const DumpSet& set) {
-        std::string facts;
-        for (const auto& file : set.files) {
-            if (file) {
-                facts += fmt::format("{} {} {}\n", file->path.string(), file->bytes,
-                                     fs::last_write_time(file->path).time_since_epoch().count());
-            }
-        }
-        return facts;
-    }
-
     const ParseReplay& parse_;
     const ViewOptions& options_;
     const Unwanted& unwanted_;
@@ -345,8 +319,8 @@ private:
     std::optional<LoadedReplay> replay_;
 };
 
-// The sets of the place. A set is added when two looks in a row have found the same files of the
-// same sizes: while it is copied it grows.
+// The sets of the place. A set is added when two looks in a row have found the same files, of the
+// same sizes and times: while it is copied it grows.
 class Sets {
 public:
     explicit Sets(const fs::path& place) : place_(place) {
@@ -375,38 +349,35 @@ public:
     }
 
 private:
-    void Add(const DumpSet& set) { sets_.push_back(fs::absolute(set.name()).lexically_normal()); }
+    void Add(const DumpSet& set) { sets_.push_back(NameOf(set)); }
+
+    static fs::path NameOf(const DumpSet& set) {
+        return fs::absolute(set.name()).lexically_normal();
+    }
 
     void Look() {
-        std::map<fs::path, std::uintmax_t> sizes;
+        std::map<fs::path, std::string> seen;
         const std::string mistake = MistakeIn([&] {
             for (const DumpSet& set : FindDumpSets({place_})) {
-                const fs::path name = fs::absolute(set.name()).lexically_normal();
+                const fs::path name = NameOf(set);
                 if (std::ranges::find(sets_, name) != sets_.end()) {
                     continue;
                 }
-                bool same = true;
-                for (const auto& file : set.files) {
-                    if (file) {
-                        sizes[file->path] = file->bytes;
-                        same =
-                            same && seen_.contains(file->path) && seen_[file->path] == file->bytes;
-                    }
-                }
-                if (same) {
+                seen[name] = FactsOf(set);
+                if (seen_[name] == seen[name]) {
                     Add(set);
                 }
             }
         });
         if (mistake.empty()) { // otherwise a file went while its folder was read
-            seen_ = std::move(sizes);
+            seen_ = std::move(seen);
         }
     }
 
     fs::path place_;
     std::mutex mutex_;
-    std::vector<fs::path> sets_;              // in the order in which they appeared
-    std::map<fs::path, std::uintmax_t> seen_; // sizes of the files of sets that may still grow
+    std::vector<fs::path> sets_;           // in the order in which they appeared
+    std::map<fs::path, std::string> seen_; // of sets that may still grow
 };
 
 // The tiles of the page of many: the sets are inspected one after another once a page asks, by a
@@ -492,14 +463,6 @@ private:
     std::thread thread_;
 };
 
-Json NamesOf(const std::vector<fs::path>& files) {
-    Json names = Json::array();
-    for (const fs::path& file : files) {
-        names.push_back(file.string());
-    }
-    return names;
-}
-
 Json PageData(const ViewOptions& options, const Json& sets) {
     Report report("view", options.place.string());
     report.SetVerdict(Report::Kind::kNote, "reading the set");
@@ -507,9 +470,9 @@ Json PageData(const ViewOptions& options, const Json& sets) {
     data["live"] = {{"sets", sets},
                     {"saves", !options.output.empty()},
                     {"files",
-                     {{"calibration", NamesOf(options.calibrations)},
-                      {"node", NamesOf(options.nodes)},
-                      {"engine", NamesOf(options.engines)}}}};
+                     {{"calibration", options.calibrations},
+                      {"node", options.nodes},
+                      {"engine", options.engines}}}};
     return data;
 }
 
