@@ -69,7 +69,7 @@ void KeepMemory() {
 
 // Prints the error on standard error and, with --json, on standard output too. The words are
 // searched for --json, since the options may be what could not be read.
-int Report(const std::string& error, int code, int argc, char** argv) {
+int ReportError(const std::string& error, int code, int argc, char** argv) {
     PrintNotice(error);
     if (std::find(argv, argv + argc, std::string("--json")) != argv + argc) {
         std::printf("%s", JsonText({{"error", error}}).c_str());
@@ -96,10 +96,10 @@ int main(int argc, char** argv) {
     try {
         const std::string mistake = MistakeIn([&] { code = Run(argc, argv); });
         if (!mistake.empty()) {
-            code = Report(mistake, kExitWrongUse, argc, argv);
+            code = ReportError(mistake, kExitWrongUse, argc, argv);
         }
     } catch (const std::exception& error) {
-        code = Report(error.what(), kExitFailed, argc, argv);
+        code = ReportError(error.what(), kExitFailed, argc, argv);
     }
     return WithOutputWritten(code);
 }

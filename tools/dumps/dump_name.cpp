@@ -24,7 +24,7 @@ constexpr RoleFormat kRoles[] = {
     {"parameters", device::kMainDumpSuffix, device::kParameterDumpEnding},
     {"disparity", device::kMainDumpSuffix, device::kDisparityDumpEnding}};
 
-const RoleFormat& FormatOf(DumpRole role) {
+const RoleFormat& RoleFormatOf(DumpRole role) {
     return kRoles[static_cast<std::size_t>(role)];
 }
 
@@ -104,11 +104,11 @@ std::optional<DumpName> ParseDumpName(std::string_view fileName) {
 }
 
 std::string DumpFileName(const DumpName& name) {
-    const RoleFormat& role = FormatOf(name.role);
+    const RoleFormat& role = RoleFormatOf(name.role);
     return fmt::format("{}{}_{}x{}{}", name.stem, role.suffix, name.first, name.height,
                        role.ending);
 }
 
 const char* RoleName(DumpRole role) {
-    return FormatOf(role).name;
+    return RoleFormatOf(role).name;
 }
