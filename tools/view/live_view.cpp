@@ -11,7 +11,6 @@
 #include <optional>
 #include <regex>
 #include <string_view>
-#include <thread>
 
 #include <sys/mman.h>
 
@@ -319,53 +318,47 @@ private:
     std::optional<LoadedReplay> replay_;
 };
 
-// The sets of the place. A set is added when two looks in a row have found the same files, of the
-// same sizes and times: while it is copied it grows.
+// The names of the sets of the place. A set is added when two looks in a row have found the same
+// files, of the same sizes and times: while it is copied it grows.
 class Sets {
 public:
     explicit Sets(const fs::path& place) : place_(place) {
         for (const DumpSet& set : FindDumpSets({place})) {
-            Add(set);
+            seen_[NameOf(set)] = FactsOf(set);
         }
+        Look();
     }
 
     Json Names() {
         const std::lock_guard lock(mutex_);
         Look();
-        Json names = Json::array();
-        for (const fs::path& set : sets_) {
-            names.push_back(set.string());
-        }
-        return names;
+        return names_;
     }
 
     // Nothing if there is no such set.
-    std::optional<fs::path> At(const Json& index) {
+    std::optional<std::string> At(const Json& index) {
         const std::lock_guard lock(mutex_);
-        if (!index.is_number_unsigned() || index.get<std::size_t>() >= sets_.size()) {
-            return std::nullopt;
-        }
-        return sets_[index.get<std::size_t>()];
+        return index.is_number_unsigned() && index < names_.size()
+                   ? std::optional(names_[index.get<std::size_t>()])
+                   : std::nullopt;
     }
 
 private:
-    void Add(const DumpSet& set) { sets_.push_back(NameOf(set)); }
-
-    static fs::path NameOf(const DumpSet& set) {
-        return fs::absolute(set.name()).lexically_normal();
+    static std::string NameOf(const DumpSet& set) {
+        return fs::absolute(set.name()).lexically_normal().string();
     }
 
     void Look() {
-        std::map<fs::path, std::string> seen;
+        std::map<std::string, std::string> seen;
         const std::string mistake = MistakeIn([&] {
             for (const DumpSet& set : FindDumpSets({place_})) {
-                const fs::path name = NameOf(set);
-                if (std::ranges::find(sets_, name) != sets_.end()) {
+                const std::string name = NameOf(set);
+                if (std::ranges::find(names_, name) != names_.end()) {
                     continue;
                 }
                 seen[name] = FactsOf(set);
                 if (seen_[name] == seen[name]) {
-                    Add(set);
+                    names_.push_back(name);
                 }
             }
         });
@@ -376,48 +369,39 @@ private:
 
     fs::path place_;
     std::mutex mutex_;
-    std::vector<fs::path> sets_;           // in the order in which they appeared
-    std::map<fs::path, std::string> seen_; // of sets that may still grow
+    std::vector<std::string> names_;          // in the order in which they appeared
+    std::map<std::string, std::string> seen_; // facts of sets that may still grow
 };
 
-// The tiles of the page of many: the sets are inspected one after another once a page asks, by a
-// worker of their own, in the order in which they appeared.
+// The tiles of the page of many, each made when a page first asks for it.
 class Tiles {
 public:
-    Tiles(const fs::path& place, Sets& sets, Worker& worker)
-        : place_(fs::absolute(place)), sets_(sets), worker_(worker), thread_([this] { Run(); }) {}
-    ~Tiles() {
-        {
-            const std::lock_guard lock(mutex_);
-            ended_ = true;
-        }
-        asked_.notify_all();
-        thread_.join();
-    }
-    Tiles(const Tiles&) = delete;
-    Tiles& operator=(const Tiles&) = delete;
+    // `worker`: does Inspected().
+    Tiles(const fs::path& place, Worker& worker) : place_(fs::absolute(place)), worker_(worker) {}
 
-    // How many sets there are, and some of the tiles behind those that the page has.
-    Json Behind(std::size_t have) {
+    // How many sets there are, and some of the tiles behind those that the page has. Sets are
+    // inspected for a moment only, and for one page at a time, so that no request takes long.
+    Json Behind(std::size_t have, const Json& sets) {
+        using Clock = std::chrono::steady_clock;
         constexpr std::size_t kMost = 100;
-        const std::size_t sets = sets_.Names().size();
-        const std::lock_guard lock(mutex_);
-        wanted_ = sets;
-        asked_.notify_all();
+        const auto end = Clock::now() + std::chrono::milliseconds(200);
         Json some = Json::array();
-        for (std::size_t i = have; i < std::min(have + kMost, tiles_.size()); ++i) {
-            some.push_back(tiles_[i]);
+        if (const std::unique_lock lock(mutex_, std::try_to_lock); lock) {
+            while (tiles_.size() < sets.size() && Clock::now() < end) {
+                tiles_.push_back(Inspect(sets[tiles_.size()]));
+            }
+            for (std::size_t i = have; i < std::min(have + kMost, tiles_.size()); ++i) {
+                some.push_back(tiles_[i]);
+            }
         }
-        return {{"sets", sets}, {"tiles", some}};
+        return {{"sets", sets.size()}, {"tiles", some}};
     }
 
     // In the worker's process.
     static bool Inspected(const fs::path& place, const std::string& set, const Worker::Take& take) {
         Json tile;
-        const std::string mistake = MistakeIn([&] {
-            const Inspection inspection = Inspect(FindSetWithin(place, set));
-            tile = ReportOf(inspection).Tile();
-        });
+        const std::string mistake =
+            MistakeIn([&] { tile = ReportOf(::Inspect(FindSetWithin(place, set))).Tile(); });
         take(JsonText(mistake.empty() ? tile : Failed(mistake), -1));
         return true;
     }
@@ -428,39 +412,22 @@ private:
                 {"findings", 0}};
     }
 
-    void Run() {
-        std::unique_lock lock(mutex_);
-        for (;;) {
-            asked_.wait(lock, [&] { return ended_ || tiles_.size() < wanted_; });
-            if (ended_) {
-                return;
-            }
-            const std::size_t index = tiles_.size();
-            lock.unlock();
-            const fs::path set = *sets_.At(index);
-            std::string text;
-            try {
-                worker_.Do(set.string(), [&](std::string_view part) { text = part; });
-            } catch (const std::exception& error) {
-                text = JsonText(Failed(error.what()), -1);
-            }
-            Json tile = Json::parse(text);
-            tile["title"] = set.lexically_relative(place_).string();
-            tile["page"] = fmt::format("live?{}", index);
-            lock.lock();
-            tiles_.push_back(std::move(tile));
+    Json Inspect(const std::string& set) const {
+        Json tile;
+        try {
+            worker_.Do(set, [&](std::string_view part) { tile = Json::parse(part); });
+        } catch (const std::exception& error) {
+            tile = Failed(error.what());
         }
+        tile["title"] = fs::path(set).lexically_relative(place_).string();
+        tile["page"] = fmt::format("live?{}", tiles_.size());
+        return tile;
     }
 
     const fs::path place_;
-    Sets& sets_;
     Worker& worker_;
-    std::mutex mutex_; // guards all below
-    std::condition_variable asked_;
+    std::mutex mutex_;
     std::vector<Json> tiles_; // in the order of the sets
-    std::size_t wanted_ = 0;
-    bool ended_ = false;
-    std::thread thread_;
 };
 
 Json PageData(const ViewOptions& options, const Json& sets) {
@@ -492,7 +459,7 @@ Server::Reply Run(const std::string& body, Sets& sets, Worker& worker) {
     if (!set) {
         return Refused(request.is_object() ? 404 : 400);
     }
-    const auto stream = [job = set->string() + '\0' + body, &worker](const Worker::Take& take) {
+    const auto stream = [job = *set + '\0' + body, &worker](const Worker::Take& take) {
         try {
             if (!worker.Do(job, take)) {
                 take(Packet({{"dropped", true}}));
@@ -529,7 +496,7 @@ void ServeLiveView(const ViewOptions& options, const ParseReplay& parse) {
             return Tiles::Inspected(options.place, set, take);
         },
         options.timeout);
-    Tiles tiles(options.place, sets, inspector);
+    Tiles tiles(options.place, inspector);
     Server server;
     const auto live = [&](const std::string&) {
         return Server::Reply{
@@ -551,8 +518,9 @@ void ServeLiveView(const ViewOptions& options, const ParseReplay& parse) {
     server.Get("sets", [&](const std::string&) { return JsonReply(sets.Names()); });
     server.Post("tiles", [&](const std::string& body) {
         const Json have = Json::parse(body, nullptr, false);
-        return have.is_number_unsigned() ? JsonReply(tiles.Behind(have.get<std::size_t>()))
-                                         : Refused(400);
+        return have.is_number_unsigned()
+                   ? JsonReply(tiles.Behind(have.get<std::size_t>(), sets.Names()))
+                   : Refused(400);
     });
     server.Post("unwanted", [&](const std::string& body) {
         const Json number = Json::parse(body, nullptr, false);
