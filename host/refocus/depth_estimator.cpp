@@ -54,7 +54,6 @@ cv::Mat ReduceChroma(const cv::Mat& chroma, cv::Size size, int factor) {
 cv::Mat Refine(const Matches& matches, const cv::Mat& guide) {
     cv::Mat disparity = matches.disparity.clone();
     FillOcclusions(disparity, matches.consistent, matches.occluded);
-    cv::medianBlur(disparity, disparity, 5);
     // A filled value counts less than a matched one.
     cv::Mat weight;
     constexpr double kFilledWeight = 0.3;

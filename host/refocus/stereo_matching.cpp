@@ -1,6 +1,6 @@
 #include "host/refocus/stereo_matching.h"
 
-#include <opencv2/calib3d.hpp>
+#include <opencv2/calib3d.hpp> // filterSpeckles
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
@@ -12,40 +12,12 @@
 namespace refocus {
 namespace {
 
-constexpr float kUnmatched = -1e6f;
-constexpr float kAgreement = 1.0f;                       // pixels
-constexpr int kFixedOne = cv::StereoMatcher::DISP_SCALE; // the matcher's fixed point
-constexpr int kSpecklePixels = 12;                       // more would remove lamps
-
-// Disparity of each left pixel, CV_32FC1, kUnmatched where none was found.
-cv::Mat Match(const cv::Mat& left, const cv::Mat& right, const SearchRange& range) {
-    // OpenCV's matcher skips columns whose search range leaves the right image, so both are
-    // widened.
-    const int before = std::max(0, range.minimum + range.count);
-    const int after = std::max(0, -range.minimum);
-    cv::Mat wideLeft, wideRight;
-    cv::copyMakeBorder(left, wideLeft, 0, 0, before, after, cv::BORDER_REPLICATE);
-    cv::copyMakeBorder(right, wideRight, 0, 0, before, after, cv::BORDER_REPLICATE);
-
-    constexpr int kBlock = 3;
-    // Penalties for neighbours that differ by one and by more disparities, times the block's area.
-    const auto matcher = cv::StereoSGBM::create(
-        range.minimum, range.count, kBlock, 2 * kBlock * kBlock, 16 * kBlock * kBlock,
-        -1 /* left-right check is done below */, 31 /* clip of the gradient */,
-        10 /* percent by which the best match must win */, 0, 0, cv::StereoSGBM::MODE_SGBM_3WAY);
-    cv::Mat fixed;
-    matcher->compute(wideLeft, wideRight, fixed);
-    fixed = fixed(cv::Rect(before, 0, left.cols, left.rows));
-    // OpenCV marks unmatched pixels with a value just below the minimum.
-    const cv::Mat unmatched = fixed < range.minimum * kFixedOne;
-    cv::Mat disparity;
-    fixed.convertTo(disparity, CV_32FC1, 1.0 / kFixedOne);
-    disparity.setTo(kUnmatched, unmatched);
-    return disparity;
-}
+constexpr float kAgreement = 1.0f; // pixels
+constexpr int kSpecklePixels = 12; // more would remove lamps
 
 // Takes small connected components whose disparity differs from their surroundings for mismatches.
 void RemoveSpeckles(Matches& matches) {
+    constexpr int kFixedOne = 16; // filterSpeckles takes integers
     cv::Mat fixed;
     matches.disparity.convertTo(fixed, CV_16SC1, kFixedOne);
     constexpr int kRemoved = -32000;
@@ -142,13 +114,12 @@ SearchRange NarrowedRange(const cv::Mat& left, const cv::Mat& right, const Searc
 }
 
 Matches MatchBothWays(const cv::Mat& left, const cv::Mat& right, const SearchRange& range) {
-    Matches matches{Match(left, right, range), cv::Mat::zeros(left.size(), CV_8UC1),
+    const ViewDisparities views = MatchSemiGlobally(left, right, range);
+    Matches matches{views.left, cv::Mat::zeros(left.size(), CV_8UC1),
                     cv::Mat::zeros(left.size(), CV_8UC1)};
-    // Mirroring makes the right image a left one, for which the matcher is made.
-    const cv::Mat fromRight = Mirrored(Match(Mirrored(right), Mirrored(left), range));
     ForEachRow(left.rows, [&](int y) {
         const float* leftRow = matches.disparity.ptr<float>(y);
-        const float* rightRow = fromRight.ptr<float>(y);
+        const float* rightRow = views.right.ptr<float>(y);
         std::uint8_t* consistent = matches.consistent.ptr<std::uint8_t>(y);
         for (int x = 0; x < left.cols; ++x) {
             if (leftRow[x] == kUnmatched) {
@@ -162,7 +133,7 @@ Matches MatchBothWays(const cv::Mat& left, const cv::Mat& right, const SearchRan
         }
     });
     RemoveSpeckles(matches);
-    MarkOccluded(fromRight, range, matches);
+    MarkOccluded(views.right, range, matches);
     return matches;
 }
 

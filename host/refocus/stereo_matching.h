@@ -3,17 +3,12 @@
 #include <opencv2/core.hpp>
 
 #include "host/refocus/error.h"
+#include "host/refocus/semi_global_matching.h"
 
 // Dense matching of a rectified pair by semi-global matching (Hirschmueller, "Stereo Processing by
 // Semiglobal Matching and Mutual Information", 2008), once from each image's view, and the decision
 // whether the result is depth at all.
 namespace refocus {
-
-// Disparities searched, in pixels of the rectified images: minimum to minimum + count - 1.
-struct SearchRange {
-    int minimum = 0;
-    int count = 0; // a multiple of 16
-};
 
 // Range for images of `width`, up to `nearestDisparity` (0 if unknown: a sixth of the width), at
 // most a quarter of the width. Begins a little below 0, because no pair is rectified perfectly.

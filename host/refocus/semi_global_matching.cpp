@@ -1,0 +1,333 @@
+#include "host/refocus/semi_global_matching.h"
+
+#include <opencv2/core/hal/intrin.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <vector>
+
+#include "host/refocus/image.h"
+
+namespace refocus {
+namespace {
+
+// Rows are matched in bands, so that memory does not grow with the image's height and threads share
+// nothing. Paths across the rows begin in the halo above or below a band.
+constexpr int kBandRows = 96;
+constexpr int kHaloRows = 32;
+
+constexpr int kLanes = 16; // disparities that are computed at once
+
+// Costs are 8 bits: the greatest one, 24 bits of census and kMaxDifference, together with the
+// greatest penalty stays below 255, the value of disparities outside the range.
+constexpr int kCensusRadius = 2; // pixels; 5x5
+constexpr int kCensusBytes = 3;  // 24 neighbours
+constexpr int kCensusWeight = 4; // of a bit, beside a level of brightness
+constexpr std::uint8_t kMaxDifference = 10;
+// Penalties of neighbours that differ by one disparity and by more. The latter falls where the
+// brightness changes between them, which is where surfaces end.
+constexpr std::uint8_t kSmallPenalty = 7;
+constexpr int kLargePenalty = 80;
+constexpr int kMinLargePenalty = 40;
+constexpr int kPenaltyContrast = 12; // levels that halve it
+
+constexpr int kMinLead = 8; // percent by which the best match of a pixel must win
+
+constexpr std::uint8_t kOutside = 255;
+
+using Bytes = std::vector<std::uint8_t>;
+
+// The census bits of a row, one plane for each byte of them.
+using CensusRow = std::array<Bytes, kCensusBytes>;
+
+void ComputeCensus(const cv::Mat& image, int y, CensusRow& row) {
+    for (int x = 0; x < image.cols; ++x) {
+        const std::uint8_t own = image.at<std::uint8_t>(y, x);
+        unsigned bits = 0;
+        for (int dy = -kCensusRadius; dy <= kCensusRadius; ++dy) {
+            const auto* line = image.ptr<std::uint8_t>(std::clamp(y + dy, 0, image.rows - 1));
+            for (int dx = -kCensusRadius; dx <= kCensusRadius; ++dx) {
+                if (dx != 0 || dy != 0) {
+                    bits = bits << 1 | (line[std::clamp(x + dx, 0, image.cols - 1)] > own);
+                }
+            }
+        }
+        for (int plane = 0; plane < kCensusBytes; ++plane) {
+            row[static_cast<std::size_t>(plane)][static_cast<std::size_t>(x)] =
+                static_cast<std::uint8_t>(bits >> 8 * plane);
+        }
+    }
+}
+
+// The matching costs of one row at a time. A right row is stored back to front and its border
+// repeated, so that the candidates of a left pixel lie one after the other.
+class RowCosts {
+public:
+    RowCosts(const cv::Mat& left, const cv::Mat& right, const SearchRange& range)
+        : left_(left), right_(right), range_(range) {
+        const auto width = static_cast<std::size_t>(left.cols);
+        for (int i = 0; i < kCensusBytes; ++i) {
+            leftCensus_[static_cast<std::size_t>(i)].resize(width);
+            rightCensus_[static_cast<std::size_t>(i)].resize(width);
+        }
+    }
+
+    // costs: of x and disparity, range.count for each x.
+    void Compute(int y, std::uint8_t* costs) {
+        ComputeCensus(left_, y, leftCensus_);
+        ComputeCensus(right_, y, rightCensus_);
+        for (std::size_t i = 0; i < kCensusBytes; ++i) {
+            Reverse(rightCensus_[i].data(), reversedCensus_[i]);
+        }
+        Reverse(right_.ptr<std::uint8_t>(y), reversedLight_);
+        const auto* light = left_.ptr<std::uint8_t>(y);
+        for (int x = 0; x < left_.cols; ++x) {
+            const auto first = static_cast<std::size_t>(left_.cols - 1 - x);
+            for (int i = 0; i < range_.count; i += kLanes, costs += kLanes) {
+                const std::size_t at = first + static_cast<std::size_t>(i);
+                cv::v_uint8x16 bits = cv::v_setzero_u8();
+                for (std::size_t plane = 0; plane < kCensusBytes; ++plane) {
+                    const std::uint8_t own = leftCensus_[plane][static_cast<std::size_t>(x)];
+                    bits += cv::v_popcount(cv::v_load(&reversedCensus_[plane][at]) ^
+                                           cv::v_setall_u8(own));
+                }
+                static_assert(kCensusWeight == 4);
+                bits += bits;
+                bits += bits;
+                const cv::v_uint8x16 difference =
+                    cv::v_absdiff(cv::v_load(&reversedLight_[at]), cv::v_setall_u8(light[x]));
+                cv::v_store(costs, bits + cv::v_min(difference, cv::v_setall_u8(kMaxDifference)));
+            }
+        }
+    }
+
+private:
+    // Element i becomes that of column cols - 1 - minimum - i, repeated beyond the border.
+    void Reverse(const std::uint8_t* row, Bytes& reversed) const {
+        reversed.resize(static_cast<std::size_t>(left_.cols + range_.count));
+        for (int i = 0; i < left_.cols + range_.count; ++i) {
+            const int column = left_.cols - 1 - range_.minimum - i;
+            reversed[static_cast<std::size_t>(i)] = row[std::clamp(column, 0, left_.cols - 1)];
+        }
+    }
+
+    const cv::Mat& left_;
+    const cv::Mat& right_;
+    SearchRange range_;
+    CensusRow leftCensus_, rightCensus_, reversedCensus_;
+    Bytes reversedLight_;
+};
+
+// The costs of one path up to the pixels of a row.
+class PathRow {
+public:
+    PathRow(int width, int count)
+        : stride_(static_cast<std::size_t>(count + 2 * kLanes)),
+          costs_(stride_ * static_cast<std::size_t>(width), kOutside),
+          least_(static_cast<std::size_t>(width)) {}
+
+    std::uint8_t* At(int x) { return &costs_[stride_ * static_cast<std::size_t>(x) + kLanes]; }
+    std::uint8_t& Least(int x) { return least_[static_cast<std::size_t>(x)]; }
+
+private:
+    std::size_t stride_; // a disparity outside the range lies before and after those of a pixel
+    Bytes costs_;
+    Bytes least_; // of all disparities
+};
+
+std::uint8_t LargePenalty(std::uint8_t a, std::uint8_t b) {
+    return static_cast<std::uint8_t>(std::max(
+        kMinLargePenalty, kLargePenalty * kPenaltyContrast / (kPenaltyContrast + std::abs(a - b))));
+}
+
+class Band {
+public:
+    Band(const cv::Mat& left, const cv::Mat& right, const SearchRange& range, cv::Range rows)
+        : left_(left), count_(range.count), rows_(rows),
+          all_(std::max(0, rows.start - kHaloRows), std::min(left.rows, rows.end + kHaloRows)),
+          pixel_(static_cast<std::size_t>(count_)),
+          row_(pixel_ * static_cast<std::size_t>(left.cols)),
+          costs_(row_ * static_cast<std::size_t>(all_.size())),
+          sums_(row_ * static_cast<std::size_t>(rows.size())) {
+        RowCosts rowCosts(left, right, range);
+        for (int y = all_.start; y < all_.end; ++y) {
+            rowCosts.Compute(y, Costs(0, y));
+        }
+        for (const int dx : {1, -1}) {
+            AlongRows(dx);
+        }
+        for (const int dy : {1, -1}) {
+            for (const int dx : {-1, 0, 1}) {
+                AcrossRows(dx, dy);
+            }
+        }
+    }
+
+    // Sums of all paths' costs, by x and disparity.
+    const std::uint16_t* Sums(int y) const {
+        return &sums_[row_ * static_cast<std::size_t>(y - rows_.start)];
+    }
+
+private:
+    std::uint8_t* Costs(int x, int y) {
+        return &costs_[row_ * static_cast<std::size_t>(y - all_.start) +
+                       pixel_ * static_cast<std::size_t>(x)];
+    }
+
+    // Extends a path by the pixel (x, y). `before` is the previous pixel's costs, `least` their
+    // minimum. Returns the minimum of the new ones.
+    std::uint8_t Extend(const std::uint8_t* before, std::uint8_t least, std::uint8_t penalty, int x,
+                        int y, std::uint8_t* path) {
+        const std::uint8_t* cost = Costs(x, y);
+        std::uint16_t* sum = nullptr;
+        if (y >= rows_.start && y < rows_.end) {
+            sum = &sums_[row_ * static_cast<std::size_t>(y - rows_.start) +
+                         pixel_ * static_cast<std::size_t>(x)];
+        }
+        const cv::v_uint8x16 small = cv::v_setall_u8(kSmallPenalty);
+        const cv::v_uint8x16 lowest = cv::v_setall_u8(least);
+        const cv::v_uint8x16 jump = lowest + cv::v_setall_u8(penalty);
+        cv::v_uint8x16 minimum = cv::v_setall_u8(255);
+        for (int i = 0; i < count_; i += kLanes) {
+            const cv::v_uint8x16 beside =
+                cv::v_min(cv::v_load(before + i - 1), cv::v_load(before + i + 1)) + small;
+            const cv::v_uint8x16 best =
+                cv::v_min(cv::v_min(cv::v_load(before + i), beside), jump) - lowest;
+            const cv::v_uint8x16 total = best + cv::v_load(cost + i);
+            cv::v_store(path + i, total);
+            minimum = cv::v_min(minimum, total);
+            if (sum != nullptr) {
+                cv::v_uint16x8 low, high;
+                cv::v_expand(total, low, high);
+                cv::v_store(sum + i, cv::v_load(sum + i) + low);
+                cv::v_store(sum + i + kLanes / 2, cv::v_load(sum + i + kLanes / 2) + high);
+            }
+        }
+        return cv::v_reduce_min(minimum);
+    }
+
+    void AlongRows(int dx) {
+        PathRow path(2, count_); // the previous pixel and the new one, in turn
+        for (int y = rows_.start; y < rows_.end; ++y) {
+            const auto* light = left_.ptr<std::uint8_t>(y);
+            std::fill_n(path.At(0), count_, std::uint8_t{0});
+            path.Least(0) = 0;
+            int from = 0;
+            for (int x = dx > 0 ? 0 : left_.cols - 1; x >= 0 && x < left_.cols; x += dx) {
+                const int last = std::clamp(x - dx, 0, left_.cols - 1);
+                path.Least(1 - from) =
+                    Extend(path.At(from), path.Least(from), LargePenalty(light[x], light[last]), x,
+                           y, path.At(1 - from));
+                from = 1 - from;
+            }
+        }
+    }
+
+    void AcrossRows(int dx, int dy) {
+        PathRow last(left_.cols, count_);
+        PathRow next(left_.cols, count_);
+        PathRow start(1, count_); // of a path that begins
+        std::fill_n(start.At(0), count_, std::uint8_t{0});
+        const int first = dy > 0 ? all_.start : all_.end - 1;
+        const int end = dy > 0 ? rows_.end : rows_.start - 1;
+        for (int y = first; y != end; y += dy) {
+            const auto* light = left_.ptr<std::uint8_t>(y);
+            const auto* lastLight = left_.ptr<std::uint8_t>(y == first ? y : y - dy);
+            for (int x = 0; x < left_.cols; ++x) {
+                const int from = x - dx;
+                const bool begins = y == first || from < 0 || from >= left_.cols;
+                PathRow& before = begins ? start : last;
+                const int at = begins ? 0 : from;
+                next.Least(x) =
+                    Extend(before.At(at), before.Least(at),
+                           LargePenalty(light[x], lastLight[begins ? x : from]), x, y, next.At(x));
+            }
+            std::swap(last, next);
+        }
+    }
+
+    const cv::Mat& left_;
+    int count_;
+    cv::Range rows_; // of the band
+    cv::Range all_;  // with the halo
+    std::size_t pixel_;
+    std::size_t row_;
+    Bytes costs_;
+    std::vector<std::uint16_t> sums_;
+};
+
+// Offset of the minimum between three sums by two lines of opposite slopes, which suits costs that
+// grow with the distance from their minimum.
+float SubpixelMinimum(int before, int least, int after) {
+    const int slope = std::max(before, after) - least;
+    return slope > 0 ? static_cast<float>(before - after) / static_cast<float>(2 * slope) : 0.0f;
+}
+
+// The index of the least cost among first to last.
+template <typename Cost>
+int Best(int first, int last, const Cost& cost) {
+    int best = first;
+    for (int i = first + 1; i <= last; ++i) {
+        best = cost(i) < cost(best) ? i : best;
+    }
+    return best;
+}
+
+// The disparity of the best index, between indices where both neighbours have a cost.
+template <typename Cost>
+float Refined(int best, int first, int last, int minimum, const Cost& cost) {
+    const bool inside = best > first && best < last;
+    return static_cast<float>(minimum + best) +
+           (inside ? SubpixelMinimum(cost(best - 1), cost(best), cost(best + 1)) : 0.0f);
+}
+
+// True if another index than the best one and its neighbours costs hardly more, as within a window
+// pane or along a repetitive texture.
+template <typename Cost>
+bool IsAmbiguous(int best, int count, const Cost& cost) {
+    for (int i = 0; i < count; ++i) {
+        if (std::abs(i - best) > 1 && 100 * cost(i) < (100 + kMinLead) * cost(best)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void StoreBest(const Band& band, const SearchRange& range, int y, ViewDisparities& result) {
+    const std::uint16_t* sums = band.Sums(y);
+    const int width = result.left.cols;
+    const auto sum = [&](int x, int i) { return int{sums[std::ptrdiff_t{x} * range.count + i]}; };
+    for (int x = 0; x < width; ++x) {
+        const auto cost = [&](int i) { return sum(x, i); };
+        const int best = Best(0, range.count - 1, cost);
+        result.left.at<float>(y, x) = IsAmbiguous(best, range.count, cost)
+                                          ? kUnmatched
+                                          : Refined(best, 0, range.count - 1, range.minimum, cost);
+        // A right pixel's candidates lie along a diagonal.
+        const auto diagonal = [&](int i) { return sum(x + range.minimum + i, i); };
+        const int first = std::max(0, -range.minimum - x);
+        const int last = std::min(range.count - 1, width - 1 - range.minimum - x);
+        result.right.at<float>(y, x) = first > last ? kUnmatched
+                                                    : Refined(Best(first, last, diagonal), first,
+                                                              last, range.minimum, diagonal);
+    }
+}
+
+} // namespace
+
+ViewDisparities MatchSemiGlobally(const cv::Mat& left, const cv::Mat& right,
+                                  const SearchRange& range) {
+    ViewDisparities result{cv::Mat(left.size(), CV_32FC1), cv::Mat(left.size(), CV_32FC1)};
+    const int bands = (left.rows + kBandRows - 1) / kBandRows;
+    ForEachRow(bands, [&](int i) {
+        const cv::Range rows(i * kBandRows, std::min(left.rows, (i + 1) * kBandRows));
+        const Band band(left, right, range, rows);
+        for (int y = rows.start; y < rows.end; ++y) {
+            StoreBest(band, range, y, result);
+        }
+    });
+    return result;
+}
+
+} // namespace refocus
