@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 #include <future>
 #include <iterator>
 #include <memory>
@@ -39,7 +40,9 @@ struct Pair {
 Pair ReadPair(const RenderOptions& options) {
     std::optional<int> mainTurn;
     std::optional<int> auxTurn;
-    Pair pair{ReadImageFile(options.main, &mainTurn), ReadImageFile(options.aux, &auxTurn), 0};
+    auto aux = std::async(std::launch::async, [&] { return ReadImageFile(options.aux, &auxTurn); });
+    Pair pair{ReadImageFile(options.main, &mainTurn), {}, 0};
+    pair.aux = aux.get();
     if (options.asStored || !(mainTurn || auxTurn)) {
         return pair;
     }
@@ -58,14 +61,17 @@ Pair ReadPair(const RenderOptions& options) {
     return pair;
 }
 
-host::Image ImageOf(const RgbImage& picture, const fs::path& path, const RenderOptions& options) {
-    if (picture.width % 2 != 0 || picture.height % 2 != 0) {
+void CheckPicture(const RgbImage& picture, const fs::path& path, const RenderOptions& options) {
+    const int width = picture.width / 2 * 2;
+    const int height = picture.height / 2 * 2;
+    if (width != picture.width || height != picture.height) {
         PrintNotice(fmt::format("note: {}: {}x{} is cropped to even sides, {}x{}", path.string(),
-                                picture.width, picture.height, picture.width / 2 * 2,
-                                picture.height / 2 * 2));
+                                picture.width, picture.height, width, height));
     }
-    const int width = options.size ? options.size->width : picture.width / 2 * 2;
-    CheckPitch(options.pitch, width, path);
+    CheckPitch(options.pitch, options.size ? options.size->width : width, path);
+}
+
+host::Image ImageOf(const RgbImage& picture, const RenderOptions& options) {
     if (!options.size) {
         return RgbToNv12(picture, options.pitch);
     }
@@ -177,8 +183,12 @@ int Render(const RenderOptions& asked) {
     RenderOptions options = asked;
     std::optional<Progress> reading("reading the pictures");
     const Pair pair = ReadPair(options);
-    host::Image main = ImageOf(pair.main, options.main, options);
-    host::Image aux = ImageOf(pair.aux, options.aux, options);
+    CheckPicture(pair.main, options.main, options);
+    CheckPicture(pair.aux, options.aux, options);
+    auto converted =
+        std::async(std::launch::async, ImageOf, std::cref(pair.aux), std::cref(options));
+    host::Image main = ImageOf(pair.main, options);
+    host::Image aux = converted.get();
     reading.reset();
 
     const Libraries libraries = FindLibraries(options);
