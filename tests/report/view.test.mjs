@@ -238,6 +238,21 @@ test("an engine that crashes is a message, and the next run works", async (t) =>
   assert.match(await page.locator("#verdict").textContent(), /^differs from the dump/);
 });
 
+test("a set without pictures has a page too", async (t) => {
+  const folder = path.join(material.folder, "text alone");
+  mkdirSync(folder);
+  const [text] = readdirSync(path.join(material.folder, "scene")).filter((name) => name.endsWith("_metadata.txt"));
+  cpSync(path.join(material.folder, "scene", text), path.join(folder, text));
+  const page = await openAny(t, {}, "text alone");
+  await page.locator("#said", { hasText: "shown after" }).waitFor();
+  await page.keyboard.press("n");
+  await page.getByLabel("Faces at").fill("1,2,3,4");
+  await page.getByLabel("Faces at").press("Enter");
+  await page.locator("#said.wrong", { hasText: /main file: expected|Nothing new is shown/ }).waitFor();
+  await page.locator("#undo").click();
+  await page.locator("#said", { hasText: "shown after" }).waitFor();
+});
+
 test("sets that appear show up, in the page of one and in the page of many", async (t) => {
   const folder = path.join(material.folder, "growing");
   const addSet = (stem) => {

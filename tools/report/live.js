@@ -129,7 +129,8 @@ async function run(save = false) {
       say(answer.saved ? `saved in ${answer.saved}`
         : `${faceText()}shown after ${((performance.now() - start) / 1000).toFixed(2)} s`);
     } catch (error) {
-      if (last) show(); // without the picture of a run that came no further
+      const key = last?.data.pictures.output?.parts[0];
+      if (key && output && output.key !== key) show(); // without the picture of a run that came no further
       say(`${error.message}${/[.)]$/.test(error.message) ? "" : "."} Nothing new is shown.`, true);
     }
   }
@@ -241,7 +242,7 @@ const faceText = () => {
 
 function markChosen() {
   data.overlays.faces.forEach((face, i) => { face.chosen = drawing && i === chosen; });
-  drawOverlays();
+  if (view) drawOverlays();
 }
 
 function choose(which) {
@@ -324,7 +325,8 @@ function takeFace(all) {
 }
 
 function pressFaceKey(event) {
-  if (!drawing || event.altKey || event.target.closest("select, input, button, a, #divide, #log")) return;
+  if (!drawing || !view || view.picture === "aux" || event.altKey) return;
+  if (event.target.closest("select, input, button, a, #divide, #log")) return;
   const all = faces();
   const face = all[chosen];
   const { key } = event;
