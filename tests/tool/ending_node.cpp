@@ -26,6 +26,9 @@ extern "C" void ChiNodeEntry(ChiNodeCallbacks*) {
     if (std::strcmp(end, "exit") == 0) {
         std::exit(0);
     }
+    if (std::strcmp(end, "_exit") == 0) {
+        ::_exit(0);
+    }
     for (;;) {
         ::pause();
     }

@@ -52,8 +52,7 @@ void Render(const fs::path& main, const fs::path& aux, const fs::path& folder, i
         if (!mistake.empty()) {
             PrintNotice(mistake);
         }
-        std::fflush(nullptr);
-        ::_exit(mistake.empty() ? code : kExitFailed);
+        LeaveChild(mistake.empty() ? code : kExitFailed);
     }
     int status = 0;
     AwaitChild(child, status);

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include <poll.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -52,6 +53,25 @@ sigset_t InterruptingSignals() {
         }
     }
     return signals;
+}
+
+// In memory that parent and child share: whether the child came to its own end, as it does not
+// where a library calls _exit(). Null in a process that continued in no child.
+bool* reachedEnd = nullptr;
+
+void ShareEnd() {
+    void* const page =
+        ::mmap(nullptr, sizeof(bool), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (page == MAP_FAILED) {
+        throw std::runtime_error(std::string("cannot start a process: ") + std::strerror(errno));
+    }
+    reachedEnd = static_cast<bool*>(page);
+}
+
+void NoteEnd() {
+    if (reachedEnd != nullptr) {
+        *reachedEnd = true;
+    }
 }
 
 // The process ends by the signal itself, so that a calling script sees that it was interrupted.
@@ -185,10 +205,18 @@ std::string SignalInWords(int signal) {
     return fmt::format("crashed: signal {} ({})", signal, ::strsignal(signal));
 }
 
+void LeaveChild(int code) {
+    std::fflush(nullptr);
+    NoteEnd();
+    ::_exit(code);
+}
+
 void ContinueInChild(std::optional<int> seconds) {
     std::vector<Entry> entries = watched().entries;
+    ShareEnd();
     const pid_t child = ForkChild();
     if (child == 0) {
+        std::atexit(NoteEnd);
         const auto delay = DelayInterruption();
         watched().entries = std::move(entries);
         return;
@@ -202,7 +230,11 @@ void ContinueInChild(std::optional<int> seconds) {
     if (!ended) {
         throw ChildFailure(fmt::format("timed out after {} s", *seconds));
     }
+    if (WIFEXITED(status) && !*reachedEnd) {
+        throw ChildFailure(fmt::format("crashed: _exit({}) was called", WEXITSTATUS(status)));
+    }
     if (WIFEXITED(status)) {
+        NoteEnd();                       // to whoever waits for this process
         std::_Exit(WEXITSTATUS(status)); // whatever is to be done or removed, the child has
     }
     const int signal = WTERMSIG(status);

@@ -49,6 +49,9 @@ std::string SignalInWords(int signal);
 
 // Goes on in a child, so that a crash or a hang of what follows ends the child alone. Returns in
 // the child, which also removes what was registered here. This process waits and exits with the
-// child's code, without destructors, or throws a ChildFailure if it crashes or runs for longer than
-// `seconds`.
+// child's code, without destructors, or throws a ChildFailure if it crashes, runs for longer than
+// `seconds`, or ends otherwise than by main, exit(3) or LeaveChild.
 void ContinueInChild(std::optional<int> seconds);
+
+// Ends a child without the parent's destructors.
+[[noreturn]] void LeaveChild(int code);

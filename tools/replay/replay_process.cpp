@@ -77,8 +77,7 @@ pid_t StartProcess(const std::filesystem::path& log, const std::function<void()>
         PrintNotice(error.what());
         code = kExitFailed;
     }
-    std::fflush(nullptr);
-    ::_exit(code); // the parent's destructors must not run here
+    LeaveChild(code);
 }
 
 bool EndedWell(int status) {

@@ -1,5 +1,6 @@
 #include "tools/report/overview.h"
 
+#include <system_error>
 #include <utility>
 
 #include "host/picture/errors.h"
@@ -19,6 +20,11 @@ OverviewFile::OverviewFile(const fs::path& file, const std::string& command,
         Refuse(file.string(), "a file", "a folder");
     }
     OutputFolder(sets_).Commit(); // makes it, or throws
+}
+
+OverviewFile::~OverviewFile() {
+    std::error_code notEmpty;
+    fs::remove(sets_, notEmpty);
 }
 
 nlohmann::ordered_json OverviewFile::WritePage(const std::string& name,

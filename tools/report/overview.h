@@ -17,6 +17,9 @@ public:
     // worst first. Throws UseError if no page can stand there.
     OverviewFile(const std::filesystem::path& file, const std::string& command,
                  const std::string& title, std::size_t columns = 0);
+    ~OverviewFile(); // a folder without pages does not stay
+    OverviewFile(const OverviewFile&) = delete;
+    OverviewFile& operator=(const OverviewFile&) = delete;
 
     // Writes the page of one capture, also from a child process. `name`: distinct, the page's.
     // Returns the capture's tile.
