@@ -341,7 +341,7 @@ TEST_F(ReplayTest, ShardsOfOneFolderMakeUpTheWhole) {
     EXPECT_THAT(shows({"--merge"}, "3 differs, 5 equal\n"), Not(HasSubstr("done before")));
     EXPECT_EQ(NamesIn(folder_ / "replayed").size(), 16) << "a result and a log each, no more";
     const std::string whole = shows({}, "3 differs, 5 equal\n");
-    EXPECT_EQ(std::ranges::count(whole, '(', 8) << whole; // (done before)
+    EXPECT_EQ(std::ranges::count(whole, '('), 8) << whole; // (done before)
 }
 
 TEST_F(ReplayTest, AllTrustsNoDamagedResult) {
