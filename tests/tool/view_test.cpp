@@ -504,10 +504,10 @@ TEST_F(ViewTest, TraceHoldsEveryRequest) {
     EXPECT_EQ(RunTool({"view", "camera", "--trace", "camera"}, folder_).exitCode, 2);
 }
 
-TEST_F(ViewTest, NoWorkForWhatNobodyWaitsFor) {
+TEST_F(ViewTest, CancelledRunIsShownAndNotCompared) {
     Make(4100, 1);
     const Serving view({"camera", "-o", "out"}, folder_);
-    EXPECT_EQ(view.Status("POST", view.path("unwanted"), {{"Origin", view.origin()}}, "7"), 200);
+    EXPECT_EQ(view.Status("POST", view.path("cancel"), {{"Origin", view.origin()}}, "7"), 200);
     const Json blurred{{"blur", 10}};
     EXPECT_TRUE(view.Ask(blurred, {{"number", 6}}).contains("data")) << "another one";
     std::string content;
@@ -518,7 +518,7 @@ TEST_F(ViewTest, NoWorkForWhatNobodyWaitsFor) {
     EXPECT_EQ(NamesIn(folder_ / "out").size(), 1U) << "what is to be saved always is";
     const Json next = view.Ask(Json::object());
     EXPECT_EQ(next["data"]["verdict"]["kind"], "good") << "compared: " << next["data"]["verdict"];
-    EXPECT_EQ(view.Status("POST", view.path("unwanted"), {{"Origin", view.origin()}}, "[]"), 400);
+    EXPECT_EQ(view.Status("POST", view.path("cancel"), {{"Origin", view.origin()}}, "[]"), 400);
 }
 
 TEST_F(ViewTest, ManySetsHaveTilesAndNoLinkLeadsOut) {

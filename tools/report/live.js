@@ -102,10 +102,10 @@ async function ask(request) {
   }
 }
 
-// Runs what the step asks for. One request is under way; of those meanwhile the last one follows, and
-// of the one under way no more than a picture is wanted. `save`: the server writes what comes out.
+// Runs what the step asks for. One request is under way, and is cancelled by a new one: then its picture
+// is shown, but not compared. The last of the new ones follows. `save`: the server writes what comes out.
 async function run(save = false) {
-  if (running && !stale) fetch("unwanted", { method: "POST", body: String(number) }).catch(() => {});
+  if (running && !stale) fetch("cancel", { method: "POST", body: String(number) }).catch(() => {});
   stale = true;
   saving = save;
   if (running) return;

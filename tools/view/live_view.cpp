@@ -133,7 +133,8 @@ public:
 
     void Add(const Json& packet) const { take_(Packet(packet)); }
 
-    // A new output. A large one is reduced first, which is enough for a job that is not wanted.
+    // A new output. A large one is sent reduced first, and for a job that has been cancelled no
+    // more.
     void AddOutput(const host::Image& output, const std::function<bool()>& wanted) {
         const std::string key = KeyOf(output, output.width());
         Add({{"output", key}, {"size", output.size()}});
@@ -211,27 +212,27 @@ Json RequestIn(const std::string& body) {
         body, [](int depth, Json::parse_event_t, const Json&) { return depth <= kDeepest; }, false);
 }
 
-// The number of the job whose page has no use for the rest of its answer any more. The server and
-// its worker's processes share it.
-using Unwanted = std::atomic<std::uint64_t>;
+// The number of the last job that its page has cancelled, in memory that the server and its
+// worker's processes share.
+using CancelledJob = std::atomic<std::uint64_t>;
 
-Unwanted& MakeUnwanted() {
-    void* const memory = ::mmap(nullptr, sizeof(Unwanted), PROT_READ | PROT_WRITE,
+CancelledJob& MakeCancelledJob() {
+    void* const memory = ::mmap(nullptr, sizeof(CancelledJob), PROT_READ | PROT_WRITE,
                                 MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (memory == MAP_FAILED) {
         throw std::bad_alloc();
     }
-    return *new (memory) Unwanted(UINT64_MAX);
+    return *new (memory) CancelledJob(UINT64_MAX);
 }
 
 // Does the page's jobs in the worker's process, where a set, the node and the engine stay loaded.
-class Desk {
+class JobRunner {
 public:
-    Desk(const ParseReplay& parse, const ViewOptions& options, const Unwanted& unwanted)
-        : parse_(parse), options_(options), unwanted_(unwanted) {}
+    JobRunner(const ParseReplay& parse, const ViewOptions& options, const CancelledJob& cancelled)
+        : parse_(parse), options_(options), cancelled_(cancelled) {}
 
     // `job`: the set, a zero, and the page's request: what it has, the changes of a replay or none,
-    // whether to save, and a number for Unwanted.
+    // whether to save, and the number by which it can be cancelled.
     bool Do(const std::string& job, const Worker::Take& take) {
         const auto end = job.find('\0');
         const Json request = RequestIn(job.substr(end + 1));
@@ -275,7 +276,7 @@ private:
         }
         bool dropped = false;
         const auto wanted = [&, number = request.value("number", std::uint64_t{0})] {
-            dropped = dropped || (unwanted_ == number && !options.dump);
+            dropped = dropped || (cancelled_ == number && !options.dump);
             return !dropped;
         };
         const Replayed& replayed = replay_->Run(options, [&](const Replayed& ran) {
@@ -312,7 +313,7 @@ private:
 
     const ParseReplay& parse_;
     const ViewOptions& options_;
-    const Unwanted& unwanted_;
+    const CancelledJob& cancelled_;
     std::optional<std::pair<fs::path, fs::path>> libraries_; // node and engine of this process
     std::string facts_;                                      // of the set that is replayed
     std::optional<LoadedReplay> replay_;
@@ -486,10 +487,10 @@ void ServeLiveView(const ViewOptions& options, const ParseReplay& parse) {
     // A process that crashes leaves its temporary files in this one's folder.
     const TemporaryFolder temporary;
     ::setenv("TMPDIR", temporary.path().c_str(), 1);
-    Unwanted& unwanted = MakeUnwanted();
-    Desk desk(parse, options, unwanted);
+    CancelledJob& cancelled = MakeCancelledJob();
+    JobRunner runner(parse, options, cancelled);
     Worker worker(
-        [&](const std::string& job, const Worker::Take& take) { return desk.Do(job, take); },
+        [&](const std::string& job, const Worker::Take& take) { return runner.Do(job, take); },
         options.timeout);
     Worker inspector(
         [&](const std::string& set, const Worker::Take& take) {
@@ -522,12 +523,12 @@ void ServeLiveView(const ViewOptions& options, const ParseReplay& parse) {
                    ? JsonReply(tiles.Behind(have.get<std::size_t>(), sets.Names()))
                    : Refused(400);
     });
-    server.Post("unwanted", [&](const std::string& body) {
+    server.Post("cancel", [&](const std::string& body) {
         const Json number = Json::parse(body, nullptr, false);
         if (!number.is_number_unsigned()) {
             return Refused(400);
         }
-        unwanted = number.get<std::uint64_t>();
+        cancelled = number.get<std::uint64_t>();
         return JsonReply(nullptr);
     });
     server.Post("run", [&](const std::string& body) { return Run(body, sets, worker); });
