@@ -27,7 +27,7 @@ constexpr int kCensusWeight = 4; // of a bit, beside a level of brightness
 constexpr std::uint8_t kMaxDifference = 10;
 // Penalties of neighbours that differ by one disparity and by more. The latter falls where the
 // brightness changes between them, which is where surfaces end.
-constexpr std::uint8_t kSmallPenalty = 7;
+constexpr std::uint8_t kSmallPenalty = 10;
 constexpr int kLargePenalty = 80;
 constexpr int kMinLargePenalty = 40;
 constexpr int kPenaltyContrast = 12; // levels that halve it
