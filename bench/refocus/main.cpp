@@ -7,6 +7,7 @@
 #include <opencv2/core.hpp>
 
 #include "bench/refocus/cost.h"
+#include "bench/refocus/disturbed.h"
 #include "bench/refocus/motorcycle.h"
 #include "bench/refocus/rendering.h"
 #include "bench/refocus/report.h"
@@ -27,6 +28,7 @@ struct Options {
     std::pair<std::uint32_t, int> scenes{1001, 60};
     bool quick = false;
     bool steps = false;
+    bool disturbed = false;
 };
 
 int Run(const Options& options) {
@@ -35,6 +37,9 @@ int Run(const Options& options) {
         return 0;
     }
     cv::setNumThreads(2);
+    if (options.disturbed) {
+        return quality::PrintDisturbedPairs(std::cout) == 0 ? 0 : 1;
+    }
     const cv::Size photo = options.quick ? kQuickPhoto : kFullPhoto;
     const quality::Row memory = quality::MemoryRow(photo);
     const quality::PictureFolder pictures(options.pictures);
@@ -68,6 +73,8 @@ int Main(int argc, char** argv) {
     app.add_flag("--quick", options.quick, "small pictures, for a first impression");
     app.add_flag("--steps", options.steps,
                  "only the time of each step, at 3, 12 and 48 megapixels");
+    app.add_flag("--disturbed", options.disturbed,
+                 "only what becomes of 270 pairs that were turned, exchanged, shifted or degraded");
     CLI11_PARSE(app, argc, argv);
     return Run(options);
 }

@@ -76,9 +76,7 @@ void BlendPlane(const cv::Mat& plane, const cv::Mat& radii, cv::Mat& result) {
     sum.convertTo(result, CV_8U);
 }
 
-// Pixels that must keep their bytes: in focus, at a margin from what is out of focus, and from
-// nearer objects also at the distance of their largest disc.
-cv::Mat InFocusCore(const cv::Mat& radii) {
+cv::Mat CoreOf(const cv::Mat& radii) {
     constexpr float kSharp = 0.4f; // pixels
     const int margin = std::max(4, radii.cols / 100);
     double nearest = 0.0;
@@ -167,8 +165,7 @@ SceneFigures MeasureScene(ScenePhoto& photo, const PictureFolder& pictures) {
     const cv::Mat wrong = cv::abs(disparity - photo.disparity) > kWrongShare * disparity.cols;
     figures.wrongDisparity = 100.0 * cv::countNonZero(wrong) / static_cast<double>(wrong.total());
 
-    const QuantizedDisparity exact(photo.disparity, photo.disparity, photo.focus);
-    const cv::Mat core = InFocusCore(exact.Radii());
+    const cv::Mat core = InFocusCore(photo);
     figures.core = cv::countNonZero(core);
     figures.changedInCore = Differing(photo.pair.main, RenderedBy(photo, photo.disparity), core);
     return figures;
@@ -283,6 +280,10 @@ host::Image GaussianBlend(const ScenePhoto& photo, const cv::Mat& disparity) {
     cv::resize(radii, half, from.chroma.size(), 0, 0, cv::INTER_AREA);
     BlendPlane(from.chroma, half / 2.0, to.chroma);
     return output;
+}
+
+cv::Mat InFocusCore(const ScenePhoto& photo) {
+    return CoreOf(QuantizedDisparity(photo.disparity, photo.disparity, photo.focus).Radii());
 }
 
 Fidelity Compare(const host::Image& picture, const ScenePhoto& photo) {

@@ -31,6 +31,10 @@ host::Image RenderedBy(const ScenePhoto& photo, const cv::Mat& disparity);
 // the engine's disc, which has the disc's standard deviation.
 host::Image GaussianBlend(const ScenePhoto& photo, const cv::Mat& disparity);
 
+// Pixels that must keep their bytes (CV_8UC1, 255): in focus by the exact disparity, at a margin
+// from what is out of focus, and from nearer objects also at the distance of their largest disc.
+cv::Mat InFocusCore(const ScenePhoto& photo);
+
 // How close a picture is to the traced one.
 struct Fidelity {
     double luma = 0.0;       // PSNR, dB
