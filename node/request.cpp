@@ -55,7 +55,9 @@ void ChiNodeCaptureBokeh::ReportUnusableImage() const {
         {"Output", params.stOutputImage, *params.pOutputBuffer},
         {"Aux", params.stAuxImage, *params.pAuxBuffer},
     };
-    const bool written = IsUsable(params.stMainImage) && IsUsable(params.stOutputImage);
+    const bool mainIsCopied = IsUsable(params.stMainImage) && IsUsable(params.stOutputImage);
+    const bool auxIsShown = (m_debugView == kViewAux || m_debugView == kViewAuxInMain) &&
+                            IsUsable(params.stAuxImage) && IsUsable(params.stOutputImage);
     for (const auto& [name, image, list] : images) {
         // Another format has its own line, from which the main image's part does not show.
         const bool told = image.u32Format != PLIM_PAF_NV12 && &image != &params.stMainImage;
@@ -69,7 +71,9 @@ void ChiNodeCaptureBokeh::ReportUnusableImage() const {
                       name, format.format, format.width, format.height, format.plane[0].stride,
                       format.numberOfPlanes, static_cast<void*>(list.planeAddress[0]),
                       static_cast<void*>(list.planeAddress[1]),
-                      written ? "the main image is copied" : "no photo is written");
+                      mainIsCopied ? "the main image is copied"
+                      : auxIsShown ? "the aux image is shown"
+                                   : "no photo is written");
         return;
     }
 }

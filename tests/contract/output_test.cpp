@@ -249,14 +249,17 @@ protected:
                 EXPECT_EQ(DepthEffect(), 1u);
             }
             EXPECT_EQ(Value<std::int32_t>(LastPublished().data[4]), 0) << "an earlier depth size";
-            EXPECT_EQ(platform().Texts(6), Errors(image.list, name, copied));
+            EXPECT_EQ(platform().Texts(6), Errors(image.list, name,
+                                                  copied       ? "the main image is copied"
+                                                  : auxIsShown ? "the aux image is shown"
+                                                               : "no photo is written"));
             image.list = good;
             Destroy();
         }
     }
 
 private:
-    static Texts Errors(const Record& list, const char* name, bool copied) {
+    static Texts Errors(const Record& list, const char* name, const char* outcome) {
         Texts errors;
         if (list.Get<std::uint32_t>(16) != 3) {
             errors.push_back("TSL_BTB: TSL_CTB: PrepareImage: #:  format is not supported!\n");
@@ -268,8 +271,7 @@ private:
                           "TSL_CTB: TSL_CTB: ProcessRequest: #: %s image cannot be used! Format "
                           "%d, [w, h]: [%d, %d], pitch %d, planes %d, addresses [%p, %p], %s\n",
                           name, word(16), word(8), word(12), word(32), word(232),
-                          list.Get<void*>(336), list.Get<void*>(344),
-                          copied ? "the main image is copied" : "no photo is written");
+                          list.Get<void*>(336), list.Get<void*>(344), outcome);
             errors.emplace_back(text);
         }
         return errors;

@@ -84,18 +84,21 @@ int LockMutex(pthread_mutex_t* mutex) {
     return Fails("pthread_mutex_lock") ? EINVAL : pthread_mutex_lock(mutex);
 }
 
-constexpr char kNull[] = "%s: %d: errCode = %d: NULL POINTER!";
-constexpr char kResult[] = "%s: %d: res: %d NULL POINTER!";
-constexpr char kWide[] = "%s: %d:  res: %d NULL POINTER!";
-constexpr char kEngine[] = "%s: %d: %s failed res = %ld";
-constexpr char kCalibration[] = "TSL_CTB: %s: %d: : read  cali data fail\n";
+// Each with the tag that it is printed under.
+constexpr char kNull[] = "TSL_BTB: %s: %d: errCode = %d: NULL POINTER!";
+constexpr char kResult[] = "TSL_CTB: %s: %d: res: %d NULL POINTER!";
+constexpr char kWide[] = "TSL_CTB: %s: %d:  res: %d NULL POINTER!";
+constexpr char kBaseResult[] = "TSL_BTB: %s: %d: res: %d NULL POINTER!";
+constexpr char kBaseWide[] = "TSL_BTB: %s: %d:  res: %d NULL POINTER!";
+constexpr char kEngine[] = "TSL_CTB: %s: %d: %s failed res = %ld";
+constexpr char kCalibration[] = "TSL_BTB: TSL_CTB: %s: %d: : read  cali data fail\n";
 constexpr char kMasterDiffers[] =
-    "TSL_CTB: %s: %d: Master camera parameter inconsistency!Calibration [w, h]: [%d, %d], "
+    "TSL_BTB: TSL_CTB: %s: %d: Master camera parameter inconsistency!Calibration [w, h]: [%d, %d], "
     "ActiveArraySize [w, h]: [%d, %d]\n";
 constexpr char kAuxDiffers[] =
-    "TSL_CTB: %s: %d: Aux camera parameter inconsistency!Calibration [w, h]: [%d, %d], "
+    "TSL_BTB: TSL_CTB: %s: %d: Aux camera parameter inconsistency!Calibration [w, h]: [%d, %d], "
     "ActiveArraySize [w, h]: [%d, %d]\n";
-constexpr char kReadSize[] = "TSL_CTB: %s: %d: : %s readCaliData read file size error!\n";
+constexpr char kReadSize[] = "TSL_BTB: TSL_CTB: %s: %d: : %s readCaliData read file size error!\n";
 
 // What a failure of a function may do beyond printing.
 enum Trait : unsigned {
@@ -128,8 +131,9 @@ std::map<std::string, Site> PlatformSites() {
          {"_ZN12ChiNodeUtils16SetNodeInterfaceEP16ChiNodeInterfacePKcS1_Pj", {}}},
         {"GetDataList",
          {"_ZN12ChiNodeUtils11GetDataListEmj15ChiMetadataTypeP16ChiNodeInterfacePvj",
-          {"TSL_CTB: %s: %d: pPhysicalCameraConfigs not updated for BOKEH\n",
-           "TSL_CTB: %s: %d: pCameraInputConfig not updated for BOKEH\n", kNull, kWide, kResult},
+          {"TSL_BTB: TSL_CTB: %s: %d: pPhysicalCameraConfigs not updated for BOKEH\n",
+           "TSL_BTB: TSL_CTB: %s: %d: pCameraInputConfig not updated for BOKEH\n", kNull, kWide,
+           kBaseWide, kResult},
           kRefusesCreation | kRefusesRequests | kMayBeQuiet}},
         {"DefaultBufferNegotiation",
          {"_ZN12ChiNodeUtils24DefaultBufferNegotiationEP22ChiNodeQueryBufferInfo", {}}},
@@ -137,7 +141,8 @@ std::map<std::string, Site> PlatformSites() {
         {"GetStaticSettings", {"_ZN4CamX15SettingsManager11GetInstanceEv", {}}},
         {"GetVendorTagBase",
          {"",
-          {"TSL_CTB: %s: %d: Error: %s during GetVendorTagBase for: %s %s\n", kWide, kResult},
+          {"TSL_BTB: TSL_CTB: %s: %d: Error: %s during GetVendorTagBase for: %s %s\n", kWide,
+           kBaseWide, kResult},
           kRefusesCreation | kMayBeQuiet}},
         {"SetMetadata", {"", {}}},
         {"QueryRequest", {"", {}}},
@@ -148,12 +153,16 @@ std::map<std::string, Site> EngineSites() {
     std::map<std::string, Site> sites = {
         {"TSL_DCIR_GetVersion", {"", {}}},
         {"TSL_DCIR_Init",
-         {"", {"TSL_CTB: %s: %d: Initialize TSL_DCIR_Init res = %ld\n", kResult}, kLosesEngine}},
+         {"",
+          {"TSL_CTB: TSL_CTB: %s: %d: Initialize TSL_DCIR_Init res = %ld\n", kResult},
+          kLosesEngine}},
         {"TSL_DCIR_SetCameraImageInfo",
          {"",
-          {"TSL_CTB: %s: %d: TSL_DCIR_SetCameraImageInfo failed res = %ld\n", kResult, kEngine},
+          {"TSL_CTB: TSL_CTB: %s: %d: TSL_DCIR_SetCameraImageInfo failed res = %ld\n", kResult,
+           kEngine},
           kLosesEngine}},
-        {"TSL_DCIR_SetCaliData", {"", {"TSL_CTB: %s: %d:  : Initialize SetCaliData res = %ld\n"}}},
+        {"TSL_DCIR_SetCaliData",
+         {"", {"TSL_BTB: TSL_CTB: %s: %d:  : Initialize SetCaliData res = %ld\n"}}},
         {"TSL_DCIR_GetImageSizeInCalibration", {"", {}}},
         {"TSL_DCIR_Reset", {"", {kEngine}}},
         {"TSL_DCIR_CalcDisparityData", {"", {kEngine}}},
@@ -172,8 +181,8 @@ std::map<std::string, Site> LibrarySites() {
     std::map<std::string, Site> sites = {
         {"fopen",
          {"",
-          {"TSL_CTB: %s: %d: : %s readCaliData fail\n",
-           "TSL_CTB: %s: %d: Failed to open file: %s\n"}}},
+          {"TSL_BTB: TSL_CTB: %s: %d: : %s readCaliData fail\n",
+           "TSL_BTB: TSL_CTB: %s: %d: Failed to open file: %s\n"}}},
         {"fseek", {"", {kReadSize}, kMayBeQuiet, Address(&Seek)}},
         {"ftell", {"", {}, 0, Address(&Tell)}},
         {"fread", {"", {kReadSize}, 0, Address(&Read)}},
@@ -183,9 +192,10 @@ std::map<std::string, Site> LibrarySites() {
         {"open", {"", {}}},
         {"write", {"", {}, 0, Address(&WriteBytes)}},
         {"close", {"", {}, 0, Address(&CloseFile)}},
-        {"malloc", {"", {"TSL_CTB: %s: %d: m_pDisparityData == nullptr\n"}, 0, Address(&Allocate)}},
+        {"malloc",
+         {"", {"TSL_CTB: TSL_CTB: %s: %d: m_pDisparityData == nullptr\n"}, 0, Address(&Allocate)}},
         {"_Znwm", {"", {kResult}, kRefusesCreation | kMayBeQuiet, Address(&New)}},
-        {"_ZnamRKSt9nothrow_t", {"", {kResult}, kLosesEngine, Address(&NewArray)}},
+        {"_ZnamRKSt9nothrow_t", {"", {kResult, kBaseResult}, kLosesEngine, Address(&NewArray)}},
         {"gettimeofday", {"", {}, 0, Address(&Clock)}},
         {"localtime_r", {"", {}, 0, Address(&LocalTime)}},
         {"strftime", {"", {}, 0, Address(&FormatTime)}},
@@ -261,8 +271,9 @@ protected:
         for (const LogLine& line : platform().log) {
             const bool news = line.format.find("read  cali data success") != std::string::npos;
             if (line.priority == 6 && !news) {
-                EXPECT_NE(std::find(allowed.begin(), allowed.end(), line.format), allowed.end())
-                    << line.text;
+                const std::string tagged = line.tag + ": " + line.format;
+                EXPECT_NE(std::find(allowed.begin(), allowed.end(), tagged), allowed.end())
+                    << tagged;
                 printed = true;
             }
         }
@@ -271,7 +282,7 @@ protected:
     }
 
     // One request: the picture or the main image, or refused and nothing touched.
-    void ExpectSound(bool mayRefuse) {
+    void ExpectPhotoOrRefusal(bool mayRefuse) {
         const std::size_t published = platform().published.size();
         metadata_.Set(Slot(0) + 192, std::uint8_t{1});
         const std::uint32_t result = Process();
@@ -319,12 +330,12 @@ protected:
         Call(24, format.data());
         for (int request = 0; request < 3; ++request) {
             platform().engine.size = 1000 + 500 * request;
-            ExpectSound((site.traits & kRefusesRequests) != 0);
+            ExpectPhotoOrRefusal((site.traits & kRefusesRequests) != 0);
         }
         const auto calls = platform().calls;
         platform().calls.failing.clear();
         platform().engine.size += 500;
-        ExpectSound(false);
+        ExpectPhotoOrRefusal(false);
         EXPECT_TRUE(OutputIsRendered() || !whole) << "the next request is affected";
         platform().calls = calls; // as if it had not been
         Destroy();
@@ -382,7 +393,7 @@ TEST_F(Sweep, EachCallFailsOnce) {
             if (name != "SetNodeInterface") {
                 Arm({});
                 ASSERT_EQ(Create(), 0u);
-                ExpectSound(false);
+                ExpectPhotoOrRefusal(false);
                 EXPECT_TRUE(OutputIsRendered()) << "the next life is unaffected";
                 Destroy();
             }

@@ -281,6 +281,13 @@ TEST_F(ToolTest, LogOfBrokenRequests) {
     const Json json = Json::parse(Run({"log", "broken.log", "--json"}).output);
     EXPECT_EQ(json["history"].size(), 1u);
     EXPECT_EQ(json["findings"].size(), 5u);
+
+    // What was read before a mistake is said, in the same JSON.
+    const ToolRun cut = Run({"log", "broken.log", "missing.log", "--json"});
+    EXPECT_EQ(cut.exitCode, 2);
+    const Json said = Json::parse(cut.output);
+    EXPECT_EQ(said["history"].size(), 1u);
+    EXPECT_EQ("bokehnode: " + said["error"].get<std::string>() + "\n", cut.errors);
 }
 
 TEST_F(CaptureTest, TraceHoldsEveryStepOfARequest) {

@@ -447,7 +447,8 @@ TEST_F(ReplayTest, RefusesWhatCannotBeReplayed) {
     EXPECT_THAT(said({"--focus", "99999,1"}), HasSubstr(size + "99999,1"));
     EXPECT_THAT(said({"--focus", "2147483647,1"}), HasSubstr("2147483647,1"));
     EXPECT_THAT(said({"--face", "1,1,-1,9"}), HasSubstr("0 or more"));
-    EXPECT_THAT(said({"--main-crop", "2147483647x2"}), HasSubstr("1048576"));
+    EXPECT_THAT(said({"--main-crop", "2147483647x16"}), HasSubstr("--main-crop: expected"));
+    EXPECT_THAT(said({"--aux-sensor", "640x15"}), HasSubstr("--aux-sensor: expected"));
     const Names before = NamesIn(folder_ / "camera");
     EXPECT_THAT(said({"--blur", "10", "-o", "camera/../camera"}), HasSubstr("the set's own"));
     EXPECT_EQ(NamesIn(folder_ / "camera"), before);

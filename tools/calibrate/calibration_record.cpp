@@ -99,6 +99,9 @@ cv::FileStorage Open(const fs::path& path) {
     if (!IsShallow(text)) {
         Refuse(path.string(), "the matrices of a calibration", "a text of too many parts");
     }
+    if (text.find('\0') != std::string::npos) { // where OpenCV's parsers take the text to end
+        Refuse(path.string(), "the matrices of a calibration", "a file that is no text");
+    }
     try {
         cv::FileStorage storage(text, cv::FileStorage::READ | cv::FileStorage::MEMORY);
         if (storage.isOpened() && storage.root().isMap()) {

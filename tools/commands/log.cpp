@@ -263,6 +263,13 @@ public:
         }
     }
 
+    void PrintMistake(const std::string& mistake) {
+        PrintNotice(mistake);
+        if (json_) {
+            std::printf("],\n\"error\": %s}\n", JsonText(mistake, -1).c_str());
+        }
+    }
+
     void PrintEnd(const std::vector<std::string>& findings) {
         std::vector<std::string> written;
         if (trace_) {
@@ -323,13 +330,20 @@ int ReadLogs(const LogOptions& options) {
     LifePrinter printer(options);
     NodeHistory history([&](const NodeLife& life) { printer.Print(life); },
                         [&](const RequestLife& life) { printer.Print(life); });
-    for (const fs::path& file : options.files) {
-        const Progress progress("reading " + file.string());
-        ForEachLine(file, [&history](std::string_view line) {
-            ForEachNodeMessage(line, [&history](const LogLine& message) { history.Read(message); });
-        });
-    }
+    const auto read = [&history](std::string_view line) {
+        ForEachNodeMessage(line, [&history](const LogLine& message) { history.Read(message); });
+    };
+    const std::string mistake = MistakeIn([&] {
+        for (const fs::path& file : options.files) {
+            const Progress progress("reading " + file.string());
+            ForEachLine(file, read);
+        }
+    });
     history.Finish();
+    if (!mistake.empty()) {
+        printer.PrintMistake(mistake);
+        return kExitWrongUse;
+    }
     const std::vector<std::string> findings = history.Findings();
     printer.PrintEnd(findings);
     return findings.empty() ? kExitDone : kExitFailed;

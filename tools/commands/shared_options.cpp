@@ -13,9 +13,6 @@
 
 namespace {
 
-// Coordinates and sides are at most this far from 0: the request's arithmetic has room for them.
-constexpr int kMostPixels = 1 << 20;
-
 ChiRect ParseFace(const Argument& argument) {
     const auto n = argument.Integers("L,T,W,H", -kMostPixels, kMostPixels);
     if (n[2] < 0 || n[3] < 0) {
@@ -81,7 +78,9 @@ void AddRequestOptions(Command& command, RequestOptions& options, const std::str
                                  const std::string& what) {
         command.Value(
             name, "WxH",
-            [&into](const Argument& argument) { into = argument.Sides("WxH", 1, kMostPixels); },
+            [&into](const Argument& argument) {
+                into = argument.Sides("WxH", kShortestSensorSide, kLongestSensorSide);
+            },
             what);
     };
     size("--main-crop", options.mainCrop,

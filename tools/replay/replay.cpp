@@ -28,10 +28,6 @@ namespace {
 // face that the node can have dumped, a place on the sensor.
 constexpr std::int32_t kFine = 4;
 
-// Of a camera that can be calibrated, in pixels.
-constexpr int kShortestSensorSide = 16;
-constexpr int kLongestSensorSide = 65535;
-
 std::uint32_t Unsigned(int value) {
     return static_cast<std::uint32_t>(value);
 }
@@ -114,7 +110,6 @@ void RequireFocus(const DumpParameters& parameters) {
 
 // A damaged text can hold any number: refuses those that would overflow the arithmetic.
 void RequireRoom(const DumpParameters& parameters, const fs::path& path) {
-    static constexpr std::int32_t kMostPixels = 1 << 20;
     const auto check = [&path](const char* name, std::int32_t value) {
         if (value < -kMostPixels || value > kMostPixels) {
             Refuse(fmt::format("{}: {}", path.string(), name),

@@ -47,7 +47,9 @@ Bytes RectifiedCalibration(Size main, Size aux, std::uint32_t mountAngle,
     refocus::Calibration calibration = refocus::CalibrationOfRectifiedPair(pair);
     calibration.mountAngle = static_cast<std::int32_t>(mountAngle);
     if (refocus::ValidateCalibration(calibration) != refocus::Error::kNone) {
-        Refuse(source, "sensors with sides of 16 to 65535 pixels",
+        Refuse(source,
+               fmt::format("sensors with sides of {} to {} pixels", kShortestSensorSide,
+                           kLongestSensorSide),
                InWords(main) + " and " + InWords(aux));
     }
     const auto bytes = refocus::WriteCalibration(calibration);

@@ -163,10 +163,16 @@ Outcome LoadedNode::Run(const RunOptions& options, const Libraries& libraries,
             std::ranges::move(session_->node->End(), std::back_inserter(outcome.result.complaints));
             session_->node.reset();
         }
+        // Of a node before this one, which ended between two requests.
+        std::ranges::move(host::TakeStrayComplaints(),
+                          std::back_inserter(outcome.result.complaints));
     } catch (const host::PipelineError& error) {
         std::string text = error.what();
         for (const std::string& reason : log.Reasons()) {
             text += "; because: " + reason;
+        }
+        for (const std::string& complaint : host::TakeStrayComplaints()) {
+            text += "; besides: " + complaint;
         }
         throw host::PipelineError(text, error.code());
     }

@@ -10,6 +10,13 @@
 #include "host/picture/geometry.h"
 #include "platform/chi_metadata.h"
 
+// Sides of a camera's sensor that can be calibrated, in pixels.
+constexpr int kShortestSensorSide = 16;
+constexpr int kLongestSensorSide = 65535;
+
+// Coordinates of a request are at most this far from 0, which leaves its arithmetic room.
+constexpr std::int32_t kMostPixels = 1 << 20;
+
 // What a request runs in.
 struct RunOptions {
     std::optional<int> debugView;
