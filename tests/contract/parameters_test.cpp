@@ -160,21 +160,23 @@ TEST_F(NodeTest, CalibrationMustFitTheCameras) {
     }
 }
 
-TEST_F(NodeTest, CropSizes) {
-    platform().properties["persist.vendor.camera.tessola.log"] = "6";
-    struct Case {
-        Words activeArray;
-        Words applied;
-        int width, height;
-        Words result;
-        const char* total;
-    };
+// The main camera's active array and applied crop, the image's size, the size that is published,
+// and the crop as it is logged.
+struct CropCase {
+    Words activeArray;
+    Words applied;
+    int width, height;
+    Words result;
+    const char* total;
+};
+
+std::vector<CropCase> CropCases() {
     const Words whole = {0, 0, 4000, 3000};
-    const std::string wholeText = "[0,0 4000x3000 (1.33333)]";
+    const char* const wholeText = "[0,0 4000x3000 (1.33333)]";
     const Words negative = {-1000, -750, 4000, 3000};
     constexpr std::int32_t kMost = INT32_MAX;
-    const Case cases[] = {
-        {whole, whole, 4000, 3000, {4000, 3000}, wholeText.c_str()},
+    return {
+        {whole, whole, 4000, 3000, {4000, 3000}, wholeText},
         {whole, {500, 375, 3000, 2250}, 4000, 3000, {3000, 2250}, "[500,375 3000x2250 (1.33333)]"},
         {whole, {0, 0, 4000, 2250}, 4000, 3000, {3000, 2250}, "[500,375 3000x2250 (1.33333)]"},
         {whole, whole, 4000, 2250, {4000, 2250}, "[0,375 4000x2250 (1.77778)]"},
@@ -189,16 +191,16 @@ TEST_F(NodeTest, CropSizes) {
         {whole, {500, 0, 3000, 1500}, 4000, 3000, {2000, 1500}, "[1000,750 2000x1500 (1.33333)]"},
         {whole, {0, 600, 1800, 1800}, 4000, 3000, {1800, 1350}, "[1100,825 1800x1350 (1.33333)]"},
         // Without area: the rectangle stays.
-        {whole, {0, 0, 0, 0}, 4000, 3000, {4000, 3000}, wholeText.c_str()},
-        {whole, {0, 0, 4000, 0}, 4000, 3000, {4000, 3000}, wholeText.c_str()},
-        {whole, {0, 0, 0, 3000}, 4000, 3000, {4000, 3000}, wholeText.c_str()},
-        {whole, {500, 375, 0, 0}, 4000, 3000, {4000, 3000}, wholeText.c_str()},
-        {whole, {500, 375, 4000, 0}, 4000, 3000, {4000, 3000}, wholeText.c_str()},
-        {whole, {500, 375, 0, 3000}, 4000, 3000, {4000, 3000}, wholeText.c_str()},
-        {whole, {-2000, -1500, 4000, 3000}, 4000, 3000, {4000, 3000}, wholeText.c_str()},
-        {whole, whole, 0, 0, {4000, 3000}, wholeText.c_str()},
-        {whole, whole, 0, 3000, {4000, 3000}, wholeText.c_str()},
-        {whole, whole, 4000, 0, {4000, 3000}, wholeText.c_str()},
+        {whole, {0, 0, 0, 0}, 4000, 3000, {4000, 3000}, wholeText},
+        {whole, {0, 0, 4000, 0}, 4000, 3000, {4000, 3000}, wholeText},
+        {whole, {0, 0, 0, 3000}, 4000, 3000, {4000, 3000}, wholeText},
+        {whole, {500, 375, 0, 0}, 4000, 3000, {4000, 3000}, wholeText},
+        {whole, {500, 375, 4000, 0}, 4000, 3000, {4000, 3000}, wholeText},
+        {whole, {500, 375, 0, 3000}, 4000, 3000, {4000, 3000}, wholeText},
+        {whole, {-2000, -1500, 4000, 3000}, 4000, 3000, {4000, 3000}, wholeText},
+        {whole, whole, 0, 0, {4000, 3000}, wholeText},
+        {whole, whole, 0, 3000, {4000, 3000}, wholeText},
+        {whole, whole, 4000, 0, {4000, 3000}, wholeText},
         // Slightly too narrow: one pixel more at either side.
         {whole, whole, 13340, 10000, {4002, 3000}, "[-1,0 4002x3000 (1.334)]"},
         // Aspects 0.001 and 0.002: the tolerance itself, to the last bit.
@@ -248,13 +250,18 @@ TEST_F(NodeTest, CropSizes) {
          {3000, 2250},
          "[2147483647,2147483647 3000x2250 (1.33333)]"},
     };
+}
+
+TEST_F(NodeTest, CropSizes) {
+    platform().properties["persist.vendor.camera.tessola.log"] = "6";
     metadata_.SetWords(Slot(1) + 384, {0, 0, 2000, 1500});
     metadata_.SetWords(Slot(1) + 88, {0, 0, 2000, 1500});
     const std::int32_t calibration[] = {400000, 300000, 200000, 150000};
     std::copy_n(calibration, 4, platform().engine.calibrationSizes); // the engine runs
     Create();
-    for (const Case& test : cases) {
-        SCOPED_TRACE(std::to_string(&test - cases));
+    const std::vector<CropCase> cases = CropCases();
+    for (const CropCase& test : cases) {
+        SCOPED_TRACE(std::to_string(&test - cases.data()));
         metadata_.SetWords(Slot(0) + 384, test.activeArray);
         metadata_.SetWords(Slot(0) + 88, test.applied);
         SetSize(main_, test.width, test.height);

@@ -74,7 +74,74 @@ RgbImage Photo(const Pose& pose, double offset) {
     });
 }
 
-using CalibrateTest = ToolTest;
+constexpr char kIntrinsics[] = R"(%YAML:1.0
+---
+M1: !!opencv-matrix
+   rows: 3
+   cols: 3
+   dt: d
+   data: [ 3200.5, 0., 1999.5, 0., 3201.5, 1498.5, 0., 0., 1. ]
+D1: !!opencv-matrix
+   rows: 1
+   cols: 5
+   dt: d
+   data: [ 0.11, 0.12, 0.001, 0.002, 0.13 ]
+M2: !!opencv-matrix
+   rows: 3
+   cols: 3
+   dt: d
+   data: [ 1600., 0., 999.5, 0., 1601., 749.5, 0., 0., 1. ]
+D2: !!opencv-matrix
+   rows: 1
+   cols: 8
+   dt: d
+   data: [ 0.21, 0.22, 0.003, 0.004, 0.23, 0.24, 0.25, 0.26 ]
+)";
+
+constexpr char kExtrinsics[] = R"(%YAML:1.0
+---
+R: !!opencv-matrix
+   rows: 3
+   cols: 3
+   dt: d
+   data: [ 1., 0., 0., 0., 1., 0., 0., 0., 1. ]
+T: !!opencv-matrix
+   rows: 3
+   cols: 1
+   dt: d
+   data: [ -0.5, 0., 0.02 ]
+)";
+
+class CalibrateTest : public ToolTest {
+protected:
+    // Files of which no calibration can be made.
+    void WriteUselessFiles() {
+        Write("intrinsics.yml", kIntrinsics);
+        Write("extrinsics.yml", kExtrinsics);
+        Write("words.yml", "words");
+        Write("number.yml", "%YAML:1.0\n---\nR: 5\n");
+        std::string type = kExtrinsics;
+        type.replace(type.find("cols: 3"), 7, "cols: x");
+        Write("type.yml", type);
+        Write("list.yml", "%YAML:1.0\n---\n- 1\n- 2\n");
+        const std::pair<const char*, std::string> kDeep[] = {
+            {"deep.yml", "%YAML:1.0\n---\nR: "},
+            {"deep.json", "{\"R\":"},
+            {"deep.xml", "<?xml version=\"1.0\"?>\n<opencv_storage>\n"}};
+        for (const auto& [name, start] : kDeep) {
+            std::string text = start;
+            for (int i = 0; i < 15000; ++i) {
+                text += start.starts_with('<') ? "<a>\n" : "[";
+            }
+            Write(name, text);
+        }
+        WriteBytes(folder_ / "huge.bin", {1});
+        std::filesystem::resize_file(folder_ / "huge.bin", 100'000'000'000);
+        WriteBytes(folder_ / "flat.png", EncodePng(RgbImage(64, 48)));
+        WriteBytes(folder_ / "small.png", EncodePng(RgbImage(32, 48)));
+        Write("short.bin", "short");
+    }
+};
 
 TEST_F(CalibrateTest, BoardsGiveTheCamerasAndBadViewsAreLeftOut) {
     Names arguments{"calibrate",     "--board", "9x6", "--square", "25",    "--json",
@@ -137,44 +204,6 @@ TEST_F(CalibrateTest, BoardsGiveTheCamerasAndBadViewsAreLeftOut) {
     EXPECT_THAT(shown.output, HasSubstr("nearer than 26"));
 }
 
-constexpr char kIntrinsics[] = R"(%YAML:1.0
----
-M1: !!opencv-matrix
-   rows: 3
-   cols: 3
-   dt: d
-   data: [ 3200.5, 0., 1999.5, 0., 3201.5, 1498.5, 0., 0., 1. ]
-D1: !!opencv-matrix
-   rows: 1
-   cols: 5
-   dt: d
-   data: [ 0.11, 0.12, 0.001, 0.002, 0.13 ]
-M2: !!opencv-matrix
-   rows: 3
-   cols: 3
-   dt: d
-   data: [ 1600., 0., 999.5, 0., 1601., 749.5, 0., 0., 1. ]
-D2: !!opencv-matrix
-   rows: 1
-   cols: 8
-   dt: d
-   data: [ 0.21, 0.22, 0.003, 0.004, 0.23, 0.24, 0.25, 0.26 ]
-)";
-
-constexpr char kExtrinsics[] = R"(%YAML:1.0
----
-R: !!opencv-matrix
-   rows: 3
-   cols: 3
-   dt: d
-   data: [ 1., 0., 0., 0., 1., 0., 0., 0., 1. ]
-T: !!opencv-matrix
-   rows: 3
-   cols: 1
-   dt: d
-   data: [ -0.5, 0., 0.02 ]
-)";
-
 TEST_F(CalibrateTest, OpenCvFilesBecomeACalibration) {
     Write("intrinsics.yml", kIntrinsics);
     Write("extrinsics.yml", kExtrinsics);
@@ -203,30 +232,7 @@ TEST_F(CalibrateTest, OpenCvFilesBecomeACalibration) {
 }
 
 TEST_F(CalibrateTest, RefusesWhatGivesNoCalibration) {
-    Write("intrinsics.yml", kIntrinsics);
-    Write("extrinsics.yml", kExtrinsics);
-    Write("words.yml", "words");
-    Write("number.yml", "%YAML:1.0\n---\nR: 5\n");
-    std::string type = kExtrinsics;
-    type.replace(type.find("cols: 3"), 7, "cols: x");
-    Write("type.yml", type);
-    Write("list.yml", "%YAML:1.0\n---\n- 1\n- 2\n");
-    const std::pair<const char*, std::string> kDeep[] = {
-        {"deep.yml", "%YAML:1.0\n---\nR: "},
-        {"deep.json", "{\"R\":"},
-        {"deep.xml", "<?xml version=\"1.0\"?>\n<opencv_storage>\n"}};
-    for (const auto& [name, start] : kDeep) {
-        std::string text = start;
-        for (int i = 0; i < 15000; ++i) {
-            text += start.starts_with('<') ? "<a>\n" : "[";
-        }
-        Write(name, text);
-    }
-    WriteBytes(folder_ / "huge.bin", {1});
-    std::filesystem::resize_file(folder_ / "huge.bin", 100'000'000'000);
-    WriteBytes(folder_ / "flat.png", EncodePng(RgbImage(64, 48)));
-    WriteBytes(folder_ / "small.png", EncodePng(RgbImage(32, 48)));
-    Write("short.bin", "short");
+    WriteUselessFiles();
     const Names before = NamesIn(folder_);
     const Names files{"calibrate", "--intrinsics", "intrinsics.yml", "--extrinsics"};
     const auto with = [](Names names, const Names& more) {

@@ -126,6 +126,48 @@ protected:
     RgbImage Output() const { return ReadImageFile(folder_ / "out/output.png"); }
 };
 
+// What is refused, and what is said about it on standard error.
+const struct {
+    const char* main;
+    Names more;
+    Names said;
+    const char* output = "out";
+} kRefused[] = {
+    {"none.png", {}, {"none.png", "expected a file, found none"}},
+    {".", {}, {"expected a file, found a folder"}},
+    {"words.txt", {}, {"words.txt", "expected a JPEG or PNG", "another kind"}},
+    {"empty.png", {}, {"empty.png", "found an empty file"}},
+    {"sparse.png", {}, {"sparse.png", "at most 2147483648 bytes"}},
+    {"endless.png", {}, {"endless.png", "found a device or a pipe"}},
+    {"/proc/cpuinfo", {}, {"cpuinfo", "found a file of another kind"}},
+    {"/sys/devices/system/cpu/online", {}, {"expected 4096 bytes", "when it was read"}},
+    {"bell\a.png", {}, {"bell?.png: expected a file"}},
+    {"scans.jpg", {}, {"scans.jpg", "damaged"}},
+    {"tiny.png", {}, {"tiny.png: expected", "16 to 65535 pixels", "8x8"}},
+    {"main.png", {"--debug-view", "1"}, {"tags.json: cannot be written"}, "taken"},
+    {"half.png", {}, {"half.png", "whole PNG", "damaged"}},
+    {"half.jpg", {}, {"half.jpg", "whole JPEG", "damaged"}},
+    {"main.png", {"--blur", "101"}, {"--blur", "0 to 100", "\"101\""}},
+    {"main.png", {"--blur", "5x"}, {"--blur", "\"5x\""}},
+    {"main.png", {"--rotation", "45"}, {"0, 90, 180 or 270", "\"45\""}},
+    {"main.png", {"--focus", "12"}, {"--focus", "X,Y", "\"12\""}},
+    {"main.png", {"--focus", "320,5"}, {"320x240", "320,5"}},
+    {"main.png", {"--focus", "5,5", "--af-region", "1,1,2,2"}, {"--focus"}},
+    {"main.png", {"--af-region", "9,9,3,12"}, {"not left of L"}},
+    {"main.png", {"--af-region", "5,5,320,9"}, {"--af-region", "320x240"}},
+    {"main.png", {"--face", "300,5,21,9"}, {"--face", "320x240", "300,5,21,9"}},
+    {"main.png", {"--face", "9,5,21,9", "--select-face", "1"}, {"--select-face", "found 1"}},
+    {"main.png", {"--size", "401x300"}, {"--size", "even", "401x300"}},
+    {"main.png", {"--pitch", "319"}, {"--pitch", "at least 320", "319"}},
+    {"main.png", {"--set", "persist.x"}, {"--set", "NAME=VALUE", "persist.x"}},
+    {"main.png", {"--set", "a=" + std::string(92, 'x')}, {"91 bytes"}},
+    {"main.png", {"--calibration", "short.bin"}, {"short.bin", "2048", "found 2047"}},
+    {"main.png", {"--node", "none.so"}, {"--node", "none.so"}},
+    {"main.png", {}, {"words.txt", "folder"}, "words.txt"},
+    {"main.png", {}, {"words.txt/deep", "folder"}, "words.txt/deep"},
+    {"main.png", {"--blurr", "5"}, {"--blurr: expected"}},
+};
+
 TEST_F(RenderTest, NamesWhatIsWrongAndLeavesNothing) {
     const auto half = [](std::vector<std::uint8_t> bytes) {
         bytes.resize(bytes.size() / 2);
@@ -143,48 +185,7 @@ TEST_F(RenderTest, NamesWhatIsWrongAndLeavesNothing) {
     fs::create_symlink("/dev/zero", folder_ / "endless.png");
     fs::create_directories(folder_ / "taken/tags.json");
     const Names before = NamesIn(folder_);
-
-    const struct {
-        const char* main;
-        Names more;
-        Names said; // on standard error
-        const char* output = "out";
-    } kCases[] = {
-        {"none.png", {}, {"none.png", "expected a file, found none"}},
-        {".", {}, {"expected a file, found a folder"}},
-        {"words.txt", {}, {"words.txt", "expected a JPEG or PNG", "another kind"}},
-        {"empty.png", {}, {"empty.png", "found an empty file"}},
-        {"sparse.png", {}, {"sparse.png", "at most 2147483648 bytes"}},
-        {"endless.png", {}, {"endless.png", "found a device or a pipe"}},
-        {"/proc/cpuinfo", {}, {"cpuinfo", "found a file of another kind"}},
-        {"/sys/devices/system/cpu/online", {}, {"expected 4096 bytes", "when it was read"}},
-        {"bell\a.png", {}, {"bell?.png: expected a file"}},
-        {"scans.jpg", {}, {"scans.jpg", "damaged"}},
-        {"tiny.png", {}, {"tiny.png: expected", "16 to 65535 pixels", "8x8"}},
-        {"main.png", {"--debug-view", "1"}, {"tags.json: cannot be written"}, "taken"},
-        {"half.png", {}, {"half.png", "whole PNG", "damaged"}},
-        {"half.jpg", {}, {"half.jpg", "whole JPEG", "damaged"}},
-        {"main.png", {"--blur", "101"}, {"--blur", "0 to 100", "\"101\""}},
-        {"main.png", {"--blur", "5x"}, {"--blur", "\"5x\""}},
-        {"main.png", {"--rotation", "45"}, {"0, 90, 180 or 270", "\"45\""}},
-        {"main.png", {"--focus", "12"}, {"--focus", "X,Y", "\"12\""}},
-        {"main.png", {"--focus", "320,5"}, {"320x240", "320,5"}},
-        {"main.png", {"--focus", "5,5", "--af-region", "1,1,2,2"}, {"--focus"}},
-        {"main.png", {"--af-region", "9,9,3,12"}, {"not left of L"}},
-        {"main.png", {"--af-region", "5,5,320,9"}, {"--af-region", "320x240"}},
-        {"main.png", {"--face", "300,5,21,9"}, {"--face", "320x240", "300,5,21,9"}},
-        {"main.png", {"--face", "9,5,21,9", "--select-face", "1"}, {"--select-face", "found 1"}},
-        {"main.png", {"--size", "401x300"}, {"--size", "even", "401x300"}},
-        {"main.png", {"--pitch", "319"}, {"--pitch", "at least 320", "319"}},
-        {"main.png", {"--set", "persist.x"}, {"--set", "NAME=VALUE", "persist.x"}},
-        {"main.png", {"--set", "a=" + std::string(92, 'x')}, {"91 bytes"}},
-        {"main.png", {"--calibration", "short.bin"}, {"short.bin", "2048", "found 2047"}},
-        {"main.png", {"--node", "none.so"}, {"--node", "none.so"}},
-        {"main.png", {}, {"words.txt", "folder"}, "words.txt"},
-        {"main.png", {}, {"words.txt/deep", "folder"}, "words.txt/deep"},
-        {"main.png", {"--blurr", "5"}, {"--blurr: expected"}},
-    };
-    for (const auto& [main, more, said, output] : kCases) {
+    for (const auto& [main, more, said, output] : kRefused) {
         SCOPED_TRACE(testing::PrintToString(said));
         const ToolRun run = Render(more, main, "aux.png", output);
         EXPECT_EQ(run.exitCode, 2);

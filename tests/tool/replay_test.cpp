@@ -243,14 +243,23 @@ TEST_F(ReplayTest, TwoBuildsAreComparedWithTheLargestDifferenceFirst) {
                       0)["counts"]["equal"],
               3)
         << "a copy is equal to a copy";
+    ::unsetenv("TMPDIR");
+    EXPECT_EQ(NamesIn(folder_ / "tmp"), Names{});
+}
 
+TEST_F(ReplayTest, AReferenceBuildThatIsLostIsAResult) {
+    Make(990, 3);
+    fs::create_directory(folder_ / "tmp");
+    ::setenv("TMPDIR", (folder_ / "tmp").c_str(), 1);
     const std::pair<const char*, const char*> ends[] = {{"crash", "crashed: signal 6 (Aborted)"},
                                                         {"hang", "timed out after 1 s"}};
     for (const auto& [end, said] : ends) {
-        const auto lost = compare({"--against-node", ENDING_NODE, "--timeout",
-                                   end == std::string("hang") ? "1" : "60", "--set",
-                                   std::string("test.end=") + end},
-                                  1);
+        const ToolRun run =
+            Run({"replay", "camera", "--all", "--jobs", "1", "--json", "--against-node",
+                 ENDING_NODE, "--timeout", end == std::string("hang") ? "1" : "60", "--set",
+                 std::string("test.end=") + end});
+        EXPECT_EQ(run.exitCode, 1) << run.errors;
+        const auto lost = nlohmann::json::parse(run.output);
         EXPECT_EQ(lost["counts"][said], 3) << lost;
         EXPECT_THAT(lost["results"][0]["reason"], HasSubstr("the reference build"));
     }
