@@ -59,9 +59,10 @@ void ChiNodeCaptureBokeh::ReportUnusableImage() const {
     const bool auxIsShown = (m_debugView == kViewAux || m_debugView == kViewAuxInMain) &&
                             IsUsable(params.stAuxImage) && IsUsable(params.stOutputImage);
     for (const auto& [name, image, list] : images) {
-        // Another format has its own line, from which the main image's part does not show.
-        const bool told = image.u32Format != PLIM_PAF_NV12 && &image != &params.stMainImage;
-        if (IsUsable(image) || told) {
+        // Another format has its own line already, which does not say what becomes of the photo
+        // where it is the main image's.
+        const bool logged = image.u32Format != PLIM_PAF_NV12 && &image != &params.stMainImage;
+        if (IsUsable(image) || logged) {
             continue;
         }
         const ChiImageFormat& format = list.format;

@@ -5,3 +5,7 @@
 void Refuse(const std::string& name, const std::string& expected, const std::string& found) {
     throw UseError(fmt::format("{}: expected {}, found {}", name, expected, found));
 }
+
+void CannotRead(const std::filesystem::path& path, const std::string& reason) {
+    throw UseError(fmt::format("{}: cannot be read: {}", path.string(), reason));
+}

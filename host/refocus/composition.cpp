@@ -22,9 +22,9 @@ constexpr float kMinCover = 1.0f / 512.0f; // a smaller opacity changes no 8-bit
 enum Plane { kFarY, kFarU, kFarV, kNearY, kNearU, kNearV, kOverY, kOverU, kOverV, kCover, kPlanes };
 using Planes = std::array<cv::Mat, kPlanes>;
 
-// Far and Near: what is seen at a pixel behind and before the focus, near layer included. Over: the
-// near layer alone, to be composited over pixels in focus; its Y is linear light. Light and opacity
-// are 255 for 1.
+// Far holds what shows at a pixel behind the focus, Near at one before it, both with the near layer
+// on top. Over is the near layer alone, for pixels in focus; its Y is linear light. Light and
+// opacity are 255 for 1.
 Planes MakePlanes(const BlurredLayers& layers) {
     Planes planes;
     for (cv::Mat& plane : planes) {

@@ -13,15 +13,15 @@
 namespace refocus {
 namespace {
 
-constexpr float kGain = 3.0f;    // light added to a lamp, as a multiple of white
-constexpr int kWindowShare = 24; // a lamp's surroundings are a square of 1/24 of the width
-constexpr int kRim = 4;          // cells from a lamp's centre to beyond its rim
+constexpr float kGain = 3.0f;    // light added to a highlight, as a multiple of white
+constexpr int kWindowShare = 24; // a highlight's surroundings are a square of 1/24 of the width
+constexpr int kRim = 4;          // cells from a highlight's centre to beyond its rim
 // Mean light of the surroundings up to which a clipped cell is raised fully, and from which it is
 // not raised at all.
 constexpr float kDark = 0.10f;
 constexpr float kBright = 0.25f;
-// Radius in cells up to which a disc is too small to show light above white, which its lamp would
-// only lend to its outline, and from which a lamp is raised fully.
+// Radius in cells up to which a disc is too small to show light above white, which its highlight
+// would only lend to its outline, and from which a highlight is raised fully.
 constexpr float kSharpDisc = 1.0f;
 constexpr float kFullDisc = 3.0f;
 
@@ -29,9 +29,9 @@ float Brightest(const cv::Vec3f& light) {
     return std::max({light[0], light[1], light[2]});
 }
 
-// Mean colour of the cells around a lamp's, less that of the surroundings, scaled to a brightest
-// component of 1. Saturated colours weigh more. The rim is partly clipped and paler than the lamp,
-// so the result is made more saturated.
+// Mean colour of the cells around a highlight's, less that of the surroundings, scaled to a
+// brightest component of 1. Saturated colours weigh more. The rim is partly clipped and paler than
+// the highlight, so the result is made more saturated.
 cv::Vec3f RimHue(const DefocusField& field, const cv::Vec3f& surroundings, cv::Point at) {
     cv::Vec3f sum = field.light.at<cv::Vec3f>(at) * 0.02f;
     const cv::Rect around = cv::Rect(at.x - kRim, at.y - kRim, 2 * kRim + 1, 2 * kRim + 1) &
@@ -58,7 +58,7 @@ cv::Vec3f RimHue(const DefocusField& field, const cv::Vec3f& surroundings, cv::P
 
 } // namespace
 
-cv::Mat WithWholeLamps(const cv::Mat& luma, const cv::Mat& map) {
+cv::Mat WithWholeHighlights(const cv::Mat& luma, const cv::Mat& map) {
     constexpr int kBrightLuma = 128;
     cv::Mat result = NewImage(map.size(), CV_8UC1);
     ForEachStripe(map.rows, [&](const cv::Range& rows) {
@@ -69,11 +69,11 @@ cv::Mat WithWholeLamps(const cv::Mat& luma, const cv::Mat& map) {
             map.rowRange(rows).copyTo(target);
             return;
         }
-        cv::Mat lamps = map.rowRange(read) & clipped;
-        cv::dilate(lamps, lamps, cv::Mat());
-        lamps = lamps.rowRange(rows.start - read.start, rows.end - read.start);
-        lamps &= luma.rowRange(rows) >= kBrightLuma;
-        cv::max(lamps, map.rowRange(rows), target);
+        cv::Mat highlights = map.rowRange(read) & clipped;
+        cv::dilate(highlights, highlights, cv::Mat());
+        highlights = highlights.rowRange(rows.start - read.start, rows.end - read.start);
+        highlights &= luma.rowRange(rows) >= kBrightLuma;
+        cv::max(highlights, map.rowRange(rows), target);
     });
     return result;
 }

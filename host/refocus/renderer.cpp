@@ -48,9 +48,9 @@ void RenderBokeh(const Nv12View& input, const cv::Mat& map, const DisparityScale
     }
     const int cell = ReductionFactor(input.luma.size(), kRenderingSide);
     const BlurTable table = MakeBlurTable(scale, focus, intensity, input.luma.size(), cell);
-    cv::Mat whole = WithWholeLamps(input.luma, map);
+    cv::Mat whole = WithWholeHighlights(input.luma, map);
     const cv::Mat grown = GrowNear(whole, table, cell);
-    done("lamps and near outlines");
+    done("highlights and near outlines");
     DefocusFields fields = SplitFields(input, whole, grown, table, cell);
     whole.release();
     done("fields");

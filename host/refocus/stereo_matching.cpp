@@ -13,7 +13,7 @@ namespace refocus {
 namespace {
 
 constexpr float kAgreement = 1.0f; // pixels
-constexpr int kSpecklePixels = 12; // more would remove lamps
+constexpr int kSpecklePixels = 12; // more would remove highlights
 
 // Takes small connected components whose disparity differs from their surroundings for mismatches.
 void RemoveSpeckles(Matches& matches) {

@@ -348,9 +348,9 @@ TEST(DiscScatter, SmallDiscsBlurAsMuchAsTheirRadiusSays) {
     }
 }
 
-// A lamp nearer than its background, whose bright rim belongs to the background by its
+// A highlight nearer than its background, whose bright rim belongs to the background by its
 // disparity.
-TEST(Highlights, ALampsRimTakesItsDisparity) {
+TEST(Highlights, AHighlightsRimTakesItsDisparity) {
     cv::Mat map(9, 9, CV_8UC1, cv::Scalar(20));
     cv::Mat luma(9, 9, CV_8UC1, cv::Scalar(30));
     luma(cv::Rect(2, 2, 5, 5)).setTo(150);
@@ -358,22 +358,23 @@ TEST(Highlights, ALampsRimTakesItsDisparity) {
     map(cv::Rect(3, 3, 3, 3)).setTo(90);
     cv::Mat expected = map.clone();
     expected(cv::Rect(2, 2, 5, 5)).setTo(90);
-    EXPECT_EQ(cv::countNonZero(WithWholeLamps(luma, map) != expected), 0);
+    EXPECT_EQ(cv::countNonZero(WithWholeHighlights(luma, map) != expected), 0);
     map.setTo(20);
-    EXPECT_EQ(cv::countNonZero(WithWholeLamps(luma, map) != map), 0) << "of one depth";
+    EXPECT_EQ(cv::countNonZero(WithWholeHighlights(luma, map) != map), 0) << "of one depth";
 }
 
-// A lamp in the dark becomes brighter than white and takes its rim's hue; a white wall stays white.
-TEST(Highlights, LampsAreRaisedAndSurfacesAreNot) {
+// A highlight in the dark becomes brighter than white and takes its rim's hue; a white wall stays
+// white.
+TEST(Highlights, HighlightsAreRaisedAndSurfacesAreNot) {
     for (const int side : {3, 40}) {
         DefocusField field{cv::Mat(240, 240, CV_32FC3, cv::Scalar::all(0.01)),
                            cv::Mat(240, 240, CV_32FC1, 1.0), cv::Mat(240, 240, CV_32FC1, 5.0),
                            cv::Mat(240, 240, CV_8UC1, 10.0), cv::Mat::zeros(240, 240, CV_8UC1)};
         const cv::Rect rim(120 - side / 2 - 1, 120 - side / 2 - 1, side + 2, side + 2);
-        const cv::Rect lamp(120 - side / 2, 120 - side / 2, side, side);
+        const cv::Rect highlight(120 - side / 2, 120 - side / 2, side, side);
         field.light(rim).setTo(cv::Scalar(0.8, 0.2, 0.1));
-        field.light(lamp).setTo(cv::Scalar::all(1.0));
-        field.clipped(lamp).setTo(255);
+        field.light(highlight).setTo(cv::Scalar::all(1.0));
+        field.clipped(highlight).setTo(255);
         DefocusField hardlyBlurred = field;
         hardlyBlurred.light = field.light.clone();
         hardlyBlurred.radius = cv::Mat(240, 240, CV_32FC1, 0.8);

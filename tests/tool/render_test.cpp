@@ -142,6 +142,7 @@ const struct {
     {"/proc/cpuinfo", {}, {"cpuinfo", "found a file of another kind"}},
     {"/sys/devices/system/cpu/online", {}, {"expected 4096 bytes", "when it was read"}},
     {"bell\a.png", {}, {"bell?.png: expected a file"}},
+    {"b\x9b\xc2\x9b\xc3\xa4.png", {}, {"b??\xc3\xa4.png: expected a file"}},
     {"scans.jpg", {}, {"scans.jpg", "damaged"}},
     {"tiny.png", {}, {"tiny.png: expected", "16 to 65535 pixels", "8x8"}},
     {"main.png", {"--debug-view", "1"}, {"tags.json: cannot be written"}, "taken"},
@@ -303,12 +304,18 @@ TEST_F(RenderTest, SaysWhyAPairGivesNoDepth) {
     EXPECT_THAT(page, HasSubstr("no disparity: TSL_DCIR_CalcDisparityData failed (-"));
 }
 
+// And their sets are replayed with the same calibration.
 TEST_F(RenderTest, RendersPairsThatAreTurned) {
     for (const int turn : {90, 180, 270}) {
         WriteBytes(folder_ / "m.png", EncodePng(Turned(MainPicture(), turn)));
         WriteBytes(folder_ / "a.png", EncodePng(Turned(AuxPicture(), turn)));
-        const ToolRun run = Render({"--rotation", std::to_string(turn)}, "m.png", "a.png");
+        const std::string set = "turned" + std::to_string(turn);
+        const ToolRun run =
+            Render({"--rotation", std::to_string(turn), "--dump"}, "m.png", "a.png", set.c_str());
         EXPECT_EQ(run.exitCode, 0) << turn << run.errors;
+        const ToolRun replay = Run({"replay", set, "-o", "replayed"});
+        EXPECT_EQ(replay.exitCode, 0) << replay.output << replay.errors;
+        EXPECT_THAT(replay.output, HasSubstr("_calibration.bin\n"));
     }
 }
 
@@ -448,8 +455,8 @@ TEST_F(RenderTest, OddPicturesAreCroppedWithANote) {
 }
 
 TEST_F(RenderTest, DumpsLandInTheDeviceRootOrBesideTheOutput) {
-    const Names suffixes{"_0_320x240.Y8", "_0_320x240.nv12", "_0_320x240_metadata.txt",
-                         "_1_320x240.nv12", "_res_320x240.nv12"};
+    Names suffixes{"_0_320x240.Y8", "_0_320x240.nv12", "_0_320x240_metadata.txt", "_1_320x240.nv12",
+                   "_res_320x240.nv12"};
     const auto dumps = [&](const fs::path& where) {
         Names found;
         for (const std::string& name : NamesIn(where)) {
@@ -463,6 +470,7 @@ TEST_F(RenderTest, DumpsLandInTheDeviceRootOrBesideTheOutput) {
     EXPECT_EQ(dumps(folder_ / "device/data/vendor/camera"), suffixes);
     EXPECT_EQ(dumps(folder_ / "out"), Names{});
     ASSERT_EQ(Render({"--dump"}).exitCode, 0);
+    suffixes.insert(suffixes.end() - 1, "_calibration.bin");
     EXPECT_EQ(dumps(folder_ / "out"), suffixes);
     for (int write = 1; write <= 5; ++write) { // as on a full disk
         const ToolRun run = Render({"--dump", "--fail", "write:" + std::to_string(write)});

@@ -50,9 +50,8 @@ struct CalibrateOptions {
 // A page with the boards, the epipolar lines and the coverage of the frame.
 std::vector<std::string> WriteReport(const CalibrateOptions& options,
                                      const refocus::Calibration& calibration,
-                                     const BoardCalibration& boards) {
+                                     const BoardCalibration& boards, ReportFile& file) {
     const Progress progress("drawing the boards");
-    ReportFile file(options.report);
     std::list<host::Image> pictures; // the report shows them where they are
     Report report("calibrate", options.output.filename().string());
     const auto show = [&](const std::string& name, const RgbImage& picture) {
@@ -153,12 +152,17 @@ int Finish(const CalibrateOptions& options, refocus::Calibration calibration,
                         "which on the engine searches: `calibrate --nearest`",
                         boards->nearest, searched));
     }
-    auto written = WriteFile(options.output, refocus::WriteCalibration(calibration));
+    std::optional<ReportFile> page; // refused before anything is written
     if (!options.report.empty()) {
         if (boards == nullptr) {
             Refuse("--report", "photos of a board", "none");
         }
-        std::ranges::move(WriteReport(options, calibration, *boards), std::back_inserter(written));
+        page.emplace(options.report);
+    }
+    auto written = WriteFile(options.output, refocus::WriteCalibration(calibration));
+    if (page) {
+        std::ranges::move(WriteReport(options, calibration, *boards, *page),
+                          std::back_inserter(written));
     }
     ShowResult(options, calibration, boards, written);
     return kExitDone;

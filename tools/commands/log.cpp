@@ -62,8 +62,8 @@ std::string Duration(const RequestLife& life) {
     return text;
 }
 
-// What is told of a life, in the order of its line: "name (place): verdict; facts".
-struct Telling {
+// What is said of a life, in the order of its line: "name (place): verdict; facts".
+struct LifeSummary {
     std::string name;
     std::string place;
     Report::Kind kind = Report::Kind::kGood;
@@ -71,19 +71,19 @@ struct Telling {
     std::string facts; // each behind "; "
 };
 
-std::string Line(const Telling& telling) {
-    return fmt::format("{} ({}): {}{}\n", telling.name, telling.place, telling.verdict,
-                       telling.facts);
+std::string Line(const LifeSummary& summary) {
+    return fmt::format("{} ({}): {}{}\n", summary.name, summary.place, summary.verdict,
+                       summary.facts);
 }
 
-Telling Tell(const NodeLife& life) {
-    Telling telling{fmt::format("node {}", life.number), Place(life.begin)};
+LifeSummary Summarize(const NodeLife& life) {
+    LifeSummary summary{fmt::format("node {}", life.number), Place(life.begin)};
     std::string text = life.created ? "" : "not created; ";
     text += life.calibration.empty() ? "no calibration" : "calibration " + life.calibration;
     for (const std::string& refused : life.refused) {
         text += "; not used: " + refused;
     }
-    telling.verdict = std::move(text);
+    summary.verdict = std::move(text);
     std::string facts;
     if (life.cameras) {
         facts += fmt::format("; {} linked cameras, primary {}", *life.cameras, *life.primaryCamera);
@@ -94,11 +94,11 @@ Telling Tell(const NodeLife& life) {
     for (const std::string& failure : life.failures) {
         facts += "; " + failure;
     }
-    telling.facts = std::move(facts);
-    telling.kind = life.created && life.failures.empty() && !life.calibration.empty()
+    summary.facts = std::move(facts);
+    summary.kind = life.created && life.failures.empty() && !life.calibration.empty()
                        ? Report::Kind::kGood
                        : Report::Kind::kWrong;
-    return telling;
+    return summary;
 }
 
 Report::Kind KindOf(const RequestLife& life) {
@@ -113,12 +113,12 @@ Report::Kind KindOf(const RequestLife& life) {
     }
 }
 
-Telling Tell(const RequestLife& life) {
-    Telling telling{fmt::format("request {}", life.number), Place(life.begin), KindOf(life),
-                    Word(life.verdict)};
-    telling.name += life.node == 0 ? "" : fmt::format(" of node {}", life.node);
+LifeSummary Summarize(const RequestLife& life) {
+    LifeSummary summary{fmt::format("request {}", life.number), Place(life.begin), KindOf(life),
+                        Word(life.verdict)};
+    summary.name += life.node == 0 ? "" : fmt::format(" of node {}", life.node);
     for (const std::string& failure : life.failures) {
-        telling.verdict += "; " + failure;
+        summary.verdict += "; " + failure;
     }
     std::string text;
     if (life.frame) {
@@ -142,8 +142,8 @@ Telling Tell(const RequestLife& life) {
         text += life.faceInFocus ? fmt::format(", focus on {}", *life.faceInFocus) : "";
     }
     text += life.errorsAlone ? "; only errors are logged" : "";
-    telling.facts = text + Duration(life);
-    return telling;
+    summary.facts = text + Duration(life);
+    return summary;
 }
 
 Json ToJson(const Moment& moment) {
@@ -201,15 +201,15 @@ public:
         }
     }
 
-    void Add(const Telling& telling) {
-        if (++count_[telling.kind] > kMost) {
+    void Add(const LifeSummary& summary) {
+        if (++count_[summary.kind] > kMost) {
             return;
         }
         data_["tiles"].push_back(
-            {{"title", telling.name},
-             {"verdict", {{"kind", NameOf(telling.kind)}, {"text", telling.verdict}}},
+            {{"title", summary.name},
+             {"verdict", {{"kind", NameOf(summary.kind)}, {"text", summary.verdict}}},
              {"findings", 0},
-             {"facts", telling.place + telling.facts}});
+             {"facts", summary.place + summary.facts}});
     }
 
     std::vector<std::string> Commit(std::vector<std::string> findings) {
@@ -253,10 +253,10 @@ public:
             std::printf("%s%s", first_ ? "\n" : ",", JsonText(ToJson(life), -1).c_str());
             first_ = false;
         } else {
-            PrintText(Line(Tell(life)));
+            PrintText(Line(Summarize(life)));
         }
         if (page_) {
-            page_->Add(Tell(life));
+            page_->Add(Summarize(life));
         }
         if (trace_) {
             Trace(life);

@@ -55,7 +55,7 @@ void CheckRules(const CLI::App& command) {
     for (const CLI::Option* option : command.get_options()) {
         const std::string name = option->get_name();
         if (option->get_required() && option->empty()) {
-            Refuse(name, option->get_type_name(), "none");
+            Refuse(name, InWords(option->get_type_name()), "none");
         }
         for (const CLI::Option* other : option->get_excludes()) {
             if (!option->empty() && !other->empty()) {
@@ -79,13 +79,13 @@ void CheckRules(const CLI::App& command) {
                option ? "an option that --help lists" : "no further argument",
                option ? "none of this name" : '"' + word + '"');
     }
-    CheckRules(command);
     // An option at the end of the line, without its value: "--blur: 1 required 0..100 missing".
     const std::string_view what = error.what();
     const std::string name(what.substr(0, what.find(':')));
     if (const CLI::Option* option = command.get_option_no_throw(name)) {
-        Refuse(name, option->get_type_name(), "none");
+        Refuse(name, InWords(option->get_type_name()), "none");
     }
+    CheckRules(command);
     throw UseError(error.what());
 }
 

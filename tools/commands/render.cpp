@@ -116,6 +116,10 @@ void WriteResults(OutputFolder& folder, const Rendered& rendered) {
     if (rendered.device.temporary() && rendered.options.dump) {
         for (const fs::path& dump : rendered.device.Dumps()) {
             folder.Write(dump.filename().string(), ReadFileBytes(dump));
+            if (const auto name = ParseDumpName(dump.filename().string());
+                name && name->role == DumpRole::kParameters) {
+                folder.Write(CalibrationFileName(name->stem), rendered.device.calibrationFile());
+            }
         }
     }
 }
@@ -286,7 +290,7 @@ std::function<int()> PrepareRender(Command command) {
     command.Flag("--dump", options->dump,
                  "let the node dump images and parameters into the device\n"
                  "root's data/vendor/camera, or without --device-root\n"
-                 "beside the output");
+                 "beside the output, with the calibration");
     command.Path("--device-root", "DIR", options->deviceRoot,
                  "folder in place of the device's / (default: a temporary one);\n"
                  "the calibration file that it holds comes before the default");

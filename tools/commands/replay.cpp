@@ -8,6 +8,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "host/picture/errors.h"
 #include "tools/commands/shared_options.h"
@@ -62,10 +63,13 @@ public:
     }
     bool Has(const Json& tile) const override { return file_.HasPage(tile); }
     void Add(const std::string& name, const std::string& status, const std::string& reason,
-             const Json& tile) override {
+             Json tile, bool accepted) override {
         using Kind = Report::Kind;
         if (OverviewFile::IsTile(tile)) {
-            file_.Add(tile);
+            if (accepted && tile["verdict"]["kind"] == "wrong") {
+                tile["verdict"]["kind"] = "note";
+            }
+            file_.Add(std::move(tile));
         } else {
             file_.AddPlain(name,
                            status == "equal"     ? Kind::kGood

@@ -48,7 +48,7 @@ void AddFolder(Sets& sets, const fs::path& folder) {
         entries.increment(error);
     }
     if (error) {
-        throw UseError(fmt::format("{}: cannot be read: {}", reading.string(), error.message()));
+        CannotRead(reading, error.message());
     }
 }
 
@@ -88,6 +88,21 @@ Sets SetsOf(const fs::path& place) {
 }
 
 } // namespace
+
+std::string DumpSet::name() const {
+    std::string name = (folder / stem).string();
+    std::ranges::replace(name, '\n', '?');
+    return name;
+}
+
+std::string CalibrationFileName(const std::string& stem) {
+    return stem + "_calibration.bin";
+}
+
+fs::path CalibrationBeside(const DumpSet& set) {
+    const fs::path file = set.folder / CalibrationFileName(set.stem);
+    return fs::is_regular_file(file) ? file : fs::path();
+}
 
 std::vector<DumpSet> FindDumpSets(const std::vector<fs::path>& places,
                                   std::vector<RefusedPlace>& refused) {

@@ -27,9 +27,15 @@ struct DumpSet {
     const std::optional<DumpFile>& file(DumpRole role) const {
         return files[static_cast<std::size_t>(role)];
     }
-    // For messages and results.
-    std::string name() const { return (folder / stem).string(); }
+    // For messages and results, of one line.
+    std::string name() const;
 };
+
+// The calibration file that `render --dump` leaves beside a set, so that it is replayed with the
+// same one; a phone leaves none. Empty if there is none.
+std::filesystem::path CalibrationBeside(const DumpSet& set);
+// Its name, by the set's stem.
+std::string CalibrationFileName(const std::string& stem);
 
 // The sets in these places, sorted by name. A place is a folder, for all sets in it and in the
 // folders below, or a file of a set, or a set's "folder/stem". Throws UseError for a place that

@@ -10,6 +10,7 @@
 #include "host/picture/nv12.h"
 #include "tools/dumps/dump_image.h"
 #include "tools/dumps/dump_name.h"
+#include "tools/files/console.h"
 
 namespace fs = std::filesystem;
 
@@ -58,7 +59,14 @@ PictureFile ReadPictureFile(const fs::path& path, std::optional<int> width) {
     PictureFile picture;
     picture.kind = KindOf(path);
     if (picture.kind == PictureFile::Kind::kRgb) {
-        picture.rgb = ReadImageFile(path);
+        std::optional<int> clockwise;
+        picture.rgb = ReadImageFile(path, &clockwise);
+        if (clockwise.value_or(0) != 0) {
+            PrintNotice(
+                fmt::format("note: {}: taken as stored, not turned by the {} degrees of its "
+                            "EXIF orientation",
+                            path.string(), *clockwise));
+        }
         return picture;
     }
     const auto name = ParseSizedName(path.filename().string());

@@ -1,21 +1,30 @@
 #include "tools/files/console.h"
 
+#include <bit>
 #include <cstdio>
 
 std::string Printable(std::string text) {
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        // In UTF-8 the control characters from 0x80 to 0x9f are 0xc2 and the character itself.
-        const bool high = byte == 0xc2 && i + 1 < text.size() &&
-                          (static_cast<unsigned char>(text[i + 1]) & 0xe0) == 0x80;
-        if (high) {
-            text.erase(i, 1);
+    const auto at = [&text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+    std::string printable;
+    for (std::size_t i = 0; i < text.size();) {
+        // A character of UTF-8: its first byte says how many of 0x80 to 0xbf follow.
+        const std::size_t length =
+            at(i) < 0x80 ? 1 : static_cast<std::size_t>(std::countl_one(at(i)));
+        std::size_t end = i + 1;
+        while (end < text.size() && end < i + length && (at(end) & 0xc0) == 0x80) {
+            ++end;
         }
-        if (high || (byte < ' ' && byte != '\n' && byte != '\t') || byte == 0x7f) {
-            text[i] = '?';
+        const bool whole = at(i) < 0x80 || (length >= 2 && length <= 4 && end == i + length);
+        const bool low = (at(i) < ' ' && text[i] != '\n' && text[i] != '\t') || at(i) == 0x7f;
+        const bool high = at(i) == 0xc2 && whole && at(i + 1) < 0xa0; // 0x80 to 0x9f
+        if (!whole || low || high) {
+            printable += '?';
+        } else {
+            printable.append(text, i, end - i);
         }
+        i = end;
     }
-    return text;
+    return printable;
 }
 
 void PrintText(const std::string& text) {

@@ -55,10 +55,6 @@ void ReadLines(const ReadBytes& read, const TakeLine& take) {
     TakeLines({buffer.get(), kept}, take);
 }
 
-[[noreturn]] void CannotRead(const fs::path& file, const std::string& reason) {
-    throw UseError(fmt::format("{}: cannot be read: {}", file.string(), reason));
-}
-
 void ReadTextFile(const fs::path& file, std::FILE* stream, const TakeLine& take) {
     const auto read = [stream](char* bytes, std::size_t size) {
         return std::fread(bytes, 1, size, stream);

@@ -87,7 +87,7 @@ struct Recognised {
     std::array<std::string_view, 10> values;
     std::size_t count = 0;
 
-    // 0 for what is no such number.
+    // 0 where the value is no number, or one that the type cannot hold.
     template <typename Integer = std::int64_t>
     Integer Number(std::size_t index) const {
         Integer number = 0;

@@ -139,7 +139,12 @@ std::optional<Comparison> ComparisonOf(const Json& result) {
 // Smaller for what is to be seen first.
 std::tuple<bool, bool, double, double> RankOf(const Json& result) {
     const auto found = ComparisonOf(result);
-    return found ? std::tuple(true, found->sameEffect(), found->output.psnr, found->disparity.psnr)
+    // A picture that is missing, or has another size, differs without a PSNR.
+    const auto quality = [](const PictureSummary& picture) {
+        return picture.share > 0 && picture.psnr == kIdentical ? 0.0 : picture.psnr;
+    };
+    return found ? std::tuple(true, found->sameEffect(), quality(found->output),
+                              quality(found->disparity))
                  : std::tuple(false, false, 0.0, 0.0);
 }
 

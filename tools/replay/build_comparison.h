@@ -9,7 +9,7 @@
 #include "tools/replay/replay.h"
 #include "tools/replay/replay_process.h"
 
-// A replay compared not with the dumps but with the same replay in other libraries.
+// Compares a replay with the same replay in other libraries, not with the dumps.
 
 // The options with the other libraries of `reference`, each where it is given.
 ReplayOptions OptionsOf(const ReferenceBuild& reference, ReplayOptions options);

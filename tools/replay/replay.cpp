@@ -57,23 +57,24 @@ host::Image ReadInput(const DumpSet& set, DumpRole role, const char* option,
 
 // The sensors' sizes as calibrated. Without a calibration, or with one of another engine, they are
 // taken to be as large as the dumped crops, which is the least that they can be.
-Sensors SensorsOf(const ReplayOptions& options, const DumpParameters& parameters,
+Sensors SensorsOf(const ReplayOptions& options, const fs::path& calibrationFile, const DumpSet& set,
                   const Replayed& replayed) {
-    const auto known = [](const char* name, int width, int height, const host::Image& image) {
+    const auto known = [&set](const char* name, int width, int height, const host::Image& image) {
         const auto [low, high] = std::minmax(width, height);
         if (low > 0 && (low < kShortestSensorSide || high > kLongestSensorSide)) {
-            Refuse(fmt::format("{}_CropNoScale", name),
+            Refuse(fmt::format("{}: {}_CropNoScale", set.name(), name),
                    fmt::format("sides of {} to {}", kShortestSensorSide, kLongestSensorSide),
                    InWords({width, height}));
         }
         return low > 0 ? Size{width, height} : image.size();
     };
+    const DumpParameters& parameters = replayed.asked;
     Sensors sensors{
         known("i32Main", parameters.mainCropWidth, parameters.mainCropHeight, replayed.main),
         known("i32Aux", parameters.auxCropWidth, parameters.auxCropHeight, replayed.aux)};
-    if (!options.calibration.empty()) {
+    if (!calibrationFile.empty()) {
         refocus::Calibration calibration;
-        const Bytes bytes = ReadFileStart(options.calibration, refocus::kCalibrationBytes);
+        const Bytes bytes = ReadFileStart(calibrationFile, refocus::kCalibrationBytes);
         if (refocus::ParseCalibration(bytes, calibration) == refocus::Error::kNone) {
             sensors.main = {calibration.main.width / kCalibrationUnitsPerPixel,
                             calibration.main.height / kCalibrationUnitsPerPixel};
@@ -205,7 +206,9 @@ void TakeDumps(const DeviceFolder& device, const std::string& stem, Replayed& re
         name->stem = stem;
         Bytes bytes = ReadFileBytes(path);
         if (name->role == DumpRole::kParameters) {
-            replayed.taken = ParseParameterText(bytes).values;
+            if (const ParameterText text = ParseParameterText(bytes); text.problems.empty()) {
+                replayed.taken = text.values;
+            }
         }
         replayed.files.emplace_back(DumpFileName(*name), std::move(bytes));
     }
@@ -443,8 +446,12 @@ void RunAndJudge(const DumpSet& set, const ReplayOptions& options, Replayed& rep
                  std::optional<DeviceFolder>& device, const RunRequest& runRequest,
                  const std::function<bool()>& ran) {
     const Libraries libraries = FindLibraries(options);
+    RunOptions run = options;
+    if (run.calibration.empty() && run.deviceRoot.empty()) {
+        run.calibration = CalibrationBeside(set);
+    }
     replayed = ReadSet(set, options, std::move(replayed));
-    const Sensors sensors = SensorsOf(options, replayed.asked, replayed);
+    const Sensors sensors = SensorsOf(options, run.calibration, set, replayed);
     replayed.mainSensor = sensors.main;
     replayed.auxSensor = sensors.aux;
     const std::uint32_t rotation = Unsigned(replayed.asked.degree);
@@ -455,7 +462,7 @@ void RunAndJudge(const DumpSet& set, const ReplayOptions& options, Replayed& rep
     request.output = &replayed.output;
     request.depth = &depth;
     if (!device) {
-        device.emplace(options);
+        device.emplace(run);
         device->Prepare(sensors.main, sensors.aux, rotation, set.name());
     }
     std::vector<std::string> notes = std::move(replayed.notes);

@@ -102,9 +102,9 @@ public:
     virtual Json Write(const DumpSet& set, const std::string& name, const Replayed& replayed) = 0;
     // Whether the page of this tile is there.
     virtual bool Has(const Json& tile) const = 0;
-    // `tile`: null where there is none.
+    // `tile`: null where there is none. `accepted`: what differs does not count as wrong.
     virtual void Add(const std::string& name, const std::string& status, const std::string& reason,
-                     const Json& tile) = 0;
+                     Json tile, bool accepted) = 0;
     // Writes the page of all. Returns what was written.
     virtual std::vector<std::string> Commit() = 0;
 };

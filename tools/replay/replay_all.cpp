@@ -27,10 +27,6 @@ namespace fs = std::filesystem;
 namespace {
 
 // Only these results depend on the inputs alone; sets with any other are run again.
-bool IsFinal(const std::string& status) {
-    return status == status::kEqual || status == status::kDiffers || status == status::kRendered;
-}
-
 std::uint32_t ChecksumOf(const std::vector<std::string>& content) {
     const std::string text = fmt::format("{}", fmt::join(content, "\n"));
     return static_cast<std::uint32_t>(
@@ -144,7 +140,8 @@ public:
         failed_ += IsFinal(status) ? 0 : 1;
         ++done_;
         if (all_.pages != nullptr) {
-            all_.pages->Add(job.name(), status, reason, result["tile"]);
+            const bool accepted = all_.reference.given() && !Exceeds(result, all_.failAbove);
+            all_.pages->Add(job.name(), status, reason, result["tile"], accepted);
         }
         result.erase("key");
         result.erase("tile");

@@ -27,13 +27,20 @@ Json ResultOf(const std::function<Json()>& replay, const std::filesystem::path& 
     } catch (const UseError& error) {
         return Result(status::kUnreadable, error.what());
     } catch (const ChildFailure& error) {
-        return Result(error.what(), "see " + log.string());
+        return Result(error.what(), log.empty() ? "" : "see " + log.string());
     } catch (const std::exception& error) {
         return Result(status::kFailed, error.what());
     }
 }
 
+bool IsFinal(const std::string& status) {
+    return status == status::kEqual || status == status::kDiffers || status == status::kRendered;
+}
+
 std::string ReasonOf(const Replayed& replayed) {
+    if (!replayed.missing.empty()) {
+        return "the dumps are not whole: " + replayed.missing.front();
+    }
     for (const auto* list : {&replayed.reasons, &replayed.result.complaints}) {
         if (!list->empty()) {
             return list->front();

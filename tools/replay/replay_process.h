@@ -35,8 +35,12 @@ Json Result(const std::string& status, const std::string& reason, const Json& re
 // Writes the replay's page, if one is wanted, and returns its tile.
 using PageWriter = std::function<Json(const Replayed&)>;
 
-// The result that `replay` returns, or what stopped it. `log`: the file to refer the reader to.
+// The result that `replay` returns, or what stopped it. `log`: the file to refer the reader to, if
+// there is one.
 Json ResultOf(const std::function<Json()>& replay, const std::filesystem::path& log);
+
+// Whether the replay came to its end, so that its result is kept.
+bool IsFinal(const std::string& status);
 
 // Why the replay failed or differs, in a few words.
 std::string ReasonOf(const Replayed& replayed);
@@ -66,7 +70,7 @@ public:
         running_.emplace(StartProcess(log, action), job);
     }
 
-    // Waits until no job is running that this is true for.
+    // Waits until none of the jobs for which `which` is true is running.
     void AwaitAll(const std::function<bool(const Job&)>& which) {
         while (
             std::ranges::any_of(running_, [&](const auto& entry) { return which(entry.second); })) {

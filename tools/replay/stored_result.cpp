@@ -71,13 +71,20 @@ Json ParseShallow(std::span<const std::uint8_t> text) {
 
 } // namespace
 
+// What is longer is refused by its size, which a digest holds, too.
+constexpr std::uintmax_t kLongestRead = kMostFileBytes;
+
 std::vector<std::string> ContentOf(const DumpSet& set, std::uintmax_t most) {
     std::vector<std::string> lines;
     for (const auto& file : set.files) {
         if (file) {
             lines.push_back(fmt::format("{} {}x{} {}", RoleName(file->name.role), file->name.first,
-                                        file->name.height, Digest(file->path, most)));
+                                        file->name.height,
+                                        Digest(file->path, std::min(most, kLongestRead))));
         }
+    }
+    if (const fs::path calibration = CalibrationBeside(set); !calibration.empty()) {
+        lines.push_back("calibration " + Digest(calibration, most));
     }
     return lines;
 }
@@ -97,5 +104,10 @@ std::optional<Json> ParseResult(std::span<const std::uint8_t> text, const Json& 
     };
     const bool whole = result.is_object() && isText("status") && isText("reason") &&
                        result.contains("key") && result["key"] == key;
-    return whole ? std::optional(result) : std::nullopt;
+    if (!whole) {
+        return std::nullopt;
+    }
+    const bool reports = result.contains("report") && result["report"].is_object() &&
+                         result["report"].contains("comparison") == key.contains("reference");
+    return reports || !IsFinal(result["status"]) ? std::optional(result) : std::nullopt;
 }

@@ -77,7 +77,7 @@ void RunStep(const DumpSet& set, const Step& step, const StepFiles& files, Repla
                       replayed.failed() ? ReasonOf(replayed) : "", ToJson(set, replayed),
                       pages == nullptr ? Json() : pages->Write(set, step.name, replayed));
     };
-    WriteJson(files.result, ResultOf(replay, files.log));
+    WriteJson(files.result, ResultOf(replay, {})); // the log is removed at the end
 }
 
 // Runs all steps; results and pictures lie in the folder then.
@@ -139,7 +139,7 @@ int ReplaySweeps(const DumpSet& set, const fs::path& output,
                                   reason));
         }
         if (pages != nullptr) {
-            pages->Add(step.name, status, reason, result["tile"]);
+            pages->Add(step.name, status, reason, result["tile"], false);
         }
         result.erase("tile");
         result["values"] = step.label;

@@ -77,5 +77,9 @@ void OverviewFile::Commit() {
 }
 
 std::vector<std::string> OverviewFile::written() const {
-    return {file_.string(), sets_.string()};
+    std::vector<std::string> written{file_.string()};
+    if (!fs::is_empty(sets_)) {
+        written.push_back(sets_.string());
+    }
+    return written;
 }

@@ -29,7 +29,7 @@ public:
     // Whether this tile's page is there.
     bool HasPage(const nlohmann::ordered_json& tile) const;
 
-    // The tile opens nothing if its page is not there.
+    // A tile whose page is not there opens nothing.
     void Add(nlohmann::ordered_json tile);
     // A capture of which no more is known.
     void AddPlain(const std::string& name, Report::Kind kind, const std::string& verdict);

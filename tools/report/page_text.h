@@ -7,8 +7,8 @@
 
 // The texts of the HTML pages, which need nothing else.
 
-// `data`: for the page's script. `pictures`: elements with the parts of pictures that it names;
-// `reduced`: with those of reduced pictures, which are shown while the rest of the page is read.
+// `data` is what the page's script shows. `pictures` are the elements that hold the pictures, which
+// `data` names; `reduced` are those of the reduced pictures, shown while the others are read.
 std::string CapturePage(const nlohmann::ordered_json& data, const std::string& reduced,
                         const std::string& pictures);
 // The page of one capture that a server shows: it asks the server for its pictures. `policy`: what

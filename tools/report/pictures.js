@@ -252,9 +252,19 @@ function colourAt(share) {
   return from.map((value, i) => Math.round(value + (to[i] - value) * (place - step)));
 }
 
-// Full-range BT.601, as JPEG.
-const rgbOf = ([y, u, v]) => [y + 1.402 * (v - 128), y - 0.344136 * (u - 128) - 0.714136 * (v - 128),
-  y + 1.772 * (u - 128)].map((value) => clamp(Math.round(value), 0, 255));
+// Red, green and blue of a full-range BT.601 sample, as JPEG's, into three places of a clamped array.
+function putColour(out, to, y, u, v) {
+  const [blue, red] = [u - 128, v - 128];
+  out[to] = y + 1.402 * red;
+  out[to + 1] = y - 0.344136 * blue - 0.714136 * red;
+  out[to + 2] = y + 1.772 * blue;
+}
+
+function rgbOf([y, u, v]) {
+  const rgb = new Uint8ClampedArray(3);
+  putColour(rgb, 0, y, u, v);
+  return [...rgb];
+}
 
 // Painters fill an ImageData with the part of the planes that begins at left, top.
 function paintPicture([luma, u, v], left, top, image) {
@@ -264,10 +274,7 @@ function paintPicture([luma, u, v], left, top, image) {
     const row = Math.min((top + y) >> 1, u.height - 1) * u.width;
     for (let x = 0; x < image.width; x++, to += 4) {
       const below = row + ((left + x) >> 1);
-      const [grey, blue, red] = [luma.values[from + x], u.values[below] - 128, v.values[below] - 128];
-      out[to] = grey + 1.402 * red;
-      out[to + 1] = grey - 0.344136 * blue - 0.714136 * red;
-      out[to + 2] = grey + 1.772 * blue;
+      putColour(out, to, luma.values[from + x], u.values[below], v.values[below]);
       out[to + 3] = 255;
     }
   }

@@ -25,7 +25,7 @@ fs::path PlaceIn(const fs::path& root, const char* devicePath) {
 }
 
 Bytes ReadCalibration(const fs::path& path) {
-    Bytes bytes = ReadFileStart(path, device::kCalibrationFileSize);
+    Bytes bytes = ReadFileStart(path, device::kCalibrationFileSize + 1);
     const auto size = std::max<std::uintmax_t>(fs::file_size(path), bytes.size());
     if (size != device::kCalibrationFileSize) {
         Refuse(path, fmt::format("a calibration file of {} bytes", device::kCalibrationFileSize),
@@ -66,12 +66,14 @@ void MakeFolder(const fs::path& path) {
 }
 
 void WriteFile(const fs::path& path, const Bytes& bytes) {
+    errno = 0;
     std::ofstream stream(path, std::ios::binary | std::ios::trunc);
     stream.write(reinterpret_cast<const char*>(bytes.data()),
                  static_cast<std::streamsize>(bytes.size()));
     stream.close();
     if (!stream) {
-        throw UseError(path.string() + ": cannot be written");
+        throw UseError(
+            fmt::format("{}: cannot be written: {}", path.string(), std::strerror(errno)));
     }
 }
 

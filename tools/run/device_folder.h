@@ -49,6 +49,8 @@ public:
     std::int32_t MountAngle() const { return Found().mountAngle; }
     int AuxSide(std::uint32_t rotation) const;
 
+    // The calibration file that was written; empty where the caller's folder has one already.
+    const Bytes& calibrationFile() const { return calibration_; }
     // Where the calibration came from, in words.
     const std::string& calibration() const { return calibrationSource_; }
 

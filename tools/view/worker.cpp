@@ -70,7 +70,7 @@ bool Say(int socket, const Notice& notice) {
     ::_exit(EXIT_SUCCESS);
 }
 
-// The process that does the jobs, as the one sees it that starts it.
+// The process that does the jobs, from the side of the one that starts it.
 class JobProcess {
 public:
     JobProcess(const Worker::Work& work, int timeout, int answer, int callersSocket)
