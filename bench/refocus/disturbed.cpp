@@ -20,6 +20,7 @@ namespace {
 
 constexpr int kScenes = 18;
 constexpr int kWidth = 480; // of the scenes, pixels
+const std::string kUndisturbed = "none, for comparison";
 
 // A main picture, what it has in focus, and an aux picture.
 struct Case {
@@ -51,11 +52,12 @@ void AddNoise(cv::Mat& image, double deviation) {
     cv::add(image, noise, image, cv::noArray(), CV_8U);
 }
 
-using Disturbance = std::pair<const char*, std::function<void(Case&, const cv::Mat& otherScene)>>;
+using Disturbance = std::pair<std::string, std::function<void(Case&, const cv::Mat& otherScene)>>;
 
 std::vector<Disturbance> Disturbances() {
     using Mat = cv::Mat;
     return {
+        {kUndisturbed, [](Case&, const Mat&) {}},
         {"both turned by 90", [](Case& c, const Mat&) { TurnBoth(c, 1); }},
         {"both turned by 180", [](Case& c, const Mat&) { TurnBoth(c, 2); }},
         {"both turned by 270", [](Case& c, const Mat&) { TurnBoth(c, 3); }},
@@ -111,7 +113,7 @@ int PrintDisturbedPairs(std::ostream& out) {
             disturb(one, LumaOf(photos[(i + 1) % photos.size()].pair.aux));
             ++outcomes[OutcomeOf(one)];
         }
-        wild += outcomes["wild"];
+        wild += name == kUndisturbed ? 0 : outcomes["wild"];
         fmt::print(out, "{:<24}", name);
         for (const auto& [outcome, count] : outcomes) {
             fmt::print(out, "{}", count > 0 ? fmt::format("  {} {}", count, outcome) : "");

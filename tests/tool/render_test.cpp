@@ -7,6 +7,8 @@
 #include <fstream>
 #include <string>
 
+#include <sys/stat.h>
+
 #include <nlohmann/json.hpp>
 #include <png.h>
 
@@ -139,6 +141,7 @@ const struct {
     {"empty.png", {}, {"empty.png", "found an empty file"}},
     {"sparse.png", {}, {"sparse.png", "at most 2147483648 bytes"}},
     {"endless.png", {}, {"endless.png", "found a device or a pipe"}},
+    {"pipe.png", {}, {"pipe.png", "found a device or a pipe"}},
     {"/proc/cpuinfo", {}, {"cpuinfo", "found a file of another kind"}},
     {"/sys/devices/system/cpu/online", {}, {"expected 4096 bytes", "when it was read"}},
     {"bell\a.png", {}, {"bell?.png: expected a file"}},
@@ -184,6 +187,7 @@ TEST_F(RenderTest, NamesWhatIsWrongAndLeavesNothing) {
     WriteBytes(folder_ / "sparse.png", {0x89});
     fs::resize_file(folder_ / "sparse.png", 100'000'000'000);
     fs::create_symlink("/dev/zero", folder_ / "endless.png");
+    ASSERT_EQ(::mkfifo((folder_ / "pipe.png").c_str(), 0600), 0);
     fs::create_directories(folder_ / "taken/tags.json");
     const Names before = NamesIn(folder_);
     for (const auto& [main, more, said, output] : kRefused) {
