@@ -105,8 +105,9 @@ public:
 private:
     // Element i becomes that of column cols - 1 - minimum - i, repeated beyond the border.
     void Reverse(const std::uint8_t* row, Bytes& reversed) const {
-        reversed.resize(static_cast<std::size_t>(left_.cols + range_.count));
-        for (int i = 0; i < left_.cols + range_.count; ++i) {
+        const int count = left_.cols + range_.count;
+        reversed.resize(static_cast<std::size_t>(count));
+        for (int i = 0; i < count; ++i) {
             const int column = left_.cols - 1 - range_.minimum - i;
             reversed[static_cast<std::size_t>(i)] = row[std::clamp(column, 0, left_.cols - 1)];
         }

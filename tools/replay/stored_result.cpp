@@ -7,6 +7,9 @@
 #include <fmt/core.h>
 #include <zlib.h>
 
+#include "host/picture/file_bytes.h"
+#include "tools/replay/replay_process.h"
+
 namespace fs = std::filesystem;
 
 namespace {

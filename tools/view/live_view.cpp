@@ -472,10 +472,8 @@ Server::Reply Run(const std::string& body, Sets& sets, Worker& worker) {
     return {.type = "application/octet-stream", .stream = stream};
 }
 
-} // namespace
-
-void ServeLiveView(const ViewOptions& options, const ParseReplay& parse) {
-    Sets sets(options.place);
+// Refuses what cannot be written before anything is served.
+void PrepareOutputs(const ViewOptions& options) {
     if (!options.output.empty()) {
         for (const DumpSet& set : FindDumpSets({options.place})) {
             RefuseSetsFolder(options.output, set);
@@ -484,6 +482,13 @@ void ServeLiveView(const ViewOptions& options, const ParseReplay& parse) {
     if (!options.trace.empty()) {
         WriteTrace(options.trace, {}); // which each run adds to
     }
+}
+
+} // namespace
+
+void ServeLiveView(const ViewOptions& options, const ParseReplay& parse) {
+    Sets sets(options.place);
+    PrepareOutputs(options);
     // A process that crashes leaves its temporary files in this one's folder.
     const TemporaryFolder temporary;
     ::setenv("TMPDIR", temporary.path().c_str(), 1);
