@@ -535,16 +535,19 @@ test("a narrow phone breaks no word into letters", async (t) => {
 });
 
 test("twelve megapixels", async (t) => {
-  const file = material.report("large", 0, "render", "left.png", "right.png", "-o", "large",
-    "--size", "4000x3000", "--focus", "2000,1500");
+  const render = ["render", "left.png", "right.png", "--size", "4000x3000", "--focus", "2000,1500"];
+  const file = material.report("large", 0, ...render, "-o", "large");
   const page = await open(t, file);
   await page.waitForFunction(() => view.layers().every(({ picture }) => picture.levels[0]));
   const loaded = await page.evaluate(() => performance.now());
   await page.locator("#stage[aria-busy=false]").waitFor();
   assert.deepEqual(await page.evaluate(() => pictures.output.levels[0].map(
     ({ width, height }) => [width, height])), [[4000, 3000], [2000, 1500], [2000, 1500]]);
-  const output = statSync(path.join(material.folder, "large", "output.png")).size;
-  const [page_, pictures_] = [statSync(file).size, 3 * output];
+  material.run(0, ...render, "-o", "main", "--debug-view", "1");
+  material.run(0, ...render, "-o", "aux", "--debug-view", "2");
+  const sizes = ["main", "aux", "large"].map((folder) =>
+    statSync(path.join(material.folder, folder, "output.png")).size);
+  const [page_, pictures_] = [statSync(file).size, sizes.reduce((sum, size) => sum + size)];
   assert.ok(page_ < 1.5 * pictures_, `page ${page_}, three pictures as PNG ${pictures_}`);
   t.diagnostic(`${(page_ / 1e6).toFixed(1)} MB, pictures shown after ${Math.round(loaded)} ms, ` +
     `all numbers known after ${await page.evaluate(() => Math.round(performance.now()))} ms`);
