@@ -327,7 +327,7 @@ TEST_F(ReplayTest, SweepsShowEachValueInASheet) {
 }
 
 TEST_F(ReplayTest, ShardsOfOneFolderMakeUpTheWhole) {
-    Make(2000, 8); // enough for two shards, whatever their bytes are
+    Make(2000, 8); // so many that hardly all fall into one shard
     fs::create_directory(folder_ / "mount");
     fs::copy(folder_ / "camera", folder_ / "mount/camera");
     const Names first{"replay", "camera", "--all", "--shard", "1/2", "--jobs", "1"};

@@ -552,6 +552,13 @@ TEST_F(ViewTest, ManySetsHaveTilesAndNoLinkLeadsOut) {
     fs::rename(main.path, folder_ / "moved");
     fs::create_symlink(folder_ / "moved", main.path);
     EXPECT_THAT(view.Ask(Json::object()).value("error", ""), HasSubstr("a link to another place"));
+    fs::remove(main.path);
+    fs::rename(folder_ / "moved", main.path);
+    const fs::path calibration = first.folder / CalibrationFileName(first.stem);
+    WriteBytes(folder_ / "moved", {1});
+    fs::create_symlink(folder_ / "moved", calibration);
+    EXPECT_THAT(view.Ask(Json::object()).value("error", ""),
+                AllOf(HasSubstr("a link to another place"), HasSubstr(calibration.filename())));
 }
 
 TEST_F(ViewTest, OneJobRunsAndTheLastWaits) {

@@ -3,7 +3,7 @@
 #include <bit>
 #include <cstdio>
 
-std::string Printable(std::string text) {
+std::string Printable(const std::string& text) {
     const auto at = [&text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
     std::string printable;
     for (std::size_t i = 0; i < text.size();) {

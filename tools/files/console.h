@@ -4,7 +4,7 @@
 
 // Text for a person. File names may hold control bytes, which a terminal would obey: all but
 // newline and tab are shown as "?".
-std::string Printable(std::string text);
+std::string Printable(const std::string& text);
 
 // On standard output, as it stands.
 void PrintText(const std::string& text);

@@ -234,7 +234,6 @@ void ContinueInChild(std::optional<int> seconds) {
         throw ChildFailure(fmt::format("crashed: _exit({}) was called", WEXITSTATUS(status)));
     }
     if (WIFEXITED(status)) {
-        NoteEnd();                       // to whoever waits for this process
         std::_Exit(WEXITSTATUS(status)); // whatever is to be done or removed, the child has
     }
     const int signal = WTERMSIG(status);

@@ -57,7 +57,7 @@ void TraceFile::Commit() {
 
 void ExtendTrace(const std::filesystem::path& file, const std::string& events) {
     const int opened = ::open(file.c_str(), O_RDWR | O_CLOEXEC);
-    const off_t end = ::lseek(opened, -static_cast<off_t>(kEnd.size()), SEEK_END);
+    const off_t end = opened < 0 ? -1 : ::lseek(opened, -static_cast<off_t>(kEnd.size()), SEEK_END);
     char last = 0; // the bracket of an empty list, or the brace of an event
     bool written = end > 0 && ::pread(opened, &last, 1, end - 1) == 1;
     const std::string text = fmt::format("{}\n{}{}", last == '[' ? "" : ",", events, kEnd);

@@ -26,7 +26,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Only these results depend on the inputs alone; sets with any other are run again.
 std::uint32_t ChecksumOf(const std::vector<std::string>& content) {
     const std::string text = fmt::format("{}", fmt::join(content, "\n"));
     return static_cast<std::uint32_t>(

@@ -39,7 +39,7 @@ using PageWriter = std::function<Json(const Replayed&)>;
 // there is one.
 Json ResultOf(const std::function<Json()>& replay, const std::filesystem::path& log);
 
-// Whether the replay came to its end, so that its result is kept.
+// Whether a result of this status depends on the inputs alone; sets with any other are run again.
 bool IsFinal(const std::string& status);
 
 // Why the replay failed or differs, in a few words.

@@ -74,16 +74,14 @@ Json ParseShallow(std::span<const std::uint8_t> text) {
 
 } // namespace
 
-// What is longer is refused by its size, which a digest holds, too.
-constexpr std::uintmax_t kLongestRead = kMostFileBytes;
-
 std::vector<std::string> ContentOf(const DumpSet& set, std::uintmax_t most) {
+    // A longer file is refused by its size, which a digest holds, too.
+    most = std::min<std::uintmax_t>(most, kMostFileBytes);
     std::vector<std::string> lines;
     for (const auto& file : set.files) {
         if (file) {
             lines.push_back(fmt::format("{} {}x{} {}", RoleName(file->name.role), file->name.first,
-                                        file->name.height,
-                                        Digest(file->path, std::min(most, kLongestRead))));
+                                        file->name.height, Digest(file->path, most)));
         }
     }
     if (const fs::path calibration = CalibrationBeside(set); !calibration.empty()) {

@@ -63,8 +63,8 @@ public:
 
     // As RunNode, but in this process and without a time limit. The first call, and the one after
     // End, sets the properties and creates the node; others find it as it is. All calls must name
-    // the same libraries. `last`: the node ends within the call;
-    // others add their calls to the file of a trace.
+    // the same libraries. `last`: the node ends within the call. The last call writes the file of a
+    // trace, the others add to it.
     Outcome Run(const RunOptions& options, const Libraries& libraries, const host::UseCase& useCase,
                 host::Request& request, bool last);
 

@@ -90,11 +90,19 @@ std::string Quoted(const std::string& word) {
 DumpSet FindSetWithin(const fs::path& place, const std::string& name) {
     const fs::path folder =
         fs::canonical(fs::is_directory(place) ? place : fs::absolute(place).parent_path());
+    const auto check = [&folder](const fs::path& file) {
+        if (*fs::canonical(file).lexically_relative(folder).begin() == "..") {
+            Refuse(file.string(), "a file in " + folder.string(), "a link to another place");
+        }
+    };
     DumpSet set = FindDumpSet(name);
     for (const auto& file : set.files) {
-        if (file && *fs::canonical(file->path).lexically_relative(folder).begin() == "..") {
-            Refuse(file->path.string(), "a file in " + folder.string(), "a link to another place");
+        if (file) {
+            check(file->path);
         }
+    }
+    if (const fs::path calibration = CalibrationBeside(set); !calibration.empty()) {
+        check(calibration);
     }
     return set;
 }
