@@ -1,7 +1,6 @@
 #include "tools/files/progress.h"
 
 #include <cstdio>
-#include <utility>
 
 #include <unistd.h>
 
@@ -14,8 +13,8 @@ constexpr auto kBeat = std::chrono::milliseconds(200);
 
 } // namespace
 
-Progress::Progress(std::string step, Clock::time_point start)
-    : step_(Printable(std::move(step))), start_(start) {
+Progress::Progress(const std::string& step, Clock::time_point start)
+    : step_(Printable(step)), start_(start) {
     if (::isatty(STDERR_FILENO) != 0) {
         thread_ = std::thread([this] { Run(); });
     }

@@ -12,7 +12,7 @@ class Progress {
 public:
     using Clock = std::chrono::steady_clock;
 
-    explicit Progress(std::string step, Clock::time_point start = Clock::now());
+    explicit Progress(const std::string& step, Clock::time_point start = Clock::now());
     ~Progress();
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
