@@ -18,12 +18,18 @@ namespace {
 
 constexpr int kPadding = 32;
 
-void CopyPlanes(stereo_scene::GuardedImage& from, host::Image& to) {
+// Each sample the mean of those that it covers; the pair's chroma is that of its surroundings.
+void ReducePlanes(stereo_scene::GuardedImage& from, host::Image& to) {
+    const int scale = from.width() / to.width();
     for (int y = 0; y < to.height(); ++y) {
         for (int x = 0; x < to.width(); ++x) {
-            to.row(0, y)[x] = from.luma(x, y);
+            int sum = 0;
+            for (int i = 0; i < scale * scale; ++i) {
+                sum += from.luma(x * scale + i % scale, y * scale + i / scale);
+            }
+            to.row(0, y)[x] = static_cast<std::uint8_t>(sum / (scale * scale));
             if (y < to.height() / 2) {
-                to.row(1, y)[x] = from.chroma(x, y);
+                to.row(1, y)[x] = from.chroma(x / 2 * 2 * scale + x % 2, y * scale);
             }
         }
     }
@@ -39,18 +45,19 @@ void WriteFile(const std::filesystem::path& path, std::span<const std::uint8_t> 
 } // namespace
 
 CaptureTest::CaptureTest(int width, int height)
-    : useCase_{{width, height}, {width, height}, {width, height}},
-      main_(host::Image::Format::Nv12, width, height, width + kPadding), aux_(main_),
+    : useCase_{{width, height}, {width / 2, height / 2}, {width, height}},
+      main_(host::Image::Format::Nv12, width, height, width + kPadding),
+      aux_(host::Image::Format::Nv12, width / 2, height / 2, width / 2 + 2 * kPadding),
       output_(main_), depth_(host::Image::Format::Y8, width + kPadding, height, width + kPadding) {
     stereo_scene::Pair pair = stereo_scene::Render({.width = width, .height = height});
-    CopyPlanes(pair.main, main_);
-    CopyPlanes(pair.aux, aux_);
+    ReducePlanes(pair.main, main_);
+    ReducePlanes(pair.aux, aux_);
 
     char folder[] = "/tmp/capture-test-XXXXXX";
     root_ = mkdtemp(folder);
     std::filesystem::create_directories(root_ / "data/vendor/camera");
-    const auto calibration = refocus::WriteCalibration(
-        refocus::CalibrationOfRectifiedPair({width, height, width, height, 300.0, 12.0, 0.0}));
+    const auto calibration = refocus::WriteCalibration(refocus::CalibrationOfRectifiedPair(
+        {width, height, width / 2, height / 2, 300.0, 12.0, 0.0}));
     WriteFile(root_ / "mnt/vendor/persist/camera/dualcam_cali.bin", calibration);
     WriteFile(root_ / "vendor/etc/camera/dualcam_cali.bin", calibration);
     Library();

@@ -16,8 +16,8 @@ namespace capture {
 constexpr int kWidth = 320;
 constexpr int kHeight = 240;
 
-// A stereo pair of two planes, a device root with its calibration, and the loaded libraries.
-// Nothing of one test reaches the next.
+// A stereo pair of two planes, the aux image of half the size, a device root with its calibration,
+// and the loaded libraries. Nothing of one test reaches the next.
 class CaptureTest : public ::testing::Test {
 protected:
     explicit CaptureTest(int width = kWidth, int height = kHeight);
