@@ -10,6 +10,7 @@
 
 #include "bench/refocus/thin_lens.h"
 #include "host/picture/nv12.h"
+#include "host/picture/similarity.h"
 #include "host/refocus/circle_of_confusion.h"
 #include "host/refocus/renderer.h"
 
@@ -103,35 +104,6 @@ int Differing(const host::Image& a, const host::Image& b, const cv::Mat& mask) {
     cv::split(difference, parts);
     return cv::countNonZero((va.luma != vb.luma) & mask) +
            cv::countNonZero((parts[0] | parts[1]) & (half == 255));
-}
-
-double Ssim(const cv::Mat& picture, const cv::Mat& traced) {
-    constexpr double kC1 = 0.01 * 255 * 0.01 * 255;
-    constexpr double kC2 = 0.03 * 255 * 0.03 * 255;
-    cv::Mat a, b;
-    picture.convertTo(a, CV_32F);
-    traced.convertTo(b, CV_32F);
-    const auto mean = [](const cv::Mat& values) {
-        cv::Mat result;
-        cv::GaussianBlur(values, result, {11, 11}, 1.5);
-        return result;
-    };
-    const cv::Mat meanA = mean(a), meanB = mean(b);
-    const cv::Mat square = meanA.mul(meanA) + meanB.mul(meanB);
-    const cv::Mat product = meanA.mul(meanB);
-    const cv::Mat variances = mean(a.mul(a) + b.mul(b)) - square;
-    const cv::Mat covariance = mean(a.mul(b)) - product;
-    cv::Mat similarity;
-    cv::divide((2 * product + kC1).mul(2 * covariance + kC2), (square + kC1).mul(variances + kC2),
-               similarity);
-    return cv::mean(similarity)[0];
-}
-
-// Like cv::PSNR, which takes no mask. An empty mask: all pixels.
-double Psnr(const cv::Mat& a, const cv::Mat& b, const cv::Mat& mask) {
-    const double distance = cv::norm(a, b, cv::NORM_L2SQR, mask);
-    const double count = mask.empty() ? static_cast<double>(a.total()) : cv::countNonZero(mask);
-    return 10.0 * std::log10(255.0 * 255.0 * count * a.channels() / std::max(distance, 1e-9));
 }
 
 struct SceneFigures {
@@ -290,8 +262,8 @@ Fidelity Compare(const host::Image& picture, const ScenePhoto& photo) {
     const cv::Mat luma = LumaOf(picture);
     const cv::Mat traced = LumaOf(photo.traced);
     return {Psnr(luma, traced, {}), Psnr(luma, traced, AlongDepthEdges(photo.disparity)),
-            Psnr(ViewOf(picture).chroma, ViewOf(photo.traced).chroma, {}), Ssim(luma, traced),
-            cv::mean(luma)[0] - cv::mean(traced)[0]};
+            Psnr(ViewOf(picture).chroma, ViewOf(photo.traced).chroma, {}),
+            MeanSsim(luma, traced, {}), cv::mean(luma)[0] - cv::mean(traced)[0]};
 }
 
 cv::Mat AlongDepthEdges(const cv::Mat& disparity) {

@@ -151,7 +151,7 @@ void Faults::Arm(std::string_view text) {
     CallState* const call = FindAtStart(text);
     if (call == nullptr) {
         throw std::invalid_argument(
-            fmt::format("expected CALL[:N[:RESULT]] with one of the calls {}, found {}",
+            fmt::format("expected CALL[:N[:RESULT]] with one of the calls {}, found \"{}\"",
                         fmt::join(Names(), ", "), text));
     }
     const auto& [name, effect, defaultResult] = call->description;
@@ -160,7 +160,7 @@ void Faults::Arm(std::string_view text) {
     const auto result = nth ? TakeNumber<std::int64_t>(rest) : std::nullopt;
     constexpr std::uint64_t kMostCalls = 1'000'000'000; // leaves room to add to
     if (!rest.empty() || nth == 0 || nth > kMostCalls || (result && !defaultResult)) {
-        throw std::invalid_argument(fmt::format("expected {}{} with an N of 1 to {}, found {}",
+        throw std::invalid_argument(fmt::format("expected {}{} with an N of 1 to {}, found \"{}\"",
                                                 name, defaultResult ? "[:N[:RESULT]]" : "[:N]",
                                                 kMostCalls, text));
     }

@@ -6,6 +6,7 @@ void Refuse(const std::string& name, const std::string& expected, const std::str
     throw UseError(fmt::format("{}: expected {}, found {}", name, expected, found));
 }
 
-void CannotRead(const std::filesystem::path& path, const std::string& reason) {
-    throw UseError(fmt::format("{}: cannot be read: {}", path.string(), reason));
+void Cannot(const std::string& action, const std::filesystem::path& path,
+            const std::string& reason) {
+    throw UseError(fmt::format("{}: cannot {}: {}", path.string(), action, reason));
 }

@@ -22,8 +22,9 @@ public:
 [[noreturn]] void Refuse(const std::string& name, const std::string& expected,
                          const std::string& found);
 
-// Throws the UseError "PATH: cannot be read: REASON", with the system's reason.
-[[noreturn]] void CannotRead(const std::filesystem::path& path, const std::string& reason);
+// Throws the UseError "PATH: cannot ACTION: REASON", with the system's reason.
+[[noreturn]] void Cannot(const std::string& action, const std::filesystem::path& path,
+                         const std::string& reason);
 
 // Runs the action. Returns the caller's mistake that stopped it, a path that the system refuses
 // included, or an empty text; other errors pass through.

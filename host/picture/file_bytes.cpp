@@ -21,7 +21,7 @@ std::uintmax_t SizeOf(const fs::path& path) {
     std::error_code error;
     const auto status = fs::status(path, error);
     if (status.type() == fs::file_type::none) {
-        CannotRead(path, error.message());
+        Cannot("be read", path, error.message());
     }
     if (!fs::is_regular_file(status)) {
         Refuse(path, "a file",
@@ -43,7 +43,7 @@ Bytes ReadFileStart(const fs::path& path, std::size_t most) {
     Bytes bytes(stream.is_open() ? wanted : 0);
     stream.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
     if (!stream.is_open() || stream.bad()) {
-        CannotRead(path, std::strerror(errno));
+        Cannot("be read", path, std::strerror(errno));
     }
     bytes.resize(static_cast<std::size_t>(stream.gcount()));
     if (stated > 0 && bytes.size() < wanted) { // a file that shrinks meanwhile

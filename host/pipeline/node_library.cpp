@@ -18,7 +18,10 @@ constexpr int kUntouched = 0xA5;
 void* Open(const std::filesystem::path& library, int flags) {
     void* const handle = dlopen(library.c_str(), RTLD_NOW | flags);
     if (handle == nullptr) {
-        throw PipelineError(fmt::format("cannot load {}: {}", library.string(), dlerror()));
+        const std::string reason = dlerror(); // begins with the library's name as well
+        const std::string name = library.string() + ": ";
+        throw PipelineError(fmt::format("{}cannot be loaded: {}", name,
+                                        reason.substr(reason.starts_with(name) ? name.size() : 0)));
     }
     return handle;
 }

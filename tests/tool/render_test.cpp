@@ -191,6 +191,9 @@ TEST_F(RenderTest, NamesWhatIsWrongAndLeavesNothing) {
     fs::create_directories(folder_ / "taken/tags.json");
     const Names before = NamesIn(folder_);
     for (const auto& [main, more, said, output] : kRefused) {
+        if (*main == '/' && !fs::exists(main)) {
+            continue; // not every container has /sys
+        }
         SCOPED_TRACE(testing::PrintToString(said));
         const ToolRun run = Render(more, main, "aux.png", output);
         EXPECT_EQ(run.exitCode, 2);
@@ -262,6 +265,8 @@ TEST_F(RenderTest, PublishesTheFocus) {
         ASSERT_EQ(run.exitCode, 0) << run.errors;
         EXPECT_EQ(Tags()["published"]["PtFocus"], point);
     }
+    EXPECT_THAT(Render({"--face-rotation", "90", "--debug-view", "1"}).errors,
+                HasSubstr("note: --face-rotation: there are no faces to turn"));
 }
 
 TEST_F(RenderTest, FallbackSaysSoAndCopiesTheMainPicture) {
@@ -375,7 +380,7 @@ TEST_F(RenderTest, LibraryThatDoesNotLoadLeavesNothing) {
     for (const char* option : {"--node", "--engine"}) {
         const ToolRun run = Render({option, "words.so"});
         EXPECT_EQ(run.exitCode, 2);
-        EXPECT_THAT(run.errors, HasSubstr("words.so"));
+        EXPECT_THAT(run.errors, HasSubstr("/words.so: cannot be loaded: "));
         EXPECT_FALSE(fs::exists(folder_ / "out"));
     }
 }
@@ -393,7 +398,7 @@ TEST_F(RenderTest, ShowsWhatAFailingCallLeadsTo) {
         {"TSL_DCIR_Process:2", 0, "note: --fail: there was no such call: TSL_DCIR_Process:2"},
         {"setMetadata", 1, "failed: the node published nothing"},
         {"TSL_DCIR_Process:0", 2, "--fail: expected TSL_DCIR_Process[:N[:RESULT]]"},
-        {"TSL_DCIR_Proces", 2, "--fail: expected CALL[:N[:RESULT]]"},
+        {"TSL_DCIR_Proces", 2, ", found \"TSL_DCIR_Proces\""},
     };
     for (const Failure& failure : failures) {
         const ToolRun run = Render({"--fail", failure.armed, "--json"});

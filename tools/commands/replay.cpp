@@ -21,6 +21,7 @@
 #include "tools/replay/sweep.h"
 #include "tools/report/overview.h"
 #include "tools/report/report_contents.h"
+#include "tools/run/capture_request.h"
 
 namespace fs = std::filesystem;
 
@@ -100,7 +101,7 @@ int ReplayOne(const ReplayCommandOptions& options) {
     }
     Replayed replayed = Replay(set, options.replay);
     if (options.replay.faceRotation && replayed.asked.faces.empty()) {
-        replayed.notes.emplace_back("--face-rotation: there are no faces to turn");
+        replayed.notes.emplace_back(kNoFacesToTurn);
     }
     std::vector<std::string> written = replayed.written;
     if (report) {

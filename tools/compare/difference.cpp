@@ -3,11 +3,11 @@
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
-#include <cmath>
 #include <string_view>
 
 #include <fmt/format.h>
 
+#include "host/picture/similarity.h"
 #include "tools/compare/matrix.h"
 #include "tools/files/json_text.h"
 
@@ -85,52 +85,6 @@ DifferingPixel FirstDifference(const PlanePair& plane, const cv::Mat& difference
             plane.b.at<std::uint8_t>(y, x)};
 }
 
-// The structural similarity index around each pixel, with the window and the constants of Wang,
-// Bovik, Sheikh and Simoncelli, "Image quality assessment", 2004.
-cv::Mat SsimMap(const cv::Mat& first, const cv::Mat& second) {
-    constexpr double kC1 = 0.01 * 255 * 0.01 * 255;
-    constexpr double kC2 = 0.03 * 255 * 0.03 * 255;
-    const auto windowMean = [](const cv::Mat& values) {
-        cv::Mat mean;
-        cv::GaussianBlur(values, mean, {11, 11}, 1.5);
-        return mean;
-    };
-    cv::Mat a;
-    cv::Mat b;
-    first.convertTo(a, CV_32F);
-    second.convertTo(b, CV_32F);
-    const cv::Mat meanA = windowMean(a);
-    const cv::Mat meanB = windowMean(b);
-    const cv::Mat meansSquared = meanA.mul(meanA) + meanB.mul(meanB);
-    const cv::Mat meansProduct = meanA.mul(meanB);
-    const cv::Mat variances = windowMean(a.mul(a) + b.mul(b)) - meansSquared;
-    const cv::Mat covariance = windowMean(a.mul(b)) - meansProduct;
-    const cv::Mat similar = (2 * meansProduct + kC1).mul(2 * covariance + kC2);
-    const cv::Mat all = (meansSquared + kC1).mul(variances + kC2);
-    return similar / all;
-}
-
-// The mean over all pixels to compare, in strips, since a large picture's maps would fill the
-// memory.
-double MeanSsim(const PlanePair& luma) {
-    constexpr int kStrip = 128;
-    constexpr int kReach = 5; // of the window
-    double sum = 0;
-    double count = 0;
-    for (int top = 0; top < luma.a.rows; top += kStrip) {
-        const cv::Range rows(top, std::min(top + kStrip, luma.a.rows));
-        const cv::Range seen(std::max(top - kReach, 0), std::min(rows.end + kReach, luma.a.rows));
-        const cv::Mat map = SsimMap(luma.a.rowRange(seen), luma.b.rowRange(seen))
-                                .rowRange(rows.start - seen.start, rows.end - seen.start);
-        const cv::Mat mask = luma.mask.empty() ? cv::Mat() : luma.mask.rowRange(rows);
-        const double samples =
-            mask.empty() ? static_cast<double>(map.total()) : cv::countNonZero(mask);
-        sum += cv::mean(map, mask)[0] * samples;
-        count += samples;
-    }
-    return sum / count;
-}
-
 // RGB pictures have no plane of luma.
 PlanePair LumaOf(const std::vector<PlanePair>& planes) {
     PlanePair luma = planes.front();
@@ -164,8 +118,7 @@ PictureDifference CompareAll(const std::vector<PlanePair>& planes, bool similari
         double largest = 0;
         cv::minMaxLoc(difference, nullptr, &largest);
         entry.largest = static_cast<int>(largest);
-        entry.psnr = 10 * std::log10(255.0 * 255.0 * static_cast<double>(entry.samples) /
-                                     cv::norm(difference, cv::NORM_L2SQR));
+        entry.psnr = Psnr(plane.a, plane.b, plane.mask);
         const DifferingPixel pixel = FirstDifference(plane, difference);
         if (!result.first ||
             std::pair(pixel.y, pixel.x) < std::pair(result.first->y, result.first->x)) {
@@ -173,7 +126,8 @@ PictureDifference CompareAll(const std::vector<PlanePair>& planes, bool similari
         }
     }
     if (similarity) {
-        result.ssim = result.identical() ? 1 : MeanSsim(LumaOf(planes));
+        const PlanePair luma = LumaOf(planes);
+        result.ssim = result.identical() ? 1 : MeanSsim(luma.a, luma.b, luma.mask);
     }
     return result;
 }

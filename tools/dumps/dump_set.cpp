@@ -48,7 +48,7 @@ void AddFolder(Sets& sets, const fs::path& folder) {
         entries.increment(error);
     }
     if (error) {
-        CannotRead(reading, error.message());
+        Cannot("be read", reading, error.message());
     }
 }
 

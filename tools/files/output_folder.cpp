@@ -9,8 +9,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <fmt/core.h>
-
 #include "host/picture/errors.h"
 #include "tools/files/interruption.h"
 
@@ -18,8 +16,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-[[noreturn]] void Fail(const fs::path& path, const char* what) {
-    throw UseError(fmt::format("{}: {}: {}", path.string(), what, std::strerror(errno)));
+[[noreturn]] void Fail(const char* action, const fs::path& path) {
+    Cannot(action, path, std::strerror(errno));
 }
 
 // Missing folders of `path`, outermost first.
@@ -64,7 +62,7 @@ OutputFolder::OutputFolder(const fs::path& folder)
                 ::rmdir(made->c_str());
             }
             errno = reason;
-            Fail(missing, "cannot make this folder");
+            Fail("make this folder", missing);
         }
         made_.push_back(missing);
         RemoveWhenInterrupted(missing, Removal::kAlone);
@@ -105,7 +103,7 @@ void OutputFolder::Write(const std::string& name, std::span<const std::uint8_t> 
         const auto delay = DelayInterruption();
         file = ::mkostemp(temporary.data(), O_CLOEXEC);
         if (file < 0) {
-            Fail(folder_ / name, "cannot be written");
+            Fail("be written", folder_ / name);
         }
         pending_.emplace_back(temporary, folder_ / name);
         RemoveWhenInterrupted(temporary, Removal::kAlone);
@@ -114,7 +112,7 @@ void OutputFolder::Write(const std::string& name, std::span<const std::uint8_t> 
     ::umask(mask);
     const bool written = WriteAll(file, bytes) && ::fchmod(file, 0666 & ~mask) == 0;
     if (::close(file) != 0 || !written) {
-        Fail(folder_ / name, "cannot be written");
+        Fail("be written", folder_ / name);
     }
 }
 
@@ -129,7 +127,7 @@ void OutputFolder::Append(const std::string& name, std::string_view text) {
         file >= 0 &&
         WriteAll(file, {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
     if ((file >= 0 && ::close(file) != 0) || !written) {
-        Fail(folder_ / name, "cannot be written");
+        Fail("be written", folder_ / name);
     }
 }
 
@@ -139,17 +137,17 @@ void OutputFolder::Drop(const std::string& name) {
 
 // What would stop the renaming half-way is found before the first file is in its place.
 void OutputFolder::CheckPlaces() const {
-    const auto check = [](const fs::path& path, const char* what) {
+    const auto check = [](const fs::path& path, const char* action) {
         if (fs::is_directory(fs::symlink_status(path))) {
             errno = EISDIR;
-            Fail(path, what);
+            Fail(action, path);
         }
     };
     for (const auto& [temporary, final] : pending_) {
-        check(final, "cannot be written");
+        check(final, "be written");
     }
     for (const fs::path& path : dropped_) {
-        check(path, "cannot be removed");
+        check(path, "be removed");
     }
 }
 
@@ -158,12 +156,12 @@ void OutputFolder::Commit() {
     StopWatching();
     for (const auto& [temporary, final] : pending_) {
         if (::rename(temporary.c_str(), final.c_str()) != 0) {
-            Fail(final, "cannot be written");
+            Fail("be written", final);
         }
     }
     for (const fs::path& path : dropped_) {
         if (::unlink(path.c_str()) != 0 && errno != ENOENT) {
-            Fail(path, "cannot be removed");
+            Fail("be removed", path);
         }
     }
     committed_ = true;

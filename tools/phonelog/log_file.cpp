@@ -61,7 +61,7 @@ void ReadTextFile(const fs::path& file, std::FILE* stream, const TakeLine& take)
     };
     ReadLines(read, take);
     if (std::ferror(stream) != 0) {
-        CannotRead(file, std::strerror(errno));
+        Cannot("be read", file, std::strerror(errno));
     }
 }
 
@@ -80,7 +80,7 @@ void ReadZipFile(const fs::path& file, const TakeLine& take) {
         zip_error_init_with_code(&error, code);
         const std::string reason = zip_error_strerror(&error);
         zip_error_fini(&error);
-        CannotRead(file, reason);
+        Cannot("be read", file, reason);
     }
     bool found = false;
     for (zip_int64_t i = 0; i < zip_get_num_entries(archive.get(), 0); ++i) {
@@ -95,9 +95,9 @@ void ReadZipFile(const fs::path& file, const TakeLine& take) {
         const auto read = [&](char* bytes, std::size_t size) {
             const zip_int64_t count = entry ? zip_fread(entry.get(), bytes, size) : -1;
             if (count < 0) {
-                CannotRead(file, std::string(name) + ": " +
-                                     (entry ? zip_file_strerror(entry.get())
-                                            : zip_strerror(archive.get())));
+                Cannot("be read", file,
+                       std::string(name) + ": " +
+                           (entry ? zip_file_strerror(entry.get()) : zip_strerror(archive.get())));
             }
             return static_cast<std::size_t>(count);
         };
@@ -114,7 +114,7 @@ void ForEachLine(const fs::path& file, const TakeLine& take) {
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(std::fopen(file.c_str(), "rb"),
                                                                  std::fclose);
     if (stream == nullptr) {
-        CannotRead(file, std::strerror(errno));
+        Cannot("be read", file, std::strerror(errno));
     }
     if (fs::is_directory(file)) {
         Refuse(file.string(), "a file", "a folder");

@@ -119,6 +119,9 @@ host::Request RequestOf(const RenderOptions& options, const Sensors& sensors,
     request.metadata.blurLevel = options.blur.value_or(100);
     request.selectedFace = options.selectedFace;
     request.faceRotation = options.faceRotation;
+    if (options.faceRotation && options.faces.empty()) {
+        notes.emplace_back(kNoFacesToTurn);
+    }
     return request;
 }
 

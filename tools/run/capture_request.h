@@ -13,6 +13,9 @@ struct Sensors {
 // A main and an aux camera of these sensors, whose output is as large as the main image.
 host::UseCase UseCaseOf(const Sensors& sensors, Size image, std::uint32_t rotation);
 
+// What is noted where --face-rotation is given without a face.
+inline constexpr char kNoFacesToTurn[] = "--face-rotation: there are no faces to turn";
+
 // The metadata of a camera whose image shows `part` of its sensor. Where no crop gives exactly that
 // part, the nearest is taken and a note added.
 void SetAppliedCrop(CameraMetadata& camera, Size sensor, Size image, Size part, const char* name,

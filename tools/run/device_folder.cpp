@@ -60,8 +60,7 @@ void MakeFolder(const fs::path& path) {
     std::error_code error;
     fs::create_directories(path, error);
     if (error) {
-        throw UseError(
-            fmt::format("{}: cannot make this folder: {}", path.string(), error.message()));
+        Cannot("make this folder", path, error.message());
     }
 }
 
@@ -72,8 +71,7 @@ void WriteFile(const fs::path& path, const Bytes& bytes) {
                  static_cast<std::streamsize>(bytes.size()));
     stream.close();
     if (!stream) {
-        throw UseError(
-            fmt::format("{}: cannot be written: {}", path.string(), std::strerror(errno)));
+        Cannot("be written", path, std::strerror(errno));
     }
 }
 
@@ -89,8 +87,7 @@ TemporaryFolder::TemporaryFolder() {
     std::string name = (temporary / "bokehnode-XXXXXX").string();
     const auto delay = DelayInterruption();
     if (::mkdtemp(name.data()) == nullptr) {
-        throw UseError(
-            fmt::format("{}: cannot make a temporary folder: {}", name, std::strerror(errno)));
+        Cannot("make a temporary folder", name, std::strerror(errno));
     }
     path_ = name;
     RemoveWhenInterrupted(path_, Removal::kWithEverything);
