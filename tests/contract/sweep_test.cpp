@@ -85,7 +85,7 @@ int LockMutex(pthread_mutex_t* mutex) {
 }
 
 // Each with the tag that it is printed under.
-constexpr char kNull[] = "TSL_BTB: %s: %d: errCode = %d: NULL POINTER!";
+constexpr char kNullPointer[] = "TSL_BTB: %s: %d: errCode = %d: NULL POINTER!";
 constexpr char kResult[] = "TSL_CTB: %s: %d: res: %d NULL POINTER!";
 constexpr char kWide[] = "TSL_CTB: %s: %d:  res: %d NULL POINTER!";
 constexpr char kBaseResult[] = "TSL_BTB: %s: %d: res: %d NULL POINTER!";
@@ -132,8 +132,8 @@ std::map<std::string, Site> PlatformSites() {
         {"GetDataList",
          {"_ZN12ChiNodeUtils11GetDataListEmj15ChiMetadataTypeP16ChiNodeInterfacePvj",
           {"TSL_BTB: TSL_CTB: %s: %d: pPhysicalCameraConfigs not updated for BOKEH\n",
-           "TSL_BTB: TSL_CTB: %s: %d: pCameraInputConfig not updated for BOKEH\n", kNull, kWide,
-           kBaseWide, kResult},
+           "TSL_BTB: TSL_CTB: %s: %d: pCameraInputConfig not updated for BOKEH\n", kNullPointer,
+           kWide, kBaseWide, kResult},
           kRefusesCreation | kRefusesRequests | kMayBeQuiet}},
         {"DefaultBufferNegotiation",
          {"_ZN12ChiNodeUtils24DefaultBufferNegotiationEP22ChiNodeQueryBufferInfo", {}}},
