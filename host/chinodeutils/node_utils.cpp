@@ -75,7 +75,7 @@ void* ChiNodeUtils::GetDataList(unsigned long requestId, unsigned int tagId, Chi
     }
     const host::MetadataQuery query = {requestId, tagId, type, platform, session, cameraId};
     void* const data = provider->Find(query);
-    call.Tell([&] { return provider->Describe(tagId) + (data != nullptr ? "" : ": none"); });
+    call.Tell([&] { return provider->Describe(tagId) + (data != nullptr ? ": found" : ": none"); });
     return data;
 }
 

@@ -236,7 +236,12 @@ ssize_t write(int descriptor, const void* data, size_t size) {
 
 int fclose(FILE* stream) {
     static auto* const next = Next<int(FILE*)>("fclose");
-    const FileCall call(fclosePoint, state().streams.Remove(stream));
+    static auto* const tell = Next<long(FILE*)>("ftell");
+    const bool ofDevice = state().streams.Remove(stream);
+    FileCall call(fclosePoint, ofDevice);
+    if (ofDevice) { // formatted text is written by calls that are not seen
+        call.TellBytes(tell(stream));
+    }
     const int result = next(stream);
     return static_cast<int>(call.failure().value_or(result));
 }

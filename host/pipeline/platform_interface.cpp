@@ -1,4 +1,9 @@
+#include <algorithm>
+#include <string>
+#include <vector>
+
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "host/control/faults.h"
 #include "host/pipeline/pipeline_session.h"
@@ -7,19 +12,28 @@
 namespace host {
 namespace {
 
-constexpr CDKResult kNoSuch = 6; // the platform's CDKResultENoSuch
+constexpr CDKResult kNoSuch = 6;            // the platform's CDKResultENoSuch
+constexpr std::uint32_t kMostTagsTold = 16; // of a set whose count may be wrong
 
 CallPoint setMetadataPoint("setMetadata");
 CallPoint getVendorTagBasePoint("getVendorTagBase");
 CallPoint queryRequestStatePoint("queryRequestState");
 
 CDKResult SetMetadata(const ChiMetadataSet* set) {
-    const Call call(setMetadataPoint);
+    Call call(setMetadataPoint);
     const auto& failure = call.failure();
     if (set == nullptr) {
         Sessions::Instance().Complain("setMetadata was called without a set");
         return CDKResultEInvalidPointer;
     }
+    call.Tell([set] {
+        const auto count = set->tagIds != nullptr ? std::min(set->numTags, kMostTagsTold) : 0;
+        std::vector<std::string> names;
+        for (std::uint32_t i = 0; i < count; ++i) {
+            names.push_back(VendorTags::Instance().Describe(set->tagIds[i]));
+        }
+        return fmt::format("{}", fmt::join(names, ", "));
+    });
     const auto session = Sessions::Instance().Get(set->hChiSession, "setMetadata");
     if (!session) {
         return CDKResultEFailed;

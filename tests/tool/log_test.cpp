@@ -305,6 +305,10 @@ TEST_F(CaptureTest, TraceHoldsEveryStepOfARequest) {
         EXPECT_TRUE(byName.contains(name)) << name;
     }
     EXPECT_EQ(byName["fread"]["args"]["detail"], "2048 bytes");
+    EXPECT_THAT(byName["setMetadata"]["args"]["detail"].get<std::string>(),
+                HasSubstr("\"OutputMetadataBokeh\", \"PtFocus\""));
+    EXPECT_THAT(byName["ChiNodeUtils::GetDataList"]["args"]["detail"].get<std::string>(),
+                HasSubstr(": found"));
     // What the request calls lies within it and adds up to no more than its time.
     const Json& request = byName["NodeProcRequest"];
     const auto end = [](const Json& event) {

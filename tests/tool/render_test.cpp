@@ -166,6 +166,8 @@ const struct {
     {"main.png", {"--set", "persist.x"}, {"--set", "NAME=VALUE", "persist.x"}},
     {"main.png", {"--set", "a=" + std::string(92, 'x')}, {"91 bytes"}},
     {"main.png", {"--calibration", "short.bin"}, {"short.bin", "2048", "found 2047"}},
+    {"main.png", {"--calibration", "/proc/cpuinfo"}, {"2048 bytes, found another number"}},
+    {"main.png", {"--trace", "aux.png"}, {"--trace", "ends in .json", "aux.png"}},
     {"main.png", {"--node", "none.so"}, {"--node", "none.so"}},
     {"main.png", {}, {"words.txt", "folder"}, "words.txt"},
     {"main.png", {}, {"words.txt/deep", "folder"}, "words.txt/deep"},

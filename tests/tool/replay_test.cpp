@@ -181,8 +181,12 @@ TEST_F(ReplayTest, AllWorksThroughAFolderOnce) {
         EXPECT_EQ(Run({"replay", "camera", "--all", "-o", "new"}, wrong).exitCode, 2) << wrong[1];
         EXPECT_FALSE(fs::exists(folder_ / "new")) << wrong[1];
     }
-    EXPECT_THAT(Run({"replay", "camera", "--all", "-o", "camera"}).errors,
-                HasSubstr("another folder than the set's own"));
+    fs::create_directory(folder_ / "month");
+    fs::rename(folder_ / "camera", folder_ / "month/day");
+    for (const char* place : {"month", "month/day"}) {
+        EXPECT_THAT(Run({"replay", "month", "--all", "-o", place}).errors,
+                    HasSubstr("another folder than the captures' own"));
+    }
 }
 
 TEST_F(ReplayTest, TwoBuildsAreComparedWithTheLargestDifferenceFirst) {
@@ -462,7 +466,7 @@ TEST_F(ReplayTest, RefusesWhatCannotBeReplayed) {
     EXPECT_THAT(said({"--main-crop", "2147483647x16"}), HasSubstr("--main-crop: expected"));
     EXPECT_THAT(said({"--aux-sensor", "640x15"}), HasSubstr("--aux-sensor: expected"));
     const Names before = NamesIn(folder_ / "camera");
-    EXPECT_THAT(said({"--blur", "10", "-o", "camera/../camera"}), HasSubstr("the set's own"));
+    EXPECT_THAT(said({"--blur", "10", "-o", "camera/../camera"}), HasSubstr("the captures' own"));
     EXPECT_EQ(NamesIn(folder_ / "camera"), before);
     const fs::path text = set.file(DumpRole::kParameters)->path;
     const Bytes parameters = ReadFileBytes(text);

@@ -63,7 +63,12 @@ TEST_F(ReportTest, HoldsWhatTheCommandKnows) {
          {"aux", "dumped output", "main", "output"},
          {"Parameters", "Published tags", "Run", "Time and memory"},
          true,
-         "differs from the dump"},
+         ", as changed"},
+        {{"replay", set_, "--calibration", calibration, "--debug-view", "2"},
+         {"aux", "dumped output", "main", "output"},
+         {"Parameters", "Published tags", "Run", "Time and memory"},
+         true,
+         ", as changed"},
         {{"render", "main.png", "aux.png", "-o", "out", "--debug-view", "1"},
          {"aux", "main", "output"},
          {"Parameters", "Published tags", "Request", "Time and memory"},
@@ -131,6 +136,7 @@ TEST_F(ReportTest, PutsAFallbackAndItsReasonFirst) {
 TEST_F(ReportTest, RefusesWhatItCannotWriteAndLosesNothing) {
     WriteBytes(folder_ / "kept.png", {'k', 'e', 'p', 't'});
     fs::create_directory(folder_ / "folder.html");
+    fs::create_directories(folder_ / "full" / (captures_[0].stem + "_output.png"));
     struct {
         Names arguments;
         Names said;
@@ -142,6 +148,7 @@ TEST_F(ReportTest, RefusesWhatItCannotWriteAndLosesNothing) {
         {{"replay", "camera", "--all", "-o", "out", "--report", "folder.html"},
          {"folder.html", "expected a file"}},
         {{"replay", set_, "-o", "out", "--report", "folder.html"}, {"expected a file"}},
+        {{"replay", set_, "-o", "full", "--report", "new.html"}, {"Is a directory"}},
         {{"render", "main.png", "aux.png", "-o", "out", "--report", "folder.html"},
          {"folder.html", "expected a file"}},
     };

@@ -451,7 +451,7 @@ TEST_F(ViewTest, SavesWhatTheCommandWritesWhereItMay) {
         }
     }
     EXPECT_THAT(RunTool({"view", "camera", "-o", "camera"}, folder_).errors,
-                HasSubstr("another folder than the set's own"));
+                HasSubstr("another folder than the captures' own"));
 }
 
 TEST_F(ViewTest, TraceHoldsEveryRequest) {

@@ -357,8 +357,8 @@ std::function<int()> PrepareLog(Command command) {
         .Paths("FILE", "FILE", options->files, "logs of `adb logcat`, or bug reports (text or zip)")
         .Required();
     command.Flag("--json", options->json, "say it as JSON");
-    command.Path("--trace", "FILE", options->trace,
-                 "write a timeline for Perfetto, from a log with times");
+    AddOutputFile(command, "--trace", ".json", options->trace,
+                  "write a timeline for Perfetto, from a log with times,\nending in .json");
     AddReportOption(command, options->report);
     command.Footer(
         "Tells each node's life and each of its requests from the node's own messages, whatever\n"

@@ -104,12 +104,16 @@ int ReplayOne(const ReplayCommandOptions& options) {
         replayed.notes.emplace_back(kNoFacesToTurn);
     }
     std::vector<std::string> written = replayed.written;
+    const bool dumped = output && replayed.result.published;
+    if (dumped) { // before the page, which would be left alone if this fails
+        WriteFiles(*output, set.stem, replayed);
+        output->CheckPlaces();
+    }
     if (report) {
         WriteReport(*report, options, set, replayed);
         std::ranges::move(report->written(), std::back_inserter(written));
     }
-    if (output && replayed.result.published) {
-        WriteFiles(*output, set.stem, replayed);
+    if (dumped) {
         output->Commit();
         std::ranges::move(output->written(), std::back_inserter(written));
     }

@@ -108,8 +108,9 @@ void AddRunOptions(Command& command, RunOptions& options) {
         [&](const Argument& argument) { options.failures.push_back(ParseFailure(argument)); },
         "let the N-th call (default: the first) of this function of\nthe platform or the stand-in "
         "engine fail with RESULT; may be\nrepeated");
-    command.Path("--trace", "FILE", options.trace,
-                 "write each callback, operation and call as a timeline\nfor Perfetto");
+    AddOutputFile(
+        command, "--trace", ".json", options.trace,
+        "write each callback, operation and call as a timeline\nfor Perfetto, ending in .json");
     command.Integer("--timeout", "SECONDS", 1, 1'000'000, options.timeout,
                     "give the node and the engine up after this time");
     command.Path("--node", "FILE", options.node, "the node's library");
@@ -143,18 +144,23 @@ std::string ExitCodes(const std::string& others) {
                        others);
 }
 
-Option AddReportOption(Command& command, std::filesystem::path& file) {
+Option AddOutputFile(Command& command, const char* name, const char* ending,
+                     std::filesystem::path& file, const std::string& help) {
     return command.Value(
-        "--report", "FILE",
-        [&file](const Argument& argument) {
+        name, "FILE",
+        [&file, ending](const Argument& argument) {
             // `--report out.png left.png ...`, with a word forgotten, must not replace a picture.
-            const std::string ending = std::filesystem::path(argument.text).extension().string();
-            if (ending != ".html" && ending != ".htm") {
-                argument.Refuse("a file name that ends in .html");
+            if (std::filesystem::path(argument.text).extension() != ending) {
+                argument.Refuse(std::string("a file name that ends in ") + ending);
             }
             file = argument.text;
         },
-        "write a page for a browser that shows all of it, ending\nin .html");
+        help);
+}
+
+Option AddReportOption(Command& command, std::filesystem::path& file) {
+    return AddOutputFile(command, "--report", ".html", file,
+                         "write a page for a browser that shows all of it, ending\nin .html");
 }
 
 void PrintWritten(const std::vector<std::string>& files) {

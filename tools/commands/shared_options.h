@@ -27,6 +27,10 @@ std::string FailureHelp();
 // For the end of the help: "Exit codes: OTHERS; 2 ...", which means the same for all commands.
 std::string ExitCodes(const std::string& others);
 
+// A file that a command writes, refused unless its name ends so.
+Option AddOutputFile(Command& command, const char* name, const char* ending,
+                     std::filesystem::path& file, const std::string& help);
+
 // --report FILE.
 Option AddReportOption(Command& command, std::filesystem::path& file);
 

@@ -89,10 +89,10 @@ std::function<int()> PrepareView(Command command) {
         "--set", "NAME=VALUE",
         [options](const Argument& argument) { options->properties.push_back(argument.text); },
         "set a system property for every run; may be repeated");
-    command.Path(
-        "--trace", "FILE", options->trace,
+    AddOutputFile(
+        command, "--trace", ".json", options->trace,
         "write each callback, operation and call of all requests, one\nafter another, as a "
-        "timeline for Perfetto; whole after each");
+        "timeline for Perfetto, ending in .json;\nwhole after each");
     command.Integer("--timeout", "SECONDS", 1, 1'000'000, options->timeout,
                     "give the node and the engine up after this time (default:\n60)");
     command.Footer(

@@ -29,13 +29,14 @@ public:
     // On Commit, removes the file of this name that an earlier run may have left.
     void Drop(const std::string& name);
 
+    // Throws where something else than a file takes the place of one. Commit begins with it.
+    void CheckPlaces() const;
     void Commit();
 
     // The committed files, below the folder as the caller named it.
     std::vector<std::string> written() const;
 
 private:
-    void CheckPlaces() const;
     void StopWatching();
 
     using Pending = std::pair<std::filesystem::path, std::filesystem::path>; // temporary, final

@@ -318,7 +318,7 @@ std::vector<std::string> ChangesOf(const ReplayOptions& options, const Replayed&
         return value ? InWords(*value) : std::string();
     };
     if (options.skipBokeh) {
-        changes.emplace_back("--skip-bokeh");
+        changes.emplace_back(kSkipBokeh);
     }
     add("--debug-view", number(options.debugView));
     for (const auto& [name, value] : options.properties) {
@@ -375,11 +375,15 @@ bool Replayed::equal() const {
     return !failed() && outputDifference && outputDifference->identical() && disparitySame;
 }
 
-void RefuseSetsFolder(const fs::path& output, const DumpSet& set) {
+void RefuseCapturesFolder(const fs::path& output, const fs::path& captures) {
     std::error_code missing;
-    if (fs::equivalent(output, set.folder.empty() ? "." : set.folder, missing)) {
-        Refuse("--output", "another folder than the set's own", output);
+    if (fs::equivalent(output, captures, missing)) {
+        Refuse("--output", "another folder than the captures' own", output);
     }
+}
+
+void RefuseSetsFolder(const fs::path& output, const DumpSet& set) {
+    RefuseCapturesFolder(output, set.folder.empty() ? "." : set.folder);
 }
 
 void WriteFiles(OutputFolder& folder, const std::string& stem, const Replayed& replayed) {

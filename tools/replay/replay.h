@@ -24,6 +24,8 @@ struct ReplayOptions : RunOptions, RequestOptions {
     std::optional<int> auxWidth;
 };
 
+inline constexpr char kSkipBokeh[] = "--skip-bokeh"; // the option, and the change that it makes
+
 // What became of a dumped request that ran again: all that a report shows.
 struct Replayed : Outcome {
     DumpParameters dumped;
@@ -84,6 +86,9 @@ void CheckFocus(const DumpSet& set, const ReplayOptions& options);
 // Throws UseError where the output folder is the set's own: new dumps have the names of the old
 // ones and would replace them.
 void RefuseSetsFolder(const std::filesystem::path& output, const DumpSet& set);
+// The same for a folder with captures anywhere below it.
+void RefuseCapturesFolder(const std::filesystem::path& output,
+                          const std::filesystem::path& captures);
 
 // Writes the new dumps, the output as PNG and, where it differs from the dumped one, by how much.
 // The files appear when the caller commits.

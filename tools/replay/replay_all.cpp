@@ -271,6 +271,7 @@ int ReplayAll(const fs::path& place, const fs::path& output, const ReplayAllOpti
     }
     std::vector<DumpSet> sets = FindDumpSets({place});
     CheckOptions(sets, options);
+    RefuseCapturesFolder(output, place);
     for (const DumpSet& set : sets) {
         RefuseSetsFolder(output, set);
     }

@@ -30,11 +30,11 @@ const timeOf = (title) => title.replace(
   /^.*?(\d{4})(\d\d)(\d\d)_(\d\d)(\d\d)(\d\d).*$|.*/s, (whole, year, ...rest) => year
     ? `${year}-${rest[0]}-${rest[1]} ${rest.slice(2, 5).join(":")}` : "");
 
-// What is not known is left out.
+// What is not known is left out, and so is what a damaged result of an earlier run holds.
 function factsOf({ title, facts, size, blur, focus, findings, psnr }) {
-  return facts ?? [timeOf(title), size?.join("×"), Number.isInteger(blur) && `blur ${blur}`,
-    focus && `focus ${focus.join()}`, findings > 0 && `findings: ${findings}`,
-    psnr && `PSNR ${psnr.toFixed(1)} dB`].filter(Boolean).join(" · ");
+  return facts ?? [timeOf(title), size?.join?.("×"), Number.isInteger(blur) && `blur ${blur}`,
+    focus?.join && `focus ${focus.join()}`, findings > 0 && `findings: ${findings}`,
+    Number.isFinite(psnr) && `PSNR ${psnr.toFixed(1)} dB`].filter(Boolean).join(" · ");
 }
 
 function makeTile(entry) {

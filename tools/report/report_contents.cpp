@@ -235,7 +235,10 @@ Report ReportOf(const Inspection& inspection, const Replayed& replayed) {
         report.AddFinding(Kind::kNote, "changed",
                           fmt::format("{}", fmt::join(replayed.changes, ", ")));
     }
-    SetReplayVerdict(report, replayed, DifferencesOf(replayed.dumped, replayed.asked).empty());
+    const bool asDumped = DifferencesOf(replayed.dumped, replayed.asked).empty() &&
+                          replayed.debugView == 0 &&
+                          !std::ranges::count(replayed.changes, kSkipBokeh);
+    SetReplayVerdict(report, replayed, asDumped);
     if (replayed.outputDifference && replayed.outputDifference->planes.front().psnr) {
         report.SetPsnr(*replayed.outputDifference->planes.front().psnr);
     }

@@ -26,10 +26,11 @@ fs::path PlaceIn(const fs::path& root, const char* devicePath) {
 
 Bytes ReadCalibration(const fs::path& path) {
     Bytes bytes = ReadFileStart(path, device::kCalibrationFileSize + 1);
-    const auto size = std::max<std::uintmax_t>(fs::file_size(path), bytes.size());
-    if (size != device::kCalibrationFileSize) {
+    const auto size = fs::file_size(path);
+    if (bytes.size() != device::kCalibrationFileSize || size != bytes.size()) {
+        // What the system makes while it is read has no size before.
         Refuse(path, fmt::format("a calibration file of {} bytes", device::kCalibrationFileSize),
-               fmt::format("{} bytes", size));
+               size < bytes.size() ? "another number" : fmt::format("{} bytes", size));
     }
     return bytes;
 }

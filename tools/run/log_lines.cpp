@@ -60,8 +60,9 @@ std::string Reason(const host::LogRecord& record, bool ownEngine, bool first) {
 } // namespace
 
 bool IsLoudSuccess(const host::LogRecord& record) {
-    return record.priority >= ANDROID_LOG_ERROR &&
-           record.text.find("cali data success") != std::string::npos;
+    const auto found = phonelog::Recognise(WithoutNewlines(record.text));
+    return record.priority >= ANDROID_LOG_ERROR && found &&
+           found->message == phonelog::Message::CalibrationUsed;
 }
 
 LogLines::LogLines(bool ownEngine, bool errorsAlone) : ownEngine_(ownEngine) {

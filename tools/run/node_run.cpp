@@ -152,7 +152,9 @@ Outcome LoadedNode::Run(const RunOptions& options, const Libraries& libraries,
         SetProperties(options);
     }
     outcome.debugView = DebugView();
-    const bool errorsAlone = !options.trace.empty() && !options.logMask;
+    const bool errorsAlone = !options.trace.empty() && !options.logMask &&
+                             !std::ranges::count(options.properties, device::kLogMaskProperty,
+                                                 &std::pair<std::string, std::string>::first);
     const LogLines log(options.engine.empty(), errorsAlone);
     const CallTrace trace;
     ArmFailures(options.failures);
