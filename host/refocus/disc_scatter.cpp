@@ -148,7 +148,7 @@ public:
     int reach() const { return reach_; }
 
     // Rows beyond the border are the border's.
-    int RowOf(int row) const { return std::clamp(row, 0, rows_ - 1); }
+    int RowOf(int row) const { return cv::borderInterpolate(row, rows_, cv::BORDER_REFLECT); }
     const Run& At(int row, int layer) const { return runs_[Index(RowOf(row), layer)]; }
     // A cell's RGB times weight, and its weight, divided by its disc's total coverage.
     const cv::Vec4f* Light(int row) const { return light_.ptr<cv::Vec4f>(RowOf(row)); }
@@ -177,7 +177,7 @@ private:
         const auto* weight = field.weight.ptr<float>(y);
         const auto* order = field.order.ptr<std::uint8_t>(y);
         for (int x = -reach_; x < width + reach_; ++x) {
-            const int i = std::clamp(x, 0, width - 1);
+            const int i = cv::borderInterpolate(x, width, cv::BORDER_REFLECT);
             const int reach = discs_[shape_.at<std::uint16_t>(y, i)].reach();
             if (weight[i] > 0.0f && x + reach >= 0 && x - reach < width) {
                 Run& run = runs_[Index(y, order[i] / kValuesPerLayer)];
@@ -204,7 +204,8 @@ void AddStep(const cv::Vec4f* light, const Span& span, const Step& step,
     const bool repeated = span.begin < 0 || span.begin >= width;
     if (repeated || to < 0 || to + span.count > width + 1) {
         for (int i = 0; i < span.count; ++i) {
-            const int cell = std::clamp(span.begin + i, 0, width - 1);
+            const int cell =
+                cv::borderInterpolate(span.begin + i, width, cv::BORDER_REFLECT);
             steps[static_cast<std::size_t>(std::clamp(to + i, 0, width))] +=
                 light[cell] * step.change;
         }
