@@ -46,12 +46,8 @@ BlurTable MakeBlurTable(const DisparityScale& scale, FocusRange focus, int inten
         const int distance = value - std::clamp(value, focus.low, focus.high);
         const double radius = perValue * distance;
         const auto i = static_cast<std::size_t>(value);
-        // The near field covers what lies behind it, which is a guess: it fades in later.
-        if (distance > 0) {
-            table.near[i] = static_cast<float>(SmoothStep(sharp, sharp + cell, radius));
-        } else {
-            table.far[i] = static_cast<float>(BlurredShare(sharp, cell, -radius));
-        }
+        (distance > 0 ? table.near : table.far)[i] =
+            static_cast<float>(BlurredShare(sharp, cell, std::abs(radius)));
         table.radius[i] = static_cast<float>(radius);
         table.maxRadius = std::max(table.maxRadius, std::abs(table.radius[i]));
     }

@@ -204,8 +204,7 @@ void AddStep(const cv::Vec4f* light, const Span& span, const Step& step,
     const bool repeated = span.begin < 0 || span.begin >= width;
     if (repeated || to < 0 || to + span.count > width + 1) {
         for (int i = 0; i < span.count; ++i) {
-            const int cell =
-                cv::borderInterpolate(span.begin + i, width, cv::BORDER_REFLECT);
+            const int cell = cv::borderInterpolate(span.begin + i, width, cv::BORDER_REFLECT);
             steps[static_cast<std::size_t>(std::clamp(to + i, 0, width))] +=
                 light[cell] * step.change;
         }

@@ -62,18 +62,27 @@ cv::Mat WithWholeHighlights(const cv::Mat& luma, const cv::Mat& map) {
     constexpr int kBrightLuma = 128;
     cv::Mat result = NewImage(map.size(), CV_8UC1);
     ForEachStripe(map.rows, [&](const cv::Range& rows) {
-        const cv::Range read(std::max(0, rows.start - 1), std::min(map.rows, rows.end + 1));
+        const cv::Range read(std::max(0, rows.start - 2), std::min(map.rows, rows.end + 2));
+        const cv::Range inner(rows.start - read.start, rows.end - read.start);
         cv::Mat target = result.rowRange(rows);
+        map.rowRange(rows).copyTo(target);
         const cv::Mat clipped = luma.rowRange(read) >= kClippedLuma;
         if (cv::countNonZero(clipped) == 0) {
-            map.rowRange(rows).copyTo(target);
             return;
         }
+        // The outline of an object before a light is clipped, too, but continues into dark pixels
+        // of its depth. There the light's depth is taken, the smallest of the clipped neighbours'.
+        cv::Mat dark = map.rowRange(read) & (luma.rowRange(read) < kBrightLuma);
+        cv::dilate(dark, dark, cv::Mat());
+        cv::Mat farthest = map.rowRange(read) | ~clipped;
+        cv::erode(farthest, farthest, cv::Mat());
         cv::Mat highlights = map.rowRange(read) & clipped;
+        farthest.copyTo(highlights, clipped & (highlights <= dark));
+        highlights.rowRange(inner).copyTo(target, clipped.rowRange(inner));
         cv::dilate(highlights, highlights, cv::Mat());
-        highlights = highlights.rowRange(rows.start - read.start, rows.end - read.start);
+        highlights = highlights.rowRange(inner);
         highlights &= luma.rowRange(rows) >= kBrightLuma;
-        cv::max(highlights, map.rowRange(rows), target);
+        cv::max(highlights, target, target);
     });
     return result;
 }

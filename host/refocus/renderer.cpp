@@ -1,5 +1,7 @@
 #include "host/refocus/renderer.h"
 
+#include <algorithm>
+
 #include "host/refocus/circle_of_confusion.h"
 #include "host/refocus/composition.h"
 #include "host/refocus/defocus_fields.h"
@@ -14,23 +16,32 @@ namespace {
 
 constexpr int kRenderingSide = 800; // cells along the longer side, about
 
+// Radii in cells up to which a near pixel counts as a background of nearer objects, and from which
+// it does not.
+constexpr float kBackgroundDisc = 0.5f;
+constexpr float kForegroundDisc = 2.0f;
+
 // The picture without its near field: the blurred far field and the part in focus, by their shares
-// of each cell. What the near field hides is filled in.
+// of each cell. What the near field hides is filled in. What is hardly nearer than the focus, such
+// as a part of a slanted wall, is the background of what lies before it.
 cv::Mat BehindNear(const DefocusFields& fields, const cv::Mat& far) {
     cv::Mat light = NewImage(far.size(), CV_32FC3);
     cv::Mat weight = NewImage(far.size(), CV_32FC1);
-    for (int y = 0; y < far.rows; ++y) {
-        const auto* blurred = far.ptr<cv::Vec3f>(y);
-        const auto* sharp = fields.sharpLight.ptr<cv::Vec3f>(y);
-        const auto* blurredWeight = fields.far.weight.ptr<float>(y);
-        const auto* sharpWeight = fields.sharpWeight.ptr<float>(y);
+    ForEachRow(far.rows, [&](int y) {
         for (int x = 0; x < far.cols; ++x) {
-            const float sum = blurredWeight[x] + sharpWeight[x];
-            const float share = sum > 0.0f ? sharpWeight[x] / sum : 0.0f;
-            light.at<cv::Vec3f>(y, x) = blurred[x] + share * (sharp[x] - blurred[x]);
+            const float fade = (kForegroundDisc - fields.near.radius.at<float>(y, x)) /
+                               (kForegroundDisc - kBackgroundDisc);
+            const float near = fields.near.weight.at<float>(y, x) * std::clamp(fade, 0.0f, 1.0f);
+            const float blurred = fields.far.weight.at<float>(y, x);
+            const float sharp = fields.sharpWeight.at<float>(y, x);
+            const float sum = blurred + sharp + near;
+            const cv::Vec3f all = far.at<cv::Vec3f>(y, x) * blurred +
+                                  fields.sharpLight.at<cv::Vec3f>(y, x) * sharp +
+                                  fields.near.light.at<cv::Vec3f>(y, x) * near;
+            light.at<cv::Vec3f>(y, x) = sum > 0.0f ? all * (1.0f / sum) : cv::Vec3f();
             weight.at<float>(y, x) = sum;
         }
-    }
+    });
     return PushPull(light, weight);
 }
 
@@ -55,7 +66,6 @@ void RenderBokeh(const Nv12View& input, const cv::Mat& map, const DisparityScale
     whole.release();
     done("fields");
     const BlurredField near = Blur(fields.near);
-    fields.near = {};
     const BlurredField far = Blur(fields.far);
     done("discs");
     const Matte matte = MakeMatte(fields);
