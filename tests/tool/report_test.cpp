@@ -1,11 +1,17 @@
 // --report, without a browser: what is in the page, and where it stands.
 
+#include <csignal>
+
+#include <sys/resource.h>
+
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "host/picture/errors.h"
 #include "host/picture/image_file.h"
 #include "tests/tool/tool_test.h"
 #include "tools/dumps/dump_set.h"
+#include "tools/files/trace_file.h"
 
 namespace fs = std::filesystem;
 using testing::HasSubstr;
@@ -165,6 +171,25 @@ TEST_F(ReportTest, RefusesWhatItCannotWriteAndLosesNothing) {
 }
 
 } // namespace
+
+TEST_F(ToolTest, TraceThatCannotGrowStaysWhole) {
+    const fs::path file = folder_ / "trace.json";
+    TraceFile trace(file);
+    trace.Add(TraceEvent("first", 1, 1, 0, 1));
+    trace.Commit();
+    const std::string before = ReadText(file);
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &limit), 0);
+    const rlimit small{before.size() + 20, limit.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    EXPECT_THROW(ExtendTrace(file, TraceEvent("second", 1, 1, 1, 1)), UseError);
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+    std::signal(SIGXFSZ, handler);
+    EXPECT_EQ(ReadText(file), before);
+    ExtendTrace(file, TraceEvent("second", 1, 1, 1, 1));
+    EXPECT_EQ(Json::parse(ReadText(file))["traceEvents"].size(), 2u);
+}
 
 TEST_F(ToolTest, LogReportPutsWhatFailedOnATile) {
     // Ten requests more than the page takes of a kind; the last one lost its photo, and says

@@ -64,8 +64,12 @@ void ExtendTrace(const std::filesystem::path& file, const std::string& events) {
     written = written &&
               WriteAll(opened, {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
     const int reason = errno;
+    if (!written && end > 0 && ::ftruncate(opened, end) == 0) { // there was room for this before
+        ::lseek(opened, end, SEEK_SET);
+        WriteAll(opened, {reinterpret_cast<const std::uint8_t*>(kEnd.data()), kEnd.size()});
+    }
     ::close(opened);
     if (!written) {
-        throw UseError(fmt::format("{}: {}", file.string(), std::strerror(reason)));
+        Cannot("be written", file, std::strerror(reason));
     }
 }

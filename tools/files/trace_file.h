@@ -37,5 +37,5 @@ private:
 };
 
 // Adds events, with ",\n" between them, to a committed file, which is whole again at once. Throws
-// UseError.
+// UseError where they cannot be written; the file stays as it was.
 void ExtendTrace(const std::filesystem::path& file, const std::string& events);
