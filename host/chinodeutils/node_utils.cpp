@@ -13,6 +13,7 @@ host::CallPoint setNodeInterface("ChiNodeUtils::SetNodeInterface");
 host::CallPoint getDataList("ChiNodeUtils::GetDataList");
 host::CallPoint defaultBufferNegotiation("ChiNodeUtils::DefaultBufferNegotiation");
 
+// The pipeline sets it when it opens a session; the nodes' threads read it.
 std::atomic<host::MetadataProvider*> metadataProvider{nullptr};
 
 // The shortest table that can name a section's base.
@@ -90,6 +91,8 @@ CDKResult ChiNodeUtils::DefaultBufferNegotiation(ChiNodeQueryBufferInfo* query) 
     if (query->size < sizeof(*query)) {
         return CDKResultEFailed;
     }
+    // The sizes are copied out and in again: the node's header declares this part of the record as
+    // plain bytes, which must not be read as another type in place.
     host::BufferNegotiation sizes;
     std::memcpy(&sizes, query->negotiation, sizeof(sizes));
     sizes.minimumWidth = sizes.optimalWidth = sizes.maximumWidth = sizes.wantedWidth;

@@ -12,6 +12,8 @@
 
 namespace host {
 
+// Its numbers are atomic, since the node calls on several threads while the tool or a test reads
+// the counts from its own.
 struct CallState {
     CallDescription description;
     std::atomic<std::uint64_t> calls{0};
@@ -22,6 +24,8 @@ struct CallState {
 
 namespace {
 
+// The results of a failing call where no other is given, by the library that the function belongs
+// to.
 constexpr std::int64_t kSystemError = -1;
 constexpr std::int64_t kPlatformError = 1; // CDKResultEFailed
 constexpr std::int64_t kEngineError = -4;  // the stand-in engine's code for an unexpected failure
@@ -61,8 +65,10 @@ constinit CallState calls[] = {
     {{"TSL_DCIR_Uninit", "the engine ends the instance, but reports a failure", kEngineError}},
 };
 
+// Every call reads it without a lock, which is why it may be set only while none is under way.
 std::function<void(const CallRecord&)> observer;
 
+// The log uses the same clock, so that calls and messages can stand in one timeline.
 std::int64_t Microseconds() {
     timespec now = {};
     clock_gettime(CLOCK_REALTIME, &now);
@@ -103,10 +109,13 @@ std::optional<Number> TakeNumber(std::string_view& text) {
     return number;
 }
 
+// A failure whose call the count has passed has happened, even if the call ignored it.
 bool IsPending(const CallState& call) {
     return call.failFrom > call.calls;
 }
 
+// A call that came between these stores would see half of the range: faults.h asks for arming while
+// none is under way.
 void ArmCall(CallState& call, std::uint64_t nth, std::int64_t result, std::uint64_t times) {
     call.result = result;
     call.failUpTo = call.calls + nth + times;
@@ -119,6 +128,8 @@ CallPoint::CallPoint(std::string_view name) : state_(Find(name)) {}
 
 Call::Call(CallPoint& point) : Call(point.state_.description.name) {
     CallState& state = point.state_;
+    // The increment is one atomic step, so that of calls on several threads exactly one is the
+    // n-th.
     const std::uint64_t call = ++state.calls;
     if (call >= state.failFrom && call < state.failUpTo) {
         failure_ = state.result.load();
@@ -195,6 +206,8 @@ std::uint64_t Faults::Calls(std::string_view name) {
 
 void Faults::Reset() {
     for (CallState& call : calls) {
+        // Failures go before the counts: a count of 0 would make one that has happened pending
+        // again.
         call.failFrom = 0;
         call.failUpTo = 0;
         call.calls = 0;

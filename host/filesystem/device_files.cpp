@@ -109,6 +109,7 @@ File OpenAt(CallPoint& point, OpenFiles<File>& files, File failed, const char* p
     Call call(point);
     call.Tell([path] { return std::string(path); });
     if (call.failure()) {
+        // A failed open leaves a reason in errno, which the caller may put into words.
         errno = EIO;
         return failed;
     }
@@ -148,7 +149,8 @@ private:
     std::optional<Call> call_;
 };
 
-// The C library's function of this name.
+// The C library's function of this name. dlsym finds it behind the definitions below, which stand
+// before the C library in the program's search order.
 template <typename Function>
 Function* Next(const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
@@ -175,6 +177,8 @@ std::vector<std::string> OpenDeviceFiles() {
 
 } // namespace host
 
+// The functions below take the C library's place for every file that this process opens. Only the
+// device's paths, and the files opened by one, are treated otherwise.
 using namespace host;
 
 extern "C" {
@@ -212,6 +216,7 @@ long ftell(FILE* stream) {
 size_t fread(void* data, size_t size, size_t count, FILE* stream) {
     static auto* const next = Next<size_t(void*, size_t, size_t, FILE*)>("fread");
     FileCall call(freadPoint, state().streams.Contains(stream));
+    // What the failure allows is really read, so that the position is that of a short read.
     if (const auto failure = call.failure()) {
         count = std::min(count, static_cast<size_t>(std::max<std::int64_t>(*failure, 0)));
     }
@@ -224,6 +229,7 @@ ssize_t write(int descriptor, const void* data, size_t size) {
     static auto* const next = Next<ssize_t(int, const void*, size_t)>("write");
     FileCall call(writePoint, state().descriptors.Contains(descriptor));
     if (const auto failure = call.failure()) {
+        // Nothing reaches the file, as on a disk without room.
         if (*failure < 0) {
             return -1;
         }

@@ -17,6 +17,7 @@ constexpr std::size_t kMessageBuffer = 1024;
 
 CallPoint androidLogPrint("__android_log_print");
 
+// One lock for the sink and for standard error, so that lines of several threads do not mix.
 struct Output {
     std::mutex mutex;
     LogSink sink;
@@ -28,6 +29,7 @@ Output& output() {
     return *instance;
 }
 
+// The lock is held while the sink runs: a sink that logged would wait for itself.
 void Deliver(const LogRecord& record) {
     const std::lock_guard lock(output().mutex);
     if (output().sink) {

@@ -61,6 +61,7 @@ double MarkStep(Range range) {
 }
 
 std::string MarkText(double value, double step) {
+    // A mark has as many decimals as the step. Adding 0 makes 0 of -0, which would show its sign.
     const int decimals = std::max(0, static_cast<int>(-std::floor(std::log10(step))));
     return fmt::format("{:.{}f}", value + 0.0, decimals);
 }
@@ -91,6 +92,7 @@ struct Layout {
 void DrawMarks(RgbImage& picture, const Layout& layout, Range range) {
     const double step = MarkStep(range);
     const auto [low, high] = range;
+    // Marks are counted, not added up: the rounding errors of a sum would move the last ones.
     for (double k = std::ceil(low / step); k * step <= high; ++k) {
         const double share = (k * step - low) / (high - low);
         const int y =
@@ -104,6 +106,7 @@ void DrawMarks(RgbImage& picture, const Layout& layout, Range range) {
 }
 
 int WidestMark(Range range, int dot) {
+    // The widest text belongs to one of the ends: it has the most digits, or the sign.
     const double step = MarkStep(range);
     const auto width = [&](double value) { return TextSize(MarkText(value, step), dot).width; };
     return std::max(width(range.low), width(range.high));
@@ -112,6 +115,7 @@ int WidestMark(Range range, int dot) {
 } // namespace
 
 std::vector<Colour> FalseColourSteps() {
+    // The page's script interpolates between these, so that a page need not hold all 256.
     const cv::Mat steps = Coloured(Levels(17));
     std::vector<Colour> colours;
     for (int i = steps.rows - 1; i >= 0; --i) {
@@ -131,6 +135,7 @@ RgbImage FalseColour(const cv::Mat& numbers, const cv::Mat& known, const std::st
     std::ranges::fill(picture.bytes, kPaper);
     cv::Mat pixels(picture.height, picture.width, CV_8UC3, picture.bytes.data());
 
+    // OpenCV's colour maps have 256 steps, so that the known numbers are spread over a byte.
     const double scale = 255 / (range.high - range.low);
     cv::Mat levels;
     numbers.convertTo(levels, CV_8U, scale, -range.low * scale);
@@ -155,5 +160,6 @@ std::optional<RgbImage> DisparityPicture(const host::Image& depth, std::int32_t 
     const cv::Mat numbers(depth.height(), depth.width(), CV_8UC1,
                           const_cast<std::uint8_t*>(depth.plane(0)),
                           static_cast<std::size_t>(depth.pitch()));
+    // The engine fills gaps in its disparity, so that every byte is a known number.
     return FalseColour(numbers, numbers >= 0, "disparity");
 }

@@ -38,6 +38,7 @@ Bytes ReadFileStart(const fs::path& path, std::size_t most) {
     constexpr std::size_t kOfUnknownSize = 65536; // files of /proc state a size of 0
     const std::uintmax_t stated = SizeOf(path);
     const std::size_t wanted = std::min<std::uintmax_t>(most, stated > 0 ? stated : kOfUnknownSize);
+    // A stream need not set errno, and the message must not show the reason of an earlier failure.
     errno = 0;
     std::ifstream stream(path, std::ios::binary);
     Bytes bytes(stream.is_open() ? wanted : 0);
@@ -54,6 +55,7 @@ Bytes ReadFileStart(const fs::path& path, std::size_t most) {
 }
 
 Bytes ReadFileBytes(const fs::path& path, std::size_t most) {
+    // The refusal comes before any memory is taken, since the file may come from anywhere.
     if (const auto stated = SizeOf(path); stated > most) {
         Refuse(path, fmt::format("at most {} bytes", most), fmt::to_string(stated));
     }

@@ -32,13 +32,16 @@ bool StartsWith(const Bytes& bytes, const std::array<std::uint8_t, kSize>& start
            fmt::format("a damaged one ({})", reason));
 }
 
+// The sizes are those of a file's header, before memory is taken for the pixels: a few bytes can
+// claim a picture of gigabytes.
 void CheckSize(const std::string& name, std::int64_t width, std::int64_t height,
                std::size_t bytes) {
     if (width < 2 || height < 2 || width > kLongestSide || height > kLongestSide) {
         Refuse(name, fmt::format("sides of 2 to {} pixels", kLongestSide),
                fmt::format("{}x{}", width, height));
     }
-    // A byte of deflated one-bit pixels stands for 8256 at most; a JPEG's for fewer.
+    // Deflate makes at most 1032 bytes of one, and each holds eight one-bit pixels. A byte of a
+    // JPEG stands for fewer.
     constexpr std::uint64_t kMostPixelsInAByte = 8256;
     if (static_cast<std::uint64_t>(width * height) / kMostPixelsInAByte > bytes) {
         Refuse(name, fmt::format("a picture of {}x{}", width, height),
@@ -46,6 +49,7 @@ void CheckSize(const std::string& name, std::int64_t width, std::int64_t height,
     }
 }
 
+// Frees libpng's reader on every way out, exceptions included.
 struct PngState : png_image {
     PngState() : png_image{} { version = PNG_IMAGE_VERSION; }
     ~PngState() { png_image_free(this); }
@@ -98,7 +102,8 @@ RgbImage DecodeJpeg(const std::string& name, const Bytes& bytes) {
     return image;
 }
 
-// `size` bytes of the text as a number, 0 behind its end.
+// `size` bytes of the text as a number, 0 behind its end. Every offset comes from the file, so each
+// byte is checked.
 std::size_t NumberAt(std::string_view text, std::size_t at, std::size_t size, bool bigEndian) {
     std::size_t number = 0;
     for (std::size_t i = 0; i < size && at < text.size() && size <= text.size() - at; ++i) {
@@ -112,9 +117,11 @@ std::size_t NumberAt(std::string_view text, std::size_t at, std::size_t size, bo
 // and value.
 std::optional<int> TurnOf(std::string_view tiff) {
     constexpr std::size_t kOrientation = 0x0112;
+    // "MM" for big-endian, "II" for little-endian numbers; at byte 4 is the directory's offset.
     const bool bigEndian = tiff.starts_with('M');
     const std::size_t directory = NumberAt(tiff, 4, 4, bigEndian);
     const std::size_t entries = NumberAt(tiff, directory, 2, bigEndian);
+    // At most 65535 entries, whatever a damaged file states.
     for (std::size_t i = 0; i < entries; ++i) {
         const std::size_t entry = directory + 2 + 12 * i;
         if (NumberAt(tiff, entry, 2, bigEndian) == kOrientation) {
@@ -127,6 +134,7 @@ std::optional<int> TurnOf(std::string_view tiff) {
                 return 90;
             case 8:
                 return 270;
+            // 2, 4, 5 and 7 mirror the picture as well.
             default:
                 return std::nullopt;
             }
@@ -148,6 +156,7 @@ std::optional<int> JpegTurn(const Bytes& bytes) {
         if (kind == kApplication1 && content.starts_with(kExif)) {
             return TurnOf(content.substr(kExif.size()));
         }
+        // A length of 0 still moves on by two bytes, so that a damaged file cannot hold the loop.
         at = kind == kStartOfScan ? text.size() : at + 2 + NumberAt(text, at + 2, 2, true);
     }
     return std::nullopt;
@@ -249,6 +258,7 @@ Bytes EncodeJpeg(const RgbImage& image, int quality) {
     const std::unique_ptr<void, CloseTurboJpeg> jpeg(tjInitCompress());
     unsigned long size = tjBufSize(image.width, image.height, TJSAMP_444);
     Bytes bytes(size);
+    // The buffer has room for the worst case, so that the encoder never puts another in its place.
     std::uint8_t* place = bytes.data();
     if (tjCompress2(jpeg.get(), image.bytes.data(), image.width, image.pitch(), image.height,
                     TJPF_RGB, &place, &size, TJSAMP_444, quality, TJFLAG_NOREALLOC) != 0) {

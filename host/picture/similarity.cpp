@@ -15,6 +15,8 @@ double Compared(const cv::Mat& picture, const cv::Mat& mask) {
 
 // The index around each pixel.
 cv::Mat SsimMap(const cv::Mat& first, const cv::Mat& second) {
+    // K1 = 0.01, K2 = 0.03 and a Gaussian window of 11 pixels with a deviation of 1.5, as in the
+    // paper.
     constexpr double kC1 = 0.01 * kPeak * 0.01 * kPeak;
     constexpr double kC2 = 0.03 * kPeak * 0.03 * kPeak;
     const auto windowMean = [](const cv::Mat& values) {
@@ -30,6 +32,7 @@ cv::Mat SsimMap(const cv::Mat& first, const cv::Mat& second) {
     const cv::Mat meanB = windowMean(b);
     const cv::Mat meansSquared = meanA.mul(meanA) + meanB.mul(meanB);
     const cv::Mat meansProduct = meanA.mul(meanB);
+    // The index needs only the sum of the two variances, which one filter gives.
     const cv::Mat variances = windowMean(a.mul(a) + b.mul(b)) - meansSquared;
     const cv::Mat covariance = windowMean(a.mul(b)) - meansProduct;
     const cv::Mat similar = (2 * meansProduct + kC1).mul(2 * covariance + kC2);
@@ -41,11 +44,13 @@ cv::Mat SsimMap(const cv::Mat& first, const cv::Mat& second) {
 
 double Psnr(const cv::Mat& a, const cv::Mat& b, const cv::Mat& mask) {
     const double samples = Compared(a, mask) * a.channels();
+    // Equal pictures divide by 0, which gives the infinity that the header promises.
     return 10.0 * std::log10(kPeak * kPeak * samples / cv::norm(a, b, cv::NORM_L2SQR, mask));
 }
 
 // In strips, since a large picture's maps would fill the memory.
 double MeanSsim(const cv::Mat& a, const cv::Mat& b, const cv::Mat& mask) {
+    // A strip has so many rows and is computed with those around it that its windows reach.
     constexpr int kStrip = 128;
     constexpr int kReach = 5; // of the window
     double sum = 0;

@@ -19,6 +19,7 @@ RgbImage Reduced(const RgbImage& picture, int longestSide) {
     if (scale >= 1) {
         return picture;
     }
+    // The picture is copied, since OpenCV has no matrix over constant memory.
     RgbImage source = picture;
     RgbImage reduced(std::max(1, cvRound(picture.width * scale)),
                      std::max(1, cvRound(picture.height * scale)));

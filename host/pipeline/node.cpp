@@ -56,6 +56,7 @@ void Require(CDKResult code, const char* step) {
     }
 }
 
+// Constructor and destructor of Node have no result in which they could return complaints.
 void KeepForLater(const std::vector<std::string>& complaints) {
     for (const std::string& complaint : complaints) {
         Sessions::Instance().Complain(complaint);
@@ -73,6 +74,8 @@ CDKResult Observed(const char* name, Callback callback, Arguments... arguments) 
 
 } // namespace
 
+// A node and the pipeline session that it talks to. The session outlives the node, which may still
+// call the platform while it ends.
 struct Node::Session {
     explicit Session(const ChiNodeCallbacks& table)
         : callbacks(table), pipeline(Sessions::Instance().Open()) {}
@@ -94,8 +97,11 @@ void Node::Session::Create(std::uint32_t imageDegree) {
     info.size = sizeof(info);
     info.hChiSession = pipeline->handle();
     info.nodeId = kNodeId;
+    // The record as it must be afterwards: the handle alone is the node's to write.
     ChiNodeCreateInfo expected = info;
 
+    // The setting is held until the node's creation has returned, since the node reads it
+    // meanwhile.
     const RotationSetting rotation(imageDegree);
     const CDKResult code = Observed("NodeCreate", callbacks.create, &info);
     if (code != CDKResultSuccess && info.hNodeSession != nullptr) {
@@ -116,6 +122,7 @@ void Node::Session::Negotiate(Size output) {
     ChiNodeQueryBufferInfo query{};
     query.size = sizeof(query);
     query.hNodeSession = node;
+    // The node hands this part of the record to the utility library without reading it.
     BufferNegotiation wanted{};
     wanted.wantedWidth = static_cast<std::uint32_t>(output.width);
     wanted.wantedHeight = static_cast<std::uint32_t>(output.height);
@@ -136,6 +143,8 @@ void Node::Session::Negotiate(Size output) {
 void Node::Session::PipelineCreated() {
     const ChiNodePostPipelineCreateInput input{sizeof(input), 0};
     ChiNodePostPipelineCreateOutput output;
+    // With zeros in place of this pattern, a field that the node should set to 0 and forgot would
+    // look right.
     std::memset(static_cast<void*>(&output), 0xA5, sizeof(output));
     ChiNodePostPipelineCreateOutput expected = output;
     Require(Observed("NodePostPipelineCreate", callbacks.postPipelineCreate, node, &input, &output),
@@ -180,6 +189,7 @@ Node::~Node() {
 }
 
 RequestResult Node::Process(Request& request) {
+    // The buffers copy images and records before the node sees them; Check compares afterwards.
     RequestBuffers buffers(request, session_->node);
     session_->pipeline->BeginRequest(request);
     const CDKResult code =

@@ -16,6 +16,8 @@ namespace {
 constexpr int kUntouched = 0xA5;
 
 void* Open(const std::filesystem::path& library, int flags) {
+    // With RTLD_NOW a function that no library supplies is reported here by its name, not when a
+    // request first calls it.
     void* const handle = dlopen(library.c_str(), RTLD_NOW | flags);
     if (handle == nullptr) {
         const std::string reason = dlerror(); // begins with the library's name as well
@@ -45,6 +47,8 @@ ChiNodeCallbacks EmptyTable() {
     return table;
 }
 
+// The whole table is compared with an untouched one, so that a write outside of the known callbacks
+// is found, too.
 void CheckTable(const ChiNodeCallbacks& table) {
     ChiNodeCallbacks expected = EmptyTable();
     expected.majorVersion = 1;
@@ -96,6 +100,7 @@ void QueryNode(const ChiNodeCallbacks& callbacks) {
 } // namespace
 
 NodeLibrary::NodeLibrary(const std::filesystem::path& node, const std::filesystem::path& engine) {
+    // A constructor that throws runs no destructor.
     try {
         Load(node, engine);
     } catch (...) {
@@ -118,11 +123,14 @@ void NodeLibrary::Load(const std::filesystem::path& node, const std::filesystem:
     callbacks_ = EmptyTable();
     entry(&callbacks_);
     CheckTable(callbacks_);
+    // This registers the node's vendor tags. The node asks for their base id as soon as it gets the
+    // platform's table.
     QueryNode(callbacks_);
     callbacks_.setNodeInterface(&PlatformInterface());
 }
 
 void NodeLibrary::Unload() {
+    // The node goes first: its calls are bound to the engine.
     for (void* const library : {node_, engine_}) {
         if (library != nullptr) {
             dlclose(library);

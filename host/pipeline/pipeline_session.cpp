@@ -54,6 +54,7 @@ PipelineSession::PipelineSession(void* handle)
     : handle_(handle), cameraConfigs_(CameraConfigs()), inputConfig_(InputConfig()) {
     Supply(device::tags::kPhysicalCameraConfigs, kTagPoolCameraConfig, cameraConfigs_.get());
     Supply(device::tags::kPhysicalCameraInputConfig, kTagPoolUseCase, inputConfig_.data());
+    // A debug value that the platform knows but nobody has set, as on a device in normal use.
     Supply(device::tags::kInduceSleep, kTagPoolUseCase, nullptr);
     SupplyRequestData();
 }
@@ -89,6 +90,7 @@ void PipelineSession::BeginRequest(const Request& request) {
 
 RequestResult PipelineSession::EndRequest(Request& request, CDKResult code) {
     const std::lock_guard lock(mutex_);
+    // What the node wrote into its copy goes back to the caller, as the platform hands it on.
     request.metadata = *live_->metadata;
     if (code != CDKResultSuccess && code != CDKResultEFailed && code != CDKResultEInvalidPointer) {
         complaints_.push_back(fmt::format("the request's result is {}", code));
@@ -98,11 +100,13 @@ RequestResult PipelineSession::EndRequest(Request& request, CDKResult code) {
                                           live_->publishCalls));
     }
     RequestResult result{code, std::move(live_->published), std::exchange(complaints_, {})};
+    // The copies end here, so that the address sanitizer sees whoever reads them later.
     live_.reset();
     SupplyRequestData();
     return result;
 }
 
+// The first rule that the query breaks: what else is wrong mostly follows from it.
 std::optional<std::string> PipelineSession::Violation(const MetadataQuery& query) const {
     const std::uint32_t id = query.tagId & ~kTagPoolBits;
     const std::string name = VendorTags::Instance().Describe(id);
@@ -160,6 +164,7 @@ void PipelineSession::Publish(const ChiMetadataSet* set) {
         complaints_.push_back("published metadata while no request is processed");
         return;
     }
+    // The call counts even if the platform refuses the set: the node has done its part.
     ++live_->publishCalls;
     if (set != nullptr) {
         live_->published = ReadMetadataSet(*set, handle_, live_->frameNumber, complaints_);
@@ -197,6 +202,7 @@ void Sessions::Close(const void* handle) {
     sessions_.erase(handle);
 }
 
+// The caller shares the session, since another thread may close it meanwhile.
 std::shared_ptr<PipelineSession> Sessions::Get(const void* handle, const char* caller) {
     const std::lock_guard lock(mutex_);
     const auto found = sessions_.find(handle);

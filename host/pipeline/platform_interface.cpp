@@ -21,6 +21,7 @@ CallPoint queryRequestStatePoint("queryRequestState");
 
 CDKResult SetMetadata(const ChiMetadataSet* set) {
     Call call(setMetadataPoint);
+    // The failure is applied at the end, so that what the node does wrong is reported all the same.
     const auto& failure = call.failure();
     if (set == nullptr) {
         Sessions::Instance().Complain("setMetadata was called without a set");
@@ -83,6 +84,7 @@ CDKResult QueryRequestState(void* hChiSession, ChiRequestStateQuery* query) {
 
 ChiNodeInterface& PlatformInterface() {
     static ChiNodeInterface table = [] {
+        // Callbacks that this platform does not offer stay null.
         ChiNodeInterface made{};
         made.size = sizeof(made);
         made.setMetadata = SetMetadata;
@@ -93,6 +95,7 @@ ChiNodeInterface& PlatformInterface() {
     return table;
 }
 
+// The callbacks tell, not the address: the node works with a copy of the table.
 bool IsPlatformInterface(const ChiNodeInterface& table) {
     return table.setMetadata == SetMetadata && table.getVendorTagBase == GetVendorTagBase &&
            table.queryRequestState == QueryRequestState;

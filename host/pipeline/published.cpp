@@ -12,8 +12,10 @@ namespace {
 
 using Complaints = std::vector<std::string>;
 
+// The node's own tag table counts so many bytes of "SupportedFeature".
 constexpr std::size_t kFeatureBytes = 64;
 
+// The bytes are copied, since nothing promises that the node's data is aligned for its type.
 template <typename Value>
 Value Read(const void* data) {
     Value value;
@@ -31,9 +33,11 @@ void ReadFeature(const void* data, Published& published, Complaints& complaints)
     }
 }
 
+// A tag that every successful request publishes, and where its value goes.
 struct ExpectedTag {
     device::VendorTagName name;
-    std::uint64_t dataSize; // 0: the element count of the node's tag table
+    // Bytes or elements, as the tag's owner counts; 0: as the node's own tag table says.
+    std::uint64_t dataSize;
     void (*read)(const void* data, Published& published, Complaints& complaints);
 };
 
@@ -110,6 +114,8 @@ std::optional<Published> ReadMetadataSet(const ChiMetadataSet& set, const void* 
     CheckSet(set, session, complaints);
     Compare<std::size_t>("the number of published tags", set.numTags, std::size(kExpectedTags),
                          complaints);
+    // Entries are checked by their position. With another number of them, all behind the missing
+    // one would be reported as wrong.
     if (set.numTags != std::size(kExpectedTags) || set.tagIds == nullptr ||
         set.tagData == nullptr) {
         complaints.push_back("the metadata set cannot be read");

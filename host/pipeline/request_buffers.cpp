@@ -23,6 +23,7 @@ bool SamePadding(const Image& a, const Image& b) {
     return true;
 }
 
+// Plane widths are in bytes: see platform/chi_image.h.
 ChiImageList ListOf(Image& image, std::uint32_t port) {
     ChiImageList list{};
     list.size = sizeof(list);
@@ -69,6 +70,7 @@ void RequestBuffers::Add(std::vector<Buffer>& buffers, std::string name, Image* 
     Buffer& buffer = buffers.emplace_back();
     buffer.name = std::move(name);
     buffer.image = image;
+    // The whole image is kept, since the node must not write a byte of an input or of padding.
     buffer.before = *image;
     buffer.list = std::make_unique<ChiImageList>(ListOf(*image, port));
     buffer.listBefore = *buffer.list;
@@ -76,7 +78,7 @@ void RequestBuffers::Add(std::vector<Buffer>& buffers, std::string name, Image* 
 
 std::vector<ChiImageList*> RequestBuffers::Lists(const std::vector<Buffer>& buffers) {
     std::vector<ChiImageList*> lists;
-    lists.reserve(buffers.size()); // no room behind the last: a read past it is seen
+    lists.reserve(buffers.size()); // exact, so that the address sanitizer sees a read past the last
     for (const Buffer& buffer : buffers) {
         lists.push_back(buffer.list.get());
     }

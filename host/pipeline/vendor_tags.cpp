@@ -18,6 +18,8 @@ struct PlatformTag {
     std::uint32_t count; // elements
 };
 
+// Records are counted in bytes, plain values in elements. The order within a section decides the
+// ids.
 constexpr PlatformTag kPlatformTags[] = {
     {device::tags::kInduceSleep, 1},
     {device::tags::kInputMetadata, sizeof(InputMetadataBokeh)},
@@ -53,6 +55,7 @@ void VendorTags::Register(const CHIVENDORTAGINFO& info) {
     for (std::uint32_t index = 0; index < info.numSections; ++index) {
         const CHIVENDORTAGSECTIONDATA& section = info.sections[index];
         Section& entry = SectionOf(section.name);
+        // A node that is loaded again gets the ids that it had, since the section keeps its base.
         entry.tags.clear();
         for (std::uint32_t tag = 0; tag < section.numTags; ++tag) {
             entry.tags.push_back({section.tags[tag].name, entry.base + section.firstTag + tag,
@@ -64,6 +67,7 @@ void VendorTags::Register(const CHIVENDORTAGINFO& info) {
 VendorTags::Section& VendorTags::SectionOf(const std::string& name) {
     auto found = sections_.find(name);
     if (found == sections_.end()) {
+        // No section is ever removed, so that a number is given once.
         const auto number = static_cast<std::uint32_t>(sections_.size() + 1);
         found = sections_.emplace(name, Section{kFirstBase + number * kBaseStep, {}}).first;
     }

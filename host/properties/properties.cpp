@@ -27,6 +27,7 @@ extern "C" int property_get(const char* key, char* value, const char* default_va
     host::Call call(propertyGet);
     call.Tell([key] { return std::string(key); });
     if (call.failure()) {
+        // The node uses the text without looking at the result, so it is terminated in every case.
         value[0] = '\0';
         return static_cast<int>(*call.failure());
     }
@@ -36,6 +37,7 @@ extern "C" int property_get(const char* key, char* value, const char* default_va
     if (found != store().values.end()) {
         text = found->second;
     }
+    // Only the caller's default can be too long: property_set refuses such values.
     text = text.substr(0, kPropertyValueMax - 1);
     std::memcpy(value, text.data(), text.size());
     value[text.size()] = '\0';
