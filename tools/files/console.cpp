@@ -16,6 +16,7 @@ std::string Printable(const std::string& text) {
         }
         const bool whole = at(i) < 0x80 || (length >= 2 && length <= 4 && end == i + length);
         const bool low = (at(i) < ' ' && text[i] != '\n' && text[i] != '\t') || at(i) == 0x7f;
+        // The C1 control codes in UTF-8, of which 0x9b begins a terminal's command as ESC [ does.
         const bool high = at(i) == 0xc2 && whole && at(i + 1) < 0xa0; // 0x80 to 0x9f
         if (!whole || low || high) {
             printable += '?';

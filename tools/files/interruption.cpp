@@ -25,11 +25,13 @@
 
 namespace {
 
+// What is to be removed when the run is interrupted.
 struct Entry {
     std::filesystem::path path;
     Removal removal;
 };
 
+// The mutex is recursive, since a path is registered while DelayInterruption holds it.
 struct Watched {
     std::recursive_mutex mutex;
     std::vector<Entry> entries; // a folder comes before its files
@@ -42,13 +44,14 @@ Watched& watched() {
     return *instance;
 }
 
+// Signals that the caller had this program ignore, as nohup does with SIGHUP, stay ignored.
 sigset_t InterruptingSignals() {
     sigset_t signals;
     sigemptyset(&signals);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         struct sigaction action = {};
         sigaction(signal, nullptr, &action);
-        if (action.sa_handler != SIG_IGN) { // as under nohup
+        if (action.sa_handler != SIG_IGN) {
             sigaddset(&signals, signal);
         }
     }
@@ -78,6 +81,8 @@ void NoteEnd() {
 [[noreturn]] void EndBy(int signal) {
     const sigset_t signals = InterruptingSignals();
     pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+    // The signal is unblocked for this thread alone. It has no handler, so that it ends the
+    // process.
     std::raise(signal);
     std::_Exit(128 + signal);
 }
@@ -101,6 +106,8 @@ void Remove(const Entry& entry) {
 
 // Waits, but no longer than so many seconds, if any, until this child has ended.
 bool EndsWithin(pid_t child, std::optional<int> seconds) {
+    // A pidfd can be waited for with a time limit, as waitpid cannot. glibc has no function for
+    // this call before 2.36.
     const auto file = static_cast<int>(::syscall(SYS_pidfd_open, child, 0));
     if (file < 0) {
         return errno == ESRCH;
@@ -128,12 +135,15 @@ void EndChild(pid_t child) {
 [[noreturn]] void* Watch(void*) {
     const sigset_t signals = InterruptingSignals();
     int signal = 0;
+    // A thread waits for the signals, since a handler could neither take a lock nor walk a folder.
     while (sigwait(&signals, &signal) != 0) {
     }
     // Held until the process ends: no thread may register a path that nobody would remove.
     watched().mutex.lock();
+    // Children end first, while their folders still exist, and remove their own files.
     std::ranges::for_each(watched().children, EndChild);
     auto& entries = watched().entries;
+    // In reverse, files are removed before the folders that hold them.
     for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
         Remove(*entry);
     }
@@ -144,7 +154,8 @@ void EndChild(pid_t child) {
 
 void WatchForInterruption() {
     const sigset_t signals = InterruptingSignals();
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr); // all later threads inherit it
+    // All later threads inherit the mask, so that the signals reach the waiting thread alone.
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     // No std::thread: what that allocates would look like a leak in a child process.
     pthread_t thread = {};
     if (const int error = ::pthread_create(&thread, nullptr, Watch, nullptr); error != 0) {
@@ -170,6 +181,7 @@ void KeepWhenInterrupted(const std::filesystem::path& path) {
 pid_t ForkChild() {
     std::fflush(nullptr); // or the child would write it as well
     const pid_t parent = ::getpid();
+    // No interruption may fall between the fork and the entry: nobody would wait for this child.
     auto delay = DelayInterruption();
     const pid_t child = ::fork();
     if (child < 0) {
@@ -179,11 +191,13 @@ pid_t ForkChild() {
         watched().children.push_back(child);
         return child;
     }
+    // The child has a copy of the locked mutex and none of the threads that could unlock it.
     delay.release();
     std::construct_at(&watched().mutex); // unlocked
     watched().children.clear();
     watched().entries.clear();
     WatchForInterruption();
+    // The parent may be killed outright, without a chance to end its children.
     ::prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (::getppid() != parent) {
         ::_exit(EXIT_FAILURE); // it ended before that
@@ -212,6 +226,8 @@ void LeaveChild(int code) {
 }
 
 void ContinueInChild(std::optional<int> seconds) {
+    // Parent and child both keep them registered, since either may be the only one that is
+    // interrupted.
     std::vector<Entry> entries = watched().entries;
     ShareEnd();
     const pid_t child = ForkChild();
@@ -230,6 +246,7 @@ void ContinueInChild(std::optional<int> seconds) {
     if (!ended) {
         throw ChildFailure(fmt::format("timed out after {} s", *seconds));
     }
+    // A library that calls _exit(0) would otherwise look like a run that succeeded.
     if (WIFEXITED(status) && !*reachedEnd) {
         throw ChildFailure(fmt::format("crashed: _exit({}) was called", WEXITSTATUS(status)));
     }

@@ -20,7 +20,8 @@ namespace {
     Cannot(action, path, std::strerror(errno));
 }
 
-// Missing folders of `path`, outermost first.
+// Missing folders of `path`, outermost first. A link that leads nowhere counts as there, since no
+// folder can be made in its place.
 std::vector<fs::path> MissingFolders(const fs::path& path) {
     std::vector<fs::path> missing;
     for (fs::path folder = path; !folder.empty() && !fs::exists(fs::symlink_status(folder));
@@ -52,6 +53,7 @@ OutputFolder::OutputFolder(const fs::path& folder)
         folder_ = folder_.parent_path();
     }
     for (const fs::path& missing : MissingFolders(folder_)) {
+        // The folder is made and registered in one step: see interruption.h.
         const auto delay = DelayInterruption();
         if (::mkdir(missing.c_str(), 0777) != 0) {
             const int reason = errno;
@@ -97,6 +99,8 @@ OutputFolder::~OutputFolder() {
 }
 
 void OutputFolder::Write(const std::string& name, std::span<const std::uint8_t> bytes) {
+    // The temporary file stands in the same folder, since rename(2) replaces a file at once only
+    // within a file system. The dot hides it from listings and patterns meanwhile.
     std::string temporary = (folder_ / ("." + name + ".XXXXXX")).string();
     int file = -1;
     {
@@ -108,9 +112,12 @@ void OutputFolder::Write(const std::string& name, std::span<const std::uint8_t> 
         pending_.emplace_back(temporary, folder_ / name);
         RemoveWhenInterrupted(temporary, Removal::kAlone);
     }
+    // mkostemp makes files for the owner alone; the result gets what open(2) would give. The mask
+    // can only be read by setting it.
     const mode_t mask = ::umask(0);
     ::umask(mask);
     const bool written = WriteAll(file, bytes) && ::fchmod(file, 0666 & ~mask) == 0;
+    // Network file systems and quotas report some failed writes only when the file is closed.
     if (::close(file) != 0 || !written) {
         Fail("be written", folder_ / name);
     }
@@ -154,6 +161,8 @@ void OutputFolder::CheckPlaces() const {
 void OutputFolder::Commit() {
     CheckPlaces();
     StopWatching();
+    // From here on each file is the old or the new one as a whole, also for those who read
+    // meanwhile.
     for (const auto& [temporary, final] : pending_) {
         if (::rename(temporary.c_str(), final.c_str()) != 0) {
             Fail("be written", final);

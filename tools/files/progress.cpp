@@ -8,6 +8,7 @@
 
 namespace {
 
+// Steps of less than half a second would only flicker.
 constexpr auto kQuiet = std::chrono::milliseconds(500);
 constexpr auto kBeat = std::chrono::milliseconds(200);
 
@@ -15,6 +16,7 @@ constexpr auto kBeat = std::chrono::milliseconds(200);
 
 Progress::Progress(const std::string& step, Clock::time_point start)
     : step_(Printable(step)), start_(start) {
+    // In a file or a pipe the line would be garbage.
     if (::isatty(STDERR_FILENO) != 0) {
         thread_ = std::thread([this] { Run(); });
     }
@@ -34,6 +36,7 @@ Progress::~Progress() {
 
 void Progress::Run() {
     std::unique_lock lock(mutex_);
+    // The destructor wakes the thread, so that a short step does not wait for the time to pass.
     if (wake_.wait_until(lock, start_ + kQuiet, [this] { return done_; })) {
         return;
     }

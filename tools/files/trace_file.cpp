@@ -14,6 +14,7 @@
 
 namespace {
 
+// This closes list and object. ExtendTrace relies on a file ending in exactly these bytes.
 constexpr std::string_view kEnd = "\n]}\n";
 
 } // namespace
@@ -26,6 +27,7 @@ std::string TraceEvent(const std::string& name, int process, int thread, double 
         event["args"] = details;
     }
     std::string line = JsonText(event, -1);
+    // Events are joined by commas, so that the newline at the end goes.
     line.pop_back();
     return line;
 }
@@ -39,6 +41,7 @@ TraceFile::TraceFile(const std::filesystem::path& file)
 void TraceFile::Add(const std::string& event) {
     text_ += std::exchange(empty_, false) ? "\n" : ",\n";
     text_ += event;
+    // A trace of a long session is written in pieces, and never held as a whole.
     constexpr std::size_t kFlush = std::size_t{1} << 20;
     if (text_.size() > kFlush) {
         Flush();
@@ -56,6 +59,8 @@ void TraceFile::Commit() {
 }
 
 void ExtendTrace(const std::filesystem::path& file, const std::string& events) {
+    // The end of the file is overwritten: to write all of it anew for each request of a session
+    // would take longer and longer.
     const int opened = ::open(file.c_str(), O_RDWR | O_CLOEXEC);
     const off_t end = opened < 0 ? -1 : ::lseek(opened, -static_cast<off_t>(kEnd.size()), SEEK_END);
     char last = 0; // the bracket of an empty list, or the brace of an event
@@ -63,6 +68,7 @@ void ExtendTrace(const std::filesystem::path& file, const std::string& events) {
     const std::string text = fmt::format("{}\n{}{}", last == '[' ? "" : ",", events, kEnd);
     written = written &&
               WriteAll(opened, {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
+    // close may set errno anew.
     const int reason = errno;
     if (!written && end > 0 && ::ftruncate(opened, end) == 0) { // there was room for this before
         ::lseek(opened, end, SEEK_SET);

@@ -15,6 +15,7 @@ std::string EventOf(const host::CallRecord& call) {
                       call.detail.empty() ? Json() : Json({{"detail", call.detail}}));
 }
 
+// Messages come as calls of the log, whose detail is the text.
 constexpr std::string_view kLogCall = "__android_log_print";
 
 // The operation in a message of the node, "TSL_CTB: OPERATION: LINE: ...".
@@ -55,6 +56,8 @@ void CallTrace::TakeMessage(const host::CallRecord& message) {
     if (operation.empty() || IsCallback(operation)) { // the pipeline tells of callbacks itself
         return;
     }
+    // Nodes may log on several threads at once. The end of an operation belongs to the innermost
+    // begin of that name on its thread.
     auto& begun = operations_[message.thread];
     if (message.detail.find("(IN") != std::string::npos) {
         begun.emplace_back(operation, message.start);
@@ -82,7 +85,8 @@ std::vector<std::string> WriteTrace(const std::filesystem::path& file,
 }
 
 void AddToTrace(const std::filesystem::path& file, const std::vector<host::CallRecord>& calls) {
-    if (!std::filesystem::exists(file)) { // moved away, to begin anew
+    // There is no file before a session's first request, nor where the user moved it to begin anew.
+    if (!std::filesystem::exists(file)) {
         WriteTrace(file, calls);
     } else if (!calls.empty()) {
         std::string events;

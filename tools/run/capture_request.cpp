@@ -13,7 +13,8 @@ namespace {
 // An auto-focus region whose middle, as the node computes it, is exactly this point. The node takes
 // a focus in column or row 0 as no focus, so column and row 1 are used instead.
 ChiWeightedRegion RegionAround(Point point, Size image) {
-    // Half the width of the region, as a share of the image's width.
+    // The region reaches a fortieth of the width to each side, or less near an edge: it must stay
+    // in the image for its middle to be the point.
     constexpr int kFocusRegionShare = 40;
     const int x = std::max(point.x, 1);
     const int y = std::max(point.y, 1);
@@ -38,6 +39,8 @@ host::UseCase UseCaseOf(const Sensors& sensors, Size image, std::uint32_t rotati
 void SetAppliedCrop(CameraMetadata& camera, Size sensor, Size image, Size part, const char* name,
                     std::vector<std::string>& notes) {
     const auto applied = FindAppliedCrop(sensor, image, part);
+    // Only the front end's crop is searched for: the node ignores the sensor's and computes the
+    // residual one from the image.
     if (applied) {
         camera.ifeAppliedCrop = applied->crop;
     }
@@ -58,6 +61,7 @@ void CheckFocus(Point focus, Size image) {
 
 void CheckFaces(const std::vector<ChiRect>& faces, Size image) {
     for (const ChiRect& face : faces) {
+        // Offset and width together may leave the 32-bit range.
         const auto right = face.left + static_cast<std::int64_t>(face.width);
         const auto bottom = face.top + static_cast<std::int64_t>(face.height);
         if (face.left < 0 || face.top < 0 || right > image.width || bottom > image.height) {
@@ -137,6 +141,8 @@ Json ParametersJson(const RenderOptions& options, const host::Request& request,
     for (const auto& [name, value] : options.properties) {
         properties[name] = value;
     }
+    // The libraries that were taken by default are named as well, so that the JSON tells how to
+    // repeat the run.
     const Libraries libraries = FindLibraries(options);
     return {{"main", ImageJson(options.main, *request.inputs[0])},
             {"aux", ImageJson(options.aux, *request.inputs[1])},

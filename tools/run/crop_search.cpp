@@ -22,7 +22,8 @@ int Side(double length) {
     return static_cast<int>(std::min(length, kLongest));
 }
 
-// The part of the sensor that the node would compute from this crop, by its own arithmetic.
+// The part of the sensor that the node would compute from this crop. It is computed by the node's
+// own code, since a copy of its rounding would be off by a pixel sooner or later.
 Size PartOf(Size sensor, const ChiRect& crop, Size image) {
     CropRegion part = ShownRegion({0, 0, sensor.width, sensor.height},
                                   {crop.left, crop.top, static_cast<std::int32_t>(crop.width),
@@ -33,6 +34,8 @@ Size PartOf(Size sensor, const ChiRect& crop, Size image) {
 }
 
 std::vector<Size> Candidates(Size sensor, Size part) {
+    // Pixels around the wanted size. The node cuts whole pixels off both ends several times, and
+    // rounds down each time.
     constexpr int kReach = 4;
     std::vector<Size> sizes{sensor};
     for (int i = -kReach; i <= kReach; ++i) {
@@ -55,6 +58,8 @@ std::optional<AppliedCrop> FindAppliedCrop(Size sensor, Size image, Size part) {
     }
     std::optional<AppliedCrop> nearest;
     int distance = 0;
+    // Candidates are tried one by one: rounding and the trimming to an aspect ratio have no closed
+    // inverse.
     for (const Size size : Candidates(sensor, part)) {
         if (!HasArea(size) || size.width > sensor.width || size.height > sensor.height) {
             continue;

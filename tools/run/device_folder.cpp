@@ -25,6 +25,7 @@ fs::path PlaceIn(const fs::path& root, const char* devicePath) {
 }
 
 Bytes ReadCalibration(const fs::path& path) {
+    // One byte more shows that a file is too long without reading all of it.
     Bytes bytes = ReadFileStart(path, device::kCalibrationFileSize + 1);
     const auto size = fs::file_size(path);
     if (bytes.size() != device::kCalibrationFileSize || size != bytes.size()) {
@@ -66,6 +67,7 @@ void MakeFolder(const fs::path& path) {
 }
 
 void WriteFile(const fs::path& path, const Bytes& bytes) {
+    // A stream need not set errno, and an older reason must not be shown.
     errno = 0;
     std::ofstream stream(path, std::ios::binary | std::ios::trunc);
     stream.write(reinterpret_cast<const char*>(bytes.data()),
@@ -80,6 +82,7 @@ void WriteFile(const fs::path& path, const Bytes& bytes) {
 
 TemporaryFolder::TemporaryFolder() {
     std::error_code missing;
+    // The error code is taken instead of the exception, which would not name TMPDIR.
     const fs::path temporary = fs::temp_directory_path(missing);
     if (missing) {
         const char* const given = std::getenv("TMPDIR");
@@ -111,6 +114,8 @@ DeviceFolder::DeviceFolder(const RunOptions& options) {
     } else {
         root_ = fs::absolute(options.deviceRoot);
     }
+    // The paths are in the node's order, so that the source named here is the file that the node
+    // takes.
     for (const char* path : device::kCalibrationPaths) {
         if (calibrationSource_.empty() && fs::exists(PlaceIn(root_, path))) {
             calibrationSource_ = PlaceIn(root_, path).string();
@@ -119,12 +124,14 @@ DeviceFolder::DeviceFolder(const RunOptions& options) {
     host::SetDeviceRoot(root_);
 }
 
+// Later calls must not find a folder that has gone.
 DeviceFolder::~DeviceFolder() {
     host::SetDeviceRoot({});
 }
 
 refocus::Calibration DeviceFolder::Found() const {
     refocus::Calibration calibration;
+    // Where no calibration can be read, the aux camera is taken to be right of the main one.
     calibration.translation = {-1, 0, 0};
     const Bytes bytes = !calibration_.empty() ? calibration_
                         : calibrationSource_.empty()
@@ -136,6 +143,8 @@ refocus::Calibration DeviceFolder::Found() const {
 
 int DeviceFolder::AuxSide(std::uint32_t rotation) const {
     const refocus::Calibration calibration = Found();
+    // What the images are turned by against the calibration decides on which side the aux camera
+    // shows.
     const auto turned = (static_cast<int>(rotation) - calibration.mountAngle + 360) % 360;
     const auto& [x, y, z] = calibration.translation;
     if (turned % 180 != 0 || std::abs(x) < std::abs(y)) {
@@ -153,6 +162,7 @@ void DeviceFolder::Prepare(Size main, Size aux, std::uint32_t mountAngle,
     // An interruption removes the temporary root: made after that, folders would bring it back.
     const auto delay = DelayInterruption();
     MakeFolder(PlaceIn(root_, device::kDumpFolder));
+    // The caller's folder may hold dumps of earlier runs. One that is overwritten has a new time.
     for (const auto& entry : fs::directory_iterator(PlaceIn(root_, device::kDumpFolder))) {
         before_.emplace(entry.path(), entry.last_write_time());
     }

@@ -23,6 +23,7 @@ void Print(const host::LogRecord& record) {
     }
 }
 
+// Some of the node's texts end in a newline and others do not; a reason is one line.
 std::string WithoutNewlines(std::string text) {
     while (!text.empty() && text.back() == '\n') {
         text.pop_back();
@@ -50,6 +51,7 @@ std::string Reason(const host::LogRecord& record, bool ownEngine, bool first) {
     if (!first && (found->message == Message::NullPointer || (isSize && found->Number(0) == 0))) {
         return {};
     }
+    // The reason ends in a code, "TSL_DCIR_Process failed (-3)": its words go before the bracket.
     std::string reason = phonelog::Failure(*found);
     if (ownEngine && reason.starts_with(kEnginePrefix)) {
         reason.insert(reason.size() - 1, Words(found->Number(found->count - 1)));
@@ -66,6 +68,7 @@ bool IsLoudSuccess(const host::LogRecord& record) {
 }
 
 LogLines::LogLines(bool ownEngine, bool errorsAlone) : ownEngine_(ownEngine) {
+    // The log calls it for one message at a time, on any thread, so that no lock is needed here.
     host::SetLogSink([this, errorsAlone](const host::LogRecord& record) {
         if (!errorsAlone || record.priority >= ANDROID_LOG_ERROR) {
             Print(record);

@@ -30,6 +30,8 @@ constexpr int kEveryMessage = 6; // log mask
 // Where the stand-ins that this program has loaded come from: its build or its installation.
 fs::path StandInsFolder() {
     Dl_info library = {};
+    // The loader knows the folder; the program's own path differs between a build and an
+    // installation.
     ::dladdr(::dlsym(RTLD_DEFAULT, "property_set"), &library);
     return fs::path(library.dli_fname).parent_path();
 }
@@ -47,6 +49,7 @@ fs::path FindLibrary(const char* option, fs::path file, const char* name) {
 // A node reads the properties while it is created.
 void SetProperties(const RunOptions& options) {
     const auto set = [](const std::string& name, const std::string& value) {
+        // The platform's function judges names and values, so that the limits are the device's.
         if (property_set(name.c_str(), value.c_str()) != 0) {
             Refuse("--set", "a property that can be set", fmt::format("\"{}={}\"", name, value));
         }
@@ -66,6 +69,7 @@ void SetProperties(const RunOptions& options) {
     }
 }
 
+// The property is asked and not the option, since --set may have set it as well.
 int DebugView() {
     char value[kPropertyValueMax] = {};
     property_get(device::kDebugViewProperty, value, "0");
@@ -86,6 +90,8 @@ struct NoExit {
     static inline bool active = false;
 
     NoExit() {
+        // One handler for the process runs at every exit(), this program's own included, and so
+        // asks whether a library is being called.
         static const int registered = std::atexit([] { active ? std::abort() : void(); });
         active = registered == 0;
     }
@@ -106,6 +112,7 @@ double PeakMemory() {
 
 } // namespace
 
+// This comes before anything runs, so that a wrong path is wrong use and not a failed node.
 Libraries FindLibraries(const RunOptions& options) {
     return {FindLibrary("--node", options.node, device::kNodeLibrary),
             FindLibrary("--engine", options.engine, device::kEngineLibrary)};
@@ -148,6 +155,7 @@ host::RequestResult LoadedNode::Session::Process(const Libraries& libraries,
 Outcome LoadedNode::Run(const RunOptions& options, const Libraries& libraries,
                         const host::UseCase& useCase, host::Request& request, bool last) {
     Outcome outcome;
+    // A node that is there has read them already.
     if (!session_->node) {
         SetProperties(options);
     }
@@ -162,6 +170,7 @@ Outcome LoadedNode::Run(const RunOptions& options, const Libraries& libraries,
         const NoExit noExit;
         outcome.result = session_->Process(libraries, useCase, request);
         if (last) {
+            // The end is part of the request's result: the node may break a rule there as well.
             std::ranges::move(session_->node->End(), std::back_inserter(outcome.result.complaints));
             session_->node.reset();
         }
@@ -169,6 +178,7 @@ Outcome LoadedNode::Run(const RunOptions& options, const Libraries& libraries,
         std::ranges::move(host::TakeStrayComplaints(),
                           std::back_inserter(outcome.result.complaints));
     } catch (const host::PipelineError& error) {
+        // The log knows the cause, of which the node returns only a code.
         std::string text = error.what();
         for (const std::string& reason : log.Reasons()) {
             text += "; because: " + reason;
@@ -205,6 +215,7 @@ void LoadedNode::End() {
 
 Outcome RunNode(const RunOptions& options, const Libraries& libraries, const host::UseCase& useCase,
                 host::Request& request) {
+    // What follows runs in the child: a library that crashes, hangs or exits does not end the tool.
     ContinueInChild(options.timeout);
     LoadedNode node;
     return node.Run(options, libraries, useCase, request, true);
