@@ -17,6 +17,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// In general Zhang's method needs three views of different directions to find a camera's intrinsic
+// parameters.
 constexpr std::size_t kFewestViews = 3;
 // A view is dropped if its error exceeds this multiple of the median, unless it is small anyway.
 constexpr double kWorstOfMedian = 3.0;
@@ -57,6 +59,7 @@ cv::Mat ReadGrey(const fs::path& path, cv::Size& size) {
 
 std::optional<Corners> FindCorners(const cv::Mat& grey, const Board& board) {
     Corners corners;
+    // The fast check gives up on photos without a board, for which the full search takes long.
     const bool found = cv::findChessboardCorners(
         grey, {board.columns, board.rows}, corners,
         cv::CALIB_CB_ADAPTIVE_THRESH | cv::CALIB_CB_NORMALIZE_IMAGE | cv::CALIB_CB_FAST_CHECK);
@@ -74,6 +77,8 @@ std::optional<Corners> FindCorners(const cv::Mat& grey, const Board& board) {
 // The detector may start at either end of the board, which looks the same upside down. Both photos
 // must list the corners in one order.
 void UnifyOrder(Detection& detection) {
+    // The diagonals of the two boards point the same way if both start at the same end: cameras of
+    // a phone are turned little against each other.
     const cv::Point2f main = detection.main.back() - detection.main.front();
     const cv::Point2f aux = detection.aux.back() - detection.aux.front();
     if (main.dot(aux) < 0) {
@@ -110,6 +115,7 @@ std::vector<cv::Point3f> BoardPoints(const Board& board) {
     return points;
 }
 
+// The calibration of both cameras over the views that are left. Lengths are in mm.
 struct Solution {
     LensMatrices main;
     LensMatrices aux;
@@ -130,6 +136,8 @@ Solution Solve(const std::vector<Detection>& detections, const Board& board, con
     }
     const std::vector<std::vector<cv::Point3f>> points(detections.size(), BoardPoints(board));
     Solution solution;
+    // Each camera is calibrated by itself first: solving both cameras and the pose between them at
+    // once has so many unknowns that few views leave it unstable.
     const auto single = [&](const std::vector<Corners>& corners, cv::Size size,
                             LensMatrices& lens) {
         std::vector<cv::Mat> rotations;
@@ -150,6 +158,7 @@ Solution Solve(const std::vector<Detection>& detections, const Board& board, con
     single(aux, sizes.aux, solution.aux);
     cv::Mat essential;
     cv::Mat fundamental;
+    // The lenses are fixed, so that this step finds rotation and translation alone.
     solution.error = cv::stereoCalibrate(
         points, main, aux, solution.main.camera, solution.main.distortion, solution.aux.camera,
         solution.aux.distortion, sizes.main, solution.rotation, solution.translation, essential,
@@ -165,6 +174,7 @@ bool DropWorst(const Solution& solution, std::vector<Detection>& detections,
     for (int i = 0; i < solution.errors.rows; ++i) {
         errors.push_back(std::max(solution.errors(i, 0), solution.errors(i, 1)));
     }
+    // One view is dropped a round, since a wrong view bends the solution so that others seem wrong.
     const auto worst = std::ranges::max_element(errors);
     const auto at = worst - errors.begin();
     std::vector<double> sorted = errors;
@@ -179,6 +189,7 @@ bool DropWorst(const Solution& solution, std::vector<Detection>& detections,
     return true;
 }
 
+// Every dropped view is named with its reason, since the photos are what the user can change.
 [[noreturn]] void RefuseTooFew(const std::vector<BoardView>& views, std::size_t left) {
     std::string text = fmt::format("expected at least {} good views, found {}", kFewestViews, left);
     bool misfit = false;
@@ -194,6 +205,7 @@ bool DropWorst(const Solution& solution, std::vector<Detection>& detections,
 // Views of different moments fit each camera, but no pair of them.
 void CheckOrder(const Solution& solution) {
     constexpr double kMostError = 2; // pixels
+    // A pair that fits badly because its photos are blurred fits each camera badly as well.
     if (solution.error > kMostError && solution.alone < solution.error / 4) {
         throw UseError(fmt::format("expected views that fit a pair of cameras, found them {:.2f} "
                                    "pixels off, though each camera alone fits to {:.2f}{}",
@@ -212,6 +224,7 @@ BoardCalibration CalibrateFromBoards(const std::vector<std::pair<fs::path, fs::p
     Sizes sizes;
     std::vector<Detection> detections = DetectBoards(result.views, board, sizes);
     Solution solution;
+    // The loop ends, since every round but the last drops a view.
     do {
         if (detections.size() < kFewestViews) {
             RefuseTooFew(result.views, detections.size());

@@ -12,11 +12,13 @@
 
 namespace {
 
+// In pixels. A page of photos at full size would be too large.
 constexpr int kWidest = 1200;
 const cv::Scalar kLineColours[] = {{255, 80, 80}, {80, 220, 80}, {90, 150, 255}};
 
 cv::Mat ReadPhoto(const std::filesystem::path& path) {
     RgbImage picture = ReadImageFile(path);
+    // The clone outlives the picture, whose memory the matrix shares.
     return cv::Mat(picture.height, picture.width, CV_8UC3, picture.bytes.data()).clone();
 }
 
@@ -54,6 +56,8 @@ RgbImage EpipolarPicture(const BoardCalibration& calibration, const BoardView& v
                                     size, CV_32FC1, columns, rows);
         cv::remap(photos[i], rectified[i], columns, rows, cv::INTER_LINEAR);
     }
+    // Epipolar lines run along the line between the cameras: along columns if one is above the
+    // other.
     const auto& shift = calibration.translation;
     const bool above = std::abs(shift.at<double>(1)) > std::abs(shift.at<double>(0));
     cv::Mat both;
@@ -63,6 +67,7 @@ RgbImage EpipolarPicture(const BoardCalibration& calibration, const BoardView& v
     const cv::Mat pixels(picture.height, picture.width, CV_8UC3, picture.bytes.data());
     constexpr int kLines = 24;
     for (int i = 1; i < kLines; ++i) {
+        // The lines' colours change, so that one can be followed across both photos.
         const int at = i * (above ? pixels.cols : pixels.rows) / kLines;
         const cv::Point end =
             above ? cv::Point(at, pixels.rows - 1) : cv::Point(pixels.cols - 1, at);

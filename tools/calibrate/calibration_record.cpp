@@ -23,6 +23,7 @@ refocus::CameraCalibration CameraOf(const LensMatrices& lens, Size size, const c
     lens.camera.convertTo(camera, CV_64F);
     lens.distortion.convertTo(distortion, CV_64F);
     distortion = distortion.reshape(1, 1);
+    // The engine's record has room for the rational model: k1 to k6, p1 and p2.
     constexpr int kTerms = 8;
     for (int i = kTerms; i < distortion.cols; ++i) {
         if (distortion.at<double>(0, i) != 0) {
@@ -40,6 +41,7 @@ refocus::CameraCalibration CameraOf(const LensMatrices& lens, Size size, const c
     record.fy = camera.at<double>(1, 1);
     record.cx = camera.at<double>(0, 2);
     record.cy = camera.at<double>(1, 2);
+    // OpenCV's order is k1, k2, p1, p2, k3, k4, k5, k6.
     record.k = {term(0), term(1), term(4), term(5), term(6), term(7)};
     record.p = {term(2), term(3)};
     return record;
@@ -81,6 +83,7 @@ cv::Mat ReadMatrix(cv::FileStorage& storage, const fs::path& path, const char* n
 // OpenCV's parsers call themselves for each level of a text. Each level starts with one of these
 // characters, of which a calibration has some dozens: in numbers "-" stands before a digit.
 bool IsShallow(std::string_view text) {
+    // This is far below the depth at which the recursion would use up the stack.
     constexpr int kMostLevels = 1000;
     int levels = 0;
     for (std::size_t i = 0; i < text.size(); ++i) {
@@ -93,6 +96,7 @@ bool IsShallow(std::string_view text) {
 }
 
 cv::FileStorage Open(const fs::path& path) {
+    // OpenCV writes a few kilobytes; a larger file is no calibration.
     constexpr std::size_t kMostBytes = 65536;
     const Bytes bytes = ReadFileBytes(path, kMostBytes);
     const std::string text(bytes.begin(), bytes.end());
@@ -122,6 +126,7 @@ double Pixels(std::int32_t units) {
 std::string CameraText(const char* name, const refocus::CameraCalibration& camera) {
     const double width = Pixels(camera.width);
     const double height = Pixels(camera.height);
+    // The field of view is that of a pinhole camera, without distortion.
     const auto view = [](double side, double focal) {
         return 2 * std::atan(side / 2 / focal) * kDegrees;
     };
@@ -159,6 +164,7 @@ refocus::Calibration RecordOf(const LensMatrices& main, Size mainSize, const Len
     translation.convertTo(t, CV_64F);
     std::copy_n(r.ptr<double>(), calibration.rotation.size(), calibration.rotation.begin());
     std::copy_n(t.ptr<double>(), calibration.translation.size(), calibration.translation.begin());
+    // The engine's own check decides, so that no file is written that it would refuse.
     if (refocus::ValidateCalibration(calibration) != refocus::Error::kNone) {
         const auto& [x, y, z] = calibration.translation;
         throw UseError(fmt::format(
@@ -187,6 +193,8 @@ double NearestSearched(const refocus::Calibration& calibration) {
     const auto& t = calibration.translation;
     const auto& main = calibration.main;
     const bool beside = std::abs(t[0]) >= std::abs(t[1]);
+    // Depth = focal length * baseline / disparity, at the largest disparity that the engine
+    // searches.
     const double disparity = kSearchedShare * Pixels(beside ? main.width : main.height);
     return (beside ? main.fx : main.fy) * std::hypot(t[0], t[1], t[2]) / disparity;
 }

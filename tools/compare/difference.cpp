@@ -31,7 +31,8 @@ struct PlanePair {
     }
 };
 
-// The mask for samples of which each stands for a cell of pixels.
+// The mask at the resolution of the samples, of which each stands for a cell of pixels. Empty if
+// the mask leaves nothing out.
 cv::Mat SampleMask(const host::Image& mask, cv::Size samples) {
     if (mask.width() == 0) {
         return {};
@@ -40,6 +41,7 @@ cv::Mat SampleMask(const host::Image& mask, cv::Size samples) {
     cv::Mat compared = MatrixOf(mask, 0) >= kLeastCompared;
     if (compared.size() != samples) {
         cv::resize(compared, compared, samples, 0, 0, cv::INTER_AREA);
+        // The mean over a cell is positive if one of its pixels is compared.
         compared = compared > 0;
     }
     return compared;
@@ -76,6 +78,8 @@ std::vector<PlanePair> PlanesOf(const RgbImage& a, const RgbImage& b, const host
 
 // `difference`: the plane's, without padding and not zero everywhere.
 DifferingPixel FirstDifference(const PlanePair& plane, const cv::Mat& difference) {
+    // The difference is a matrix of its own without padding, so that it can be read from end to
+    // end.
     const auto at = static_cast<int>(
         std::find_if(difference.datastart, difference.dataend, [](auto v) { return v != 0; }) -
         difference.datastart);
@@ -120,6 +124,8 @@ PictureDifference CompareAll(const std::vector<PlanePair>& planes, bool similari
         entry.largest = static_cast<int>(largest);
         entry.psnr = Psnr(plane.a, plane.b, plane.mask);
         const DifferingPixel pixel = FirstDifference(plane, difference);
+        // Chroma is compared after luma, but its first difference may be nearer to the upper left
+        // corner.
         if (!result.first ||
             std::pair(pixel.y, pixel.x) < std::pair(result.first->y, result.first->x)) {
             result.first = pixel;
@@ -127,6 +133,7 @@ PictureDifference CompareAll(const std::vector<PlanePair>& planes, bool similari
     }
     if (similarity) {
         const PlanePair luma = LumaOf(planes);
+        // The index is computed only where pictures differ: it costs more than all the rest.
         result.ssim = result.identical() ? 1 : MeanSsim(luma.a, luma.b, luma.mask);
     }
     return result;
@@ -137,6 +144,7 @@ host::Image MapAll(const std::vector<PlanePair>& planes) {
     for (const PlanePair& plane : planes) {
         cv::Mat difference = plane.Difference();
         if (plane.cell > 1) {
+            // A chroma sample's difference is shown on all pixels that it stands for.
             cv::resize(difference, difference, {}, plane.cell, plane.cell, cv::INTER_NEAREST);
         }
         if (map.empty()) {
@@ -149,11 +157,14 @@ host::Image MapAll(const std::vector<PlanePair>& planes) {
         cv::Mat part = map(shared);
         cv::max(part, difference(shared), part);
     }
+    // A screen shows no more. The reduction keeps maxima, so that a single differing pixel stays
+    // visible.
     constexpr int kLongestSide = 2000;
     const int reduction = (std::max(map.cols, map.rows) + kLongestSide - 1) / kLongestSide;
     const cv::Size size((map.cols + reduction - 1) / reduction,
                         (map.rows + reduction - 1) / reduction);
     if (reduction > 1) {
+        // The map is filled up to whole squares with zeros, which change no maximum.
         cv::copyMakeBorder(map, map, 0, size.height * reduction - map.rows, 0,
                            size.width * reduction - map.cols, cv::BORDER_CONSTANT);
         // Dilation with its anchor in the corner puts a square's maximum where the resizing takes

@@ -17,7 +17,8 @@ using Format = host::Image::Format;
 
 namespace {
 
-// The width of this image by the parameters' name, if the two names can be of one image.
+// The width of this image by the parameters' name, which holds the main image's. Nothing if the two
+// names cannot be of one image.
 std::optional<int> NamedWidth(const DumpSet& set, const DumpName& image) {
     const auto& parameters = set.file(DumpRole::kParameters);
     const bool fits = parameters && parameters->name.height == image.height &&
@@ -34,6 +35,7 @@ int WidthBeforePadding(const Bytes& bytes, int pitch, int height) {
     int width = 0;
     auto* plane = const_cast<std::uint8_t*>(bytes.data()); // which the matrix only reads
     for (const int rows : {height, height / 2}) {
+        // The planes follow one another, and both have the same pitch and the same width in bytes.
         const cv::Mat matrix(rows, pitch, CV_8UC1, plane);
         plane += matrix.total();
         if (matrix.empty()) {
@@ -44,6 +46,8 @@ int WidthBeforePadding(const Bytes& bytes, int pitch, int height) {
         cv::reduce(matrix, lowest, 0, cv::REDUCE_MIN);
         cv::reduce(matrix, highest, 0, cv::REDUCE_MAX);
         int end = pitch;
+        // Padding is looked for from the right. Where luma has found the width already, chroma can
+        // only make it larger.
         while (end > width && lowest(0, end - 1) == highest(0, end - 1)) {
             --end;
         }
@@ -64,6 +68,7 @@ AspectWidth WidthByAspect(const DumpParameters& parameters, int height) {
     const auto across = static_cast<double>(parameters.auxCropWidth);
     const auto down = static_cast<double>(parameters.auxCropHeight);
     const double likeliest = std::min(height * across / down, 1.0 * kLongestPitch);
+    // The clamped height keeps the division defined for a crop of a row or two.
     return {height * (across - 2) / (down + 2), height * (across + 2) / std::max(down - 2, 1.0),
             static_cast<int>(std::lround(likeliest / 2)) * 2};
 }
@@ -101,6 +106,8 @@ host::Image ReadImageDump(const fs::path& path, Format format, int width, int pi
                            format == Format::Nv12 ? ", an even pitch and at least two rows" : ""),
                fmt::format("{}x{}", pitch, height));
     }
+    // A longer file is a dump that was written over a longer one, whose end is left: the first
+    // bytes are whole.
     const std::size_t expected = ImageBytes(format, pitch, height);
     const Bytes bytes = ReadFileStart(path, expected);
     if (bytes.size() < expected) {
@@ -123,6 +130,7 @@ std::vector<std::string> MissingOfSet(const std::vector<fs::path>& files, bool d
             break;
         }
     }
+    // The node reports no failed write, so that a full disk shows in names and lengths alone.
     std::vector<std::string> missing;
     for (const DumpRole role : {DumpRole::kMain, DumpRole::kAux, DumpRole::kOutput,
                                 DumpRole::kParameters, DumpRole::kDisparity}) {
@@ -158,6 +166,7 @@ int WidthOf(const DumpSet& set, DumpRole role) {
                : parameters ? parameters->name.first
                             : 0;
     }
+    // A name may claim any size: no file is read for an image that cannot be.
     if (!CanBeImage(Format::Nv12, file->name.first, file->name.height)) {
         return file->name.first;
     }
@@ -183,6 +192,8 @@ int AuxWidth(const DumpSet& set, const DumpParameters* parameters, const Bytes& 
         return padded;
     }
     const AspectWidth width = WidthByAspect(*parameters, aux.height);
+    // Padding is measured in the image and so comes first. It misleads where a picture's own edge
+    // is of one colour; then the aspect decides, if it leaves a plausible padding.
     const bool agrees = padded >= width.lowest - 1 && padded <= width.highest + 1;
     const bool plausible = width.likeliest <= aux.first &&
                            width.likeliest > aux.first - kMostPadding &&

@@ -28,6 +28,7 @@ const RoleFormat& RoleFormatOf(DumpRole role) {
     return kRoles[static_cast<std::size_t>(role)];
 }
 
+// std::isdigit depends on the locale and must not be given a negative char.
 bool IsDigit(char character) {
     return character >= '0' && character <= '9';
 }
@@ -62,9 +63,11 @@ std::string SizedName::FileName() const {
 
 std::optional<SizedName> ParseSizedName(std::string_view fileName) {
     constexpr std::string_view kMetadata = device::kParameterDumpEnding;
+    // The parameters' ending has no dot before "_metadata", so that it is looked for as a whole.
     const auto dot =
         fileName.ends_with(kMetadata) ? fileName.size() - kMetadata.size() : fileName.rfind('.');
     const std::string_view name = fileName.substr(0, dot);
+    // The size is looked for from the right, since the base may hold anything.
     const auto bar = name.rfind('_');
     if (dot == std::string_view::npos || dot + 1 == fileName.size() ||
         bar == std::string_view::npos || bar == 0) {
@@ -89,6 +92,7 @@ std::optional<DumpName> ParseDumpName(std::string_view fileName) {
     if (!sized) {
         return std::nullopt;
     }
+    // Suffix and ending together tell the role: "_0" stands for three of them.
     for (std::size_t role = 0; role < std::size(kRoles); ++role) {
         const std::string_view suffix = kRoles[role].suffix;
         if (sized->ending != kRoles[role].ending || !sized->base.ends_with(suffix)) {

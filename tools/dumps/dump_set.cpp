@@ -14,6 +14,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// A map by folder and stem gives the sets in the order of their names on every file system.
 using SetKey = std::pair<fs::path, std::string>;
 using Sets = std::map<SetKey, DumpSet>;
 
@@ -32,6 +33,8 @@ void Add(Sets& sets, const fs::path& path) {
         place = std::move(file);
         return;
     }
+    // Of two captures of one second, the later one has overwritten the files whose names are the
+    // same, so that its files belong together.
     if (fs::last_write_time(path, error) > fs::last_write_time(place->path, error)) {
         std::swap(*place, file);
     }
@@ -39,6 +42,7 @@ void Add(Sets& sets, const fs::path& path) {
 }
 
 void AddFolder(Sets& sets, const fs::path& folder) {
+    // Error codes are used, so that the message can name the folder that could not be read.
     std::error_code error;
     fs::recursive_directory_iterator entries(folder, error);
     fs::path reading = folder; // the path that an error concerns
@@ -52,7 +56,8 @@ void AddFolder(Sets& sets, const fs::path& folder) {
     }
 }
 
-// The folder's sets that have this stem.
+// The folder's sets that have this stem. Looks into this folder only, since sets below it may have
+// the same stem.
 Sets SetsOfStem(const fs::path& folder, const std::string& stem) {
     Sets sets;
     std::error_code error;
@@ -72,6 +77,7 @@ Sets SetsOfStem(const fs::path& folder, const std::string& stem) {
 Sets SetsOf(const fs::path& place) {
     Sets sets;
     if (fs::is_directory(place)) {
+        // "DIR/" and "DIR" must give the same paths, or a set would be found twice.
         AddFolder(sets, place.has_filename() ? place : place.parent_path());
         if (sets.empty()) {
             Refuse(place.string(), "a folder with dump sets", "none in it");
@@ -91,6 +97,7 @@ Sets SetsOf(const fs::path& place) {
 
 std::string DumpSet::name() const {
     std::string name = (folder / stem).string();
+    // A file name may hold a newline, which would make a second line of a table.
     std::ranges::replace(name, '\n', '?');
     return name;
 }
@@ -108,6 +115,7 @@ std::vector<DumpSet> FindDumpSets(const std::vector<fs::path>& places,
                                   std::vector<RefusedPlace>& refused) {
     Sets all;
     for (const fs::path& place : places) {
+        // Merged by folder and stem, so that a set that two places name is taken once.
         const std::string mistake = MistakeIn([&] { all.merge(SetsOf(place)); });
         if (!mistake.empty()) {
             refused.push_back({place, mistake});

@@ -17,6 +17,7 @@ struct Field {
     std::int32_t DumpParameters::*value;
 };
 
+// The order of the text. Reading, writing and comparing go by this table, and so agree.
 constexpr Field kFields[] = {
     {"i32BlurIntensity", &DumpParameters::blur},
     {"ptFocus_x", &DumpParameters::focusX},
@@ -48,7 +49,8 @@ std::string Quoted(std::string_view line) {
     return fmt::format("\"{}\"", shown);
 }
 
-// Reads the lines in the order in which the node writes them.
+// Reads the lines in the order in which the node writes them. Stops at the first line that is not
+// as expected; the values read until then are kept.
 class Reader {
 public:
     explicit Reader(std::string_view text) : rest_(text) {}
@@ -67,6 +69,7 @@ public:
             std::int32_t value = 0;
             const std::string_view digits = Line().substr(start.size());
             const char* const end = digits.data() + digits.size();
+            // from_chars is independent of the locale and refuses what does not fit 32 bits.
             const auto [next, error] = std::from_chars(digits.data(), end, value);
             if (error == std::errc() && next == end) {
                 Advance();
@@ -125,6 +128,8 @@ std::string FaceText(const std::vector<DumpedFace>& faces, std::size_t index) {
 ParameterText ParseParameterText(const Bytes& bytes) {
     std::string text(bytes.begin(), bytes.end());
     ParameterText parsed;
+    // Reported and then ignored, so that the values of a text that was copied in a text mode are
+    // still read.
     if (text.find("\r\n") != std::string::npos) {
         parsed.problems.emplace_back("its lines end in CR LF: it was copied in a text mode");
         std::erase(text, '\r');
@@ -137,6 +142,7 @@ ParameterText ParseParameterText(const Bytes& bytes) {
     reader.Fixed("");
     const std::int32_t count = reader.Value(kFaceCount);
     const bool possible = count >= 0 && count <= kFaceCapacity;
+    // No more faces are read than the node can write, whatever a damaged text states.
     for (std::int32_t i = 0; i < std::clamp(count, 0, kFaceCapacity) && !reader.atEnd(); ++i) {
         reader.Fixed(FaceHead(parsed.values.faces.size()));
         DumpedFace& face = parsed.values.faces.emplace_back();

@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Nothing if only the pitch is known.
+// Nothing if only the pitch is known. A width that the user states comes before what the set tells.
 std::optional<int> DumpWidth(const fs::path& path, const SizedName& name,
                              std::optional<int> width) {
     if (width && *width > name.first) {
@@ -47,6 +47,7 @@ RgbImage GreyToRgb(const host::Image& image) {
 
 PictureFile::Kind KindOf(const fs::path& path) {
     std::string extension = path.extension().string();
+    // Only ASCII letters are lowered: std::tolower would follow the locale.
     std::ranges::transform(extension, extension.begin(),
                            [](char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; });
     if (extension == ".nv12") {
@@ -61,6 +62,8 @@ PictureFile ReadPictureFile(const fs::path& path, std::optional<int> width) {
     if (picture.kind == PictureFile::Kind::kRgb) {
         std::optional<int> clockwise;
         picture.rgb = ReadImageFile(path, &clockwise);
+        // The picture is not turned, since pictures are compared and converted sample by sample
+        // here; `render` does turn.
         if (clockwise.value_or(0) != 0) {
             PrintNotice(
                 fmt::format("note: {}: taken as stored, not turned by the {} degrees of its "

@@ -10,13 +10,16 @@
 
 namespace {
 
+// Sides are in pixels. In a thumbnail noise averages out, and there is time to try every offset.
 constexpr int kLumaSide = 160;
 constexpr int kChromaSide = 64;
+// Eight blocks fit along the longer side.
 constexpr int kBlock = 20;
 constexpr double kLeastDeviation = 4.0; // standard deviation in grey levels of a usable block
 
 cv::Mat Thumbnail(const cv::Mat& picture, int longer) {
     const double scale = static_cast<double>(longer) / std::max(picture.cols, picture.rows);
+    // A very long picture would lose its shorter side without the limit.
     const cv::Size size(std::max(8, cvRound(picture.cols * scale)),
                         std::max(8, cvRound(picture.rows * scale)));
     cv::Mat reduced;
@@ -45,6 +48,7 @@ Concentration Concentrate(std::vector<int> offsets) {
         return {};
     }
     std::ranges::sort(offsets);
+    // A median stands against the wrong matches that repeated patterns give.
     const int median = offsets[offsets.size() / 2];
     const auto near = std::ranges::count_if(
         offsets, [&](int offset) { return std::abs(offset - median) <= kTolerance; });
@@ -71,6 +75,8 @@ std::vector<cv::Point> MatchBlocks(const cv::Mat& first, const cv::Mat& second) 
                 cv::Rect(x - reachX, y - reachY, kBlock + 2 * reachX, kBlock + 2 * reachY) &
                 cv::Rect(cv::Point(), other.size());
             cv::Mat correlation;
+            // The correlation is normalised by mean and deviation, since each camera has its own
+            // exposure.
             cv::matchTemplate(other(window), block, correlation, cv::TM_CCOEFF_NORMED);
             cv::Point best;
             cv::minMaxLoc(correlation, nullptr, nullptr, nullptr, &best);

@@ -6,6 +6,8 @@
 
 namespace {
 
+// Steps are measured on this many pieces of this length, spread over the image: there are thousands
+// of pitches to try, too many for all bytes of a large image.
 constexpr int kSegmentBytes = 64;
 constexpr std::size_t kSegments = 400;
 constexpr int kSmooth = 4; // bytes averaged against noise
@@ -58,8 +60,10 @@ std::vector<RowStatistics> AnalyseRows(std::span<const std::uint8_t> bytes, std:
         const auto count = static_cast<double>(pitch);
         const double a = static_cast<double>(next) / count;
         const double b = static_cast<double>(second) / count;
+        // The 1 keeps the score of a flat row, whose steps are noise, near 0.
         statistics[r].lumaScore = (b - a) / (a + b + 1);
         // The chroma of a colourless row is smooth and near 128, so that its steps tell nothing.
+        // It counts as chroma, with little weight.
         if (a < 2.5 && static_cast<double>(colour) / count < 8) {
             statistics[r].lumaScore = -0.3;
         }
@@ -82,6 +86,7 @@ std::optional<RowPeriod> FindRowPeriod(std::span<const std::uint8_t> bytes, int 
     if (bytes.size() < needed) {
         return std::nullopt;
     }
+    // The named pitch is tried first, so that its steps have index 0, and again among the others.
     std::vector<int> pitches{namedPitch};
     for (int pitch = (namedPitch / 2 + 1) / 2 * 2; pitch <= longest; pitch += 2) {
         pitches.push_back(pitch);
@@ -124,7 +129,8 @@ std::optional<ChromaStart> FindChromaStart(std::span<const std::uint8_t> bytes, 
     for (int row = 1; row <= rows; ++row) {
         best = score(row) > score(best) ? row : best;
     }
-    // The scores find the row within a few rows. The largest step near it is the exact one.
+    // The scores find the row within a few rows. The largest step near it is the exact one. The
+    // addition keeps the ratio finite in an image whose rows are alike.
     const double usual = Median(steps) + 0.5;
     const auto edge = [&](int row) {
         return row <= 0 || row >= rows ? 0.0
@@ -136,6 +142,7 @@ std::optional<ChromaStart> FindChromaStart(std::span<const std::uint8_t> bytes, 
     }
     const int named = std::clamp(namedRow, 0, rows);
     const int between = std::abs(sharpest - named);
+    // Each row between the two changes the score by twice its own luma score.
     const double gain = between == 0 ? 0 : (score(best) - score(named)) / (2.0 * between);
     return ChromaStart{sharpest, gain, edge(sharpest), edge(named), rows};
 }

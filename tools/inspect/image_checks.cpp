@@ -14,6 +14,7 @@
 
 namespace {
 
+// As in file_checks.cpp, scripts/inspect-corruptions holds these limits.
 constexpr double kOneScene = 0.6;         // smallest inlier share of two images of one scene
 constexpr double kLargestOffset = 0.022;  // across the line of the cameras, for a pair in order
 constexpr std::size_t kFewestMatches = 6; // with fewer nothing can be concluded
@@ -101,6 +102,7 @@ bool HaveExchangedChroma(const host::Image* a, const host::Image* b) {
         MeanDifference(first[0], second[0]) + MeanDifference(first[1], second[1]);
     const double exchanged =
         MeanDifference(first[0], second[1]) + MeanDifference(first[1], second[0]);
+    // Colours of less than that are noise, which agrees with anything.
     return straight > 2 && exchanged < 0.6 * straight;
 }
 
@@ -143,6 +145,8 @@ int StepsOutOfFocus(const Inspection& inspection, const host::Image& main) {
 // the picture and the distance from the focus, and has no effect below about a pixel.
 bool IsFaint(const Inspection& inspection, const host::Image& main) {
     const std::int64_t side = std::max(main.width(), main.height());
+    // A radius of 1.3 pixels by the stand-in engine's formula, in which blur 100 and 255 steps make
+    // a radius of 2.2 % of the longer side.
     constexpr std::int64_t kFaint = 6000L * 255;
     return inspection.parameters->blur * side * StepsOutOfFocus(inspection, main) < kFaint;
 }
@@ -154,7 +158,8 @@ void CheckSwapped(Inspection& inspection) {
     if (main == nullptr || aux == nullptr || output == nullptr) {
         return;
     }
-    // In focus the output has the main image's pixels, out of focus at least similar ones there.
+    // In focus the output has the main image's pixels, out of focus at least similar ones there. A
+    // thumbnail hardly shows the blur, but it does show the parallax between the cameras.
     const cv::Mat thumbnail = LumaThumbnail(*output);
     const bool nearerToAux = MeanDifference(LumaThumbnail(*aux), thumbnail) <
                              0.7 * MeanDifference(LumaThumbnail(*main), thumbnail);
@@ -214,6 +219,7 @@ void CheckAuxRotation(Inspection& inspection) {
     const cv::Mat first = LumaThumbnail(*main);
     const cv::Mat second = LumaThumbnail(*aux);
     EpipolarConsistency best = MeasureConsistency(first, second);
+    // Images that match as they are stay so: a symmetric scene matches turned ones as well.
     if (!ShowsOtherScene(best)) {
         return;
     }
@@ -265,6 +271,7 @@ std::string WrongSide(const host::Image& main, const host::Image& aux, int auxSi
     if (SamePixels(main, aux)) {
         return "main and aux image are one and the same";
     }
+    // A share of the side, or 1.6 pixels of a thumbnail: below that the direction may be chance.
     constexpr double kLeastDisplacement = 0.01;
     const EpipolarConsistency pair = MeasureConsistency(LumaThumbnail(main), LumaThumbnail(aux));
     if (auxSide == 0 || std::abs(pair.displacement) < kLeastDisplacement) {

@@ -31,6 +31,7 @@ static_assert(std::size(kProblemNames) == static_cast<std::size_t>(Problem::kFal
 // Whether there can be an image of this name. The file must hold a good part of a large image, or a
 // wrong name would cost gigabytes.
 bool CanBeRead(const DumpFile& file) {
+    // 64 MB hold an image of 40 megapixels, whose missing bytes cost little as zeros.
     constexpr std::size_t kAlwaysRead = std::size_t{1} << 26;
     const std::size_t expected = ImageBytes(file.name);
     return CanBeImage(FormatOf(file.name.role), file.name.first, file.name.height) &&
@@ -92,15 +93,18 @@ Inspection Inspect(const DumpSet& set, const std::string& engineFailure) {
     Inspection inspection;
     inspection.set = set;
     inspection.engineFailure = engineFailure;
+    // Parameters come before the images, since the width of the aux image may follow from them.
     if (const auto& file = set.file(DumpRole::kParameters)) {
         ParameterText text = ParseParameterText(ReadFileStart(file->path, kLongestParameterText));
         for (std::string& problem : text.problems) {
             inspection.Report(Problem::kParameters, DumpRole::kParameters, std::move(problem));
         }
+        // A text with a problem is not trusted in any of its values.
         if (inspection.findings.empty()) {
             inspection.parameters = std::move(text.values);
         }
     }
+    // Each thread writes only the bytes and the image of its own role.
     std::vector<std::future<void>> reading;
     for (const DumpRole role :
          {DumpRole::kMain, DumpRole::kAux, DumpRole::kOutput, DumpRole::kDisparity}) {
@@ -113,12 +117,14 @@ Inspection Inspect(const DumpSet& set, const std::string& engineFailure) {
     for (const InspectionCheck check : kChecks) {
         check(inspection);
     }
+    // Causes come before what follows from them: see Problem.
     std::ranges::stable_sort(inspection.findings, {}, &Finding::problem);
     return inspection;
 }
 
 std::vector<std::string> FindPairProblems(const host::Image& main, const host::Image& aux,
                                           int auxSide) {
+    // These two images have no files, so that only the checks of pixels apply.
     Inspection pair;
     pair.images[static_cast<std::size_t>(DumpRole::kMain)] = main;
     pair.images[static_cast<std::size_t>(DumpRole::kAux)] = aux;

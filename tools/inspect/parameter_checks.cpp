@@ -27,6 +27,8 @@ void CheckCrop(Inspection& inspection, const char* camera, Size crop, Size image
         return;
     }
     const double ratio = (1.0 * crop.width / crop.height) / (1.0 * image.width / image.height);
+    // The node rounds the part's sides to whole pixels at both ends, which changes the aspect of a
+    // small part or image by much.
     const double tolerance =
         0.004 + 3.0 / std::min({crop.width, crop.height, image.width, image.height});
     if (std::abs(std::log(ratio)) > tolerance) {
@@ -61,12 +63,15 @@ void CheckFace(Inspection& inspection, std::size_t index, Size image) {
         Report(inspection, "face {} {},{} to {},{}: expected {}", index, face.left, face.top,
                face.right, face.bottom, expected);
     };
+    // A face of less than a pixel is dumped with its right edge one before its left one.
     if (face.left < 0 || face.top < 0 || face.right < face.left - 1 || face.bottom < face.top - 1) {
         report("left, top, right, bottom");
     } else if (std::midpoint(face.left, face.right) >= image.width ||
                std::midpoint(face.top, face.bottom) >= image.height) {
+        // A face may reach over an edge, since the node clips none: only its middle counts.
         report(fmt::format("it in the image, {}x{}", image.width, image.height));
     }
+    // A request has one rotation for all its faces.
     const bool possible = face.orient >= 1 && face.orient <= 4;
     if (!possible || face.orient != inspection.parameters->faces.front().orient) {
         Report(inspection, "face {} orient: expected {}, found {}", index,
