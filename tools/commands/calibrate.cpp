@@ -29,20 +29,21 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// Empty paths and sizes are those that were not given.
 struct CalibrateOptions {
     std::vector<fs::path> main;
     std::vector<fs::path> aux;
     Board board;
     bool boardGiven = false;
-    std::optional<double> square;
+    std::optional<double> square; // mm; with OpenCV's files, of a unit of T
     fs::path intrinsics;
     fs::path extrinsics;
     std::optional<Size> size;
     std::optional<Size> auxSize;
-    fs::path show;
+    fs::path show; // the file to put into words
     fs::path output;
-    std::int32_t mountAngle = 0;
-    double nearest = 0;
+    std::int32_t mountAngle = 0; // degrees
+    double nearest = 0;          // mm; 0: unknown
     bool json = false;
     fs::path report;
 };
@@ -131,6 +132,7 @@ void ShowResult(const CalibrateOptions& options, const refocus::Calibration& cal
 
 int Show(const CalibrateOptions& options) {
     refocus::Calibration calibration;
+    // One byte more than a calibration is read, so that a longer file is refused.
     const refocus::Error error = refocus::ParseCalibration(
         ReadFileStart(options.show, refocus::kCalibrationBytes + 1), calibration);
     if (error != refocus::Error::kNone) {
@@ -185,6 +187,7 @@ int CalibrateBoards(const CalibrateOptions& options) {
     board.square = *options.square;
     std::optional<Progress> progress("calibrating");
     const BoardCalibration boards = CalibrateFromBoards(photos, board);
+    // The progress line must be gone before results are printed.
     progress.reset();
     return Finish(options, boards.calibration, &boards);
 }
@@ -192,6 +195,7 @@ int CalibrateBoards(const CalibrateOptions& options) {
 int Calibrate(const CalibrateOptions& options) {
     const bool boards = !options.main.empty() || !options.aux.empty();
     const bool files = !options.intrinsics.empty() || !options.extrinsics.empty();
+    // The command is used in one of three ways, which the options' own rules cannot tell.
     if ((boards ? 1 : 0) + (files ? 1 : 0) + (options.show.empty() ? 0 : 1) != 1) {
         Refuse("calibrate", "either --main and --aux, or --intrinsics and --extrinsics, or --show",
                "none or several of them");

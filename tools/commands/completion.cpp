@@ -44,6 +44,7 @@ void AddCommand(const Command& command, Words& words) {
             all += (all.empty() ? "" : " ") + spelling;
             pattern += fmt::format("{}\"{} {}\"", pattern.empty() ? "" : " | ", name, spelling);
         }
+        // What stands without an option has no name with a dash.
         if (pattern.empty()) {
             place = ValueOf(option.form);
         } else if (option.takesValue) {
@@ -56,6 +57,8 @@ void AddCommand(const Command& command, Words& words) {
     words.options += fmt::format("    {}) _bokehnode_words \"{}\" ;;\n", name, all);
 }
 
+// The script is made from the options as declared, so that it cannot fall behind them. Its case
+// statements find what to offer by the command and the word before the cursor.
 std::string BashScript(const Program& program) {
     Words words;
     for (const Command& command : program.commands()) {

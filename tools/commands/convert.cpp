@@ -31,6 +31,7 @@ namespace {
 
 constexpr char kKinds[] = "png|nv12|y8";
 
+// Widths and pitches are 0, and texts empty, where they were not given.
 struct ConvertOptions {
     std::vector<fs::path> files;
     fs::path output;
@@ -43,6 +44,7 @@ struct ConvertOptions {
     bool json = false;
 };
 
+// What was made of one file, and its size in pixels.
 struct Written {
     std::vector<std::string> files;
     fs::path path; // absolute
@@ -50,6 +52,8 @@ struct Written {
     int height = 0;
 };
 
+// The text as one word of a POSIX shell. Within single quotes only the quote itself has a meaning:
+// it is closed, escaped and opened again.
 std::string Quoted(const std::string& text) {
     constexpr char kPlain[] =
         "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789/._-+,=";
@@ -71,9 +75,11 @@ struct Commands {
 
 Commands CommandsFor(const fs::path& path, const PictureFile& picture) {
     const bool nv12 = picture.kind == Kind::kNv12;
+    // The pitch is stated as the width, and the padding is cropped away by the filter.
     const std::string input =
         fmt::format("-f rawvideo -pixel_format {} -video_size {}x{}", nv12 ? "nv12" : "gray",
                     picture.image.pitch(), picture.image.height());
+    // A raw file does not say its range or matrix, and the viewers' default is limited range.
     const std::string filter =
         fmt::format("crop={}:{}:0:0{}", picture.width(), picture.height(),
                     nv12 ? ",scale=in_range=full:out_range=full:in_color_matrix=bt601"
@@ -109,6 +115,7 @@ host::Image GreyImage(const fs::path& path, const RgbImage& picture, int pitch) 
     for (int y = 0; y < picture.height; ++y) {
         std::uint8_t* row = image.row(0, y);
         for (int x = 0; x < picture.width; ++x, from += 3) {
+            // Values of a disparity must come through unchanged, so that colours are not averaged.
             if (from[0] != from[1] || from[0] != from[2]) {
                 Refuse(path, "a grey picture for Y8", fmt::format("colour at {},{}", x, y));
             }
@@ -140,12 +147,14 @@ int PitchFor(const ConvertOptions& options, const std::optional<SizedName>& name
     return named ? name->first : width;
 }
 
+// The files of this run so far: two inputs may have the same name in different folders.
 using Results = std::set<fs::path>;
 
 // Existing pictures are replaced, since they can be made from their dumps again. Dumps are not: a
 // device wrote them, and a picture has lost some of their bits.
 void CheckResult(const ConvertOptions& options, const fs::path& result, bool dump,
                  const Results& earlier) {
+    // "a/x.png" and "b/x.png" would replace one another in the folder of --output.
     if (earlier.contains(result)) {
         Refuse(result, "one result of this name", "a second one in the same run");
     }

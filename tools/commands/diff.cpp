@@ -29,6 +29,7 @@ using Kind = PictureFile::Kind;
 
 namespace {
 
+// Paths are empty, and the width is 0, where they were not given.
 struct DiffOptions {
     fs::path a;
     fs::path b;
@@ -42,7 +43,8 @@ Size SizeOf(const PictureFile& picture) {
     return {picture.width(), picture.height()};
 }
 
-// If only the pitch of a dump is known, its width is taken to be the other's.
+// If only the pitch of a dump is known, its width is taken to be the other's: a dump and the PNG
+// that was made of it can be compared without --width.
 void AgreeOnWidth(PictureFile& picture, const PictureFile& other) {
     const bool narrower = !picture.widthKnown && other.widthKnown && picture.kind != Kind::kRgb &&
                           other.width() < picture.width();
@@ -145,6 +147,7 @@ int Diff(const DiffOptions& options) {
     const PictureFile& b = pictures.b;
     if (SizeOf(a) != SizeOf(b)) {
         const std::string sizes[] = {InWords(SizeOf(a)), InWords(SizeOf(b))};
+        // A dump without a set was read as wide as its pitch, which may be all that differs.
         const bool sure = a.widthKnown && b.widthKnown;
         Print(options, {{"identical", false}, {"sizes", sizes}},
               fmt::format("sizes differ: {} and {}{}\n", sizes[0], sizes[1],

@@ -32,6 +32,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// Empty paths were not given.
 struct InspectOptions {
     std::vector<fs::path> places;
     fs::path output;
@@ -42,6 +43,7 @@ struct InspectOptions {
 
 std::vector<std::string> WritePictures(const Inspection& inspection, const fs::path& output,
                                        const std::string& name) {
+    // Each set commits its own pictures: a set that fails later takes none of them away.
     OutputFolder folder(output);
     for (const DumpRole role : {DumpRole::kMain, DumpRole::kAux, DumpRole::kOutput}) {
         if (const auto& image = inspection.image(role)) {
@@ -150,11 +152,11 @@ Inspected InspectOne(const InspectOptions& options, const DumpSet& set, const st
     return inspected;
 }
 
-// Inspects the sets in their order, several at once.
-class Inspecting {
+// Inspects sets, one a core at once, and hands the results out in the sets' order.
+class InspectionQueue {
 public:
-    Inspecting(const InspectOptions& options, const std::vector<DumpSet>& sets,
-               const std::vector<std::string>& names, Pages& pages)
+    InspectionQueue(const InspectOptions& options, const std::vector<DumpSet>& sets,
+                    const std::vector<std::string>& names, Pages& pages)
         : options_(options), sets_(sets), names_(names), pages_(pages) {}
 
     // Throws what stopped this set's inspection.
@@ -165,6 +167,7 @@ public:
                 return InspectOne(options_, sets_[i], names_[i], pages_);
             }));
         }
+        // The oldest inspection under way is the one to wait for.
         const Progress progress("inspecting " + names_[started_ - running_.size()]);
         std::future<Inspected> first = std::move(running_.front());
         running_.pop_front();
@@ -177,6 +180,7 @@ private:
     const std::vector<std::string>& names_;
     Pages& pages_;
     std::size_t started_ = 0;
+    // Declared last: the futures' destructors wait for inspections, which use the members above.
     std::deque<std::future<Inspected>> running_;
 };
 
@@ -237,10 +241,10 @@ int InspectAll(const InspectOptions& options) {
     Json report = Json::array();
     const std::vector<std::string> names = DistinctNames(sets);
     std::size_t wrong = 0;
-    Inspecting inspecting(options, sets, names, pages);
+    InspectionQueue queue(options, sets, names, pages);
     for (std::size_t i = 0; i < sets.size(); ++i) {
         const std::string mistake = MistakeIn([&] {
-            const Inspected inspected = inspecting.Next();
+            const Inspected inspected = queue.Next();
             std::ranges::for_each(inspected.tiles, [&](const Json& tile) { pages.Add(tile); });
             wrong += inspected.inspection.findings.empty() ? 0 : 1;
             report.push_back(Show(options, inspected, details));

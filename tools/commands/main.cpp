@@ -54,7 +54,9 @@ int Run(int argc, char** argv) {
 // Pictures are made and dropped all the time. Without this each would get new pages, and the system
 // takes longer to provide and clear these than most steps take to fill them.
 void KeepMemory() {
-    constexpr std::size_t kRoom = std::size_t{1} << 29; // address space alone until it is used
+    // All threads share one heap, which takes large blocks too and is never given back. It grows
+    // once, by a block that is freed at once and whose huge pages later pictures share.
+    constexpr std::size_t kRoom = std::size_t{1} << 29; // address space alone until used
     ::mallopt(M_ARENA_MAX, 1);
     ::mallopt(M_MMAP_MAX, 0);
     ::mallopt(M_TRIM_THRESHOLD, std::numeric_limits<int>::max());
@@ -99,6 +101,8 @@ int main(int argc, char** argv) {
             code = ReportError(mistake, kExitWrongUse, argc, argv);
         }
     } catch (const std::exception& error) {
+        // A library that crashes or hangs and a node that refuses to be created are no mistake of
+        // the caller.
         code = ReportError(error.what(), kExitFailed, argc, argv);
     }
     return WithOutputWritten(code);

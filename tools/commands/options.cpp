@@ -31,6 +31,7 @@ std::string InWords(const std::string& choices) {
 
 CLI::Option& AddOption(CLI::App& app, const std::string& names, const std::string& form,
                        Values values, const Command::Take& take, const std::string& help) {
+    // The long spelling stands last.
     const std::string name = names.substr(names.rfind(',') + 1);
     CLI::Option* option = app.add_option(
         names,
@@ -44,6 +45,7 @@ CLI::Option& AddOption(CLI::App& app, const std::string& names, const std::strin
             return true;
         },
         help);
+    // All values are handed over and counted above, so that a refusal has this program's words.
     option->type_name(form)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     option->type_size(1)->expected(
         values == Values::kSeveral ? CLI::detail::expected_max_vector_size : 1);
@@ -96,6 +98,7 @@ void Argument::Refuse(const std::string& expected) const {
 }
 
 std::vector<int> Argument::Integers(const std::string& form, int low, int high) const {
+    // from_chars takes no blank, no plus sign and no locale's digits.
     std::vector<int> numbers;
     const char* at = text.data();
     const char* const end = at + text.size();
@@ -150,6 +153,7 @@ double Argument::Number() const {
 }
 
 std::string Argument::OneOf(const std::string& choices) const {
+    // A text with a bar could match two neighbouring choices together.
     if (text.find('|') != std::string::npos ||
         ("|" + choices + "|").find("|" + text + "|") == std::string::npos) {
         Refuse(InWords(choices));
@@ -267,6 +271,7 @@ std::string Program::CommandNames() const {
 std::string Program::Parse(int argc, const char* const* argv) {
     try {
         app_->parse(argc, argv);
+        // The library throws for --help and --version as well, and prints them here.
     } catch (const CLI::Success& help) {
         app_->exit(help);
         return {};

@@ -30,6 +30,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// Both pictures as they are rendered: upright, unless the caller wants them as stored.
 struct Pair {
     RgbImage main;
     RgbImage aux;
@@ -62,6 +63,7 @@ Pair ReadPair(const RenderOptions& options) {
 }
 
 void CheckPicture(const RgbImage& picture, const fs::path& path, const RenderOptions& options) {
+    // NV12 has one chroma sample for two columns and two rows.
     const int width = picture.width / 2 * 2;
     const int height = picture.height / 2 * 2;
     if (width != picture.width || height != picture.height) {
@@ -79,7 +81,7 @@ host::Image ImageOf(const RgbImage& picture, const RenderOptions& options) {
                      options.pitch);
 }
 
-// A rendered request with all that is written about it.
+// A rendered request with all that is written about it. It only refers to what Render owns.
 struct Rendered {
     const RenderOptions& options;
     const host::Request& request;
@@ -105,6 +107,7 @@ void WriteResults(OutputFolder& folder, const Rendered& rendered) {
     if (const auto png = disparityPng.get()) {
         folder.Write("disparity.png", *png);
     } else {
+        // One of an earlier run would pass for this run's.
         folder.Drop("disparity.png");
         if (size > 0) {
             PrintNotice(fmt::format("note: no disparity.png: the engine's {} bytes are not one for "
@@ -113,6 +116,7 @@ void WriteResults(OutputFolder& folder, const Rendered& rendered) {
         }
     }
     folder.Write("tags.json", JsonText(ReportJson(rendered)));
+    // In a folder of the caller's own the dumps stay where the node has put them.
     if (rendered.device.temporary() && rendered.options.dump) {
         for (const fs::path& dump : rendered.device.Dumps()) {
             folder.Write(dump.filename().string(), ReadFileBytes(dump));
@@ -141,6 +145,7 @@ void WriteReport(ReportFile& file, const Rendered& rendered) {
 // Puts the files in their places. Returns what was written.
 std::vector<std::string> WriteAll(OutputFolder& folder, std::optional<ReportFile>& report,
                                   const Rendered& rendered) {
+    // All is written before anything gets its place: a full disk leaves no part of a run.
     const bool published = rendered.outcome.result.published.has_value();
     std::vector<std::string> written = rendered.outcome.written;
     if (published) {
@@ -183,6 +188,8 @@ Sensors SensorsOf(const RenderOptions& options, Size main, Size aux, bool turned
     return {sensor(options.mainSensor, main), sensor(options.auxSensor, aux)};
 }
 
+// Reads and checks everything, runs the request in a child process, and writes there: only the
+// child knows the result.
 int Render(const RenderOptions& asked) {
     RenderOptions options = asked;
     std::optional<Progress> reading("reading the pictures");
@@ -197,6 +204,7 @@ int Render(const RenderOptions& asked) {
 
     const Libraries libraries = FindLibraries(options);
     DeviceFolder device(options);
+    // The mount angle is the rotation of images as calibrated. These were turned further.
     if (!options.rotation && pair.clockwise != 0) {
         options.rotation = static_cast<std::uint32_t>(device.MountAngle() + pair.clockwise) % 360;
     }
@@ -212,6 +220,7 @@ int Render(const RenderOptions& asked) {
     request.output = &output;
     request.depth = &depth;
 
+    // Made before the run, which takes seconds: a place that cannot be written is refused at once.
     OutputFolder folder(options.output);
     std::optional<ReportFile> report;
     if (!options.report.empty()) {
@@ -219,6 +228,7 @@ int Render(const RenderOptions& asked) {
     }
     device.Prepare(sensors.main, sensors.aux, 0, options.size ? "--size" : options.main.string());
     RunOptions run = options;
+    // The report inspects the dumps of the run.
     run.dump = options.dump || report;
     Outcome outcome = RunNode(run, libraries, useCase, request);
     std::ranges::move(notes, std::back_inserter(outcome.notes));

@@ -27,6 +27,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// Empty paths were not given. At most two sweeps, one of blur and one of focus.
 struct ReplayCommandOptions {
     fs::path place;
     fs::path output;
@@ -54,6 +55,7 @@ void WriteReport(ReportFile& file, const ReplayCommandOptions& options, const Du
     file.Commit();
 }
 
+// The page of many replays, for code that knows nothing of pages.
 class Overview : public ReplayPages {
 public:
     Overview(const fs::path& file, const fs::path& place, std::size_t columns)
@@ -67,6 +69,7 @@ public:
              Json tile, bool accepted) override {
         using Kind = Report::Kind;
         if (OverviewFile::IsTile(tile)) {
+            // The page of the set was written by its process, which does not know what is accepted.
             if (accepted && tile["verdict"]["kind"] == "wrong") {
                 tile["verdict"]["kind"] = "note";
             }
@@ -153,6 +156,7 @@ void AddAllOptions(Command& command, ReplayCommandOptions& options) {
                  "every set below SET, several at once; what came out equal or\n"
                  "differing before, by the output folder, is not run again");
     ReplayAllOptions& all = options.allOptions;
+    // At least 1: the system may not tell the number of cores.
     all.jobs = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
     command.Integer("--jobs", "N", 1, 1024, all.jobs,
                     "sets, or pictures of --sweep, at once (default: one a core)");
@@ -195,6 +199,7 @@ void AddAllOptions(Command& command, ReplayCommandOptions& options) {
 // The values between the separators.
 std::vector<Argument> Split(const Argument& argument, const std::string& text, char separator) {
     std::vector<Argument> values;
+    // The added separator keeps an empty last value, which is refused like any other.
     std::istringstream stream(text + separator);
     for (std::string value; std::getline(stream, value, separator);) {
         values.push_back({argument.name, value});
@@ -204,6 +209,7 @@ std::vector<Argument> Split(const Argument& argument, const std::string& text, c
 
 std::vector<SweepValue> ParseSweep(const Argument& argument) {
     const std::string& text = argument.text;
+    // Values of focus hold commas themselves, so that a slash stands between them.
     const auto valuesOf = [&](const std::string& name, char separator) {
         return text.starts_with(name) ? Split(argument, text.substr(name.size()), separator)
                                       : std::vector<Argument>();

@@ -13,6 +13,7 @@
 
 namespace {
 
+// Faces may lie partly outside of the image here; the commands check them once its size is known.
 ChiRect ParseFace(const Argument& argument) {
     const auto n = argument.Integers("L,T,W,H", -kMostPixels, kMostPixels);
     if (n[2] < 0 || n[3] < 0) {
@@ -24,6 +25,7 @@ ChiRect ParseFace(const Argument& argument) {
 std::pair<std::string, std::string> ParseProperty(const Argument& argument) {
     constexpr std::size_t kLongestValue = kPropertyValueMax - 1;
     const std::string& text = argument.text;
+    // The first one: a value may hold others, a name cannot.
     const auto equals = text.find('=');
     if (equals == 0 || equals == std::string::npos) {
         argument.Refuse("NAME=VALUE");
@@ -61,6 +63,7 @@ void AddRequestOptions(Command& command, RequestOptions& options, const std::str
     command.Repeated(
         "--face", "L,T,W,H",
         [&options](const Argument& argument) {
+            // The platform's record has room for so many.
             if (options.faces.size() == kMaxFaces) {
                 argument.Refuse(fmt::format("at most {} faces", kMaxFaces));
             }
@@ -128,6 +131,7 @@ void AddReplayChanges(Command& command, ReplayOptions& options) {
     AddRunOptions(command, options);
 }
 
+// The list is the stand-ins' own, so that a new call point appears by itself.
 std::string FailureHelp() {
     std::string help = "\n\nCalls for --fail, what it means that they fail, and RESULT if none is "
                        "given:\n";

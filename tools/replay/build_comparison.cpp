@@ -96,6 +96,7 @@ Json Compared(const DumpSet& set, const Replayed& replayed, const Json& referenc
     return Result(equal ? status::kEqual : status::kDiffers, reason, report);
 }
 
+// JSON has no infinity: it is null there.
 constexpr double kIdentical = std::numeric_limits<double>::infinity(); // PSNR in dB
 
 struct PictureSummary {
@@ -129,6 +130,7 @@ struct Comparison {
 
 // Nothing where the builds could not be compared, or the stored result is damaged.
 std::optional<Comparison> ComparisonOf(const Json& result) {
+    // A stored file may hold any JSON.
     try {
         return std::optional<Comparison>(result.at("report").at("comparison"));
     } catch (const Json::exception&) {
@@ -169,6 +171,7 @@ Json ReplayInBoth(const DumpSet& set, const ReplayOptions& reference, const Repl
     const TemporaryFolder folder;
     const fs::path referenceLog = folder.path() / "reference.log";
     int end = 0;
+    // A process can load one engine alone, so that each build gets a process of its own.
     AwaitChild(
         StartProcess(referenceLog, [&] { WriteReference(set, reference, folder.path(), log); }),
         end);

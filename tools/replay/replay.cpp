@@ -26,7 +26,7 @@ namespace {
 // The node maps places from the sensor to the image and drops faces of less than two sensor pixels.
 // A sensor rectangle four times as large as the image gives every place of the image, and every
 // face that the node can have dumped, a place on the sensor.
-constexpr std::int32_t kFine = 4;
+constexpr std::int32_t kSensorScale = 4;
 
 std::uint32_t Unsigned(int value) {
     return static_cast<std::uint32_t>(value);
@@ -89,6 +89,7 @@ Sensors SensorsOf(const ReplayOptions& options, const fs::path& calibrationFile,
 std::optional<std::uint32_t> FaceAround(const DumpParameters& parameters) {
     for (std::uint32_t i = 0; i < parameters.faces.size(); ++i) {
         const DumpedFace& face = parameters.faces[i];
+        // The node computes a face's middle in this way.
         if ((face.left + face.right) / 2 == parameters.focusX &&
             (face.top + face.bottom) / 2 == parameters.focusY) {
             return i;
@@ -147,11 +148,13 @@ DumpParameters ReadDumped(const DumpSet& set) {
 
 void SetFocus(host::Request& request, const DumpParameters& parameters) {
     CameraMetadata& camera = request.metadata.cameraMetadata[0];
+    // In continuous mode the node would move the focus point to a face.
     constexpr std::int32_t kAfModeAuto = 1;
     camera.afMode = kAfModeAuto;
-    const int x = parameters.focusX * kFine;
-    const int y = parameters.focusY * kFine;
-    camera.focusRect = {x, y, x + kFine - 1, y + kFine - 1};
+    // The region is one image pixel, whose middle the node's rounding cannot move.
+    const int x = parameters.focusX * kSensorScale;
+    const int y = parameters.focusY * kSensorScale;
+    camera.focusRect = {x, y, x + kSensorScale - 1, y + kSensorScale - 1};
     RequireFocus(parameters);
     if (NeedsFace(parameters)) {
         camera.afMode = kAfModeContinuousPicture;
@@ -166,13 +169,14 @@ void SetFaces(host::Request& request, const DumpParameters& parameters) {
         const DumpedFace& face = parameters.faces[i];
         // The node keeps no face of less than two sensor pixels, not even one without extent here.
         const auto extent = [](int first, int last) {
-            return Unsigned(std::max((last - first + 1) * kFine, 2));
+            return Unsigned(std::max((last - first + 1) * kSensorScale, 2));
         };
-        camera.faces[i] = {face.left * kFine, face.top * kFine, extent(face.left, face.right),
-                           extent(face.top, face.bottom)};
+        camera.faces[i] = {face.left * kSensorScale, face.top * kSensorScale,
+                           extent(face.left, face.right), extent(face.top, face.bottom)};
     }
     camera.faceCount = static_cast<std::uint8_t>(count);
     if (count > 0) {
+        // A request has one rotation; the dump repeats it for every face.
         request.faceRotation = FaceDegrees(parameters.faces.front().orient);
     }
 }
@@ -185,8 +189,8 @@ host::Request RequestOf(const ReplayOptions& options, const host::UseCase& useCa
     request.metadata.skipBokeh = options.skipBokeh ? 1 : 0;
     CameraMetadata& main = request.metadata.cameraMetadata[0];
     CameraMetadata& aux = request.metadata.cameraMetadata[1];
-    main.scalerCropRegion = {0, 0, Unsigned(replayed.main.width() * kFine),
-                             Unsigned(replayed.main.height() * kFine)};
+    main.scalerCropRegion = {0, 0, Unsigned(replayed.main.width() * kSensorScale),
+                             Unsigned(replayed.main.height() * kSensorScale)};
     SetAppliedCrop(main, sensors.main, replayed.main.size(),
                    {parameters.mainCropWidth, parameters.mainCropHeight}, "main", replayed.notes);
     SetAppliedCrop(aux, sensors.aux, replayed.aux.size(),
@@ -203,6 +207,8 @@ void TakeDumps(const DeviceFolder& device, const std::string& stem, Replayed& re
         if (!name) {
             continue;
         }
+        // The new dumps bear the time of the replay; under the old names they can be compared file
+        // by file.
         name->stem = stem;
         Bytes bytes = ReadFileBytes(path);
         if (name->role == DumpRole::kParameters) {
@@ -220,6 +226,7 @@ void CompareOutput(const DumpSet& set, bool similarity, Replayed& replayed) {
         replayed.notes.emplace_back("the set has no output to compare with");
         return;
     }
+    // It is read once: in a live session many outputs are compared with it.
     if (replayed.dumpedOutput.height() == 0) {
         replayed.dumpedOutput =
             ReadImageDump(*file, std::min(replayed.output.width(), file->name.first));
@@ -359,6 +366,8 @@ Replayed ReadSet(const DumpSet& set, const ReplayOptions& options, Replayed&& be
     }
     CheckFaces(options.faces, replayed.main.size());
     const auto& output = set.file(DumpRole::kOutput);
+    // Rows are as long as those of the old dump, whose name holds their length, so that the new
+    // dump gets the same name.
     const bool asDumped =
         options.pitch == 0 && output && output->name.first >= replayed.main.width();
     const int pitch = asDumped ? output->name.first : replayed.main.pitch();
@@ -392,6 +401,7 @@ void WriteFiles(OutputFolder& folder, const std::string& stem, const Replayed& r
         folder.Write(name, bytes);
     }
     folder.Write(stem + "_output.png", EncodePng(Nv12ToRgb(replayed.output)));
+    // A map that an earlier replay has left would contradict an identical result.
     const std::string map = stem + "_difference.png";
     if (replayed.outputDifference && !replayed.outputDifference->identical()) {
         folder.Write(map,
@@ -425,8 +435,9 @@ using RunRequest = std::function<Outcome(const RunOptions&, const Libraries&, co
                                          host::Request&)>;
 
 // Compares what came of the request with the set.
-void Judge(const DumpSet& set, const ReplayOptions& options, const DeviceFolder& device,
-           const host::Image& depth, Replayed& replayed) {
+void CompareWithSet(const DumpSet& set, const ReplayOptions& options, const DeviceFolder& device,
+                    const host::Image& depth, Replayed& replayed) {
+    // Without a published result the output holds nothing to compare.
     if (!replayed.result.published) {
         return;
     }
@@ -445,12 +456,13 @@ void Judge(const DumpSet& set, const ReplayOptions& options, const DeviceFolder&
 }
 
 // Runs the request in the folder, which is made where there is none yet. `replayed`: an earlier
-// replay of the set, or an empty one. `ran`: called after the run, says whether to judge it.
-void RunAndJudge(const DumpSet& set, const ReplayOptions& options, Replayed& replayed,
-                 std::optional<DeviceFolder>& device, const RunRequest& runRequest,
-                 const std::function<bool()>& ran) {
+// replay of the set, or an empty one. `ran`: called after the run, returns whether to compare.
+void RunAndCompare(const DumpSet& set, const ReplayOptions& options, Replayed& replayed,
+                   std::optional<DeviceFolder>& device, const RunRequest& runRequest,
+                   const std::function<bool()>& ran) {
     const Libraries libraries = FindLibraries(options);
     RunOptions run = options;
+    // What the caller names comes before the file that stands beside the set.
     if (run.calibration.empty() && run.deviceRoot.empty()) {
         run.calibration = CalibrationBeside(set);
     }
@@ -469,6 +481,8 @@ void RunAndJudge(const DumpSet& set, const ReplayOptions& options, Replayed& rep
         device.emplace(run);
         device->Prepare(sensors.main, sensors.aux, rotation, set.name());
     }
+    // The outcome replaces its part of `replayed` alone: parameters and images stay, but the notes
+    // so far are part of the outcome.
     std::vector<std::string> notes = std::move(replayed.notes);
     static_cast<Outcome&>(replayed) = runRequest(options, libraries, useCase, request);
     std::ranges::move(notes, std::back_inserter(replayed.notes));
@@ -483,7 +497,7 @@ void RunAndJudge(const DumpSet& set, const ReplayOptions& options, Replayed& rep
                 MissingOfSet(device->Dumps(), replayed.result.published->depthPictureSize > 0);
         }
     }
-    Judge(set, options, *device, depth, replayed);
+    CompareWithSet(set, options, *device, depth, replayed);
 }
 
 } // namespace
@@ -493,7 +507,7 @@ Replayed Replay(const DumpSet& set, const ReplayOptions& options) {
     dumping.dump = true;
     Replayed replayed;
     std::optional<DeviceFolder> device;
-    RunAndJudge(set, dumping, replayed, device, RunNode, [] { return true; });
+    RunAndCompare(set, dumping, replayed, device, RunNode, [] { return true; });
     return replayed;
 }
 
@@ -532,8 +546,8 @@ const Replayed& LoadedReplay::Run(const ReplayOptions& options, const TakeOutput
                                   const host::UseCase& useCase, host::Request& request) {
         return state.node.Run(run, libraries, useCase, request, false);
     };
-    RunAndJudge(state.set, options, state.last, state.device, runHere,
-                [&] { return take(state.last); });
+    RunAndCompare(state.set, options, state.last, state.device, runHere,
+                  [&] { return take(state.last); });
     state.whole = !options.dump; // the folder would hold these dumps at the next run
     return state.last;
 }

@@ -26,6 +26,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// The checksum names files and spreads sets over shards. Two sets that share it do no harm, since a
+// stored result is accepted by its whole key.
 std::uint32_t ChecksumOf(const std::vector<std::string>& content) {
     const std::string text = fmt::format("{}", fmt::join(content, "\n"));
     return static_cast<std::uint32_t>(
@@ -71,6 +73,7 @@ void CheckOptions(const std::vector<DumpSet>& sets, const ReplayOptions& options
 
 // Nothing where none of this key is stored, or it cannot be read.
 std::optional<Json> StoredResult(const Job& job) {
+    // The limit bounds what a damaged or foreign file of this name can cost.
     constexpr std::uintmax_t kLongest = std::uintmax_t{1} << 24;
     std::error_code error;
     if (!fs::is_regular_file(job.result(), error) || fs::file_size(job.result()) > kLongest) {
@@ -132,6 +135,7 @@ public:
         processes_.AwaitAll([&job](const Job& other) { return other.files == job.files; });
     }
 
+    // `before`: the result is of an earlier run.
     void Show(const Job& job, Json result, bool before) {
         const std::string status = result["status"];
         const std::string reason = result["reason"];
@@ -147,6 +151,7 @@ public:
         result["set"] = job.set.name();
         result["doneBefore"] = before;
         results_[job.row] = std::move(result);
+        // Results are printed in the order of the sets: one waits for those before it.
         for (;
              !json_ && !all_.reference.given() && printed_ < done_ && !results_[printed_].is_null();
              ++printed_) {
@@ -182,6 +187,8 @@ public:
         if (!mistake_.empty()) {
             PrintNotice("some results are not stored: " + mistake_);
         }
+        // Differences from another build are judged by the accepted share, those from the dumps are
+        // not.
         const bool good =
             comparing ? exceeding == 0
                       : counts_[status::kEqual] + counts_[status::kRendered] == sets_.size();
@@ -219,6 +226,8 @@ private:
         const std::size_t left = sets_.size() - done_;
         std::string text =
             fmt::format("{} sets done, {} of them failed, {} left", done_, failed_, left);
+        // Only sets that ran are counted: those done before took no time and would make the rest
+        // seem short.
         if (ran_ > 0) {
             const std::chrono::duration<double> taken = Progress::Clock::now() - start_;
             const double rest =
@@ -269,6 +278,7 @@ int ReplayAll(const fs::path& place, const fs::path& output, const ReplayAllOpti
         const Json key = KeyOf(reference, FindLibraries(reference));
         commonKey["reference"] = {key["node"], key["engine"]};
     }
+    // Whatever can be refused is refused before the first set runs, not after hours.
     std::vector<DumpSet> sets = FindDumpSets({place});
     CheckOptions(sets, options);
     RefuseCapturesFolder(output, place);
@@ -282,6 +292,7 @@ int ReplayAll(const fs::path& place, const fs::path& output, const ReplayAllOpti
     Batch batch(sets, options, all, json);
     for (std::size_t row = 0; row < sets.size(); ++row) {
         Job job{row, sets[row], commonKey, {}};
+        // Jobs go by content: copies of one set in several folders share a result and run once.
         const auto content = ContentOf(job.set, kWhole);
         job.key["set"] = content;
         job.files = output / fmt::format("{}-{:08x}", job.set.stem, ChecksumOf(content));

@@ -25,6 +25,7 @@ Json ResultOf(const std::function<Json()>& replay, const std::filesystem::path& 
     try {
         return replay();
     } catch (const UseError& error) {
+        // A set that cannot be read is told apart from a run that failed: its files are at fault.
         return Result(status::kUnreadable, error.what());
     } catch (const ChildFailure& error) {
         return Result(error.what(), log.empty() ? "" : "see " + log.string());
@@ -38,6 +39,7 @@ bool IsFinal(const std::string& status) {
 }
 
 std::string ReasonOf(const Replayed& replayed) {
+    // The first reason that applies is given, since differences mostly follow from a failure.
     if (!replayed.missing.empty()) {
         return "the dumps are not whole: " + replayed.missing.front();
     }
@@ -66,6 +68,8 @@ std::string ReasonOf(const Replayed& replayed) {
 }
 
 void WriteJson(const std::filesystem::path& file, const Json& json) {
+    // The file appears as a whole or not at all: a process that is killed leaves no half of a
+    // result.
     OutputFolder folder(file.parent_path());
     folder.Write(file.filename().string(), JsonText(json));
     folder.Commit();
@@ -78,12 +82,15 @@ pid_t StartProcess(const std::filesystem::path& log, const std::function<void()>
     }
     int code = kExitDone;
     try {
+        // The node's messages go to a file of this run, since those of several processes would mix.
         ::dup2(::open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666), STDERR_FILENO);
         action();
     } catch (const std::exception& error) {
         PrintNotice(error.what());
         code = kExitFailed;
     }
+    // The child has copies of the parent's objects, whose destructors would remove the parent's
+    // files.
     LeaveChild(code);
 }
 

@@ -14,7 +14,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// A file that cannot be read has the digest of an empty one: its set's run will say why.
+// The length and two checksums, which tell versions of a file apart and are no protection against
+// forgery. A file that cannot be read has the digest of an empty one: its set's run will say why.
 std::string Digest(const fs::path& path, std::uintmax_t most) {
     std::ifstream stream(path, std::ios::binary);
     std::vector<char> block(std::size_t{1} << 18);
@@ -33,7 +34,8 @@ std::string Digest(const fs::path& path, std::uintmax_t most) {
     return fmt::format("{} bytes {:08x}{:08x}", error ? 0 : size, crc, adler);
 }
 
-// Everything that the options can change about a result, besides the files that they name.
+// Everything that the options can change about a result, besides the files that they name. One that
+// is left out here would let a stale result pass; a time limit or a trace changes no result.
 Json OptionsJson(const ReplayOptions& options) {
     Json faces = Json::array();
     for (const ChiRect& face : options.faces) {
@@ -108,6 +110,7 @@ std::optional<Json> ParseResult(std::span<const std::uint8_t> text, const Json& 
     if (!whole) {
         return std::nullopt;
     }
+    // A result that ran to its end has a report, and of two builds it has their comparison.
     const bool reports = result.contains("report") && result["report"].is_object() &&
                          result["report"].contains("comparison") == key.contains("reference");
     return reports || !IsFinal(result["status"]) ? std::optional(result) : std::nullopt;

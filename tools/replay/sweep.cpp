@@ -46,6 +46,7 @@ std::vector<Step> StepsOf(const std::vector<std::vector<SweepValue>>& sweeps,
                           const ReplayOptions& options) {
     std::vector<Step> steps;
     const std::vector<SweepValue> once(1);
+    // The steps come in the order of the contact sheet, which goes row by row.
     for (const SweepValue& down : sweeps.size() > 1 ? sweeps[1] : once) {
         for (const SweepValue& across : sweeps.front()) {
             Step& step = steps.emplace_back(Step{options, {}, {}});
@@ -67,6 +68,8 @@ struct StepFiles {
     fs::path log;
 };
 
+// Each step has a process of its own, so that a value that makes the engine crash costs its own
+// cell alone.
 void RunStep(const DumpSet& set, const Step& step, const StepFiles& files, ReplayPages* pages) {
     const auto replay = [&] {
         const Replayed replayed = Replay(set, step.options);
@@ -88,6 +91,7 @@ void RunSteps(const DumpSet& set, const std::vector<Step>& steps, const fs::path
         jobs, [&] { return fmt::format("{} of {} done", done, steps.size()); },
         [&](const Step* step, int status) {
             ++done;
+            // The process ended before it could store a result.
             if (!EndedWell(status)) {
                 WriteJson(StepFiles(folder, *step).result,
                           Result(StatusOfEnd(status), "it left no result"));
@@ -111,6 +115,7 @@ int ReplaySweeps(const DumpSet& set, const fs::path& output,
     }
     RefuseSetsFolder(output, set);
     OutputFolder folder(output);
+    // Processes leave their pictures here, and this one puts them in their places together.
     const TemporaryFolder temporary;
     RunSteps(set, steps, temporary.path(), jobs, pages);
 

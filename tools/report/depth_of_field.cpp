@@ -82,6 +82,7 @@ std::string PlaceOfDifference(const host::Image& a, const host::Image& b,
         return cv::countNonZero(differing & part) /
                std::max(1.0, 1.0 * cv::countNonZero(differing));
     };
+    // A few pixels elsewhere must not hide where all others are.
     constexpr double kAlmostAll = 0.99;
     return share(grown(sharp) & grown(~sharp)) >= kAlmostAll ? ", within the blur's edge"
            : share(~sharp) >= kAlmostAll                     ? ", in what is blurred"

@@ -41,6 +41,7 @@ bool OverviewFile::IsTile(const nlohmann::ordered_json& tile) {
     const auto text = [](const nlohmann::ordered_json& json, const char* name) {
         return json.is_object() && json.contains(name) && json[name].is_string();
     };
+    // The title becomes a file name, which must not lead out of the folder.
     return text(tile, "title") && tile.contains("verdict") && text(tile["verdict"], "kind") &&
            text(tile["verdict"], "text") &&
            tile["title"].get<std::string>().find('/') == std::string::npos;
@@ -71,6 +72,7 @@ void OverviewFile::AddPlain(const std::string& name, Report::Kind kind,
 }
 
 void OverviewFile::Commit() {
+    // This page is written last: the pages that it links to are in their places by then.
     const Progress progress("writing the report");
     folder_.Write(file_.filename().string(), OverviewPage(data_));
     folder_.Commit();

@@ -24,7 +24,8 @@ std::string ScriptText(const Json& data) {
     return text;
 }
 
-// Of a page that is a file.
+// The policy of a page that is a file: it runs its own script and shows its own pictures, and can
+// load nothing, whatever a name or a log line in it holds.
 constexpr std::string_view kFilePolicy = "default-src 'none'; img-src data:; "
                                          "style-src 'unsafe-inline'; script-src 'unsafe-inline'";
 
@@ -86,6 +87,7 @@ std::string OverviewPage(const nlohmann::ordered_json& data, const std::string& 
 }
 
 std::string LinkTo(const fs::path& file, const fs::path& folder) {
+    // These are the unreserved characters of RFC 3986 and the slash between folders.
     constexpr std::string_view kPlain =
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~/";
     std::string link;

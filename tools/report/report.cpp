@@ -40,6 +40,7 @@ std::string Base64(std::span<const std::uint8_t> bytes) {
         };
         const std::uint32_t group = byte(i) << 16 | byte(i + 1) << 8 | byte(i + 2);
         for (std::size_t digit = 0; digit < 4; ++digit) {
+            // No byte of the input contributes to a digit of padding.
             const bool padding = i + digit > bytes.size();
             text += padding ? '=' : kDigits[group >> (18 - 6 * digit) & 63];
         }
@@ -48,6 +49,7 @@ std::string Base64(std::span<const std::uint8_t> bytes) {
 }
 
 // All samples of an image as rows of numbers: luma, and below it U on the left and V on the right.
+// A grey PNG keeps each of them as it is; colours would be rounded.
 host::Image NumbersOf(const host::Image& image, int width) {
     const bool chroma = image.format() == host::Image::Format::Nv12;
     const int pairs = (width + 1) / 2;
@@ -67,7 +69,8 @@ int RowsOfPart(int width) {
     return std::max(1, kPartPixels / width);
 }
 
-// The parts of a picture as PNG files in Base64, in elements of their names.
+// The parts of a picture as PNG files in Base64, in script elements of their names: a browser keeps
+// the text of a type that it does not know and shows nothing of it.
 std::string PartElements(const Report::Picture& picture) {
     const host::Image samples = NumbersOf(*picture.image, picture.width);
     const int rows = RowsOfPart(picture.width);
@@ -162,6 +165,7 @@ Json Report::PictureJson(const host::Image& image, int width) {
 }
 
 void Report::AddPicture(const std::string& name, const host::Image& image) {
+    // The tile shows the output, or else the first picture that there is.
     if (name == "output" || tilePicture_ == nullptr) {
         tilePicture_ = &image;
     }
@@ -169,6 +173,7 @@ void Report::AddPicture(const std::string& name, const host::Image& image) {
 }
 
 void Report::AddSamePicture(const std::string& name, const std::string& other) {
+    // The entry is copied first, since a new one may move the others in memory.
     const Json same = data_["pictures"][other];
     data_["pictures"][name] = same;
 }
@@ -211,6 +216,7 @@ void Report::SetParameters(const DumpParameters& parameters) {
 }
 
 void Report::SetDisparity(const host::Image& disparity, int width) {
+    // The scale of the page goes from the lowest to the highest value in sight, padding left out.
     int low = 255;
     int high = 0;
     const auto row = [&](int y) {
@@ -243,6 +249,7 @@ void Report::AddSection(const std::string& title, const Json& values) {
 
 void Report::AddLog(const std::vector<host::LogRecord>& log) {
     for (const host::LogRecord& record : log) {
+        // Times count from the first message, since only their distances matter.
         const timespec& start = log.front().time;
         data_["log"].push_back(
             {{"priority", std::string(1, host::PriorityLetter(record.priority))},
@@ -264,6 +271,8 @@ std::string Report::Page(const fs::path& folder) const {
         data["links"].push_back(
             {{"name", name}, {"file", file.filename().string()}, {"target", LinkTo(file, folder)}});
     }
+    // The page has the reduced pictures before its script and the whole ones at its end, so that it
+    // shows something while it is still read.
     std::string reduced;
     std::string pictures;
     std::map<std::string, Json> reducedEntries; // by the first part of the whole picture
@@ -301,6 +310,7 @@ Json Report::Tile() const {
 
 ReportFile::ReportFile(const fs::path& file)
     : folder_(file.parent_path()), name_(file.filename().string()) {
+    // The place is refused now, and not after a run of minutes.
     if (fs::is_directory(folder_.path() / name_)) {
         Refuse(file.string(), "a file", "a folder");
     }

@@ -83,6 +83,7 @@ std::string DifferenceInWords(const Replayed& replayed) {
     }
     const double percent =
         100.0 * static_cast<double>(luma.differing) / static_cast<double>(luma.samples);
+    // A single pixel of a large picture must not read as "0 %".
     const std::string share = percent < 0.01 ? "less than 0.01" : fmt::format("{:.2g}", percent);
     const auto depth = replayed.disparity.height() > 0
                            ? DepthOfFieldOf(replayed.disparity, replayed.main.width(),
@@ -96,6 +97,7 @@ std::string DifferenceInWords(const Replayed& replayed) {
 
 // How the output compares with the dumped one.
 void SetReplayVerdict(Report& report, const Replayed& replayed, bool asDumped) {
+    // A failure goes first: a copied photo can be equal to the dumped one all the same.
     if (const std::string failure = FailureInWords(replayed); !failure.empty()) {
         report.SetVerdict(Kind::kWrong, failure);
     } else if (replayed.equal()) {
@@ -104,6 +106,7 @@ void SetReplayVerdict(Report& report, const Replayed& replayed, bool asDumped) {
     } else if (!replayed.outputDifference) {
         report.SetVerdict(Kind::kNote, "rendered; the set has no output to compare with");
     } else {
+        // A replay that was asked to change something is expected to differ.
         const Kind kind = asDumped ? Kind::kWrong : Kind::kNote;
         report.SetVerdict(kind, DifferenceInWords(replayed) + (asDumped ? "" : ", as changed"));
     }
@@ -197,6 +200,7 @@ Report ReportOf(const RenderOptions& options, const host::Request& request, cons
             report.SetParameters(*dumps->parameters);
         }
     }
+    // What the dumps look like counts only where the run itself succeeded.
     const std::string failure = FailureInWords(outcome);
     if (!failure.empty() || !dumps || dumps->findings.empty()) {
         report.SetVerdict(failure.empty() ? Kind::kGood : Kind::kWrong,
@@ -216,6 +220,7 @@ Report ReportOf(const RenderOptions& options, const host::Request& request, cons
         AddTags(report, *published);
         report.AddLink("output", options.output / "output.png");
         report.AddLink("tags", options.output / "tags.json");
+        // Another engine may have disparity data of any size, of which no picture can be made.
         if (std::cmp_equal(published->depthPictureSize, request.depth->planeSize(0))) {
             report.SetDisparity(*request.depth, request.depth->width());
             report.AddLink("disparity", options.output / "disparity.png");
@@ -247,6 +252,7 @@ Report ReportOf(const Inspection& inspection, const Replayed& replayed) {
                   replayed.outputDifference);
     AddDifference(report, fmt::format("disparity against the {} one", before),
                   replayed.disparityDifference);
+    // The node's dump says what was rendered; without one, what was asked for stands in.
     report.SetParameters(replayed.taken.value_or(replayed.asked));
     report.SetSensors(replayed.mainSensor, replayed.auxSensor);
     // First what a replay is about: the dumped output and the new one.
