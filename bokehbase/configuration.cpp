@@ -8,6 +8,7 @@
 
 namespace {
 
+// The platform's names of its result codes, by code.
 constexpr std::array<const char*, 38> kResultNames = {
     "CDKResultSuccess",
     "CDKResultEFailed",

@@ -43,8 +43,8 @@ int OpenDump(const char* path) {
     return open(path, O_RDWR | O_CREAT, 0777);
 }
 
-// Bytes of `rows` rows; 0 for a descriptor that describes no image, or none that a count of the
-// platform's dump tools could hold.
+// Bytes of `rows` rows; 0 for a descriptor that describes no image, or one of more bytes than a
+// plane of a real image has.
 std::size_t PlaneBytes(std::int32_t pitch, std::int32_t rows) {
     const std::int64_t bytes = static_cast<std::int64_t>(pitch) * rows;
     return pitch <= 0 || rows <= 0 || bytes > std::numeric_limits<std::int32_t>::max()

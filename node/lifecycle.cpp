@@ -20,6 +20,7 @@ int ReadIntProperty(const char* name) {
 // A pair that exists stays as it is. False where the pair is incomplete.
 bool AllocateFaceArrays(TSL_RECT*& rects, std::int32_t*& orients, std::int32_t& count) {
     if (rects == nullptr && orients == nullptr) {
+        // Without an exception: the node goes on without its engine and copies photos.
         rects = new (std::nothrow) TSL_RECT[kFaceCapacity]();
         orients = new (std::nothrow) std::int32_t[kFaceCapacity]();
         count = 0;

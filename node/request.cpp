@@ -92,6 +92,7 @@ void ChiNodeCaptureBokeh::ProduceOutput() {
     case kViewAuxInMain:
         CopyImageToOutput(params.stMainImage);
         if (auxCanBeShown && IsUsable(params.stOutputImage)) {
+            // Every second pixel of the aux image: an inset of a quarter of the picture.
             MergeImage(&params.stOutputImage, &params.stAuxImage, 2);
         }
         break;

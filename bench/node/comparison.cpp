@@ -19,7 +19,8 @@ void CountAllocation() {
 
 } // namespace
 
-// Stand in front of the C library's for the whole process, the standard library's `new` included.
+// Stand in front of the C library's for the whole process, the standard library's `new` included,
+// and go on to glibc's own names for these functions.
 extern "C" {
 
 void* __libc_malloc(std::size_t size) noexcept;
@@ -84,6 +85,8 @@ Quartiles QuartilesOf(std::vector<double> samples) {
 template <typename Operation>
 Quartiles Compare(const std::vector<double>& measured, const std::vector<double>& peer,
                   Operation operation) {
+    // Round by round: measured and peer of one round met the same disturbances, which a ratio of
+    // two medians would not take into account.
     std::vector<double> results(peer.size());
     std::transform(measured.begin(), measured.end(), peer.begin(), results.begin(), operation);
     return QuartilesOf(results);
@@ -231,6 +234,7 @@ void Register(const Plan& plan, const std::string& name, const std::function<Com
         }
     };
     benchmark::RegisterBenchmark(name.c_str(), run)
+        // One iteration of the library is one round, and its time is the one measured here.
         ->Iterations(benchmark::IterationCount{plan.passes} * plan.roundsAPass)
         ->UseManualTime()
         ->Unit(benchmark::kMicrosecond);

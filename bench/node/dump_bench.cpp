@@ -69,6 +69,7 @@ Comparison DumpRequest(const Shape& shape) {
     const auto scene = std::make_shared<Scene>(shape, 10);
     const auto probe = std::make_shared<Probe>();
     const frame_params_t params = probe->Collect(*scene);
+    // At a fixed time, so that every call writes the same files and the disk does not fill.
     const auto dump = [=] { probe->DumpAndSaveYUV(params, timeval{1'700'000'000, 0}, "IMG_"); };
     const auto flat = [=] { WriteFlat(scene->Bytes(), 3 * shape.Bytes()); };
     return {.measured = {"", dump}, .peers = {{{"one write", flat}, 1.1}}, .works = [=] {

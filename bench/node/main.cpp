@@ -18,6 +18,7 @@
 
 namespace {
 
+// Photos of 12 megapixels with and without padding, then smaller pictures.
 const bench::Plan kFull = {
     .passes = 5,
     .roundsAPass = 60,
@@ -49,6 +50,7 @@ public:
         const std::filesystem::path calibration = name + device::kCalibrationPaths[0];
         std::filesystem::create_directories(calibration.parent_path());
         std::filesystem::create_directories(name + bench::kDumpFolder);
+        // Any bytes will do: the bench's engine does not read them.
         std::ofstream(calibration) << std::string(device::kCalibrationFileSize, 'c');
         host::SetDeviceRoot(root_);
     }

@@ -20,11 +20,13 @@ std::string Shape::Name() const {
 }
 
 Pictures::Pictures(const Shape& shape, std::size_t count) : shape_(shape) {
+    // The buffer starts on a page, so that runs do not differ by what the allocator returns.
     const std::size_t bytes = (shape.Bytes() * count + kPage - 1) / kPage * kPage;
     bytes_.reset(static_cast<std::uint8_t*>(std::aligned_alloc(kPage, bytes)));
     if (bytes_ == nullptr) {
         throw std::bad_alloc();
     }
+    // Xorshift (Marsaglia, 2003): fast, and the same in every run.
     std::uint64_t noise = 0x9E3779B97F4A7C15;
     for (std::size_t i = 0; i < bytes; i += sizeof(noise)) {
         noise ^= noise << 13;

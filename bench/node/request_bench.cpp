@@ -40,6 +40,7 @@ Comparison CopyPath(const Shape& shape) {
             .mayAllocate = false};
 }
 
+// Whether the engine was asked to render, and with the disparity that it gave.
 bool Renders(Node& node) {
     support::Engine& engine = platform().engine;
     engine.processSize = -1;
@@ -74,6 +75,7 @@ Comparison IdleEngineCold(const Shape& shape) {
             .mayAllocate = false};
 }
 
+// What the faces cost of the collection of parameters.
 Comparison Parameters(const Shape& shape) {
     const auto scene = std::make_shared<Scene>(shape, kFaces);
     const auto probe = std::make_shared<Probe>();
@@ -111,11 +113,13 @@ Comparison Creation(const Shape& shape) {
             }};
 }
 
+// Two loops of a million turns, since a single check takes less than the clock can tell.
 Comparison DisabledLog() {
     constexpr int kCalls = 1'000'000;
     const auto log = [] {
         for (int i = 0; i < kCalls; ++i) {
             NODE_DEBUG_AS("NodeGetCaps", kTextOutResult, i);
+            // Keeps the compiler from reading the log mask once for all turns.
             benchmark::ClobberMemory();
         }
     };

@@ -25,6 +25,7 @@ void Require(CDKResult result, const char* what) {
     }
 }
 
+// The camera crops nothing; its faces lie along the diagonal of its image.
 void Describe(CameraMetadata& camera, std::uint32_t cameraId, const Shape& shape,
               std::uint8_t faces) {
     const ChiRect whole = {0, 0, static_cast<std::uint32_t>(shape.width),
@@ -63,6 +64,7 @@ Scene::Scene(const Shape& shape, std::uint8_t faces)
     configs_.camera[1].cameraId = kAuxCamera;
 
     support::Platform& state = platform();
+    // An idle platform takes no time and allocates nothing, so that what is measured is the node's.
     state = {.idle = true};
     state.metadata = {{TagId("InputMetadataBokeh") | kTagPoolRequest, &metadata_},
                       {TagId("PhysicalCameraConfigs") | kTagPoolCameraConfig, &configs_},
@@ -92,10 +94,12 @@ void Scene::ReadRequestData() const {
     ReadLines(lists_);
     ReadLines(metadata_.cameraMetadata);
     ReadLines(metadata_.skipBokeh);
+    // Of these records a request touches only the ranks.
     ReadLines(configs_.camera[0].masterRank);
     ReadLines(configs_.camera[1].masterRank);
 }
 
+// The node is linked into the benchmark, so that its entry is called and not looked up.
 const ChiNodeCallbacks& Callbacks() {
     static const ChiNodeCallbacks callbacks = [] {
         ChiNodeCallbacks table = {};

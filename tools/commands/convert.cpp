@@ -188,6 +188,7 @@ Written ConvertOne(const ConvertOptions& options, const fs::path& path, const Re
                                     : "a PNG or JPEG picture to make a dump of",
                picture.kind == Kind::kRgb ? "a picture" : "a dump");
     }
+    // Each file is committed by itself: one that fails leaves the others' results.
     OutputFolder folder(options.output.empty() ? path.parent_path() : options.output);
     Written written;
     if (target == Kind::kRgb) {

@@ -223,6 +223,7 @@ std::string Command::name() const {
 std::vector<Command::OptionFacts> Command::options() const {
     std::vector<OptionFacts> facts;
     for (const CLI::Option* option : std::as_const(*app_).get_options()) {
+        // A flag expects no items.
         OptionFacts fact{{}, option->get_type_name(), option->get_items_expected_max() != 0};
         for (const std::string& name : option->get_snames()) {
             fact.names.push_back("-" + name);
@@ -249,6 +250,8 @@ Command Program::Add(const std::string& name, const std::string& summary) {
 
 std::vector<Command> Program::commands() const {
     std::vector<Command> commands;
+    // With a filter, even an empty one, the library gives all commands, else only those on the
+    // line.
     for (CLI::App* app : app_->get_subcommands(std::function<bool(CLI::App*)>())) {
         commands.emplace_back(*app);
     }

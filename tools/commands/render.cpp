@@ -237,6 +237,8 @@ int Render(const RenderOptions& asked) {
         outcome.missing =
             MissingOfSet(device.Dumps(), outcome.result.published->depthPictureSize > 0);
     }
+    // A copy is mostly the pair's fault, so that it is searched for what an engine cannot work
+    // with.
     if (outcome.copied) {
         std::ranges::move(FindPairProblems(main, aux, device.AuxSide(rotation)),
                           std::back_inserter(outcome.reasons));

@@ -68,7 +68,7 @@ void ExtendTrace(const std::filesystem::path& file, const std::string& events) {
     const std::string text = fmt::format("{}\n{}{}", last == '[' ? "" : ",", events, kEnd);
     written = written &&
               WriteAll(opened, {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
-    // close may set errno anew.
+    // The calls below may set errno anew.
     const int reason = errno;
     if (!written && end > 0 && ::ftruncate(opened, end) == 0) { // there was room for this before
         ::lseek(opened, end, SEEK_SET);

@@ -165,6 +165,8 @@ void CheckSwapped(Inspection& inspection) {
                              0.7 * MeanDifference(LumaThumbnail(*main), thumbnail);
     const double ofMain = ShareOfEqualPixels(*main, *output);
     const double ofAux = ShareOfEqualPixels(*aux, *output);
+    // Equal pixels are the stronger sign. Where the sizes allow it, they must agree with the
+    // thumbnails.
     if (ofAux == 1 && ofMain < 1) {
         inspection.Report(Problem::kSwapped, std::nullopt,
                           "the output is the aux image: debug view 2, or main and aux image are "
@@ -258,6 +260,8 @@ void CheckPair(Inspection& inspection, const host::Image& main, const host::Imag
                                           100 * consistency.offset));
         }
     } else if (MatchesOtherFieldOfView(first, second)) {
+        // This is no fault: the two cameras of a phone mostly have lenses of different focal
+        // lengths.
         inspection.notes.emplace_back("main and aux image have different fields of view");
     } else {
         inspection.Report(Problem::kMoment, DumpRole::kAux,

@@ -135,6 +135,7 @@ std::vector<std::string> FindPairProblems(const host::Image& main, const host::I
     for (const Finding& finding : pair.findings) {
         problems.push_back(finding.text);
     }
+    // Images that do not match are displaced in no direction.
     if (const std::string text = problems.empty() ? WrongSide(main, aux, auxSide) : "";
         !text.empty()) {
         problems.push_back(text);

@@ -182,6 +182,7 @@ Json ReplayInBoth(const DumpSet& set, const ReplayOptions& reference, const Repl
     if (!EndedWell(end)) {
         return Result(StatusOfEnd(end), "the reference build left no result, see " + log.string());
     }
+    // The process ended well, so that its result is whole.
     const Json made = Json::parse(ReadFileBytes(folder.path() / kReferenceFile));
     if (made["status"] != status::kRendered) {
         return Result(made["status"], "the reference build: " + made["reason"].get<std::string>());

@@ -129,6 +129,8 @@ int ReplaySweeps(const DumpSet& set, const fs::path& output,
         const std::string status = result["status"];
         const std::string reason = result["reason"];
         rendered = rendered && status == status::kRendered;
+        // A step that failed keeps its cell, with the status in the label, so that the grid stays
+        // whole.
         LabelledPicture& cell = pictures.emplace_back(
             LabelledPicture{{}, step.label + (status == status::kRendered ? "" : ": " + status)});
         const std::string name = set.stem + "_" + step.name + ".png";

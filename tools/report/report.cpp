@@ -123,6 +123,7 @@ const char* NameOf(Report::Kind kind) {
     return kNames[static_cast<int>(kind)];
 }
 
+// What stays null or empty is absent to the page's script.
 Report::Report(const std::string& command, const std::string& title)
     : data_{{"command", command},
             {"title", title},

@@ -222,6 +222,7 @@ Outcome RunNode(const RunOptions& options, const Libraries& libraries, const hos
 }
 
 std::string Outcome::engineFailure() const {
+    // A reason begins with the function that failed.
     const auto failure = std::ranges::find_if(
         reasons, [](const std::string& reason) { return reason.starts_with("TSL_DCIR_"); });
     return failure == reasons.end() ? std::string() : *failure;
