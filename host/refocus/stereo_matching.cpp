@@ -14,6 +14,7 @@ namespace {
 
 constexpr float kAgreement = 1.0f; // pixels
 constexpr int kSpecklePixels = 12; // more would remove highlights
+constexpr int kReduction = 4;      // of the first match, which bounds the search
 
 // Takes small connected components whose disparity differs from their surroundings for mismatches.
 void RemoveSpeckles(Matches& matches) {
@@ -66,16 +67,106 @@ bool Agree(double share) {
     return share > 0.4;
 }
 
-bool MatchesWithDepth(const cv::Mat& left, const cv::Mat& right, const SearchRange& range) {
-    return HasDepth(MeasureDepthPresence(left, MatchBothWays(left, right, range)));
-}
-
 // The value that `share` of the values lie below; reorders them.
 double Percentile(std::vector<float>& values, double share) {
     const auto at = values.begin() +
                     static_cast<std::ptrdiff_t>(share * static_cast<double>(values.size() - 1));
     std::nth_element(values.begin(), at, values.end());
     return *at;
+}
+
+// What a match shows of depth.
+struct DepthPresence {
+    double texturedShare = 0.0;   // of all pixels: those with enough structure to be matched
+    double consistentShare = 0.0; // of the textured pixels: those that both views agree on
+    double range = 0.0; // pixels, between the 1st and 99th percentile of their disparities
+};
+
+DepthPresence MeasureDepthPresence(const cv::Mat& left, const Matches& matches) {
+    const cv::Mat textured = TexturedPixels(left);
+    const cv::Mat trusted = textured & matches.consistent;
+    std::vector<float> disparities;
+    for (int y = 0; y < left.rows; ++y) {
+        const float* disparity = matches.disparity.ptr<float>(y);
+        const std::uint8_t* trust = trusted.ptr<std::uint8_t>(y);
+        for (int x = 0; x < left.cols; ++x) {
+            if (trust[x] != 0) {
+                disparities.push_back(disparity[x]);
+            }
+        }
+    }
+    DepthPresence presence;
+    const int texturedCount = cv::countNonZero(textured);
+    presence.texturedShare = texturedCount / static_cast<double>(left.total());
+    if (!disparities.empty()) {
+        presence.consistentShare = static_cast<double>(disparities.size()) / texturedCount;
+        presence.range = Percentile(disparities, 0.99) - Percentile(disparities, 0.01);
+    }
+    return presence;
+}
+
+// False for a pair to refuse: flat or black (no structure), unrelated (no agreement), or identical
+// or of a plane parallel to the image (no range).
+bool HasDepth(const DepthPresence& presence) {
+    return IsTextured(presence.texturedShare) && Agree(presence.consistentShare) &&
+           presence.range > 1.0;
+}
+
+bool LargeEnoughToReduce(const cv::Mat& image) {
+    return std::min(image.cols, image.rows) >= 32 * kReduction;
+}
+
+// Matches at a quarter of the size, whose disparities are a quarter, too.
+Matches MatchReduced(const cv::Mat& left, const cv::Mat& right, const SearchRange& range) {
+    const cv::Size size(left.cols / kReduction, left.rows / kReduction);
+    cv::Mat smallLeft, smallRight;
+    cv::resize(left, smallLeft, size, 0, 0, cv::INTER_AREA);
+    cv::resize(right, smallRight, size, 0, 0, cv::INTER_AREA);
+    return MatchBothWays(
+        smallLeft, smallRight,
+        {range.minimum / kReduction - 1, (range.count / kReduction + 17) / 16 * 16});
+}
+
+double ConsistentShare(const Matches& matches) {
+    return cv::countNonZero(matches.consistent) / static_cast<double>(matches.consistent.total());
+}
+
+// The pair as a wrong setup would need it, and the error that says so.
+struct Setup {
+    Error error;
+    cv::Mat left;
+    cv::Mat right;
+};
+
+std::vector<Setup> OtherSetups(const cv::Mat& left, const cv::Mat& right) {
+    std::vector<Setup> setups{{Error::kReversedPair, Mirrored(left), Mirrored(right)}};
+    for (const cv::RotateFlags rotation :
+         {cv::ROTATE_90_CLOCKWISE, cv::ROTATE_90_COUNTERCLOCKWISE}) {
+        Setup& setup = setups.emplace_back(Setup{Error::kRotatedPair, {}, {}});
+        cv::rotate(left, setup.left, rotation);
+        cv::rotate(right, setup.right, rotation);
+    }
+    return setups;
+}
+
+// The error of the setup in which more pixels match than in the given one; kNone where that is the
+// best.
+Error BetterSetup(const cv::Mat& left, const cv::Mat& right, const SearchRange& range) {
+    constexpr double kMinLead = 0.01;
+    double best = ConsistentShare(MatchReduced(left, right, range)) + kMinLead;
+    Error error = Error::kNone;
+    for (const Setup& setup : OtherSetups(left, right)) {
+        const double share = ConsistentShare(MatchReduced(setup.left, setup.right, range));
+        if (share > best) {
+            best = share;
+            error = setup.error;
+        }
+    }
+    return error;
+}
+
+bool MatchesWithDepth(const cv::Mat& left, const cv::Mat& right, const SearchRange& range) {
+    return HasDepth(MeasureDepthPresence(left, MatchBothWays(left, right, range)));
 }
 
 } // namespace
@@ -88,28 +179,21 @@ SearchRange SearchRangeFor(int width, double nearestDisparity) {
 }
 
 SearchRange NarrowedRange(const cv::Mat& left, const cv::Mat& right, const SearchRange& range) {
-    constexpr int kFactor = 4;
-    const cv::Size size(left.cols / kFactor, left.rows / kFactor);
-    if (std::min(size.width, size.height) < 32) {
+    if (!LargeEnoughToReduce(left)) {
         return range;
     }
-    cv::Mat smallLeft, smallRight;
-    cv::resize(left, smallLeft, size, 0, 0, cv::INTER_AREA);
-    cv::resize(right, smallRight, size, 0, 0, cv::INTER_AREA);
-    const Matches matches =
-        MatchBothWays(smallLeft, smallRight,
-                      {range.minimum / kFactor - 1, (range.count / kFactor + 17) / 16 * 16});
+    const Matches matches = MatchReduced(left, right, range);
     constexpr double kMinConsistentShare = 0.1;
-    if (cv::countNonZero(matches.consistent) < kMinConsistentShare * size.area()) {
+    if (ConsistentShare(matches) < kMinConsistentShare) {
         return range;
     }
     double least = 0.0;
     double most = 0.0;
     cv::minMaxLoc(matches.disparity, &least, &most, nullptr, nullptr, matches.consistent);
-    constexpr int kMargin = 2 * kFactor;
+    constexpr int kMargin = 2 * kReduction;
     const int end = range.minimum + range.count;
-    const int from = std::clamp(cvFloor(least * kFactor) - kMargin, range.minimum, end - 16);
-    const int to = std::clamp(cvCeil(most * kFactor) + kMargin, from + 1, end);
+    const int from = std::clamp(cvFloor(least * kReduction) - kMargin, range.minimum, end - 16);
+    const int to = std::clamp(cvCeil(most * kReduction) + kMargin, from + 1, end);
     return {from, (to - from + 15) / 16 * 16};
 }
 
@@ -137,53 +221,23 @@ Matches MatchBothWays(const cv::Mat& left, const cv::Mat& right, const SearchRan
     return matches;
 }
 
-DepthPresence MeasureDepthPresence(const cv::Mat& left, const Matches& matches) {
-    const cv::Mat textured = TexturedPixels(left);
-    const cv::Mat trusted = textured & matches.consistent;
-    std::vector<float> disparities;
-    for (int y = 0; y < left.rows; ++y) {
-        const float* disparity = matches.disparity.ptr<float>(y);
-        const std::uint8_t* trust = trusted.ptr<std::uint8_t>(y);
-        for (int x = 0; x < left.cols; ++x) {
-            if (trust[x] != 0) {
-                disparities.push_back(disparity[x]);
-            }
-        }
-    }
-    DepthPresence presence;
-    const int texturedCount = cv::countNonZero(textured);
-    presence.texturedShare = texturedCount / static_cast<double>(left.total());
-    if (!disparities.empty()) {
-        presence.consistentShare = static_cast<double>(disparities.size()) / texturedCount;
-        presence.range = Percentile(disparities, 0.99) - Percentile(disparities, 0.01);
-    }
-    return presence;
-}
-
-bool HasDepth(const DepthPresence& presence) {
-    return IsTextured(presence.texturedShare) && Agree(presence.consistentShare) &&
-           presence.range > 1.0;
-}
-
-Error ReasonForNoDepth(const cv::Mat& left, const cv::Mat& right, const Matches& matches,
-                       const SearchRange& range) {
+Error CheckDepth(const cv::Mat& left, const cv::Mat& right, const Matches& matches,
+                 const SearchRange& range) {
     const auto textured = [](const cv::Mat& image) {
         return cv::countNonZero(TexturedPixels(image)) / static_cast<double>(image.total());
     };
     const DepthPresence presence = MeasureDepthPresence(left, matches);
+    if (HasDepth(presence)) {
+        // Repetitive or faint structure agrees in a wrong setup, too, but better in the right one.
+        const bool doubtful = presence.consistentShare < 0.75 && LargeEnoughToReduce(left);
+        return doubtful ? BetterSetup(left, right, range) : Error::kNone;
+    }
     if (!IsTextured(presence.texturedShare) || !IsTextured(textured(right))) {
         return Error::kNoStructure;
     }
-    if (MatchesWithDepth(Mirrored(left), Mirrored(right), range)) {
-        return Error::kReversedPair;
-    }
-    for (const cv::RotateFlags rotation :
-         {cv::ROTATE_90_CLOCKWISE, cv::ROTATE_90_COUNTERCLOCKWISE}) {
-        cv::Mat rotatedLeft, rotatedRight;
-        cv::rotate(left, rotatedLeft, rotation);
-        cv::rotate(right, rotatedRight, rotation);
-        if (MatchesWithDepth(rotatedLeft, rotatedRight, range)) {
-            return Error::kRotatedPair;
+    for (const Setup& setup : OtherSetups(left, right)) {
+        if (MatchesWithDepth(setup.left, setup.right, range)) {
+            return setup.error;
         }
     }
     const SearchRange wide{-left.cols / 4, left.cols * 3 / 4 / 16 * 16};

@@ -28,24 +28,11 @@ struct Matches {
 // left and right: CV_8UC1 of one size. The same bytes for any number of threads.
 Matches MatchBothWays(const cv::Mat& left, const cv::Mat& right, const SearchRange& range);
 
-// What a match shows of depth.
-struct DepthPresence {
-    double texturedShare = 0.0;   // of all pixels: those with enough structure to be matched
-    double consistentShare = 0.0; // of the textured pixels: those that both views agree on
-    double range = 0.0; // pixels, between the 1st and 99th percentile of their disparities
-};
-
-// `left` is the image that was matched, CV_8UC1.
-DepthPresence MeasureDepthPresence(const cv::Mat& left, const Matches& matches);
-
-// False for a pair to refuse: flat or black (no structure), unrelated (no agreement), or identical
-// or of a plane parallel to the image (no range).
-bool HasDepth(const DepthPresence& presence);
-
-// Why a pair that was matched within `range` has no depth. Tries what a wrong setup would need: the
-// pair mirrored, rotated by 90 degrees, or searched from a quarter of the width below 0 to half of
-// it above. kNoDepth where no reason is found.
-Error ReasonForNoDepth(const cv::Mat& left, const cv::Mat& right, const Matches& matches,
-                       const SearchRange& range);
+// kNone for a pair with depth. Else why it has none: tries what a wrong setup would need, which is
+// the pair mirrored, rotated by 90 degrees, or searched from a quarter of the width below 0 to half
+// of it above; kNoDepth where no reason is found. `matches` are those within `range`. A pair with
+// depth of which little agrees is refused, too, if it agrees better mirrored or rotated.
+Error CheckDepth(const cv::Mat& left, const cv::Mat& right, const Matches& matches,
+                 const SearchRange& range);
 
 } // namespace refocus
