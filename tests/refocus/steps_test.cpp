@@ -17,6 +17,7 @@
 #include "host/refocus/error.h"
 #include "host/refocus/highlights.h"
 #include "host/refocus/push_pull.h"
+#include "host/refocus/stereo_matching.h"
 #include "tests/refocus/stereo_scene.h"
 
 namespace refocus {
@@ -289,6 +290,68 @@ TEST(FocusWindow, IsTheFacesMiddleOnlyAroundThePoint) {
         EXPECT_EQ(FocusRangeOf(map, focus).low, low);
         EXPECT_EQ(FocusRangeOf(map, focus).high, high);
     }
+}
+
+// A strip of disparity 6 before a background of disparity -2, noisy in both views.
+struct StripPair {
+    static constexpr int kLeft = 60; // columns of the strip
+    static constexpr int kRight = 100;
+    cv::Mat left = cv::Mat(200, 160, CV_8UC1); // more rows than are matched at once
+    cv::Mat right = left.clone();
+
+    static int DisparityAt(int x) { return x >= kLeft && x < kRight ? 6 : -2; }
+
+    StripPair() {
+        cv::RNG random(3);
+        cv::Mat strip(left.rows, left.cols + 20, CV_8UC1);
+        cv::Mat background(strip.size(), CV_8UC1);
+        random.fill(strip, cv::RNG::UNIFORM, 80, 176);
+        random.fill(background, cv::RNG::UNIFORM, 80, 176);
+        for (int y = 0; y < left.rows; ++y) {
+            for (int x = 0; x < left.cols; ++x) {
+                const auto paint = [&](const cv::Mat& texture, int column) {
+                    return cv::saturate_cast<std::uint8_t>(
+                        texture.at<std::uint8_t>(y, column + 10) + random.gaussian(12.0));
+                };
+                const int d = DisparityAt(x);
+                left.at<std::uint8_t>(y, x) = paint(d > 0 ? strip : background, x - d);
+                right.at<std::uint8_t>(y, x) =
+                    paint(DisparityAt(x + 6) > 0 ? strip : background, x);
+            }
+        }
+    }
+};
+
+TEST(SemiGlobalMatching, FindsAStripBeforeItsBackgroundDespiteNoise) {
+    const StripPair pair;
+    const Matches matches = MatchBothWays(pair.left, pair.right, {-5, 16});
+    int right = 0;
+    int hidden = 0;
+    for (int y = 0; y < pair.left.rows; ++y) {
+        for (int x = 0; x < pair.left.cols; ++x) {
+            const bool known = matches.consistent.at<std::uint8_t>(y, x) != 0;
+            const float off =
+                matches.disparity.at<float>(y, x) - static_cast<float>(StripPair::DisparityAt(x));
+            right += known && std::abs(off) < 0.5f ? 1 : 0;
+            hidden += known && x >= StripPair::kLeft - 8 && x < StripPair::kLeft ? 1 : 0;
+        }
+        EXPECT_EQ(matches.consistent.at<std::uint8_t>(y, pair.left.cols - 1), 0)
+            << "the right image ends before this pixel's match";
+    }
+    EXPECT_GT(right, 0.85 * static_cast<double>(pair.left.total()));
+    EXPECT_LT(hidden, 0.2 * 8 * pair.left.rows) << "the strip hides these pixels from the right";
+}
+
+TEST(SemiGlobalMatching, SameBytesForAnyNumberOfThreads) {
+    const StripPair pair;
+    const int threads = cv::getNumThreads();
+    cv::setNumThreads(1);
+    const ViewDisparities one = MatchSemiGlobally(pair.left, pair.right, {-5, 16});
+    cv::setNumThreads(2);
+    const ViewDisparities two = MatchSemiGlobally(pair.left, pair.right, {-5, 16});
+    cv::setNumThreads(threads);
+    EXPECT_EQ(cv::norm(one.left, two.left, cv::NORM_INF), 0.0);
+    EXPECT_EQ(cv::norm(one.right, two.right, cv::NORM_INF), 0.0);
 }
 
 // Background 5, foreground 20. The gaps are beside an object, at the border, and in the last rows
