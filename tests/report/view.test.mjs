@@ -3,9 +3,10 @@
 import assert from "node:assert/strict";
 import { once } from "node:events";
 import { spawn, spawnSync } from "node:child_process";
-import { cpSync, mkdirSync, readdirSync, rmSync, writeFileSync } from "node:fs";
+import { cpSync, existsSync, mkdirSync, readdirSync, readFileSync, rmSync, writeFileSync } from "node:fs";
 import path from "node:path";
 import { after, before, test } from "node:test";
+import { setTimeout as pause } from "node:timers/promises";
 
 import { chromium } from "playwright-core";
 
@@ -25,7 +26,7 @@ before(async () => {
 
 after(async () => {
   await browser?.close();
-  for (const tool of tools) {
+  for (const tool of tools.filter(({ exitCode, signalCode }) => exitCode === null && signalCode === null)) {
     tool.kill();
     await once(tool, "exit");
   }
@@ -38,16 +39,21 @@ async function open(t, options = {}, ...words) {
   return page;
 }
 
-async function openAny(t, options, ...words) {
-  const tool = spawn(process.env.BOKEHNODE, ["view", ...words], { cwd: material.folder });
+async function serve(words, options = {}) {
+  const tool = spawn(process.env.BOKEHNODE, ["view", ...words], { cwd: material.folder, ...options });
   tools.push(tool);
   const [address] = await once(tool.stdout.setEncoding("utf8"), "data");
+  return { tool, address: address.trim() };
+}
+
+async function openAny(t, options, ...words) {
+  const { address } = await serve(words);
   const context = await browser.newContext({ viewport: { width: 1280, height: 1000 }, ...options });
   const page = await context.newPage();
   const trouble = [];
   page.on("console", (message) => trouble.push(message.text()));
   page.on("pageerror", (error) => trouble.push(error.message));
-  await page.goto(address.trim());
+  await page.goto(address);
   t.after(async () => {
     await page.screenshot({ path: `screenshots/${t.name.replaceAll(/\W+/g, "-")}.png` });
     await context.close();
@@ -67,6 +73,7 @@ async function shown(page, options) {
   });
 }
 
+const ENGINE = path.join(path.dirname(process.env.BOKEHNODE), "../lib/libtessola_dualcam_refocus_image.so");
 const NEAR = [160, 121];
 const FAR = [30, 200];
 
@@ -100,6 +107,82 @@ test("a click is the focus, a slider the blur, and both can be undone", async (t
   await page.locator("#scaleTitle", { hasText: /A: .* largest difference \d+/ }).waitFor();
   await page.locator("#asDumped").click();
   assert.equal(await shown(page, ""), dumped);
+
+  // A click there cuts what followed off, but not what was pinned.
+  await page.evaluate(() => scrollTo(0, 0));
+  await page.mouse.dblclick(...place(await page.locator("#stage").boundingBox(), [20, 30]));
+  await shown(page, "--focus=20,30");
+  assert.equal(await page.evaluate(() => place.zoom), 1, "a double click is two clicks");
+  assert.match(await page.locator("#pins code").textContent(), new RegExp(` --focus=${FAR} --blur=40$`));
+  await page.locator("#pins button").click();
+  assert.equal(await shown(page, `--focus=${FAR} --blur=40`), soft);
+});
+
+// Before the page has got an answer to the first of these changes. Values of selects and inputs by their
+// selectors; null presses a button.
+const hurry = (page, ...changes) => page.evaluate((all) => {
+  for (const [selector, value] of all) {
+    const element = document.querySelector(selector);
+    if (value !== null) element.value = value;
+    if (value !== null) element.dispatchEvent(new Event(element.tagName === "SELECT" ? "change" : "input"));
+    else element.click();
+  }
+}, changes);
+
+test("what is clicked during a run belongs to its set, and what is to be saved is saved", async (t) => {
+  for (const [set, ...words] of [["a"], ["b", "--face", "20,30,40,50"]]) {
+    material.run(0, "render", "left.png", "right.png", "-o", `two/${set}`, "--focus", "160,121", "--dump", ...words);
+  }
+  const page = await openAny(t, {}, "two", "-o", "kept");
+  await page.goto(`${page.url()}live?0`);
+  await shown(page, "");
+  await page.locator("#sets option").nth(1).waitFor({ state: "attached" });
+  const blur = "#live input[type=range]";
+  await hurry(page, [blur, 30], ["#sets", 1], [blur, 60]);
+  await shown(page, "--blur=60");
+  await page.locator("#line", { hasText: "/two/b/" }).waitFor();
+  assert.equal(await page.getByLabel("Faces at").inputValue(), "20,30,40,50");
+
+  await hurry(page, [blur, 50], ["#save", null], [blur, 70]);
+  await shown(page, "--blur=70");
+  await page.locator("#said", { hasText: /^saved in .*kept.*; / }).waitFor();
+  const [folder, ...others] = readdirSync(path.join(material.folder, "kept"));
+  assert.deepEqual(others, []);
+  const kept = path.join(material.folder, "kept", folder);
+  const text = readdirSync(kept).find((name) => name.endsWith("_metadata.txt"));
+  assert.match(readFileSync(path.join(kept, text), "utf8"), /blur\D*50\b/i);
+});
+
+test("a browser that is killed during a run leaves nothing", async () => {
+  const source = path.join(material.folder, "hang.c");
+  writeFileSync(source, `#include <fcntl.h>
+    #include <unistd.h>
+    __attribute__((constructor)) static void hang(void) { creat("begun", 0666); for (;;) pause(); }\n`);
+  assert.equal(spawnSync("cc", ["-shared", "-o", "hang.so", source], { cwd: material.folder }).status, 0);
+  const temporary = path.join(material.folder, "temporary");
+  mkdirSync(temporary);
+  const { tool, address } = await serve(["scene", "--engine", ENGINE, "--engine", "hang.so", "--timeout", "3"],
+    { detached: true, env: { ...process.env, TMPDIR: temporary } }); // with a process group of its own
+
+  const server = await chromium.launchServer({ executablePath: process.env.CHROMIUM, args: ["--no-sandbox"] });
+  const killed = await (await chromium.connect(server.wsEndpoint())).newPage();
+  await killed.goto(address);
+  await shown(killed, "");
+  await killed.getByLabel("engine").selectOption("hang.so");
+  while (!existsSync(path.join(material.folder, "begun"))) await pause(10);
+  server.process().kill("SIGKILL");
+  await once(server, "close");
+
+  const page = await browser.newPage();
+  await page.goto(address);
+  await page.locator("#line", { hasText: "replay" }).waitFor();
+  await clickAt(page, FAR);
+  await page.locator("#line", { hasText: `--focus=${FAR}` }).waitFor();
+  await page.close();
+  tool.kill();
+  await once(tool, "exit");
+  assert.equal(spawnSync("pgrep", ["-r", "D,R,S,T", "-g", String(tool.pid)]).status, 1, "no process is left");
+  assert.deepEqual(readdirSync(temporary), []);
 });
 
 for (const width of [360, 1280]) {
@@ -217,7 +300,7 @@ test("two photos: faces are drawn, moved and typed, and the step is saved", asyn
   await shown(page, "--face=10,20,30,40 --face=200,100,50,60");
   await page.locator("#save").click();
   await page.locator("#said", { hasText: "saved in " }).waitFor();
-  const [folder] = readdirSync(path.join(material.folder, "saved"));
+  const folder = readdirSync(path.join(material.folder, "saved")).find((name) => name.startsWith("IMG_"));
   material.run(0, "inspect", path.join("saved", folder));
   await page.getByLabel("Faces", { exact: true }).uncheck();
   await shown(page, "--no-faces");
@@ -227,8 +310,7 @@ test("an engine that crashes is a message, and the next run works", async (t) =>
   const source = path.join(material.folder, "crash.c");
   writeFileSync(source, "__attribute__((constructor)) static void crash(void) { __builtin_trap(); }\n");
   assert.equal(spawnSync("cc", ["-shared", "-o", "crash.so", source], { cwd: material.folder }).status, 0);
-  const engine = path.join(path.dirname(process.env.BOKEHNODE), "../lib/libtessola_dualcam_refocus_image.so");
-  const page = await openAny(t, {}, "scene", "--engine", engine, "--engine", "crash.so");
+  const page = await openAny(t, {}, "scene", "--engine", ENGINE, "--engine", "crash.so");
   await page.locator("#views button").first().waitFor();
   await page.getByLabel("engine").selectOption("crash.so");
   await page.locator("#said.wrong", { hasText: /^crashed: signal \d+/ }).waitFor();
@@ -236,6 +318,8 @@ test("an engine that crashes is a message, and the next run works", async (t) =>
   await clickAt(page, FAR);
   await page.locator("#line", { hasText: `--focus=${FAR}` }).waitFor();
   assert.match(await page.locator("#verdict").textContent(), /^differs from the dump/);
+  await page.getByLabel("engine").selectOption("default"); // a given one can be compared with it
+  await page.locator("#line", { hasText: new RegExp(`replay \\S+ --focus=${FAR}$`) }).waitFor();
 });
 
 test("a set without pictures has a page too", async (t) => {

@@ -1,17 +1,16 @@
 #include "tools/commands/commands.h"
 
-#include <cstdio>
-#include <iterator>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
-#include "host/picture/errors.h"
 #include "tools/commands/shared_options.h"
 #include "tools/files/console.h"
 #include "tools/files/interruption.h"
@@ -22,43 +21,55 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// The words as main gets them, valid as long as these.
+std::vector<char*> Pointers(std::vector<std::string>& words) {
+    std::vector<char*> pointers;
+    for (std::string& word : words) {
+        pointers.push_back(word.data());
+    }
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
 ReplayOptions ParseWords(const std::vector<std::string>& words) {
     ReplayOptions options;
     Program program("bokehnode", TOOL_VERSION, "");
     Command replay = program.Add("replay", "");
     AddReplayChanges(replay, options);
-    std::vector<const char*> pointers{"bokehnode", "replay"};
-    for (const std::string& word : words) {
-        pointers.push_back(word.c_str());
-    }
-    program.Parse(static_cast<int>(pointers.size()), pointers.data());
+    std::vector<std::string> all{"bokehnode", "replay"};
+    all.insert(all.end(), words.begin(), words.end());
+    program.Parse(static_cast<int>(all.size()), Pointers(all).data());
     return options;
 }
 
-// Lets the node dump the pair into the folder, as `bokehnode render` does.
-void Render(const fs::path& main, const fs::path& aux, const fs::path& folder, int timeout) {
-    const std::string seconds = std::to_string(timeout);
-    const char* const words[] = {"bokehnode",     "render", main.c_str(),
-                                 aux.c_str(),     "--dump", "--timeout",
-                                 seconds.c_str(), "-o",     folder.c_str()};
-    Program program("bokehnode", TOOL_VERSION, "");
-    const std::function<int()> render = PrepareRender(program.Add("render", ""));
-    program.Parse(static_cast<int>(std::size(words)), words);
+// Lets the node dump the pair into the view's place, with the first of each list of files. Returns
+// the exit code of `bokehnode render`, or kExitDone if there is something to show.
+int Render(const fs::path& main, const fs::path& aux, const ViewOptions& view) {
+    std::vector<std::string> words{"bokehnode", "render",    main,
+                                   aux,         "--dump",    "-o",
+                                   view.place,  "--timeout", std::to_string(view.timeout)};
+    for (const auto& [name, files] : {std::pair("--calibration", &view.calibrations),
+                                      {"--node", &view.nodes},
+                                      {"--engine", &view.engines}}) {
+        if (!files->empty()) {
+            words.insert(words.end(), {name, files->front()});
+        }
+    }
+    for (const std::string& property : view.properties) {
+        words.insert(words.end(), {"--set", property});
+    }
     const pid_t child = ForkChild();
     if (child == 0) {
         ::dup2(::open("/dev/null", O_WRONLY | O_CLOEXEC), STDOUT_FILENO); // the address's alone
-        int code = kExitFailed;
-        const std::string mistake = MistakeIn([&] { code = render(); });
-        if (!mistake.empty()) {
-            PrintNotice(mistake);
-        }
-        LeaveChild(mistake.empty() ? code : kExitFailed);
+        ::execv("/proc/self/exe", Pointers(words).data());
+        ::_exit(kExitFailed);
     }
     int status = 0;
     AwaitChild(child, status);
-    if (!fs::exists(folder / "output.png")) {
-        throw std::runtime_error("the pictures could not be rendered");
+    if (WIFSIGNALED(status)) {
+        throw std::runtime_error(SignalInWords(WTERMSIG(status)));
     }
+    return fs::exists(view.place / "output.png") ? kExitDone : WEXITSTATUS(status);
 }
 
 } // namespace
@@ -72,13 +83,20 @@ std::function<int()> PrepareView(Command command) {
               "themselves. Or the main camera's picture,\nas `render` takes it")
         .Required();
     command.Path("AUX", "FILE", *aux, "the aux camera's picture of the same moment");
-    command.Path("-o,--output", "DIR", options->output,
-                 "let the page save what it shows, dumps and PNG, in folders\nbelow this one; not "
-                 "the sets' own folder");
+    command.Path(
+        "-o,--output", "DIR", options->output,
+        "let the page save what it shows, dumps and PNG, in folders\nbelow this one, which is "
+        "outside of the sets' folder. Of two\npictures, keep the set there");
     const auto files = [&command](const char* name, std::vector<fs::path>& into,
                                   const std::string& help) {
         command.Repeated(
-            name, "FILE", [&into](const Argument& argument) { into.emplace_back(argument.text); },
+            name, "FILE",
+            [&into](const Argument& argument) {
+                if (!fs::is_regular_file(argument.text)) {
+                    argument.Refuse("a file");
+                }
+                into.emplace_back(argument.text);
+            },
             help);
     };
     files("--calibration", options->calibrations,
@@ -87,7 +105,10 @@ std::function<int()> PrepareView(Command command) {
     files("--engine", options->engines, "an engine's library");
     command.Repeated(
         "--set", "NAME=VALUE",
-        [options](const Argument& argument) { options->properties.push_back(argument.text); },
+        [options](const Argument& argument) {
+            ParseWords({"--set", argument.text}); // refuses a wrong one before anything runs
+            options->properties.push_back(argument.text);
+        },
         "set a system property for every run; may be repeated");
     AddOutputFile(
         command, "--trace", ".json", options->trace,
@@ -109,11 +130,17 @@ std::function<int()> PrepareView(Command command) {
         "  bokehnode view left.jpg right.jpg -o tried\n"
         "\n" +
         ExitCodes("0 the last page was closed"));
-    return [options, aux] {
+    return [options, aux]() -> int {
         std::optional<TemporaryFolder> rendered;
         if (!aux->empty()) {
-            Render(options->place, *aux, rendered.emplace().path(), options->timeout);
-            options->place = rendered->path();
+            const fs::path main = std::exchange(
+                options->place, options->output.empty()
+                                    ? rendered.emplace().path()
+                                    : FreeFolder(options->output, options->place.stem()));
+            if (const int code = Render(main, *aux, *options); code != kExitDone) {
+                return code;
+            }
+            options->rendered = true;
         }
         ServeLiveView(*options, ParseWords);
         return kExitDone;

@@ -16,11 +16,11 @@ let steps = [null];
 let step = 0;
 let dragging = ""; // the control whose drag made the last step
 
-let inspected = null; // the data of the set as it was dumped
-let last = null; // what is shown
-let pins = []; // outputs that are kept, to be compared: { name, entry }
+let inspected; // the data of the set as it was dumped, which is asked for first; null if there is none
+let last = null; // what is shown: the server's answer and the changes that were asked for
+let pins = []; // outputs that are kept, to be compared: { name, entry, changes, command }
+const saves = []; // requests whose outputs are still to be written
 let running = false;
-let saving = false; // what is asked for is to be written
 let stale = false; // what runs is not what is asked for any more
 let number = 0; // of the request that runs
 
@@ -103,35 +103,51 @@ async function ask(request) {
 }
 
 // Runs what the step asks for. One request is under way, and is cancelled by a new one: then its picture
-// is shown, but not compared. The last of the new ones follows. `save`: the server writes what comes out.
-async function run(save = false) {
+// is shown, but not compared. The last of the new ones follows.
+function run() {
   if (running && !stale) fetch("cancel", { method: "POST", body: String(number) }).catch(() => {});
   stale = true;
-  saving = save;
+  work();
+}
+
+// The server writes what comes out of the step. What happens meanwhile follows.
+function save() {
+  saves.push({ set, changes: asked(), save: true });
+  work();
+}
+
+function nextRequest() {
+  if (saves.length > 0) return saves.shift();
+  const first = inspected === undefined;
+  stale = first && steps[step] !== null;
+  return { set, changes: first ? null : steps[step] };
+}
+
+async function work() {
   if (running) return;
   running = true;
   byId("live").setAttribute("aria-busy", "true");
-  while (stale) {
-    stale = false;
+  let saved = "";
+  while (stale || saves.length > 0) {
     number = Math.floor(Math.random() * 2 ** 53); // unlike those of other pages
-    const request = { set, number, changes: saving ? asked() : steps[step], save: saving };
-    saving = false;
+    const request = nextRequest();
     const start = performance.now();
     try {
-      const answer = await ask(request);
-      if (answer.dropped && !stale) throw new Error("A request of another page took its place.");
+      const answer = await ask({ ...request, number });
+      if (answer.dropped && request.save) saves.unshift(request);
+      else if (answer.dropped && !stale) throw new Error("A request of another page took its place.");
+      else if (request.save) saved += answer.saved ? `saved in ${answer.saved}; ` : "nothing could be saved; ";
       if (answer.dropped || request.set !== set) continue;
+      if (request.changes === null) inspected = answer.data ?? null;
       if (answer.error) throw new Error(answer.error);
-      if (request.changes === null) inspected = answer.data;
-      last = { ...answer, replayed: request.changes !== null };
+      last = { ...answer, changes: request.changes };
       show();
       mark("answer");
-      say(answer.saved ? `saved in ${answer.saved}`
-        : `${faceText()}shown after ${((performance.now() - start) / 1000).toFixed(2)} s`);
+      say(`${saved}${faceText()}shown after ${((performance.now() - start) / 1000).toFixed(2)} s`);
     } catch (error) {
       const key = last?.data.pictures.output?.parts[0];
       if (key && output && output.key !== key) show(); // without the picture of a run that came no further
-      say(`${error.message}${/[.)]$/.test(error.message) ? "" : "."} Nothing new is shown.`, true);
+      say(`${saved}${error.message}${/[.)]$/.test(error.message) ? "" : "."} Nothing new is shown.`, true);
     }
   }
   running = false;
@@ -157,10 +173,12 @@ function addPins({ pictures: shown, comparisons }) {
 }
 
 function show() {
-  const { data: next, replayed } = last;
-  byId("line").textContent = last.command;
+  const { data: next, changes, command } = last;
+  byId("line").textContent = command;
+  byId("pins").replaceChildren(...pins.map((each) =>
+    bar(makeButton(each.name, "", () => addStep(each.changes)), make("code", each.command))));
   const shown = { ...next, pictures: { ...next.pictures }, comparisons: [...next.comparisons],
-    findings: [...next.findings, ...(replayed ? inspected?.findings ?? [] : [])] }; // the set's stay true
+    findings: [...next.findings, ...(changes ? inspected?.findings ?? [] : [])] }; // the set's stay true
   addPins(shown);
   for (const each of shown.comparisons) each.lazy = true; // the next click must not wait for them
   const first = !view;
@@ -187,9 +205,13 @@ function change(values, drag = "") {
   const next = JSON.parse(JSON.stringify({ ...asked(), ...values }));
   if (JSON.stringify(next) === JSON.stringify(steps[step])) return;
   if (drag && drag === dragging) step--;
-  steps = [...steps.slice(0, step + 1), next];
-  goTo(steps.length - 1);
+  addStep(next);
   dragging = drag;
+}
+
+function addStep(changes) {
+  steps = [...steps.slice(0, step + 1), changes];
+  goTo(steps.length - 1);
 }
 
 function goTo(next) {
@@ -202,6 +224,7 @@ function goTo(next) {
 
 function showSet(index) {
   set = index;
+  inspected = undefined;
   steps = [null];
   pins = [];
   goTo(0);
@@ -210,10 +233,11 @@ function showSet(index) {
 function pin() {
   const entry = data.pictures.output;
   if (!entry) return;
-  const words = Object.entries(asked()).map(([key, value]) => `${key} ${value}`).join(", ");
+  const { changes, command } = last;
+  const words = Object.entries(changes ?? {}).map(([key, value]) => `${key} ${value}`).join(", ");
   const name = `${String.fromCharCode(65 + pins.length)}: ${byId("pinName").value.trim() || words || "as dumped"}`;
   byId("pinName").value = "";
-  pins.push({ name, entry });
+  pins.push({ name, entry, changes, command });
   show();
 }
 
@@ -434,8 +458,8 @@ function bar(...elements) {
 function makeControls() {
   const section = makeWith("section", { id: "live", ariaLabel: "Request" });
   const turns = [0, 90, 180, 270].map((degrees) => [`${degrees}°`, degrees]);
-  const libraries = Object.entries(setup.files).filter(([, names]) => names.length > 1)
-    .map(([key, names]) => select(key, key, names.map((name, i) => [name, i || undefined])));
+  const libraries = Object.entries(setup.files).filter(([, names]) => names.length > 0)
+    .map(([key, names]) => select(key, key, [...names, "default"].map((name, i) => [name, i || undefined])));
   section.append(
     bar(setSelect(), blurSlider(),
       checkbox("Faces", () => faces().length > 0,
@@ -455,9 +479,9 @@ function makeControls() {
       button("pin", "Pin", "", pin),
       button("copy", "Copy command", "", copyCommand),
       ...(location.search ? [button("all", "All sets", "", () => { location.href = "./"; })] : []),
-      ...(setup.saves ? [button("save", "Save", "s", () => run(true))] : []),
+      ...(setup.saves ? [button("save", "Save", "s", save)] : []),
       Object.assign(button("drawFaces", "Draw faces", "n", toggleDrawing), { ariaPressed: false })),
-    makeWith("p", { id: "clicks", textContent: FOCUS_HELP }), makeWith("code", { id: "line" }));
+    makeWith("p", { id: "clicks", textContent: FOCUS_HELP }), makeWith("code", { id: "line" }), makeWith("div", { id: "pins" }));
   byId("viewer").after(section);
   // A screen reader leaves an application's keys to the page.
   const picture = Object.assign(byId("picture"), { tabIndex: 0, role: "application" });

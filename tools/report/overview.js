@@ -55,6 +55,7 @@ function makeTile(entry) {
 }
 
 let tiles = [];
+let received = 0; // from a server, tiles that have been replaced included
 
 const visible = () => tiles.filter(({ tile }) => !tile.hidden).map(({ tile }) => tile);
 
@@ -71,9 +72,11 @@ function filter() {
 
 function addTiles(entries) {
   const focused = document.activeElement;
-  tiles = [...tiles, ...entries.map(makeTile)];
+  received += entries.length;
+  // Of a set that has changed, the later tile stays.
+  tiles = [...new Map([...tiles, ...entries.map(makeTile)].map((each) => [each.entry.page ?? each, each])).values()];
   if (!data.columns) tiles.sort((a, b) => worstFirst(a.entry, b.entry)); // else in rows and columns
-  byId("tiles").append(...tiles.map(({ tile }) => tile));
+  byId("tiles").replaceChildren(...tiles.map(({ tile }) => tile));
   if (focused !== document.activeElement) focused.focus(); // which moving it has taken
   showKinds();
   filter();
@@ -82,7 +85,7 @@ function addTiles(entries) {
 // A server's page gets tiles as the sets are inspected, of new ones as well.
 async function poll() {
   try {
-    const response = await fetch("tiles", { method: "POST", body: String(tiles.length) });
+    const response = await fetch("tiles", { method: "POST", body: String(received) });
     const { sets, tiles: more } = await response.json();
     if (more.length || tiles.length < sets) addTiles(more);
     if (tiles.length < sets) byId("verdict").textContent += `, ${tiles.length} of ${sets} inspected`;

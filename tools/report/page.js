@@ -278,7 +278,7 @@ function showHelp() {
   if (matchMedia("(pointer: coarse)").matches) {
     const touches = { Slider: "Drag moves the slider.", Blink: "Tap swaps." };
     byId("help").textContent =
-      `${touches[view.name] ?? ""} Touch reads the numbers; pinch or tap twice to zoom.`;
+      `${(!onTap && touches[view.name]) || ""} Touch reads the numbers; pinch${onTap ? "" : " or tap twice"} to zoom.`;
     return;
   }
   const arrows = spot.marked ? "move the cursor (shift: further), esc puts it away"
@@ -288,7 +288,7 @@ function showHelp() {
   if (pair) keys.push("space blinks");
   if (pair?.regions?.length) keys.push("d next difference");
   if (view.name === "Disparity" && depth) keys.push("p what is in focus");
-  byId("help").textContent = `Keys: ${keys.join(" · ")}. The wheel zooms, a double click shows real pixels.`;
+  byId("help").textContent = `Keys: ${keys.join(" · ")}. The wheel zooms${onTap ? "" : ", a double click shows real pixels"}.`;
 }
 
 // Everything of the view but its place.
@@ -445,7 +445,7 @@ function releaseStage(event) {
   const point = positionOf(event);
   const twice = event.timeStamp - lastTap.time < TAP_MILLISECONDS && apart(point, lastTap.point) < 24;
   lastTap = { time: twice ? 0 : event.timeStamp, point };
-  if (twice) {
+  if (twice && !onTap) {
     toggleRealPixels(point);
     showHelp();
   }

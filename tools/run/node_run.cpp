@@ -198,7 +198,9 @@ Outcome LoadedNode::Run(const RunOptions& options, const Libraries& libraries,
     }
     outcome.log = log.records();
     outcome.calls = trace.calls();
-    outcome.peakMemory = PeakMemory();
+    if (last) {
+        outcome.peakMemory = PeakMemory();
+    }
     if (!options.trace.empty()) {
         if (last) {
             outcome.written = WriteTrace(options.trace, outcome.calls);
@@ -275,5 +277,7 @@ Json ToJson(const Outcome& outcome) {
 
 void AddCost(Json& json, const Outcome& outcome) {
     json["milliseconds"] = StepsJson(outcome.calls);
-    json["peakMemoryMB"] = std::round(outcome.peakMemory * 10) / 10;
+    if (outcome.peakMemory > 0) {
+        json["peakMemoryMB"] = std::round(outcome.peakMemory * 10) / 10;
+    }
 }

@@ -33,7 +33,7 @@ struct Outcome {
     std::vector<host::LogRecord> log;
     std::vector<host::CallRecord> calls;
     std::vector<std::string> written; // the trace, where it was asked for
-    double peakMemory = 0;            // of the process, in MB
+    double peakMemory = 0;            // of the process, in MB; 0 if it runs further requests
     int debugView = 0;                // that the properties select, 0 for none
     std::string calibration;          // where it came from
 

@@ -6,18 +6,22 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <mutex>
 #include <new>
 #include <optional>
 #include <regex>
 #include <string_view>
+#include <thread>
 
 #include <sys/mman.h>
+#include <sys/stat.h>
 
 #include <fmt/format.h>
 
 #include "host/picture/errors.h"
 #include "host/picture/nv12.h"
+#include "tools/files/progress.h"
 #include "tools/inspect/inspection.h"
 #include "tools/report/page_text.h"
 #include "tools/report/report_contents.h"
@@ -51,7 +55,8 @@ std::string NumbersText(const Json& value, char separator) {
 }
 
 // What stands behind `bokehnode replay SET` for the changes that the page asks for: the values of
-// options, or lists of values. The page names none of the files, but where they stand in the lists.
+// options, or lists of values. The page names none of the files, but where they stand in the lists;
+// the place after the last one is the default.
 std::vector<std::string> WordsFor(const Json& changes, const ViewOptions& options) {
     std::vector<std::string> words;
     for (const auto& [name, separator] : kOptions) {
@@ -86,12 +91,16 @@ std::string Quoted(const std::string& word) {
                : "'" + std::regex_replace(word, std::regex("'"), "'\\''") + "'";
 }
 
+bool IsWithin(const fs::path& path, const fs::path& folder) {
+    const fs::path whole = fs::weakly_canonical(fs::absolute(path));
+    return *whole.lexically_relative(fs::canonical(folder)).begin() != "..";
+}
+
 // The set of this name. Throws UseError if a file of it is a link out of the place of the sets.
 DumpSet FindSetWithin(const fs::path& place, const std::string& name) {
-    const fs::path folder =
-        fs::canonical(fs::is_directory(place) ? place : fs::absolute(place).parent_path());
+    const fs::path folder = fs::is_directory(place) ? place : fs::absolute(place).parent_path();
     const auto check = [&folder](const fs::path& file) {
-        if (*fs::canonical(file).lexically_relative(folder).begin() == "..") {
+        if (!IsWithin(file, folder)) {
             Refuse(file.string(), "a file in " + folder.string(), "a link to another place");
         }
     };
@@ -107,13 +116,31 @@ DumpSet FindSetWithin(const fs::path& place, const std::string& name) {
     return set;
 }
 
-// Tells a set from another one and from what it was before.
-std::string FactsOf(const DumpSet& set) {
-    std::string facts;
+using Time = std::chrono::sys_time<std::chrono::nanoseconds>;
+
+// Tells files from others and from what they were before. The time is that of the inode's change:
+// copies and new builds may keep the time of modification.
+struct Facts {
+    std::string text;
+    Time changed; // the last of them
+
+    void Add(const fs::path& file) {
+        struct stat found = {}; // stays as it is for a file that is missing
+        ::stat(file.c_str(), &found);
+        const Time time(std::chrono::seconds(found.st_ctim.tv_sec) +
+                        std::chrono::nanoseconds(found.st_ctim.tv_nsec));
+        text += fmt::format("{} {} {}\n", file.string(), found.st_size,
+                            time.time_since_epoch().count());
+        changed = std::max(changed, time);
+    }
+};
+
+Facts FactsOf(const DumpSet& set) {
+    Facts facts;
+    facts.Add(set.folder / CalibrationFileName(set.stem));
     for (const auto& file : set.files) {
         if (file) {
-            facts += fmt::format("{} {} {}\n", file->path.string(), file->bytes,
-                                 fs::last_write_time(file->path).time_since_epoch().count());
+            facts.Add(file->path);
         }
     }
     return facts;
@@ -248,12 +275,10 @@ public:
         try {
             const DumpSet set = FindSetWithin(options_.place, job.substr(0, end));
             const Json changes = request.value("changes", Json());
-            const std::string command = "bokehnode replay " + Quoted(job.substr(0, end));
             if (changes.is_object()) {
-                return Replay(set, request, command, answer);
+                return Replay(set, request, answer);
             }
-            const Inspection inspection = Inspect(set);
-            answer.AddReport(ReportOf(inspection), command);
+            answer.AddReport(ReportOf(Inspect(set)), CommandFor(set, {}));
         } catch (const std::bad_alloc&) {
             replay_.reset();
             answer.Add({{"error", "out of memory"}});
@@ -264,23 +289,34 @@ public:
     }
 
 private:
-    bool Replay(const DumpSet& set, const Json& request, std::string command, Answer& answer) {
-        const std::vector<std::string> words = WordsFor(request["changes"], options_);
+    std::string CommandFor(const DumpSet& set, const std::vector<std::string>& words) const {
+        const bool kept = !options_.rendered || !options_.output.empty();
+        std::string command = "bokehnode replay " + (kept ? Quoted(set.name()) : "SET");
         for (const std::string& word : words) {
             command += " " + Quoted(word);
         }
+        return command + (kept ? "" : "  # SET is kept only if view is started with -o DIR");
+    }
+
+    bool Replay(const DumpSet& set, const Json& request, Answer& answer) {
+        const std::vector<std::string> words = WordsFor(request["changes"], options_);
         ReplayOptions options = parse_(words);
         options.dump = request.value("save", false) && !options_.output.empty();
         options.trace = options_.trace;
-        const auto libraries = std::pair(options.node, options.engine);
-        if (libraries_ && *libraries_ != libraries) {
+        const auto [node, engine] = FindLibraries(options);
+        Facts libraries;
+        libraries.Add(node);
+        libraries.Add(engine);
+        if (!libraries_.empty() && libraries_ != libraries.text) {
             return false; // a library stays loaded to the end of its process
         }
-        libraries_ = libraries;
-        if (const std::string facts = FactsOf(set); !replay_ || facts != facts_) {
+        libraries_ = libraries.text;
+        Facts facts = FactsOf(set);
+        facts.Add(options.calibration);
+        if (!replay_ || facts.text != facts_) {
             replay_.reset();
             replay_.emplace(set);
-            facts_ = facts;
+            facts_ = facts.text;
         }
         bool dropped = false;
         const auto wanted = [&, number = request.value("number", std::uint64_t{0})] {
@@ -302,46 +338,50 @@ private:
         }
         Inspection inspection;
         inspection.set = set;
-        answer.AddReport(ReportOf(inspection, replayed), command);
+        answer.AddReport(ReportOf(inspection, replayed), CommandFor(set, words));
         return true;
     }
 
-    // Writes the files that `replay -o` would, into the first folder STEM-N that there is not yet.
+    // Writes the files that `replay -o` would.
     std::string Save(const DumpSet& set, const Replayed& replayed) const {
-        RefuseSetsFolder(options_.output, set);
-        fs::path place;
-        for (int i = 1; place.empty() || fs::exists(place); ++i) {
-            place = options_.output / fmt::format("{}-{}", set.stem, i);
-        }
-        OutputFolder folder(place);
+        OutputFolder folder(FreeFolder(options_.output, set.stem));
         WriteFiles(folder, set.stem, replayed);
         folder.Commit();
-        return place.string();
+        return folder.path().string();
     }
 
     const ParseReplay& parse_;
     const ViewOptions& options_;
     const CancelledJob& cancelled_;
-    std::optional<std::pair<fs::path, fs::path>> libraries_; // node and engine of this process
-    std::string facts_;                                      // of the set that is replayed
+    std::string libraries_; // facts of this process's node and engine
+    std::string facts_;     // of the set that is replayed, and of its calibration
     std::optional<LoadedReplay> replay_;
 };
 
-// The names of the sets of the place. A set is added when two looks in a row have found the same
-// files, of the same sizes and times: while it is copied it grows.
+// The sets of the place. A set is added when its files have stayed the same for a while: while it
+// is copied it grows.
 class Sets {
 public:
-    explicit Sets(const fs::path& place) : place_(place) {
-        for (const DumpSet& set : FindDumpSets({place})) {
-            seen_[NameOf(set)] = FactsOf(set);
+    // Returns when there is a set that no longer grows. Throws UseError where there is none at all.
+    explicit Sets(const ViewOptions& options)
+        : place_(options.place), rest_(options.rendered ? 0 : 2) {
+        const Progress progress("waiting until the set is written");
+        for (Look(); names_.empty(); Look()) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
         }
-        Look();
     }
 
-    Json Names() {
+    // In the order in which they appeared.
+    std::vector<std::string> Names() {
         const std::lock_guard lock(mutex_);
-        Look();
+        MistakeIn([this] { Look(); }); // a file may go while its folder is read
         return names_;
+    }
+
+    // Which sets have come to rest, in the order in which they did; again after each change.
+    std::vector<std::size_t> Written() {
+        const std::lock_guard lock(mutex_);
+        return written_;
     }
 
     // Nothing if there is no such set.
@@ -353,51 +393,60 @@ public:
     }
 
 private:
-    static std::string NameOf(const DumpSet& set) {
-        return fs::absolute(set.name()).lexically_normal().string();
-    }
+    struct Seen {
+        std::string facts;
+        Time since; // when these facts came about
+        bool written = false;
+        std::optional<std::size_t> index = {}; // among the names
+    };
 
     void Look() {
-        std::map<std::string, std::string> seen;
-        const std::string mistake = MistakeIn([&] {
-            for (const DumpSet& set : FindDumpSets({place_})) {
-                const std::string name = NameOf(set);
-                if (std::ranges::find(names_, name) != names_.end()) {
-                    continue;
-                }
-                seen[name] = FactsOf(set);
-                if (seen_[name] == seen[name]) {
-                    names_.push_back(name);
-                }
+        const Time now = std::chrono::system_clock::now();
+        for (const DumpSet& set : FindDumpSets({place_})) {
+            const std::string name = fs::absolute(set.name()).lexically_normal().string();
+            const Facts facts = FactsOf(set);
+            Seen& seen = seen_[name];
+            if (seen.facts != facts.text) {
+                seen = {facts.text, std::min(now, facts.changed), false, seen.index};
             }
-        });
-        if (mistake.empty()) { // otherwise a file went while its folder was read
-            seen_ = std::move(seen);
+            if (seen.written || now - seen.since < rest_) {
+                continue;
+            }
+            if (!seen.index) {
+                seen.index = names_.size();
+                names_.push_back(name);
+            }
+            seen.written = true;
+            written_.push_back(*seen.index);
         }
     }
 
-    fs::path place_;
+    const fs::path place_;
+    const std::chrono::seconds rest_;
     std::mutex mutex_;
-    std::vector<std::string> names_;          // in the order in which they appeared
-    std::map<std::string, std::string> seen_; // facts of sets that may still grow
+    std::vector<std::string> names_;
+    std::vector<std::size_t> written_;
+    std::map<std::string, Seen> seen_; // by name
 };
 
-// The tiles of the page of many, each made when a page first asks for it.
+// The tiles of the page of many, each made when a page first asks for it, and once more when its
+// set has changed: then the page replaces the earlier one.
 class Tiles {
 public:
     // `worker`: does Inspected().
     Tiles(const fs::path& place, Worker& worker) : place_(fs::absolute(place)), worker_(worker) {}
 
-    // How many sets there are, and some of the tiles behind those that the page has. Sets are
+    // How many sets there are, and some of the tiles behind those that the page has got. Sets are
     // inspected for a moment only, and for one page at a time, so that no request takes long.
-    Json Behind(std::size_t have, const Json& sets) {
+    Json Behind(std::size_t have, const std::vector<std::string>& sets,
+                const std::vector<std::size_t>& written) {
         using Clock = std::chrono::steady_clock;
         constexpr std::size_t kMost = 100;
         const auto end = Clock::now() + std::chrono::milliseconds(200);
         Json some = Json::array();
         if (const std::unique_lock lock(mutex_, std::try_to_lock); lock) {
-            while (tiles_.size() < sets.size() && Clock::now() < end) {
-                tiles_.push_back(Inspect(sets[tiles_.size()]));
+            while (tiles_.size() < written.size() && Clock::now() < end) {
+                tiles_.push_back(Inspect(written[tiles_.size()], sets));
             }
             for (std::size_t i = have; i < std::min(have + kMost, tiles_.size()); ++i) {
                 some.push_back(tiles_[i]);
@@ -421,22 +470,22 @@ private:
                 {"findings", 0}};
     }
 
-    Json Inspect(const std::string& set) const {
+    Json Inspect(std::size_t index, const std::vector<std::string>& sets) const {
         Json tile;
         try {
-            worker_.Do(set, [&](std::string_view part) { tile = Json::parse(part); });
+            worker_.Do(sets[index], [&](std::string_view part) { tile = Json::parse(part); });
         } catch (const std::exception& error) {
             tile = Failed(error.what());
         }
-        tile["title"] = fs::path(set).lexically_relative(place_).string();
-        tile["page"] = fmt::format("live?{}", tiles_.size());
+        tile["title"] = fs::path(sets[index]).lexically_relative(place_).string();
+        tile["page"] = fmt::format("live?{}", index);
         return tile;
     }
 
     const fs::path place_;
     Worker& worker_;
     std::mutex mutex_;
-    std::vector<Json> tiles_; // in the order of the sets
+    std::vector<Json> tiles_; // in the order of what was written
 };
 
 Json PageData(const ViewOptions& options, const Json& sets) {
@@ -482,10 +531,14 @@ Server::Reply Run(const std::string& body, Sets& sets, Worker& worker) {
 
 // Refuses what cannot be written before anything is served.
 void PrepareOutputs(const ViewOptions& options) {
+    const std::vector<DumpSet> sets = FindDumpSets({options.place});
     if (!options.output.empty()) {
-        for (const DumpSet& set : FindDumpSets({options.place})) {
-            RefuseSetsFolder(options.output, set);
+        RefuseSetsFolder(options.output, sets.front());
+        if (fs::is_directory(options.place) && IsWithin(options.output, options.place)) {
+            Refuse("--output", "a folder outside of " + options.place.string(),
+                   options.output.string() + ", where what is saved would show up as a set");
         }
+        const OutputFolder tried(FreeFolder(options.output, "saved")); // and removed again
     }
     if (!options.trace.empty()) {
         WriteTrace(options.trace, {}); // which each run adds to
@@ -494,9 +547,17 @@ void PrepareOutputs(const ViewOptions& options) {
 
 } // namespace
 
+fs::path FreeFolder(const fs::path& output, const std::string& stem) {
+    fs::path folder;
+    for (int i = 1; folder.empty() || fs::exists(folder); ++i) {
+        folder = output / fmt::format("{}-{}", stem, i);
+    }
+    return folder;
+}
+
 void ServeLiveView(const ViewOptions& options, const ParseReplay& parse) {
-    Sets sets(options.place);
     PrepareOutputs(options);
+    Sets sets(options);
     // A process that crashes leaves its temporary files in this one's folder.
     const TemporaryFolder temporary;
     ::setenv("TMPDIR", temporary.path().c_str(), 1);
@@ -532,8 +593,9 @@ void ServeLiveView(const ViewOptions& options, const ParseReplay& parse) {
     server.Get("sets", [&](const std::string&) { return JsonReply(sets.Names()); });
     server.Post("tiles", [&](const std::string& body) {
         const Json have = Json::parse(body, nullptr, false);
+        const auto written = sets.Written(); // before the names: it holds their indices
         return have.is_number_unsigned()
-                   ? JsonReply(tiles.Behind(have.get<std::size_t>(), sets.Names()))
+                   ? JsonReply(tiles.Behind(have.get<std::size_t>(), sets.Names(), written))
                    : Refused(400);
     });
     server.Post("cancel", [&](const std::string& body) {

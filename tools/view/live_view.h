@@ -2,7 +2,6 @@
 
 #include <filesystem>
 #include <functional>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -11,6 +10,7 @@
 // What `bokehnode view` was asked for. Of each list of files the page's user chooses one.
 struct ViewOptions {
     std::filesystem::path place;  // of the sets
+    bool rendered = false;        // the place holds one set, made for this view and whole
     std::filesystem::path output; // where the page may save what it shows; empty: nowhere
     std::filesystem::path trace;  // of all requests, one after another; empty: none
     std::vector<std::filesystem::path> calibrations;
@@ -22,6 +22,9 @@ struct ViewOptions {
 
 // The options of a replay from words as they stand behind `bokehnode replay SET`. Throws UseError.
 using ParseReplay = std::function<ReplayOptions(const std::vector<std::string>& words)>;
+
+// The first folder OUTPUT/STEM-1, OUTPUT/STEM-2 ... that there is not yet.
+std::filesystem::path FreeFolder(const std::filesystem::path& output, const std::string& stem);
 
 // Serves the live page of the sets in the place, and replays a set, changed as the page's user
 // asks, in a process of its own. Prints the address. Returns once no page is open any more. To be

@@ -16,6 +16,7 @@
 namespace {
 
 constexpr std::size_t kLongestBody = 1 << 15;
+constexpr std::size_t kThreads = 64;
 constexpr char kLoopback[] = "127.0.0.1";
 
 // 128 random bits.
@@ -62,6 +63,8 @@ Server::Server() : http_(std::make_unique<httplib::Server>()), token_(Secret()),
     http_->set_payload_max_length(kLongestBody);
     http_->set_keep_alive_max_count(1); // what is refused unread must not be taken for a request
     http_->set_tcp_nodelay(true);
+    // Each connection holds a thread while it is idle: browsers open some ahead.
+    http_->new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
     http_->set_exception_handler([](const auto&, httplib::Response& response, const auto&) {
         response.status = 500; // without the words, which may hold paths
     });

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -47,6 +48,10 @@ bool Say(int socket, const Notice& notice) {
     return ::send(socket, &notice, sizeof notice, MSG_NOSIGNAL) == sizeof notice;
 }
 
+bool Hand(int socket, std::string_view job) {
+    return ::send(socket, job.data(), job.size(), MSG_NOSIGNAL) >= 0;
+}
+
 [[noreturn]] void DoJobs(const Worker::Work& work, int socket, int answer) {
     std::string buffer(Worker::kLongestJob, '\0');
     for (std::size_t bytes = buffer.size(); Receive(socket, buffer.data(), bytes);
@@ -76,12 +81,13 @@ public:
     JobProcess(const Worker::Work& work, int timeout, int answer, int callersSocket)
         : work_(work), timeout_(timeout), answer_(answer), callersSocket_(callersSocket) {}
 
-    // Hands the job over, to a new process if there is none.
+    // Hands the job over, to a new process if there is none or if it was killed while it was idle.
     void Begin(std::string_view job) {
-        if (process_ == 0) {
+        if (!Hand(socket_, job)) {
+            End();
             Start();
+            Hand(socket_, job); // a failure shows in Next()
         }
-        ::send(socket_, job.data(), job.size(), MSG_NOSIGNAL); // a failure shows in Next()
     }
 
     // Waits for what it says next; once it has ended, how.
@@ -123,9 +129,10 @@ private:
 
     int End() {
         int status = 0;
-        AwaitChild(process_, status);
-        ::close(socket_);
-        process_ = 0;
+        if (process_ != 0) {
+            ::close(std::exchange(socket_, -1));
+            AwaitChild(std::exchange(process_, 0), status);
+        }
         return status;
     }
 
@@ -165,34 +172,53 @@ private:
 
 } // namespace
 
-Worker::Worker(const Work& work, int timeout) : timeout_(timeout) {
-    int ends[2] = {};
+Worker::Worker(Work work, int timeout) : work_(std::move(work)), timeout_(timeout) {
     answer_ = ::memfd_create("answer", MFD_CLOEXEC);
-    if (answer_ < 0 || ::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
+    if (answer_ < 0) {
+        Fail("cannot start the worker");
+    }
+    Start();
+}
+
+Worker::~Worker() {
+    End();
+    ::close(answer_);
+}
+
+void Worker::Start() {
+    int ends[2] = {};
+    if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
         Fail("cannot start the worker");
     }
     process_ = ForkChild();
     if (process_ == 0) {
         ::close(ends[0]);
-        Serve(work, timeout, ends[1], answer_);
+        Serve(work_, timeout_, ends[1], answer_);
     }
     ::close(ends[1]);
     socket_ = ends[0];
 }
 
-Worker::~Worker() {
-    ::kill(process_, SIGTERM);
-    int status = 0;
-    AwaitChild(process_, status);
-    ::close(socket_);
-    ::close(answer_);
+void Worker::End() {
+    if (process_ != 0) { // it is 0 if another one could not be started
+        ::kill(process_, SIGTERM);
+        int status = 0;
+        AwaitChild(std::exchange(process_, 0), status);
+        ::close(std::exchange(socket_, -1));
+    }
 }
 
 void Worker::Send(const std::string& job, const Take& take) {
     Notice notice{Notice::kEnded};
     std::size_t bytes = sizeof notice;
-    if (::send(socket_, job.data(), job.size(), MSG_NOSIGNAL) < 0) {
-        Fail("the worker");
+    if (!Hand(socket_, job)) {
+        // The process was killed. This one has other threads by now; what a job uses is locked by
+        // none of them, but for memory and streams, and those fork leaves unlocked.
+        End();
+        Start();
+        if (!Hand(socket_, job)) {
+            Fail("the worker");
+        }
     }
     while (Receive(socket_, &notice, bytes) && notice.kind == Notice::kPart) {
         part_.resize(notice.bytes);

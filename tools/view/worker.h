@@ -11,7 +11,7 @@
 
 // Does jobs one after another in a process of their own, which keeps what it has loaded for the
 // next job. A crash, a hang or a lack of memory there is the answer to one job, and the next one
-// starts another process. One job runs and one waits at most.
+// starts another process, as it does if a process was killed. One job runs and one waits at most.
 class Worker {
 public:
     // Gets a part of a job's answer, which is valid during the call.
@@ -22,7 +22,7 @@ public:
 
     // A process that hands out nothing for so many seconds is given up. To be made while the
     // process has no threads but that of WatchForInterruption.
-    Worker(const Work& work, int timeout);
+    Worker(Work work, int timeout);
     ~Worker(); // ends the processes; no Do() may be under way
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
@@ -35,9 +35,12 @@ public:
     static constexpr std::size_t kLongestJob = 1 << 16;
 
 private:
+    void Start();
+    void End();
     void Send(const std::string& job, const Take& take);
 
-    int timeout_;
+    const Work work_;
+    const int timeout_;
     pid_t process_ = 0; // which starts the others
     int socket_ = -1;
     int answer_ = -1; // a file in memory that all processes share
