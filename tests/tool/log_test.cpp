@@ -1,13 +1,15 @@
-#include <algorithm>
-#include <array>
+#include <cstdlib>
 #include <fstream>
 #include <map>
 #include <random>
+#include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <fmt/core.h>
 #include <gtest/gtest.h>
+#include <zip.h>
 
 #include "tests/tool/tool_test.h"
 #include "tools/files/json_text.h"
@@ -17,6 +19,7 @@ namespace {
 
 using namespace phonelog;
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 
 // One message of the life that the node's own test pins.
@@ -54,7 +57,8 @@ TEST(PhoneLogTest, TextsAreTheNodesOwn) {
     }
     int recognised = 0;
     for (const PinnedMessage& message : PinnedLife()) {
-        recognised += Recognise(message.text) ? 1 : 0;
+        const auto found = Recognise(message.text);
+        recognised += found && found->message != Message::Other ? 1 : 0;
     }
     EXPECT_EQ(recognised, 41) << "of the messages of the pinned life";
 }
@@ -83,12 +87,15 @@ TEST(PhoneLogTest, ReadsEachLayout) {
         {"01-31 23:59:58.123  1047  1234  5678 D TSL_CTB : ", 5678, micros - 456},
         {"2024-01-31 23:59:58.123456 +0100 cameraserver  1234  5678 D TSL_CTB : ", 5678,
          year + micros},
+        {"1704067201.500  1234  5678 D TSL_CTB : ", 5678, year + 1500000},
+        {"\x1b[38;5;75m01-31 23:59:58.123 D/TSL_CTB ( 1234): ", 0, micros - 456},
         {"half a line of another pro01-31 23:59:58.123  1234  5678 D TSL_CTB : ", 5678,
          micros - 456},
     };
     for (const auto& layout : layouts) {
         SCOPED_TRACE(layout.head);
-        const std::string line = layout.head + text; // the messages are views of it
+        const std::string colourEnd = layout.head.starts_with('\x1b') ? "\x1b[0m" : "";
+        const std::string line = layout.head + text + colourEnd; // the messages are views of it
         const std::vector<LogLine> messages = Messages(line);
         ASSERT_EQ(messages.size(), 1u);
         EXPECT_EQ(messages[0].process, 1234);
@@ -115,103 +122,154 @@ TEST(PhoneLogTest, ReadsEachLayout) {
     EXPECT_EQ(two[1].process, 3);
 }
 
-// Several cameras, each a thread, live the pinned life side by side; between their lines stand
-// those of other programs, some of them cut by a line of the node.
+// A capture that was replayed, and what a log must tell of it.
+struct LoggedCapture {
+    std::vector<std::string> lines; // "D TSL_CTB : TEXT"
+    Json told;                      // of its request
+    Json calibration;
+};
+
+// Cameras, each a thread, that replay captures side by side.
 class SideBySide {
 public:
-    SideBySide() {
-        const auto isRequest = [](const PinnedMessage& message) {
-            return message.text.find("NodeProcRequest: 123:  (IN)") != std::string::npos;
-        };
-        const auto first = std::ranges::find_if(life_, isRequest);
-        const auto second = std::find_if(first + 1, life_.end(), isRequest);
-        const auto end = std::ranges::find_if(life_, [](const PinnedMessage& message) {
-            return message.text.find("NodeDestroy") != std::string::npos;
-        });
-        creation_.assign(life_.begin(), first);
-        requests_ = {{{first, second}, {second, end}}};
-    }
+    explicit SideBySide(const std::vector<LoggedCapture>& captures) : captures_(captures) {}
 
-    std::string Write(int cameras, std::size_t lines) {
-        std::vector<std::vector<PinnedMessage>> queues(static_cast<std::size_t>(cameras),
-                                                       creation_);
-        std::vector<std::size_t> at(queues.size());
+    // Between the lines of the node stand those of other programs. Lines end anywhere: those of
+    // others, those of the node from which nothing is read, and the last one of some requests.
+    std::string Write(std::size_t lines) {
         std::string log;
-        for (std::size_t line = 0; line < lines; ++line) {
-            const std::size_t camera = random_() % queues.size();
-            if (at[camera] == queues[camera].size()) {
-                at[camera] = 0;
-                queues[camera] = NextRequest(camera);
+        std::size_t busy = 0;
+        for (std::size_t line = 0; line < lines || busy > 0; ++line) {
+            Camera& camera = cameras_[random_() % cameras_.size()];
+            if (camera.at == camera.lines.size()) {
+                if (line >= lines) {
+                    --line;
+                    continue;
+                }
+                Start(camera);
+                ++busy;
             }
-            log += Head(camera, line) + queues[camera][at[camera]++].text + "\n";
-            for (std::uint64_t other = random_() % 3; other > 0; --other) {
-                const std::string noise = Head(99, line) + "TSL is not a tag here";
+            const std::string& text = camera.lines[camera.at++];
+            busy -= camera.at == camera.lines.size() ? 1 : 0;
+            const std::string whole = Head(line, camera.process, camera.thread) + text;
+            const auto found = Recognise(text.substr(text.find(": ") + 2));
+            const bool unread = found && found->message == Message::Other;
+            const bool last = found && found->message == Message::RequestOut;
+            const bool cut = random_() % 8 == 0 && (unread || last);
+            log += cut ? whole.substr(0, random_() % whole.size()) : whole + "\n";
+            for (std::uint64_t other = random_() % 3; other > 0; --other, ++line) {
+                const std::string noise = Head(line, 9, 9) + "I Other   : TSL is not a tag here";
                 log += random_() % 8 == 0 ? noise.substr(0, random_() % 40) : noise + "\n";
-            }
-        }
-        for (std::size_t camera = 0; camera < queues.size(); ++camera) {
-            for (; at[camera] < queues[camera].size(); ++at[camera]) {
-                log += "\n" + Head(camera, lines) + queues[camera][at[camera]].text + "\n";
             }
         }
         return log;
     }
 
-    // Frame and verdict by thread, in order.
-    std::map<int, std::vector<std::string>> requests;
+    std::map<int, std::vector<Json>> ran; // by thread, in order
 
 private:
-    std::vector<PinnedMessage> NextRequest(std::size_t camera) {
-        const bool copied = random_() % 2 == 0;
-        std::vector<PinnedMessage> request = requests_[copied ? 1 : 0];
+    struct Camera {
+        int process;
+        int thread;
+        std::vector<std::string> lines;
+        std::size_t at = 0;
+    };
+
+    void Start(Camera& camera) {
+        const LoggedCapture& capture = captures_[random_() % captures_.size()];
         const std::uint64_t frame = random_();
-        for (PinnedMessage& message : request) {
-            if (message.text.ends_with("(IN ) 77")) {
-                message.text.replace(message.text.size() - 2, 2, std::to_string(frame));
+        camera.lines = capture.lines;
+        camera.at = 0;
+        for (std::string& line : camera.lines) {
+            if (const auto at = line.find("(IN ) "); at != std::string::npos) {
+                line.replace(at + 6, std::string::npos, std::to_string(frame));
             }
         }
-        requests[Thread(camera)].push_back(
-            fmt::format("{} {}", frame, copied ? "copied" : "rendered"));
-        return request;
+        Json told = capture.told;
+        told["frame"] = frame;
+        told["calibration"] = capture.calibration;
+        ran[camera.thread].push_back(std::move(told));
     }
 
-    static int Thread(std::size_t camera) { return 4000 + static_cast<int>(camera); }
-
-    static std::string Head(std::size_t camera, std::size_t line) {
+    static std::string Head(std::size_t line, int process, int thread) {
         const std::size_t millis = line / 5;
-        return fmt::format("01-31 12:{:02}:{:02}.{:03}  {}  {} {} : ", millis / 60000,
-                           millis / 1000 % 60, millis % 1000, camera == 99 ? 9 : 1234,
-                           Thread(camera), camera == 99 ? "I Other" : "D TSL_CTB");
+        return fmt::format("01-31 12:{:02}:{:02}.{:03}  {}  {} ", millis / 60000,
+                           millis / 1000 % 60, millis % 1000, process, thread);
     }
 
-    std::vector<PinnedMessage> life_ = PinnedLife();
-    std::vector<PinnedMessage> creation_;
-    std::array<std::vector<PinnedMessage>, 2> requests_;
+    const std::vector<LoggedCapture>& captures_;
+    std::vector<Camera> cameras_{{1000, 1001, {}}, {1000, 1002, {}}, {2000, 2001, {}},
+                                 {2000, 2002, {}}, {2000, 2003, {}}, {3000, 3000, {}}};
     std::mt19937_64 random_{5};
 };
 
-TEST_F(ToolTest, LogTellsCamerasApart) {
-    SideBySide cameras;
-    Write("phone.log", cameras.Write(6, 60000));
+class LogTest : public CaptureTest {
+protected:
+    LoggedCapture Replay(const SyntheticCapture& capture, const char* verdict,
+                         const Names& more) const {
+        const ToolRun run = Run({"replay", "camera/" + capture.stem, "--log", "6", "--json"}, more);
+        const Json json = Json::parse(run.output)["parameters"];
+        LoggedCapture replayed;
+        replayed.told = {{"verdict", verdict},
+                         {"focus", json["focus"]},
+                         {"blur", json["blur"]},
+                         {"rotation", json["rotation"]},
+                         {"crops", {json["mainCrop"], json["auxCrop"]}}};
+        std::istringstream lines(run.errors);
+        for (std::string line; std::getline(lines, line);) {
+            if (line.starts_with("D/TSL_") || line.starts_with("E/TSL_")) {
+                replayed.lines.push_back(line.substr(0, 1) + " " + line.substr(2, 7) + " : " +
+                                         line.substr(line.find("): ") + 3));
+            }
+        }
+        return replayed;
+    }
+};
+
+TEST_F(LogTest, TellsCamerasApart) {
+    const std::vector<SyntheticCapture> captures = Make(7, 2);
+    Write("refused.bin", std::string(2048, 'x'));
+    std::vector<LoggedCapture> replayed;
+    for (const SyntheticCapture& capture : captures) {
+        const Names good{"--calibration", capture.calibration};
+        const Names skips{"--calibration", capture.calibration, "--skip-bokeh"};
+        replayed.push_back(Replay(capture, "rendered", good));
+        replayed.push_back(Replay(capture, "disparity alone", skips));
+        replayed.push_back(Replay(capture, "copied", {"--calibration", "refused.bin"}));
+        replayed.push_back(
+            Replay(capture, "debug view", {"--calibration", "refused.bin", "--debug-view", "1"}));
+    }
+    for (std::size_t i = 0; i < replayed.size(); ++i) {
+        replayed[i].calibration = i % 4 < 2 ? "/mnt/vendor/persist/camera/dualcam_cali.bin" : "";
+    }
+    SideBySide cameras(replayed);
+    Write("phone.log", cameras.Write(200000));
     const ToolRun run = Run({"log", "phone.log", "--json", "--trace", "trace.json"});
     EXPECT_EQ(run.exitCode, 1) << run.errors;
     const Json json = Json::parse(run.output);
-    std::map<int, std::vector<std::string>> found;
-    int nodes = 0;
+    std::map<int, std::vector<Json>> found;
+    std::map<int, Json> nodes;
     for (const Json& life : json["history"]) {
-        if (life.contains("request")) {
-            found[life["begin"]["thread"]].push_back(fmt::format(
-                "{} {}", life["frame"].get<std::uint64_t>(), life["verdict"].get<std::string>()));
-            EXPECT_EQ(life["focus"], Json({13, 12}));
-            EXPECT_EQ(life["blur"], 37);
-            EXPECT_EQ(life["failures"].size(), life["verdict"] == "copied" ? 1u : 0u);
-        } else {
-            ++nodes;
-            EXPECT_EQ(life["calibration"], "/vendor/etc/camera/dualcam_cali.bin");
+        if (!life.contains("request")) {
+            nodes[life["node"]] = life;
+            continue;
+        }
+        Json told;
+        for (const char* name : {"verdict", "focus", "blur", "rotation", "crops", "frame"}) {
+            told[name] = life[name];
+        }
+        ASSERT_TRUE(life["node"].is_number()) << life;
+        told["calibration"] = nodes[life["node"]]["calibration"];
+        EXPECT_EQ(nodes[life["node"]]["begin"]["thread"], life["begin"]["thread"]);
+        found[life["begin"]["thread"]].push_back(std::move(told));
+    }
+    ASSERT_EQ(found.size(), cameras.ran.size());
+    for (const auto& [thread, ran] : cameras.ran) {
+        ASSERT_EQ(found[thread].size(), ran.size());
+        for (std::size_t i = 0; i < ran.size(); ++i) {
+            EXPECT_EQ(found[thread][i], ran[i]) << thread << ": " << i;
         }
     }
-    EXPECT_EQ(nodes, 6);
-    EXPECT_TRUE(found == cameras.requests);
 
     // The steps of a request fill it but for what lies between them.
     const Json trace = Json::parse(ReadText(folder_ / "trace.json"));
@@ -225,11 +283,137 @@ TEST_F(ToolTest, LogTellsCamerasApart) {
             steps[event["tid"]] += event["dur"].get<double>();
         }
     }
-    ASSERT_EQ(requests.size(), 6u);
+    ASSERT_EQ(requests.size(), cameras.ran.size());
     for (const auto& [thread, sum] : requests) {
         EXPECT_LE(steps[thread], sum);
         EXPECT_GE(steps[thread], sum * 0.75);
     }
+}
+
+// What the log of a broken or of an unlucky phone tells.
+TEST_F(ToolTest, LogOfUncommonLives) {
+    const std::string e = "E/TSL_CTB ( 12): ";
+    const std::string d = "D/TSL_CTB ( 12): TSL_CTB: ";
+    const std::string used = e + "TSL_CTB: GetCalibrationData: 1: : read  cali data success, "
+                                 "path: /a/cali.bin length:2";
+    const std::string base = e + "BaseProcessRequest: 2: errCode = 5: NULL POINTER!\n";
+    const std::string request = e + "ProcessRequest: 3:  res: 5 NULL POINTER!\n";
+    const std::string begins = d + "ChiNodeBokehBase: 1:  g_enableNodeLogs 6\n" + d +
+                               "Initialize: 2:  (IN)\n" + d + "IniEngine: 3:  (IN)\n";
+    const std::string noSizes = " camera parameter inconsistency!Calibration [w, h]: [0, 0], "
+                                "ActiveArraySize [w, h]: [8, 6]\n";
+    const std::string mismatch = "TSL_CTB: CheckParamConsistency: 1: ";
+    const std::string view = d + "NodeProcRequest: 1:  (IN)\n" + e + mismatch + "Master" + noSizes +
+                             e + mismatch + "Aux" + noSizes + d + "UpdataCTBParam: 2:  (IN)\n" + d +
+                             "NodeProcRequest: 3:  (OUT) res = 0\n";
+    const std::string clock = " 12 13 D TSL_CTB : TSL_CTB: NodeProcRequest: 1:  ";
+    const std::string section = " ------\n01-31 12:00:00.000" + clock + "(IN)\n";
+    const struct {
+        const char* name;
+        std::string log;
+        Names told;
+        Names untold;
+    } cases[] = {
+        {"failing requests",
+         used + "\n" + base + base + base + request + base + request,
+         {"node 1 (process 12): calibration /a/cali.bin\n",
+          "request 4 of node 1 (process 12): failed; BaseProcessRequest stopped",
+          "4 of 4 requests failed", "4 times: BaseProcessRequest stopped"},
+         {" ProcessRequest stopped"}},
+        {"what no rule knows",
+         e + "TSL_CTB: ChiNodeEntry: 1:  Chi API major version doesn't match (1:2) vs (1:0)\n" + e +
+             "TSL_CTB: NodeProcRequest: 2: CHINODEPROCESSREQUESTINFO is smaller than expected\n" +
+             e + "TSL_CTB: GetCalibrationData: 3: : read  cali data succ\n",
+         {"1 of 1 request failed", "1 time: the request's record is smaller than expected",
+          "1 time: TSL_CTB: ChiNodeEntry: 1:  Chi API major version doesn't match (1:2) vs (1:0)"},
+         {"succ"}},
+        {"a crash at creation",
+         begins,
+         {"not created; its calibration is not in the log; its creation never ended",
+          "1 of 1 node could not be created"},
+         {"no calibration"}},
+        {"a lost line of the creation",
+         begins + view,
+         {"node 1 (process 12): its calibration is not in the log\n"},
+         {"never ended", "not created"}},
+        {"no engine",
+         e + "TSL_CTB: IniEngine: 1: Initialize TSL_DCIR_Init res = -1\n" + e +
+             "IniEngine: 2: res: -1 NULL POINTER!\n",
+         {"1 time: TSL_DCIR_Init failed (-1)"},
+         {"no calibration", "IniEngine stopped"}},
+        {"a refused creation",
+         e + "NodeCreate: 1: NULL POINTER!\n",
+         {"node 1 (process 12): not created", "1 time: NodeCreate stopped"},
+         {}},
+        {"a view without calibration",
+         view,
+         {"request 1 (process 12): debug view; there is no fitting calibration\n",
+          "1 time: there is no fitting calibration"},
+         {"copied", "0x0"}},
+        {"a clock set back",
+         "01-31 12:00:05.000" + clock + "(IN)\n01-31 12:00:01.000" + clock + "(OUT) res = 0\n",
+         {"stopped\n"},
+         {" ms"}},
+        {"a bug report",
+         "=====\n== dumpstate: 2024\n------ TOMBSTONE" + section + "------ SYSTEM LOG (logcat)" +
+             section + "------ LAST LOGCAT" + section,
+         {"request 1 (01-31"},
+         {"request 2"}},
+        {"one of a name without a head",
+         "------ SYSTEM LOG (logcat)" + section + "--------- beginning of main\n------ 0.1s" +
+             section,
+         {"request 1 (01-31"},
+         {"request 2"}},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.name);
+        Write("phone.log", row.log);
+        const ToolRun run = Run({"log", "phone.log"});
+        EXPECT_EQ(run.errors, "");
+        for (const std::string& text : row.told) {
+            EXPECT_THAT(run.output, HasSubstr(text));
+        }
+        for (const std::string& text : row.untold) {
+            EXPECT_THAT(run.output, Not(HasSubstr(text)));
+        }
+    }
+}
+
+TEST_F(ToolTest, LogRefusesOtherKindsByName) {
+    using namespace std::string_literals;
+    const std::string text = "TSL_CTB: NodeCreate: 7:  (IN)\n";
+    const std::pair<std::string, std::string> kinds[] = {
+        {"\xff\xfe"
+         "0\0"s,
+         "UTF-16"},
+        {"\x1f\x8b\b\0"s, "a gzip file"},
+        {std::string(100000, '\0'), "binary data"},
+        {"[ 01-31 23:59:58.123  1234: 5678 D/TSL_CTB ]\n" + text, "layout long"},
+        {"D/TSL_CTB: " + text, "layout tag"},
+        {"D( 1234: 5678) " + text, "layout process or thread"},
+        {text, "layout raw"},
+    };
+    for (const auto& [bytes, kind] : kinds) {
+        Write("phone.log", bytes);
+        const ToolRun run = Run({"log", "phone.log"});
+        EXPECT_EQ(run.exitCode, 2) << kind;
+        EXPECT_THAT(run.errors, HasSubstr("found " + kind));
+    }
+}
+
+TEST_F(ToolTest, LogReadsTheReportThatAZipFileNames) {
+    const std::string line = "E/TSL_CTB ( 12): NodeCreate: 1: NULL POINTER!\n";
+    const std::string name = "dumpstate-2024.txt\n";
+    zip_t* const zip = zip_open((folder_ / "report.zip").c_str(), ZIP_CREATE, nullptr);
+    const auto add = [zip](const char* entry, const std::string& text) {
+        zip_file_add(zip, entry, zip_source_buffer(zip, text.data(), text.size(), 0), 0);
+    };
+    add("main_entry.txt", name);
+    add("dumpstate-2024.txt", line);
+    add("bugreport-old.txt", line);
+    ASSERT_EQ(zip_close(zip), 0);
+    const ToolRun run = Run({"log", "report.zip"});
+    EXPECT_THAT(run.output, HasSubstr("1 of 1 node could not be created")) << run.errors;
 }
 
 TEST_F(ToolTest, LogOfErrorsAlone) {
@@ -249,8 +433,8 @@ TEST_F(ToolTest, LogOfErrorsAlone) {
               "TSL_DCIR_Reset failed (-3); TSL_DCIR_Process failed (-4); only errors are logged\n"
               "request 2 of node 1 (01-31 12:00:00.000, process 1234, thread 5678): copied; "
               "TSL_DCIR_Reset failed (-3); only errors are logged\n"
-              "looks wrong: 1 of 1 nodes have no calibration: each of their photos is a copy of "
-              "the main image\n"
+              "looks wrong: 1 of 1 node found no calibration: each photo is a copy of the main "
+              "image\n"
               "looks wrong: 2 of 2 requests ended in a copy of the main image\n"
               "looks wrong: 1 time: TSL_DCIR_Process failed (-4), at 01-31 12:00:00.000\n"
               "looks wrong: 2 times: TSL_DCIR_Reset failed (-3), from 01-31 12:00:00.000 to 01-31 "
@@ -276,7 +460,7 @@ TEST_F(ToolTest, LogOfBrokenRequests) {
                            "8x6, its calibration 4x3; the main camera's active array "
                            "is 8x6, its calibration 4x3; Main image cannot be "
                            "used (format 3, 64x48, pitch 0, 2 planes); /a?[2J"));
-    EXPECT_THAT(run.output, HasSubstr("1 of 1 requests wrote no photo"));
+    EXPECT_THAT(run.output, HasSubstr("1 of 1 request wrote no photo"));
     EXPECT_THAT(run.errors, HasSubstr("the log has no times"));
     const Json json = Json::parse(Run({"log", "broken.log", "--json"}).output);
     EXPECT_EQ(json["history"].size(), 1u);
@@ -288,6 +472,14 @@ TEST_F(ToolTest, LogOfBrokenRequests) {
     const Json said = Json::parse(cut.output);
     EXPECT_EQ(said["history"].size(), 1u);
     EXPECT_EQ("bokehnode: " + said["error"].get<std::string>() + "\n", cut.errors);
+
+    // So is what the disk is too full for.
+    const std::string command = fmt::format("cd {}; (trap '' XFSZ; ulimit -f 1; {} log broken.log "
+                                            "--json --report page.html 2>said) | cat >out",
+                                            folder_.string(), BOKEHNODE);
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    EXPECT_THAT(Json::parse(ReadText(folder_ / "out"))["error"].get<std::string>(),
+                HasSubstr("page.html"));
 }
 
 TEST_F(CaptureTest, TraceHoldsEveryStepOfARequest) {

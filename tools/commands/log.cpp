@@ -17,13 +17,11 @@
 #include "tools/commands/shared_options.h"
 #include "tools/files/console.h"
 #include "tools/files/json_text.h"
-#include "tools/files/output_folder.h"
 #include "tools/files/progress.h"
 #include "tools/files/trace_file.h"
 #include "tools/phonelog/log_file.h"
 #include "tools/phonelog/node_history.h"
-#include "tools/report/page_text.h"
-#include "tools/report/report.h"
+#include "tools/report/overview.h"
 
 namespace fs = std::filesystem;
 
@@ -79,14 +77,17 @@ std::string Line(const LifeSummary& summary) {
 LifeSummary Summarize(const NodeLife& life) {
     LifeSummary summary{fmt::format("node {}", life.number), Place(life.begin)};
     std::string text = life.created ? "" : "not created; ";
-    text += life.calibration.empty() ? "no calibration" : "calibration " + life.calibration;
+    text += !life.calibration           ? "its calibration is not in the log"
+            : life.calibration->empty() ? "no calibration"
+                                        : "calibration " + *life.calibration;
     for (const std::string& refused : life.refused) {
         text += "; not used: " + refused;
     }
     summary.verdict = std::move(text);
     std::string facts;
     if (life.cameras) {
-        facts += fmt::format("; {} linked cameras, primary {}", *life.cameras, *life.primaryCamera);
+        facts += fmt::format("; {} linked camera{}, primary {}", *life.cameras,
+                             *life.cameras == 1 ? "" : "s", *life.primaryCamera);
     }
     if (!life.engineVersion.empty()) {
         facts += "; engine " + life.engineVersion;
@@ -95,9 +96,8 @@ LifeSummary Summarize(const NodeLife& life) {
         facts += "; " + failure;
     }
     summary.facts = std::move(facts);
-    summary.kind = life.created && life.failures.empty() && !life.calibration.empty()
-                       ? Report::Kind::kGood
-                       : Report::Kind::kWrong;
+    summary.kind =
+        life.created && life.failures.empty() ? Report::Kind::kGood : Report::Kind::kWrong;
     return summary;
 }
 
@@ -138,7 +138,7 @@ LifeSummary Summarize(const RequestLife& life) {
             fmt::format("; crops {}, {}", InWords(life.crops->first), InWords(life.crops->second));
     }
     if (life.faces && *life.faces > 0) {
-        text += fmt::format("; {} faces", *life.faces);
+        text += fmt::format("; {} face{}", *life.faces, *life.faces == 1 ? "" : "s");
         text += life.faceInFocus ? fmt::format(", focus on {}", *life.faceInFocus) : "";
     }
     text += life.errorsAlone ? "; only errors are logged" : "";
@@ -154,7 +154,7 @@ Json ToJson(const NodeLife& life) {
     return {{"node", life.number},
             {"begin", ToJson(life.begin)},
             {"created", life.created},
-            {"calibration", life.calibration},
+            {"calibration", OrNull(life.calibration)},
             {"refused", life.refused},
             {"engine", life.engineVersion},
             {"linkedCameras", OrNull(life.cameras)},
@@ -187,53 +187,6 @@ Json ToJson(const RequestLife& life) {
     return json;
 }
 
-// The page of a log: a tile for each node and request. Of each kind as many as a page holds.
-class LogPage {
-public:
-    LogPage(const fs::path& file, const std::string& title)
-        : folder_(file.parent_path()),
-          name_(file.filename().string()), data_{{"command", "log"},
-                                                 {"title", title},
-                                                 {"things", "nodes and requests"}} {
-        data_["tiles"] = Json::array();
-        if (fs::is_directory(file)) {
-            Refuse(file.string(), "a file", "a folder");
-        }
-    }
-
-    void Add(const LifeSummary& summary) {
-        if (++count_[summary.kind] > kMost) {
-            return;
-        }
-        data_["tiles"].push_back(
-            {{"title", summary.name},
-             {"verdict", {{"kind", NameOf(summary.kind)}, {"text", summary.verdict}}},
-             {"findings", 0},
-             {"facts", summary.place + summary.facts}});
-    }
-
-    std::vector<std::string> Commit(std::vector<std::string> findings) {
-        for (const auto& [kind, count] : count_) {
-            if (count > kMost) {
-                findings.push_back(fmt::format("only the first {} of {} {} tiles are shown", kMost,
-                                               count, NameOf(kind)));
-            }
-        }
-        data_["findings"] = std::move(findings);
-        folder_.Write(name_, OverviewPage(data_));
-        folder_.Commit();
-        return folder_.written();
-    }
-
-private:
-    static constexpr int kMost = 2000;
-
-    OutputFolder folder_;
-    std::string name_;
-    Json data_;
-    std::map<Report::Kind, int> count_;
-};
-
 // Prints lives as they end, so that a log of any length needs little memory.
 class LifePrinter {
 public:
@@ -242,7 +195,8 @@ public:
             trace_.emplace(options.trace);
         }
         if (!options.report.empty()) {
-            page_.emplace(options.report, options.files.front().filename().string());
+            page_.emplace(options.report, "log", options.files.front().filename().string(),
+                          "nodes and requests");
         }
         std::printf("%s", json_ ? "{\"history\": [" : "");
     }
@@ -256,7 +210,7 @@ public:
             PrintText(Line(Summarize(life)));
         }
         if (page_) {
-            page_->Add(Summarize(life));
+            AddTile(Summarize(life));
         }
         if (trace_) {
             Trace(life);
@@ -270,7 +224,8 @@ public:
         }
     }
 
-    void PrintEnd(const std::vector<std::string>& findings) {
+    // Puts the files in their places, and returns them.
+    std::vector<std::string> Commit(std::vector<std::string> findings) {
         std::vector<std::string> written;
         if (trace_) {
             if (!timed_) {
@@ -280,8 +235,21 @@ public:
             written = trace_->written();
         }
         if (page_) {
-            std::ranges::copy(page_->Commit(findings), std::back_inserter(written));
+            for (const auto& [kind, count] : tiles_) {
+                if (count > kMostTiles) {
+                    findings.push_back(fmt::format("only the first {} of {} {} tiles are shown",
+                                                   kMostTiles, count, NameOf(kind)));
+                }
+            }
+            page_->SetFindings(findings);
+            page_->Commit();
+            std::ranges::copy(page_->written(), std::back_inserter(written));
         }
+        return written;
+    }
+
+    void PrintEnd(const std::vector<std::string>& findings,
+                  const std::vector<std::string>& written) const {
         if (json_) {
             std::printf("],\n\"findings\": %s, \"written\": %s}\n", JsonText(findings, -1).c_str(),
                         JsonText(written, -1).c_str());
@@ -294,6 +262,15 @@ public:
     }
 
 private:
+    static constexpr int kMostTiles = 2000; // of each kind
+
+    void AddTile(const LifeSummary& summary) {
+        if (++tiles_[summary.kind] <= kMostTiles) {
+            page_->AddPlain(summary.name, summary.kind, summary.verdict,
+                            summary.place + summary.facts);
+        }
+    }
+
     void Trace(const NodeLife& life) {
         if (life.end && life.begin.micros) {
             AddEvent(fmt::format("node {}", life.number), life.begin, *life.begin.micros,
@@ -323,29 +300,44 @@ private:
     bool first_ = true;
     bool timed_ = false; // the timeline holds something
     std::optional<TraceFile> trace_;
-    std::optional<LogPage> page_;
+    std::optional<OverviewFile> page_;
+    std::map<Report::Kind, int> tiles_;
 };
 
 int ReadLogs(const LogOptions& options) {
     LifePrinter printer(options);
     NodeHistory history([&](const NodeLife& life) { printer.Print(life); },
                         [&](const RequestLife& life) { printer.Print(life); });
-    const auto read = [&history](std::string_view line) {
+    std::string unread; // layout
+    const auto read = [&history, &unread](std::string_view line) {
         ForEachNodeMessage(line, [&history](const LogLine& message) { history.Read(message); });
+        if (history.messages() == 0 && unread.empty()) {
+            unread = UnreadLayout(line);
+        }
     };
-    const std::string mistake = MistakeIn([&] {
+    std::string mistake = MistakeIn([&] {
         for (const fs::path& file : options.files) {
             const Progress progress("reading " + file.string());
             ForEachLine(file, read);
+            if (history.messages() == 0 && !unread.empty()) {
+                Refuse(file.string(), "a log of layout brief, time or threadtime",
+                       "layout " + unread);
+            }
         }
     });
-    history.Finish();
+    std::vector<std::string> findings;
+    std::vector<std::string> written;
+    const std::string atEnd = MistakeIn([&] {
+        history.Finish();
+        findings = history.Findings();
+        written = mistake.empty() ? printer.Commit(findings) : written;
+    });
+    mistake = mistake.empty() ? atEnd : mistake;
     if (!mistake.empty()) {
         printer.PrintMistake(mistake);
         return kExitWrongUse;
     }
-    const std::vector<std::string> findings = history.Findings();
-    printer.PrintEnd(findings);
+    printer.PrintEnd(findings, written);
     return findings.empty() ? kExitDone : kExitFailed;
 }
 
@@ -364,8 +356,9 @@ std::function<int()> PrepareLog(Command command) {
         "Tells each node's life and each of its requests from the node's own messages, whatever\n"
         "else the log holds, then what looks wrong over all. How much there is to tell depends\n"
         "on the log mask: without one only failures are logged, 2 logs each request, 6 logs\n"
-        "every parameter. Layouts brief, time and threadtime, with or without year,\n"
-        "microseconds, time zone and user id.\n"
+        "every parameter. Layouts brief, time and threadtime, with or without colour, year,\n"
+        "microseconds, time zone and user id, or with the time in seconds. Of a bug report the\n"
+        "system log is read.\n"
         "\n"
         "Examples:\n"
         "  adb shell setprop persist.vendor.camera.tessola.log 6   # then restart the camera\n"

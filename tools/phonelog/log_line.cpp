@@ -53,9 +53,20 @@ private:
     std::string_view rest_;
 };
 
-bool ToInt(std::string_view digits, int& number) {
+template <typename Integer>
+bool ToInt(std::string_view digits, Integer& number) {
     const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
     return error == std::errc() && end == digits.data() + digits.size();
+}
+
+// A second's fraction, of which digits behind the sixth do not count.
+bool ToMicros(std::string_view digits, int& micros) {
+    digits = digits.substr(0, 6);
+    const bool read = ToInt(digits, micros);
+    for (std::size_t i = digits.size(); i < 6; ++i) {
+        micros *= 10;
+    }
+    return read;
 }
 
 // Days from the start of 1970, or of a leap year where the year is unknown, to a date (Fliegel, Van
@@ -67,7 +78,21 @@ std::int64_t Days(int year, int month, int day) {
     return julian - 2440588;
 }
 
-// "[YYYY-]MM-DD HH:MM:SS.fff[fff]" at the end of `text`.
+// "SECONDS.fff[fff]".
+void ReadSeconds(std::string_view clock, LogLine& line) {
+    const auto point = clock.find('.');
+    std::int64_t seconds = 0;
+    int fraction = 0;
+    constexpr std::int64_t kMost = 100'000'000'000;
+    if (point != std::string_view::npos && clock.size() - point > 3 &&
+        ToInt(clock.substr(0, point), seconds) && seconds < kMost &&
+        ToMicros(clock.substr(point + 1), fraction)) {
+        line.micros = seconds * 1000000 + fraction;
+        line.time = clock;
+    }
+}
+
+// "[YYYY-]MM-DD HH:MM:SS.fff[fff]" or "SECONDS.fff[fff]" at the end of `text`.
 void ReadTime(std::string_view text, LogLine& line) {
     Backwards words(text);
     words.SkipSpaces();
@@ -79,6 +104,10 @@ void ReadTime(std::string_view text, LogLine& line) {
     }
     const std::string_view clock =
         words.TakeWhile([](char c) { return IsDigit(c) || c == ':' || c == '.'; });
+    if (clock.find(':') == std::string_view::npos) {
+        ReadSeconds(clock, line);
+        return;
+    }
     words.SkipSpaces();
     const std::string_view date = words.TakeWhile([](char c) { return IsDigit(c) || c == '-'; });
     constexpr std::size_t kDateSize = 5;
@@ -100,14 +129,11 @@ void ReadTime(std::string_view text, LogLine& line) {
     int minute = 0;
     int second = 0;
     int fraction = 0;
-    const std::string_view digits = clock.substr(kClockSize + 1, 6);
     if (!ToInt(monthAndDay.substr(0, 2), month) || !ToInt(monthAndDay.substr(3, 2), day) ||
         !ToInt(clock.substr(0, 2), hour) || !ToInt(clock.substr(3, 2), minute) ||
-        !ToInt(clock.substr(6, 2), second) || !ToInt(digits, fraction) || month < 1 || month > 12) {
+        !ToInt(clock.substr(6, 2), second) || !ToMicros(clock.substr(kClockSize + 1), fraction) ||
+        month < 1 || month > 12) {
         return;
-    }
-    for (std::size_t i = digits.size(); i < 6; ++i) {
-        fraction *= 10;
     }
     const std::int64_t seconds = ((Days(year, month, day) * 24 + hour) * 60 + minute) * 60 + second;
     line.micros = seconds * 1000000 + fraction;
@@ -164,7 +190,6 @@ bool ReadBrief(std::string_view before, std::string_view behind, LogLine& line) 
 // Reads the head around the tag at `at`. False where the word stands in a message.
 bool ReadHead(std::string_view line, std::size_t at, LogLine& message) {
     message = {};
-    message.tag = line.substr(at, kTagSize);
     std::string_view behind = line.substr(at + kTagSize);
     behind.remove_prefix(std::min(behind.find_first_not_of(' '), behind.size()));
     const std::string_view before = line.substr(0, at);
@@ -204,8 +229,23 @@ void ForEachNodeMessage(std::string_view line, const std::function<void(const Lo
         while (open->text.ends_with('\r') || open->text.ends_with('\n')) {
             open->text.remove_suffix(1);
         }
+        constexpr std::string_view kColourEnd = "\033[0m";
+        if (open->text.ends_with(kColourEnd)) {
+            open->text.remove_suffix(kColourEnd.size());
+        }
         take(*open);
     }
+}
+
+std::string_view UnreadLayout(std::string_view line) {
+    if (line.size() < kTagSize + 2) {
+        return {};
+    }
+    return IsNodeTag(line.substr(0, kTagSize))                     ? "raw"
+           : line[1] == '/' && IsNodeTag(line.substr(2, kTagSize)) ? "tag"
+           : line[1] == '('                                        ? "process or thread"
+           : line.starts_with("[ ")                                ? "long"
+                                                                   : "";
 }
 
 } // namespace phonelog

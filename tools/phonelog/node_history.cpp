@@ -30,14 +30,36 @@ void AddOnce(std::vector<std::string>& texts, std::string text) {
     }
 }
 
+// Nothing where the message tells no failure, or one whose cause has been told.
+void AddFailure(std::vector<std::string>& failures, const Recognised& found) {
+    std::string failure = Failure(found);
+    if (!failure.empty() && (failures.empty() || !IsConsequence(found))) {
+        AddOnce(failures, std::move(failure));
+    }
+}
+
+// Nothing where the phone's clock was set back, or its year ended in a log without years.
+std::optional<std::int64_t> EndOf(const Moment& begin, std::optional<std::int64_t> end) {
+    return begin.micros && end >= begin.micros ? end : std::nullopt;
+}
+
 // Messages of one rank come in any order: that of the cameras' slots.
 Message Rank(Message message) {
     return message == Message::AuxInconsistent ? Message::MainInconsistent : message;
 }
 
-// A failed dump costs no picture.
-bool CostsThePicture(Message message) {
-    return message != Message::DumpFailed;
+// Whether the main image is copied in place of a rendered picture. Where only errors are logged,
+// other errors say so as well; else they do not, since a debug view is shown in spite of them.
+bool CopiesMain(Message message, bool errorsAlone) {
+    switch (message) {
+    case Message::NoCalibrationCopy:
+    case Message::EngineFailed:
+    case Message::NoDisparity:
+    case Message::Copied:
+        return true;
+    default:
+        return errorsAlone && message != Message::DumpFailed; // a dump costs no picture
+    }
 }
 
 } // namespace
@@ -57,30 +79,38 @@ void NodeHistory::Read(const LogLine& line) {
     if (!found) {
         return;
     }
-    const Thread thread(line.process, line.thread);
     switch (found->message) {
     case Message::DestroyIn:
     case Message::Destroyed:
         ReadDestruction(line, *found);
-        return;
-    case Message::NullPointer: {
-        // Of the step that is under way; its cause has been told, or it is the caller's mistake.
-        const auto node = nodes_.find(thread);
-        const auto request = requests_.find(thread);
-        if (request != requests_.end() && request->second.life.failures.empty()) {
-            request->second.life.failures.push_back(Failure(*found));
-        } else if (node != nodes_.end() && node->second.life.failures.empty()) {
-            node->second.life.failures.push_back(Failure(*found));
+        break;
+    case Message::NullPointer:
+    case Message::Other:
+        if (line.priority == 'E') {
+            ReadOther(line, *found);
         }
-        return;
-    }
+        break;
     default:
+        if (BelongsToCreation(found->message)) {
+            ReadCreation(line, *found);
+        } else {
+            ReadRequest(line, *found);
+        }
         break;
     }
-    if (BelongsToCreation(found->message)) {
-        ReadCreation(line, *found);
+}
+
+// An error of the step that is under way on its thread, or of a callback between two of them.
+void NodeHistory::ReadOther(const LogLine& line, const Recognised& found) {
+    const Thread thread(line.process, line.thread);
+    const auto request = requests_.find(thread);
+    const auto node = nodes_.find(thread);
+    if (request != requests_.end() && !request->second.life.errorsAlone) {
+        AddFailure(request->second.life.failures, found);
+    } else if (node != nodes_.end() && node->second.debug) {
+        AddFailure(node->second.life.failures, found);
     } else {
-        ReadRequest(line, *found);
+        Count(Failure(found), std::string(line.time));
     }
 }
 
@@ -88,7 +118,7 @@ NodeHistory::OpenNode& NodeHistory::NodeOf(const LogLine& line, bool begins) {
     const Thread thread(line.process, line.thread);
     auto open = nodes_.find(thread);
     if (open != nodes_.end() && begins) {
-        CloseNode(thread, std::nullopt);
+        CloseNode(thread, false, std::nullopt);
         open = nodes_.end();
     }
     if (open == nodes_.end()) {
@@ -107,14 +137,13 @@ NodeHistory::OpenNode& NodeHistory::NodeOf(const LogLine& line, bool begins) {
 void NodeHistory::ReadCreation(const LogLine& line, const Recognised& found) {
     const Thread thread(line.process, line.thread);
     const auto open = nodes_.find(thread);
-    const bool decided =
-        open != nodes_.end() && !open->second.debug &&
-        (!open->second.life.calibration.empty() || !open->second.life.failures.empty());
+    const bool decided = open != nodes_.end() && !open->second.debug &&
+                         (open->second.life.calibration || !open->second.life.failures.empty());
     // The creation's first message depends on the mask of the node before it. Where only errors are
-    // logged, a new search for a calibration is the next node's.
-    const bool searches =
-        found.message >= Message::CalibrationMissing && found.message <= Message::CalibrationUsed;
-    const bool begins = found.message == Message::CreateIn || (decided && searches);
+    // logged, a new start of the engine is the next node's.
+    const bool starts =
+        found.message >= Message::CalibrationMissing && found.message <= Message::EngineInfoFailed;
+    const bool begins = found.message == Message::CreateIn || (decided && starts);
     if (found.message == Message::CreateOut && open == nodes_.end()) {
         return; // the log begins behind the creation, or its record was refused
     }
@@ -125,14 +154,21 @@ void NodeHistory::ReadCreation(const LogLine& line, const Recognised& found) {
     switch (found.message) {
     case Message::CreateOut:
         life.created = found.Number(0) == 0;
-        CloseNode(thread, line.micros);
+        CloseNode(thread, true, line.micros);
+        return;
+    case Message::CreateFailed:
+        life.created = false;
+        AddFailure(life.failures, found);
+        if (!node.debug) { // its last message
+            CloseNode(thread, true, std::nullopt);
+        }
         return;
     case Message::TagMissing:
     case Message::NoCameraConfiguration:
     case Message::TooManyCameras:
     case Message::NoInputConfiguration:
         life.created = false;
-        AddOnce(life.failures, Failure(found));
+        AddFailure(life.failures, found);
         break;
     case Message::EngineVersion:
         life.engineVersion = values[0];
@@ -150,19 +186,24 @@ void NodeHistory::ReadCreation(const LogLine& line, const Recognised& found) {
         life.cameras = found.Number(0);
         life.primaryCamera = found.Number(1);
         break;
+    case Message::CalibrationNone:
+        life.calibration = "";
+        [[fallthrough]];
     default:
-        if (std::string failure = Failure(found); !failure.empty()) {
-            AddOnce(life.failures, std::move(failure));
-        }
+        AddFailure(life.failures, found);
         break;
     }
 }
 
-void NodeHistory::CloseNode(Thread thread, std::optional<std::int64_t> end) {
+void NodeHistory::CloseNode(Thread thread, bool ended, std::optional<std::int64_t> end) {
     const auto open = nodes_.find(thread);
     NodeLife life = std::move(open->second.life);
+    if (open->second.debug && !ended) {
+        life.created = false;
+        AddOnce(life.failures, "its creation never ended");
+    }
     nodes_.erase(open);
-    life.end = end;
+    life.end = EndOf(life.begin, end);
     if (life.created) {
         std::vector<LivingNode>& living = living_[thread.first];
         // Ends are not logged where only errors are.
@@ -178,7 +219,7 @@ void NodeHistory::CloseNode(Thread thread, std::optional<std::int64_t> end) {
     } else {
         ++counts_.nodesFailed;
     }
-    if (life.calibration.empty()) {
+    if (life.calibration == "") {
         ++counts_.nodesWithoutCalibration;
     }
     for (const std::string& failure : life.failures) {
@@ -188,7 +229,11 @@ void NodeHistory::CloseNode(Thread thread, std::optional<std::int64_t> end) {
 }
 
 void NodeHistory::ReadDestruction(const LogLine& line, const Recognised& found) {
-    CloseErrorsAlone(line.process);
+    const Thread thread(line.process, line.thread);
+    CloseCreations(thread);
+    if (requests_.contains(thread)) { // its last line is lost
+        Close(thread, std::nullopt, std::nullopt);
+    }
     const auto living = living_.find(line.process);
     // The end of a node whose creation failed shows nothing that is not known.
     if (found.message == Message::Destroyed || living == living_.end() || living->second.empty()) {
@@ -203,8 +248,7 @@ void NodeHistory::ReadDestruction(const LogLine& line, const Recognised& found) 
     }
 }
 
-NodeHistory::OpenRequest& NodeHistory::RequestOf(const LogLine& line, Message message,
-                                                 const std::string& failure) {
+NodeHistory::OpenRequest& NodeHistory::RequestOf(const LogLine& line, Message message) {
     const Thread thread(line.process, line.thread);
     auto open = requests_.find(thread);
     if (open != requests_.end()) {
@@ -213,7 +257,7 @@ NodeHistory::OpenRequest& NodeHistory::RequestOf(const LogLine& line, Message me
         // is said again, or comes much later, is the next one's.
         const bool next =
             life.errorsAlone && (Rank(message) < Rank(open->second.last) ||
-                                 std::ranges::count(life.failures, failure) > 0 ||
+                                 std::ranges::count(open->second.errors, line.text) > 0 ||
                                  (line.micros && life.begin.micros &&
                                   *line.micros - *life.begin.micros > kLongestRequest));
         if (message == Message::RequestIn || next) {
@@ -222,7 +266,7 @@ NodeHistory::OpenRequest& NodeHistory::RequestOf(const LogLine& line, Message me
         }
     }
     if (open == requests_.end()) {
-        CloseErrorsAlone(line.process);
+        CloseCreations(thread);
         CloseOldest();
         open = requests_.emplace(thread, OpenRequest()).first;
         RequestLife& life = open->second.life;
@@ -233,12 +277,15 @@ NodeHistory::OpenRequest& NodeHistory::RequestOf(const LogLine& line, Message me
     return open->second;
 }
 
-// A node whose creation logged errors alone was there before its first request.
-void NodeHistory::CloseErrorsAlone(int process) {
+// Before a request on this thread. A node was created before its first request, if the end of its
+// creation is logged or not: it logged errors alone, or the line is lost.
+void NodeHistory::CloseCreations(Thread thread) {
     for (auto node = nodes_.begin(); node != nodes_.end();) {
         const auto next = std::next(node);
-        if (node->first.first == process && !node->second.debug) {
-            CloseNode(node->first, std::nullopt);
+        const bool ended = !node->second.debug || node->first.second == thread.second ||
+                           !living_.contains(thread.first);
+        if (node->first.first == thread.first && ended) {
+            CloseNode(node->first, true, std::nullopt);
         }
         node = next;
     }
@@ -249,7 +296,7 @@ void NodeHistory::CloseOldest() {
         return a.second.life.begin.micros < b.second.life.begin.micros;
     };
     if (nodes_.size() == kMostUnderWay) {
-        CloseNode(std::ranges::min_element(nodes_, older)->first, std::nullopt);
+        CloseNode(std::ranges::min_element(nodes_, older)->first, false, std::nullopt);
     }
     if (requests_.size() == kMostUnderWay) {
         Close(std::ranges::min_element(requests_, older)->first, std::nullopt, std::nullopt);
@@ -262,19 +309,24 @@ void NodeHistory::ReadRequest(const LogLine& line, const Recognised& found) {
     if (!requests_.contains(thread) && found.message == Message::RequestOut) {
         return;
     }
-    const std::string failure = Failure(found);
-    OpenRequest& open = RequestOf(line, found.message, failure);
+    OpenRequest& open = RequestOf(line, found.message);
     open.life.errorsAlone = open.life.errorsAlone && line.priority == 'E';
-    ReadValues(open.life, found);
-    if (!failure.empty()) {
-        open.copied = open.copied || CostsThePicture(found.message);
-        open.lost = open.lost || (found.message == Message::ImageUnusable &&
-                                  found.values[8].starts_with("no photo"));
-        AddOnce(open.life.failures, failure);
+    if (open.life.errorsAlone && open.errors.size() < kMostTexts) {
+        open.errors.emplace_back(line.text);
     }
+    ReadValues(open.life, found);
+    open.copied = open.copied || CopiesMain(found.message, open.life.errorsAlone);
+    open.failed = open.failed || (found.message >= Message::RequestTooSmall &&
+                                  found.message <= Message::RequestFailed);
+    open.lost = open.lost || (found.message == Message::ImageUnusable &&
+                              found.values[8].starts_with("no photo"));
+    AddFailure(open.life.failures, found);
     ReadEvent(line, open, found);
     if (found.message == Message::RequestOut) {
         Close(thread, found.Number(0), line.micros);
+    } else if (open.life.errorsAlone && (found.message == Message::RequestTooSmall ||
+                                         found.message == Message::RequestFailed)) {
+        Close(thread, std::nullopt, std::nullopt);
     }
 }
 
@@ -329,7 +381,6 @@ void NodeHistory::ReadEvent(const LogLine& line, OpenRequest& open, const Recogn
         step = "rendering";
         break;
     case Message::Copied:
-        open.copied = true;
         step = "copy";
         break;
     case Message::RenderOut:
@@ -345,7 +396,8 @@ void NodeHistory::ReadEvent(const LogLine& line, OpenRequest& open, const Recogn
     if (!line.micros) {
         return;
     }
-    if (step != nullptr && open.stepStart != 0 && open.life.steps.size() < kMostTexts) {
+    if (step != nullptr && open.stepStart != 0 && open.stepStart <= *line.micros &&
+        open.life.steps.size() < kMostTexts) {
         open.life.steps.push_back({step, open.stepStart, *line.micros - open.stepStart});
     }
     open.stepStart = *line.micros;
@@ -358,20 +410,19 @@ void NodeHistory::Close(Thread thread, std::optional<std::int64_t> result,
     requests_.erase(at);
     RequestLife life = open.life;
     life.number = ++counts_.requests;
-    life.end = end;
-    const bool ended = result.has_value();
-    life.verdict = !ended && !life.errorsAlone ? Verdict::Unended
-                   : result.value_or(0) != 0   ? Verdict::Failed
-                   : open.lost                 ? Verdict::Lost
-                   : open.copied               ? Verdict::Copied
-                   : !open.prepared            ? Verdict::Stopped
-                   : !open.renderBegan         ? Verdict::Shown
-                   : open.renders              ? Verdict::Rendered
-                                               : Verdict::Disparity;
-    // With its errors alone a request may have lost its dumps and nothing else.
-    if (life.errorsAlone && !open.copied) {
-        life.verdict = Verdict::Rendered;
-    }
+    life.end = EndOf(life.begin, end);
+    // A request that was counted has ended, though a busy phone lost the last line.
+    const bool ended = result || life.processed || life.errorsAlone;
+    life.verdict = open.failed || result.value_or(0) != 0 ? Verdict::Failed
+                   : !ended                               ? Verdict::Unended
+                   : open.lost                            ? Verdict::Lost
+                   : open.copied                          ? Verdict::Copied
+                   // With its errors alone it may have lost its dumps and nothing else.
+                   : life.errorsAlone  ? Verdict::Rendered
+                   : !open.prepared    ? Verdict::Stopped
+                   : !open.renderBegan ? Verdict::Shown
+                   : open.renders      ? Verdict::Rendered
+                                       : Verdict::Disparity;
     Assign(life);
     counts_.lost += life.verdict == Verdict::Lost ? 1 : 0;
     counts_.copied += life.verdict == Verdict::Copied ? 1 : 0;
@@ -420,7 +471,7 @@ void NodeHistory::Count(const std::string& failure, const std::string& time) {
 
 void NodeHistory::Finish() {
     while (!nodes_.empty()) {
-        CloseNode(nodes_.begin()->first, std::nullopt);
+        CloseNode(nodes_.begin()->first, false, std::nullopt);
     }
     while (!requests_.empty()) {
         Close(requests_.begin()->first, std::nullopt, std::nullopt);
@@ -429,22 +480,23 @@ void NodeHistory::Finish() {
 
 std::vector<std::string> NodeHistory::Findings() const {
     std::vector<std::string> findings;
-    const auto add = [&findings](int count, int all, const char* what) {
+    const auto add = [&findings](int count, int all, const char* thing, const char* what) {
         if (count > 0) {
-            findings.push_back(fmt::format("{} of {} {}", count, all, what));
+            findings.push_back(
+                fmt::format("{} of {} {}{} {}", count, all, thing, all == 1 ? "" : "s", what));
         }
     };
     if (messages_ == 0) {
         findings.emplace_back("no message of the node");
     }
-    add(counts_.nodesFailed, counts_.nodes, "nodes could not be created");
-    add(counts_.nodesWithoutCalibration, counts_.nodes,
-        "nodes have no calibration: each of their photos is a copy of the main image");
-    add(counts_.copied, counts_.requests, "requests ended in a copy of the main image");
-    add(counts_.lost, counts_.requests, "requests wrote no photo");
-    add(counts_.failed, counts_.requests, "requests failed");
-    add(counts_.unended, counts_.requests,
-        "requests never ended: a crash, a hang, or the end of the log");
+    add(counts_.nodesFailed, counts_.nodes, "node", "could not be created");
+    add(counts_.nodesWithoutCalibration, counts_.nodes, "node",
+        "found no calibration: each photo is a copy of the main image");
+    add(counts_.copied, counts_.requests, "request", "ended in a copy of the main image");
+    add(counts_.lost, counts_.requests, "request", "wrote no photo");
+    add(counts_.failed, counts_.requests, "request", "failed");
+    add(counts_.unended, counts_.requests, "request",
+        "never ended: a crash, a hang, or the end of the log");
     for (const auto& [failure, alike] : failures_) {
         const std::string since = alike.first.empty() ? ""
                                   : alike.count == 1

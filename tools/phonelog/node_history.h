@@ -34,9 +34,10 @@ struct Step {
 struct NodeLife {
     int number = 0; // counted over the log, from 1
     Moment begin;
-    std::optional<std::int64_t> end;  // of the creation
-    std::string calibration;          // the file in use, empty without one
-    std::vector<std::string> refused; // files that were not used, and why
+    std::optional<std::int64_t> end;        // of the creation; not before its begin
+    std::optional<std::string> calibration; // the file in use, empty without one; nothing where
+                                            // the log does not tell
+    std::vector<std::string> refused;       // files that were not used, and why
     std::string engineVersion;
     std::optional<std::int64_t> cameras;
     std::optional<std::int64_t> primaryCamera;
@@ -60,8 +61,8 @@ struct RequestLife {
     int number = 0; // counted over the log, from 1
     int node = 0;   // the node's number; 0: it cannot be told
     Moment begin;
-    std::optional<std::int64_t> end;
-    bool errorsAlone = false; // the log's level shows only what failed
+    std::optional<std::int64_t> end; // not before its begin
+    bool errorsAlone = false;        // the log's level shows only what failed
     std::optional<std::uint64_t> frame;
     std::optional<std::uint64_t> processed; // the node's count, this request included
     std::optional<Point> focus;
@@ -104,7 +105,9 @@ private:
         bool renders = true; // the request asks for a picture
         bool copied = false;
         bool lost = false;
+        bool failed = false;
         std::int64_t stepStart = 0;
+        std::vector<std::string> errors; // as they stand, where only errors are logged
     };
     struct OpenNode {
         NodeLife life;
@@ -133,16 +136,17 @@ private:
     };
 
     OpenNode& NodeOf(const LogLine& line, bool begins);
-    OpenRequest& RequestOf(const LogLine& line, Message message, const std::string& failure);
+    OpenRequest& RequestOf(const LogLine& line, Message message);
     void ReadCreation(const LogLine& line, const Recognised& found);
     void ReadDestruction(const LogLine& line, const Recognised& found);
     void ReadRequest(const LogLine& line, const Recognised& found);
+    void ReadOther(const LogLine& line, const Recognised& found);
     void ReadValues(RequestLife& life, const Recognised& found);
     void ReadEvent(const LogLine& line, OpenRequest& open, const Recognised& found);
     // By value: a caller's may be the key of the entry that goes.
     void Close(Thread thread, std::optional<std::int64_t> result, std::optional<std::int64_t> end);
-    void CloseNode(Thread thread, std::optional<std::int64_t> end);
-    void CloseErrorsAlone(int process);
+    void CloseNode(Thread thread, bool ended, std::optional<std::int64_t> end);
+    void CloseCreations(Thread thread);
     void CloseOldest();
     void Assign(RequestLife& life);
     void Count(const std::string& failure, const std::string& time);

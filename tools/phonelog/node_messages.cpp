@@ -13,10 +13,23 @@ namespace {
 using enum Message;
 
 constexpr char kIn[] = "TSL_CTB: %s: %d:  (IN)\n";
+constexpr char kNull[] = "%s: %d: NULL POINTER!";
+constexpr char kNullCode[] = "%s: %d: errCode = %d: NULL POINTER!";
+constexpr char kNullResult[] = "%s: %d: res: %d NULL POINTER!";
+constexpr char kNullResultWide[] = "%s: %d:  res: %d NULL POINTER!";
 
 constexpr NodeMessage kMessages[] = {
     {CreateIn, "NodeCreate", kIn},
     {CreateOut, "NodeCreate", "TSL_CTB: %s: %d: (OUT) res = %d\n"},
+    {CreateTooSmall, "NodeCreate", "TSL_CTB: %s: %d: CHINODECREATEINFO is smaller than expected\n"},
+    {CreateStopped, "GetCalibrationBinData", kNullResult},
+    {CreateStopped, "IniEngine", kNullResult},
+    {CreateStopped, "FillVendorTagIds", kNullCode},
+    {CreateStopped, "BaseInitialize", kNullCode},
+    {CreateStopped, "BaseInitialize", kNullResultWide},
+    {CreateStopped, "Initialize", kNullResultWide},
+    {CreateFailed, "NodeCreate", kNull},
+    {CreateFailed, "NodeCreate", kNullResult},
     {LogMask, "ChiNodeBokehBase", "TSL_CTB: %s: %d:  g_enableNodeLogs %d\n"},
     {InitializeIn, "Initialize", kIn},
     {EngineVersion, "IniEngine", "TSL_CTB: %s: %d: pVersion: %s\n"},
@@ -45,6 +58,14 @@ constexpr NodeMessage kMessages[] = {
     {Destroyed, "~ChiNodeCaptureBokeh", "TSL_CTB: %s: %d:  (OUT)\n"},
 
     {RequestIn, "NodeProcRequest", kIn},
+    {RequestTooSmall, "NodeProcRequest",
+     "TSL_CTB: %s: %d: CHINODEPROCESSREQUESTINFO is smaller than expected\n"},
+    {RequestStopped, "GetBokehParams", kNullCode},
+    {RequestStopped, "BaseProcessRequest", kNullCode},
+    {RequestStopped, "BaseProcessRequest", kNullResultWide},
+    {RequestFailed, "ProcessRequest", kNullResultWide},
+    {RequestFailed, "NodeProcRequest", kNull},
+    {RequestFailed, "NodeProcRequest", kNullCode},
     {Frame, "GetFrameParams", "TSL_CTB: %s: %d: (IN ) %lu\n"},
     {Faces, "UpdateFocusROIBasedFace",
      "TSL_CTB: %s: %d: afMode %d, numFaces %d, maxFaceIndex %d\n"},
@@ -85,10 +106,10 @@ constexpr NodeMessage kMessages[] = {
     {Processed, "ProcessRequest", "TSL_CTB: %s: %d: ProcessRequest m_processedFrame = %lu\n"},
     {RequestOut, "NodeProcRequest", "TSL_CTB: %s: %d:  (OUT) res = %d\n"},
 
-    {NullPointer, nullptr, "%s: %d: NULL POINTER!"},
-    {NullPointer, nullptr, "%s: %d: res: %d NULL POINTER!"},
-    {NullPointer, nullptr, "%s: %d:  res: %d NULL POINTER!"},
-    {NullPointer, nullptr, "%s: %d: errCode = %d: NULL POINTER!"},
+    {NullPointer, nullptr, kNull},
+    {NullPointer, nullptr, kNullCode},
+    {NullPointer, nullptr, kNullResult},
+    {NullPointer, nullptr, kNullResultWide},
 };
 
 constexpr std::string_view kPrefix = "TSL_CTB: ";
@@ -135,10 +156,12 @@ std::size_t ValueEnd(std::string_view text, char conversion, std::string_view be
     return std::min(end, text.size());
 }
 
-bool Match(const Pattern& pattern, std::string_view text, Recognised& found) {
+// `cut` becomes true where the text ends before the pattern does.
+bool Match(const Pattern& pattern, std::string_view text, Recognised& found, bool& cut) {
     found.count = 0;
     for (std::size_t i = 0; i < pattern.pieces.size(); ++i) {
         if (!text.starts_with(pattern.pieces[i])) {
+            cut = cut || pattern.pieces[i].starts_with(text);
             return false;
         }
         text.remove_prefix(pattern.pieces[i].size());
@@ -147,6 +170,7 @@ bool Match(const Pattern& pattern, std::string_view text, Recognised& found) {
         }
         const std::size_t end = ValueEnd(text, pattern.conversions[i], pattern.pieces[i + 1]);
         if (end == 0 || end == std::string_view::npos) {
+            cut = cut || text.empty() || end == std::string_view::npos;
             return false;
         }
         if (found.count < found.values.size()) {
@@ -170,7 +194,17 @@ struct Patterns {
     }
 };
 
+constexpr char kNoFittingCalibration[] = "there is no fitting calibration";
+
+// Its sizes are 0 then.
+bool HasNoCalibration(const Recognised& found) {
+    return found.Number(0) == 0;
+}
+
 std::string SizeMismatch(const char* camera, const Recognised& found) {
+    if (HasNoCalibration(found)) {
+        return kNoFittingCalibration;
+    }
     return fmt::format("the {} camera's active array is {}x{}, its calibration {}x{}", camera,
                        found.values[2], found.values[3], found.values[0], found.values[1]);
 }
@@ -183,6 +217,7 @@ std::span<const NodeMessage> NodeMessages() {
 
 std::optional<Recognised> Recognise(std::string_view text) {
     static const Patterns patterns;
+    const std::string_view whole = WithoutTrailingSpace(text);
     const bool prefixed = text.starts_with(kPrefix);
     text.remove_prefix(prefixed ? kPrefix.size() : 0);
     // The place: "OPERATION: LINE:".
@@ -199,8 +234,9 @@ std::optional<Recognised> Recognise(std::string_view text) {
     }
     text.remove_prefix(digits + 1);
     text = WithoutTrailingSpace(text);
+    bool cut = false;
     const auto matches = [&](const Pattern& pattern) {
-        return pattern.prefixed == prefixed && Match(pattern, text, found);
+        return pattern.prefixed == prefixed && Match(pattern, text, found, cut);
     };
     const auto byOperation = patterns.ofOperation.find(found.operation);
     if (byOperation != patterns.ofOperation.end()) {
@@ -217,12 +253,22 @@ std::optional<Recognised> Recognise(std::string_view text) {
             return found;
         }
     }
-    return std::nullopt;
+    if (cut) {
+        return std::nullopt;
+    }
+    found.message = Other;
+    found.values[0] = whole;
+    found.count = 1;
+    return found;
 }
 
 std::string Failure(const Recognised& found) {
     const auto& values = found.values;
     switch (found.message) {
+    case CreateTooSmall:
+        return "the creation's record is smaller than expected";
+    case RequestTooSmall:
+        return "the request's record is smaller than expected";
     case CalibrationMissing:
         return fmt::format("{} cannot be opened", values[0]);
     case CalibrationLength:
@@ -256,17 +302,39 @@ std::string Failure(const Recognised& found) {
         return fmt::format("{} image cannot be used (format {}, {}x{}, pitch {}, {} planes)",
                            values[0], values[1], values[2], values[3], values[4], values[5]);
     case NoCalibrationCopy:
-        return "there is no fitting calibration";
+        return kNoFittingCalibration;
     case EngineFailed:
         return fmt::format("{} failed ({})", values[0], values[1]);
     case NoDisparity:
         return "the engine gave no disparity";
     case DumpFailed:
         return fmt::format("{} could not be written", values[0]);
+    case CreateStopped:
+    case CreateFailed:
+    case RequestStopped:
+    case RequestFailed:
     case NullPointer:
         return fmt::format("{} stopped: a pointer was null or a step had failed", found.operation);
+    case Other:
+        return std::string(values[0]);
     default:
         return {};
+    }
+}
+
+bool IsConsequence(const Recognised& found) {
+    switch (found.message) {
+    case CreateStopped:
+    case CreateFailed:
+    case RequestStopped:
+    case RequestFailed:
+    case NullPointer:
+        return true;
+    case MainInconsistent:
+    case AuxInconsistent:
+        return HasNoCalibration(found);
+    default:
+        return false;
     }
 }
 

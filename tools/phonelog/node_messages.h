@@ -22,6 +22,9 @@ enum class Message {
     // A node's creation and end.
     CreateIn,
     CreateOut,
+    CreateTooSmall,
+    CreateStopped, // a step of it
+    CreateFailed,
     LogMask,
     InitializeIn,
     EngineVersion,
@@ -42,6 +45,9 @@ enum class Message {
     Destroyed,
     // A request, in the order in which its messages come.
     RequestIn,
+    RequestTooSmall,
+    RequestStopped, // a step of it
+    RequestFailed,  // the last of its errors
     Frame,
     Faces,
     FaceChosen,
@@ -65,8 +71,9 @@ enum class Message {
     DumpsOut,
     Processed,
     RequestOut,
-    // Of any operation: a required pointer was null or a step failed.
+    // Of another operation: a required pointer was null or a step failed.
     NullPointer,
+    Other, // has a place of the node, and no text that is known
 };
 
 struct NodeMessage {
@@ -80,7 +87,7 @@ struct NodeMessage {
 std::span<const NodeMessage> NodeMessages();
 
 // A recognised message and the values in it, in the order of the format's conversions; those of the
-// place are left out.
+// place are left out. Of Other the whole text.
 struct Recognised {
     Message message;
     std::string_view operation;
@@ -97,10 +104,13 @@ struct Recognised {
     }
 };
 
-// Nothing for another message of the node, and for one that was cut before its last value.
+// Nothing for a text without a place, and for a known message that was cut.
 std::optional<Recognised> Recognise(std::string_view text);
 
-// The failure that a message tells, in words; empty for all that tell of none.
+// The failure that a message tells, in words; empty for all that tell of none. Of Other the text.
 std::string Failure(const Recognised& found);
+
+// Whether the failure follows from another one, where one has been told.
+bool IsConsequence(const Recognised& found);
 
 } // namespace phonelog

@@ -9,18 +9,24 @@
 
 namespace fs = std::filesystem;
 
-OverviewFile::OverviewFile(const fs::path& file, const std::string& command,
-                           const std::string& title, std::size_t columns)
-    : file_(file), sets_(fs::path(file).replace_extension(".sets")),
-      folder_(file.parent_path()), data_{{"command", command},
-                                         {"title", title},
-                                         {"columns", columns},
-                                         {"tiles", nlohmann::ordered_json::array()}} {
+OverviewFile::OverviewFile(const fs::path& file, nlohmann::ordered_json data)
+    : file_(file), folder_(file.parent_path()), data_(std::move(data)) {
+    data_["tiles"] = nlohmann::ordered_json::array();
     if (fs::is_directory(file)) {
         Refuse(file.string(), "a file", "a folder");
     }
+}
+
+OverviewFile::OverviewFile(const fs::path& file, const std::string& command,
+                           const std::string& title, std::size_t columns)
+    : OverviewFile(file, {{"command", command}, {"title", title}, {"columns", columns}}) {
+    sets_ = fs::path(file).replace_extension(".sets");
     OutputFolder(sets_).Commit(); // makes it, or throws
 }
+
+OverviewFile::OverviewFile(const fs::path& file, const std::string& command,
+                           const std::string& title, const std::string& things)
+    : OverviewFile(file, {{"command", command}, {"title", title}, {"things", things}}) {}
 
 OverviewFile::~OverviewFile() {
     std::error_code notEmpty;
@@ -63,12 +69,15 @@ void OverviewFile::Add(nlohmann::ordered_json tile) {
     data_["tiles"].push_back(std::move(tile));
 }
 
-void OverviewFile::AddPlain(const std::string& name, Report::Kind kind,
-                            const std::string& verdict) {
+void OverviewFile::AddPlain(const std::string& name, Report::Kind kind, const std::string& verdict,
+                            const std::string& facts) {
     // Not by Add(): a page of this name would be an earlier run's.
     data_["tiles"].push_back({{"title", name},
                               {"verdict", {{"kind", NameOf(kind)}, {"text", verdict}}},
                               {"findings", 0}});
+    if (!facts.empty()) {
+        data_["tiles"].back()["facts"] = facts;
+    }
 }
 
 void OverviewFile::Commit() {
@@ -80,7 +89,7 @@ void OverviewFile::Commit() {
 
 std::vector<std::string> OverviewFile::written() const {
     std::vector<std::string> written{file_.string()};
-    if (!fs::is_empty(sets_)) {
+    if (!sets_.empty() && !fs::is_empty(sets_)) {
         written.push_back(sets_.string());
     }
     return written;

@@ -17,6 +17,9 @@ public:
     // worst first. Throws UseError if no page can stand there.
     OverviewFile(const std::filesystem::path& file, const std::string& command,
                  const std::string& title, std::size_t columns = 0);
+    // A page of `things` that have no pages of their own, and what was found over all of them.
+    OverviewFile(const std::filesystem::path& file, const std::string& command,
+                 const std::string& title, const std::string& things);
     ~OverviewFile(); // a folder without pages does not stay
     OverviewFile(const OverviewFile&) = delete;
     OverviewFile& operator=(const OverviewFile&) = delete;
@@ -31,17 +34,21 @@ public:
 
     // A tile whose page is not there opens nothing.
     void Add(nlohmann::ordered_json tile);
-    // A capture of which no more is known.
-    void AddPlain(const std::string& name, Report::Kind kind, const std::string& verdict);
+    // A capture or thing of which no more is known. Without `facts` the tile says what its title
+    // tells of a capture.
+    void AddPlain(const std::string& name, Report::Kind kind, const std::string& verdict,
+                  const std::string& facts = "");
+    void SetFindings(const std::vector<std::string>& findings) { data_["findings"] = findings; }
 
     void Commit();
     std::vector<std::string> written() const;
 
 private:
+    OverviewFile(const std::filesystem::path& file, nlohmann::ordered_json data);
     std::filesystem::path PageOf(const nlohmann::ordered_json& tile) const;
 
     std::filesystem::path file_;
-    std::filesystem::path sets_;
+    std::filesystem::path sets_; // empty where no page has pages of its own below it
     OutputFolder folder_;
     nlohmann::ordered_json data_; // for the page's script
 };

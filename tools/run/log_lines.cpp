@@ -44,11 +44,7 @@ std::string Reason(const host::LogRecord& record, bool ownEngine, bool first) {
     if (!found) {
         return text;
     }
-    using phonelog::Message;
-    const bool isSize =
-        found->message == Message::MainInconsistent || found->message == Message::AuxInconsistent;
-    // Without a calibration its sizes are 0.
-    if (!first && (found->message == Message::NullPointer || (isSize && found->Number(0) == 0))) {
+    if (!first && phonelog::IsConsequence(*found)) {
         return {};
     }
     // The reason ends in a code, "TSL_DCIR_Process failed (-3)": its words go before the bracket.
