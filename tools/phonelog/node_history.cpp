@@ -230,7 +230,9 @@ void NodeHistory::CloseNode(Thread thread, bool ended, std::optional<std::int64_
 
 void NodeHistory::ReadDestruction(const LogLine& line, const Recognised& found) {
     const Thread thread(line.process, line.thread);
-    CloseCreations(thread);
+    if (nodes_.contains(thread)) { // a creation of which errors alone are logged
+        CloseNode(thread, true, std::nullopt);
+    }
     if (requests_.contains(thread)) { // its last line is lost
         Close(thread, std::nullopt, std::nullopt);
     }
