@@ -265,16 +265,6 @@ float SubpixelMinimum(int before, int least, int after) {
     return slope > 0 ? static_cast<float>(before - after) / static_cast<float>(2 * slope) : 0.0f;
 }
 
-// The index of the least cost among first to last.
-template <typename Cost>
-int Best(int first, int last, const Cost& cost) {
-    int best = first;
-    for (int i = first + 1; i <= last; ++i) {
-        best = cost(i) < cost(best) ? i : best;
-    }
-    return best;
-}
-
 // The disparity of the best index, between indices where both neighbours have a cost.
 template <typename Cost>
 float Refined(int best, int first, int last, int minimum, const Cost& cost) {
@@ -283,37 +273,88 @@ float Refined(int best, int first, int last, int minimum, const Cost& cost) {
            (inside ? SubpixelMinimum(cost(best - 1), cost(best), cost(best + 1)) : 0.0f);
 }
 
-// True if another index than the best one and its neighbours costs hardly more, as within a window
-// pane or along a repetitive texture.
-template <typename Cost>
-bool IsAmbiguous(int best, int count, const Cost& cost) {
-    for (int i = 0; i < count; ++i) {
-        if (std::abs(i - best) > 1 && 100 * cost(i) < (100 + kMinLead) * cost(best)) {
-            return true;
+// Finds the least sums of the pixels of a row in both views. The candidates of a right pixel lie
+// along a diagonal of the sums; those of all right pixels are compared while the left pixels' are
+// read.
+class RowMinima {
+public:
+    RowMinima(int width, const SearchRange& range)
+        : width_(width), range_(range), margin_(std::abs(range.minimum)),
+          least_(static_cast<std::size_t>(width + range.count + 2 * margin_)),
+          index_(least_.size()) {}
+
+    void Store(const std::uint16_t* sums, int y, ViewDisparities& result) {
+        std::ranges::fill(least_, kNone);
+        for (int x = 0; x < width_; ++x) {
+            const std::uint16_t* own = sums + std::ptrdiff_t{x} * range_.count;
+            const std::uint16_t least = Compare(own, PlaceOf(x - range_.minimum));
+            const int best = static_cast<int>(std::find(own, own + range_.count, least) - own);
+            result.left.at<float>(y, x) = IsAmbiguous(own, best)
+                                              ? kUnmatched
+                                              : Refined(best, 0, range_.count - 1, range_.minimum,
+                                                        [own](int i) { return int{own[i]}; });
+        }
+        for (int x = 0; x < width_; ++x) {
+            const auto diagonal = [&](int i) {
+                return int{sums[std::ptrdiff_t{x + range_.minimum + i} * range_.count + i]};
+            };
+            const int first = std::max(0, -range_.minimum - x);
+            const int last = std::min(range_.count, width_ - range_.minimum - x) - 1;
+            const std::size_t at = PlaceOf(x);
+            result.right.at<float>(y, x) =
+                least_[at] == kNone ? kUnmatched
+                                    : Refined(index_[at], first, last, range_.minimum, diagonal);
         }
     }
-    return false;
-}
 
-void StoreBest(const Band& band, const SearchRange& range, int y, ViewDisparities& result) {
-    const std::uint16_t* sums = band.Sums(y);
-    const int width = result.left.cols;
-    const auto sum = [&](int x, int i) { return int{sums[std::ptrdiff_t{x} * range.count + i]}; };
-    for (int x = 0; x < width; ++x) {
-        const auto cost = [&](int i) { return sum(x, i); };
-        const int best = Best(0, range.count - 1, cost);
-        result.left.at<float>(y, x) = IsAmbiguous(best, range.count, cost)
-                                          ? kUnmatched
-                                          : Refined(best, 0, range.count - 1, range.minimum, cost);
-        // A right pixel's candidates lie along a diagonal.
-        const auto diagonal = [&](int i) { return sum(x + range.minimum + i, i); };
-        const int first = std::max(0, -range.minimum - x);
-        const int last = std::min(range.count - 1, width - 1 - range.minimum - x);
-        result.right.at<float>(y, x) = first > last ? kUnmatched
-                                                    : Refined(Best(first, last, diagonal), first,
-                                                              last, range.minimum, diagonal);
+private:
+    static constexpr int kHalf = kLanes / 2; // sums that are compared at once
+    static constexpr std::uint16_t kNone = 0xffff;
+
+    // Right pixels are stored back to front, as the candidates of a left pixel follow each other,
+    // and with them those beyond the border.
+    std::size_t PlaceOf(int rightX) const {
+        return static_cast<std::size_t>(width_ - 1 - rightX + margin_);
     }
-}
+
+    // Compares a left pixel's sums with the least ones so far of the right pixels from this place
+    // on. Of equal sums the first counts. Returns the left pixel's least sum.
+    std::uint16_t Compare(const std::uint16_t* own, std::size_t place) {
+        cv::v_uint16x8 minimum = cv::v_setall_u16(kNone);
+        cv::v_uint16x8 index(0, 1, 2, 3, 4, 5, 6, 7);
+        for (int i = 0; i < range_.count; i += kHalf, place += kHalf) {
+            const cv::v_uint16x8 sum = cv::v_load(own + i);
+            const cv::v_uint16x8 before = cv::v_load(&least_[place]);
+            minimum = cv::v_min(minimum, sum);
+            cv::v_store(&least_[place], cv::v_min(before, sum));
+            cv::v_store(&index_[place],
+                        cv::v_select(sum < before, index, cv::v_load(&index_[place])));
+            index += cv::v_setall_u16(kHalf);
+        }
+        return cv::v_reduce_min(minimum);
+    }
+
+    // True if another index than the best one and its neighbours costs hardly more, as within a
+    // window pane or along a repetitive texture.
+    bool IsAmbiguous(const std::uint16_t* own, int best) const {
+        const auto limit = static_cast<std::uint16_t>(((100 + kMinLead) * own[best] + 99) / 100);
+        cv::v_uint16x8 below = cv::v_setzero_u16();
+        for (int i = 0; i < range_.count; i += kHalf) {
+            below += (cv::v_load(own + i) < cv::v_setall_u16(limit)) & cv::v_setall_u16(1);
+        }
+        int others = static_cast<int>(cv::v_reduce_sum(below));
+        for (int i = std::max(0, best - 1); i <= std::min(best + 1, range_.count - 1); ++i) {
+            others -= own[i] < limit ? 1 : 0;
+        }
+        return others > 0;
+    }
+
+    int width_;
+    SearchRange range_;
+    int margin_;
+    std::vector<std::uint16_t> least_; // by place; kNone where there is no candidate
+    std::vector<std::uint16_t> index_; // of the least
+};
 
 } // namespace
 
@@ -324,8 +365,9 @@ ViewDisparities MatchSemiGlobally(const cv::Mat& left, const cv::Mat& right,
     ForEachRow(bands, [&](int i) {
         const cv::Range rows(i * kBandRows, std::min(left.rows, (i + 1) * kBandRows));
         const Band band(left, right, range, rows);
+        RowMinima minima(left.cols, range);
         for (int y = rows.start; y < rows.end; ++y) {
-            StoreBest(band, range, y, result);
+            minima.Store(band.Sums(y), y, result);
         }
     });
     return result;
