@@ -104,14 +104,14 @@ std::vector<Disc> MakeDiscs(int count) {
 }
 
 // Consecutive cells of one row and layer with equal discs. Columns beyond the border are copies of
-// the border's cell, and spans of their own.
+// cells within, and spans of their own.
 struct Span {
     int begin; // column
     int count;
     std::uint16_t shape;
 };
 
-// The cells of one row and layer whose discs touch the picture, repeated border cells included.
+// The cells of one row and layer whose discs touch the picture, mirrored cells included.
 struct Run {
     std::vector<Span> spans;
     int reach = 0; // rows that the largest of their discs extends up and down
@@ -147,7 +147,7 @@ public:
 
     int reach() const { return reach_; }
 
-    // Rows beyond the border are the border's.
+    // Rows beyond the border mirror those within.
     int RowOf(int row) const { return cv::borderInterpolate(row, rows_, cv::BORDER_REFLECT); }
     const Run& At(int row, int layer) const { return runs_[Index(RowOf(row), layer)]; }
     // A cell's RGB times weight, and its weight, divided by its disc's total coverage.
@@ -201,8 +201,8 @@ void AddStep(const cv::Vec4f* light, const Span& span, const Step& step,
              std::vector<cv::Vec4f>& steps) {
     const int width = static_cast<int>(steps.size()) - 1;
     const int to = span.begin + step.column;
-    const bool repeated = span.begin < 0 || span.begin >= width;
-    if (repeated || to < 0 || to + span.count > width + 1) {
+    const bool mirrored = span.begin < 0 || span.begin >= width;
+    if (mirrored || to < 0 || to + span.count > width + 1) {
         for (int i = 0; i < span.count; ++i) {
             const int cell = cv::borderInterpolate(span.begin + i, width, cv::BORDER_REFLECT);
             steps[static_cast<std::size_t>(std::clamp(to + i, 0, width))] +=

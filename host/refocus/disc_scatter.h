@@ -16,7 +16,7 @@ struct BlurredField {
 // (Potmesil and Chakravarty, "A Lens and Aperture Camera Model for Synthetic Image Generation",
 // 1981). Cells are grouped into layers by their order. Layers are composited from near to far, each
 // into what the nearer ones leave uncovered, so that a far disc never extends over a nearer object.
-// The border's cells are repeated beyond the border.
+// The picture is mirrored beyond its border.
 //
 // The same bytes for any number of threads.
 BlurredField ScatterDiscs(const DefocusField& field);
