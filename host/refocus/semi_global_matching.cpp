@@ -38,24 +38,52 @@ constexpr std::uint8_t kOutside = 255;
 
 using Bytes = std::vector<std::uint8_t>;
 
-// The census bits of a row, one plane for each byte of them.
+// The census bits of a row, one plane for each byte of them; a whole number of lanes.
 using CensusRow = std::array<Bytes, kCensusBytes>;
 
-void ComputeCensus(const cv::Mat& image, int y, CensusRow& row) {
-    for (int x = 0; x < image.cols; ++x) {
-        const std::uint8_t own = image.at<std::uint8_t>(y, x);
-        unsigned bits = 0;
-        for (int dy = -kCensusRadius; dy <= kCensusRadius; ++dy) {
-            const auto* line = image.ptr<std::uint8_t>(std::clamp(y + dy, 0, image.rows - 1));
-            for (int dx = -kCensusRadius; dx <= kCensusRadius; ++dx) {
-                if (dx != 0 || dy != 0) {
-                    bits = bits << 1 | (line[std::clamp(x + dx, 0, image.cols - 1)] > own);
-                }
+struct Neighbour {
+    int dx;
+    int dy;
+};
+
+constexpr auto kNeighbours = [] {
+    std::array<Neighbour, 8 * kCensusBytes> neighbours{};
+    std::size_t i = 0;
+    for (int dy = -kCensusRadius; dy <= kCensusRadius; ++dy) {
+        for (int dx = -kCensusRadius; dx <= kCensusRadius; ++dx) {
+            if (dx != 0 || dy != 0) {
+                neighbours[i++] = {dx, dy};
             }
         }
-        for (int plane = 0; plane < kCensusBytes; ++plane) {
-            row[static_cast<std::size_t>(plane)][static_cast<std::size_t>(x)] =
-                static_cast<std::uint8_t>(bits >> 8 * plane);
+    }
+    return neighbours;
+}();
+
+// The image with its border repeated: the census of each pixel has all neighbours, and a row can be
+// read in whole lanes.
+cv::Mat Padded(const cv::Mat& image) {
+    cv::Mat padded;
+    cv::copyMakeBorder(image, padded, kCensusRadius, kCensusRadius, kCensusRadius,
+                       kCensusRadius + kLanes, cv::BORDER_REPLICATE);
+    return padded;
+}
+
+// y and the row are those of the image before it was padded.
+void ComputeCensus(const cv::Mat& padded, int y, CensusRow& row) {
+    for (std::size_t x = 0; x < row[0].size(); x += kLanes) {
+        const auto load = [&](int dx, int dy) {
+            return cv::v_load(padded.ptr<std::uint8_t>(y + kCensusRadius + dy) + x + kCensusRadius +
+                              dx);
+        };
+        const cv::v_uint8x16 own = load(0, 0);
+        for (std::size_t plane = 0; plane < kCensusBytes; ++plane) {
+            cv::v_uint8x16 bits = cv::v_setzero_u8();
+            for (std::size_t bit = 0; bit < 8; ++bit) {
+                const Neighbour at = kNeighbours[8 * plane + bit];
+                bits |= (load(at.dx, at.dy) > own) &
+                        cv::v_setall_u8(static_cast<std::uint8_t>(1U << bit));
+            }
+            cv::v_store(&row[plane][x], bits);
         }
     }
 }
@@ -65,8 +93,9 @@ void ComputeCensus(const cv::Mat& image, int y, CensusRow& row) {
 class RowCosts {
 public:
     RowCosts(const cv::Mat& left, const cv::Mat& right, const SearchRange& range)
-        : left_(left), right_(right), range_(range) {
-        const auto width = static_cast<std::size_t>(left.cols);
+        : left_(left), right_(right), range_(range), paddedLeft_(Padded(left)),
+          paddedRight_(Padded(right)) {
+        const auto width = static_cast<std::size_t>((left.cols + kLanes - 1) / kLanes * kLanes);
         for (int i = 0; i < kCensusBytes; ++i) {
             leftCensus_[static_cast<std::size_t>(i)].resize(width);
             rightCensus_[static_cast<std::size_t>(i)].resize(width);
@@ -75,8 +104,8 @@ public:
 
     // costs: of x and disparity, range.count for each x.
     void Compute(int y, std::uint8_t* costs) {
-        ComputeCensus(left_, y, leftCensus_);
-        ComputeCensus(right_, y, rightCensus_);
+        ComputeCensus(paddedLeft_, y, leftCensus_);
+        ComputeCensus(paddedRight_, y, rightCensus_);
         for (std::size_t i = 0; i < kCensusBytes; ++i) {
             Reverse(rightCensus_[i].data(), reversedCensus_[i]);
         }
@@ -116,6 +145,8 @@ private:
     const cv::Mat& left_;
     const cv::Mat& right_;
     SearchRange range_;
+    cv::Mat paddedLeft_;
+    cv::Mat paddedRight_;
     CensusRow leftCensus_, rightCensus_, reversedCensus_;
     Bytes reversedLight_;
 };
