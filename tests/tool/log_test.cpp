@@ -290,8 +290,15 @@ TEST_F(LogTest, TellsCamerasApart) {
     }
 }
 
-// What the log of a broken or of an unlucky phone tells.
-TEST_F(ToolTest, LogOfUncommonLives) {
+struct UncommonLife {
+    const char* name;
+    std::string log;
+    Names told;
+    Names untold;
+};
+
+// Of a broken or of an unlucky phone.
+std::vector<UncommonLife> UncommonLives() {
     const std::string e = "E/TSL_CTB ( 12): ";
     const std::string d = "D/TSL_CTB ( 12): TSL_CTB: ";
     const std::string used = e + "TSL_CTB: GetCalibrationData: 1: : read  cali data success, "
@@ -308,12 +315,7 @@ TEST_F(ToolTest, LogOfUncommonLives) {
                              "NodeProcRequest: 3:  (OUT) res = 0\n";
     const std::string clock = " 12 13 D TSL_CTB : TSL_CTB: NodeProcRequest: 1:  ";
     const std::string section = " ------\n01-31 12:00:00.000" + clock + "(IN)\n";
-    const struct {
-        const char* name;
-        std::string log;
-        Names told;
-        Names untold;
-    } cases[] = {
+    return {
         {"failing requests",
          used + "\n" + base + base + base + request + base + request,
          {"node 1 (process 12): calibration /a/cali.bin\n",
@@ -365,7 +367,10 @@ TEST_F(ToolTest, LogOfUncommonLives) {
          {"request 1 (01-31"},
          {"request 2"}},
     };
-    for (const auto& row : cases) {
+}
+
+TEST_F(ToolTest, LogOfUncommonLives) {
+    for (const UncommonLife& row : UncommonLives()) {
         SCOPED_TRACE(row.name);
         Write("phone.log", row.log);
         const ToolRun run = Run({"log", "phone.log"});

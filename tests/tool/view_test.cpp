@@ -237,7 +237,12 @@ TEST_F(ViewTest, AnswersItsOwnPageAlone) {
         const int status = view.Status("POST", view.path("run"), own, wrong);
         EXPECT_TRUE(status == 400 || status == 404) << wrong << ": " << status;
     }
-    // Files are numbers in a list, and other options no option at all.
+}
+
+// Files are numbers in a list, and other options no option at all.
+TEST_F(ViewTest, TakesNoFileAndNoOtherOptionFromAPage) {
+    Make(4000, 1);
+    const Serving view({"camera"}, folder_);
     const Json refused{
         {"calibration", "/etc/passwd"}, {"node", 7}, {"trace", "trace.json"}, {"set", "a=b"}};
     const std::string command = view.Ask(refused)["command"];
@@ -249,11 +254,15 @@ TEST_F(ViewTest, AnswersItsOwnPageAlone) {
     const std::string deep = std::string(15000, '[') + std::string(15000, ']');
     const httplib::Result nested =
         httplib::Client(view.origin())
-            .Post(view.path("run"), own, R"({"set":0,"changes":{"focus":)" + deep + "}}",
-                  "application/json");
+            .Post(view.path("run"), {{"Origin", view.origin()}},
+                  R"({"set":0,"changes":{"focus":)" + deep + "}}", "application/json");
     ASSERT_TRUE(nested);
     EXPECT_THAT(nested->body, HasSubstr("expected whole numbers"));
+}
 
+TEST_F(ViewTest, AnswersAHundredAtOnce) {
+    Make(4000, 1);
+    const Serving view({"camera"}, folder_);
     std::vector<std::thread> many;
     std::vector<int> statuses(100);
     for (int i = 0; i < 100; ++i) {
@@ -456,12 +465,13 @@ TEST_F(ViewTest, IdleConnectionsDelayNoAnswer) {
     std::ranges::for_each(idle, ::close);
 }
 
+Names ServeEnding(const std::string& end, const char* seconds) {
+    return {"camera", "--node",          ENDING_NODE, "--node", NODE_LIBRARY,
+            "--set",  "test.end=" + end, "--timeout", seconds};
+}
+
 TEST_F(ViewTest, CrashAndHangAreAnswersAndLeaveNothing) {
     Make(4030, 1);
-    const auto serve = [](const std::string& end, const char* seconds) {
-        return Names{"camera", "--node",          ENDING_NODE, "--node", NODE_LIBRARY,
-                     "--set",  "test.end=" + end, "--timeout", seconds};
-    };
     struct End {
         const char* end;
         const char* seconds;
@@ -472,7 +482,7 @@ TEST_F(ViewTest, CrashAndHangAreAnswersAndLeaveNothing) {
                                              {"memory", "60", "out of memory"},
                                              {"exit", "60", "crashed: signal 6"},
                                              {"hang", "1", "timed out after 1 s"}}) {
-        Serving view(serve(end, seconds), folder_);
+        Serving view(ServeEnding(end, seconds), folder_);
         EXPECT_THAT(view.Ask(Json::object()).value("error", ""), HasSubstr(said));
         const Json next =
             view.Ask({{"node", 1}}); // may take longer than a second on a busy machine
@@ -480,7 +490,10 @@ TEST_F(ViewTest, CrashAndHangAreAnswersAndLeaveNothing) {
         EXPECT_EQ(view.Interrupt(), SIGTERM);
         EXPECT_EQ(NamesIn(folder_ / "tmp"), Names{});
     }
+}
 
+TEST_F(ViewTest, ClosedTerminalAndClosedBrowserLeaveNothing) {
+    Make(4030, 1);
     const auto awaitBegin = [&] { // of a run, which has a folder in the one of all runs
         const auto begun = [&] {
             const fs::recursive_directory_iterator below(folder_ / "tmp");
@@ -492,7 +505,7 @@ TEST_F(ViewTest, CrashAndHangAreAnswersAndLeaveNothing) {
         }
     };
     {
-        Serving view(serve("hang", "60"), folder_);
+        Serving view(ServeEnding("hang", "60"), folder_);
         std::thread hanging([&] { view.Post({{"set", 0}, {"changes", Json::object()}}); });
         awaitBegin();
         EXPECT_EQ(view.Interrupt(SIGHUP), SIGHUP) << "the terminal was closed";
@@ -501,7 +514,7 @@ TEST_F(ViewTest, CrashAndHangAreAnswersAndLeaveNothing) {
     }
 
     for (const bool nextOne : {false, true}) {
-        Serving view(serve("hang", nextOne ? "2" : "60"), folder_);
+        Serving view(ServeEnding("hang", nextOne ? "2" : "60"), folder_);
         const pid_t browser = ::fork();
         if (browser == 0) {
             view.Post({{"set", 0}, {"changes", Json::object()}});
