@@ -168,9 +168,19 @@ private:
     Bytes least_; // of all disparities
 };
 
+// By the difference in brightness: a division for each step of a path would take too long.
+constexpr auto kLargePenalties = [] {
+    std::array<std::uint8_t, 256> penalties{};
+    for (std::size_t i = 0; i < penalties.size(); ++i) {
+        const int fallen =
+            kLargePenalty * kPenaltyContrast / (kPenaltyContrast + static_cast<int>(i));
+        penalties[i] = static_cast<std::uint8_t>(std::max(kMinLargePenalty, fallen));
+    }
+    return penalties;
+}();
+
 std::uint8_t LargePenalty(std::uint8_t a, std::uint8_t b) {
-    return static_cast<std::uint8_t>(std::max(
-        kMinLargePenalty, kLargePenalty * kPenaltyContrast / (kPenaltyContrast + std::abs(a - b))));
+    return kLargePenalties[static_cast<std::size_t>(std::abs(a - b))];
 }
 
 class Band {
@@ -345,7 +355,8 @@ private:
     // Right pixels are stored back to front, as the candidates of a left pixel follow each other,
     // and with them those beyond the border.
     std::size_t PlaceOf(int rightX) const {
-        return static_cast<std::size_t>(width_ - 1 - rightX + margin_);
+        const int place = width_ - 1 - rightX + margin_;
+        return static_cast<std::size_t>(place);
     }
 
     // Compares a left pixel's sums with the least ones so far of the right pixels from this place
