@@ -129,14 +129,12 @@ int ReplaySweeps(const DumpSet& set, const fs::path& output,
         const std::string status = result["status"];
         const std::string reason = result["reason"];
         rendered = rendered && status == status::kRendered;
-        // A step that failed keeps its cell, with the status in the label, so that the grid stays
-        // whole.
+        // A step that failed keeps its cell: the grid stays whole.
         LabelledPicture& cell = pictures.emplace_back(
             LabelledPicture{{}, step.label + (status == status::kRendered ? "" : ": " + status)});
         const std::string name = set.stem + "_" + step.name + ".png";
         if (fs::exists(files.picture)) {
-            const Bytes bytes = ReadFileBytes(files.picture);
-            folder.Write(name, bytes);
+            folder.Write(name, ReadFileBytes(files.picture));
             cell.picture = Reduced(ReadImageFile(files.picture), kCellSide);
         } else {
             folder.Drop(name);
