@@ -47,7 +47,7 @@ struct Neighbour {
 };
 
 constexpr auto kNeighbours = [] {
-    std::array<Neighbour, 8 * kCensusBytes> neighbours{};
+    std::array<Neighbour, std::size_t{8} * kCensusBytes> neighbours{};
     std::size_t i = 0;
     for (int dy = -kCensusRadius; dy <= kCensusRadius; ++dy) {
         for (int dx = -kCensusRadius; dx <= kCensusRadius; ++dx) {
@@ -95,7 +95,8 @@ public:
     RowCosts(const cv::Mat& left, const cv::Mat& right, const SearchRange& range)
         : left_(left), right_(right), range_(range), paddedLeft_(Padded(left)),
           paddedRight_(Padded(right)) {
-        const auto width = static_cast<std::size_t>((left.cols + kLanes - 1) / kLanes * kLanes);
+        const auto width =
+            static_cast<std::size_t>(cv::alignSize(static_cast<std::size_t>(left.cols), kLanes));
         for (int i = 0; i < kCensusBytes; ++i) {
             leftCensus_[static_cast<std::size_t>(i)].resize(width);
             rightCensus_[static_cast<std::size_t>(i)].resize(width);

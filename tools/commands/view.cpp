@@ -11,6 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "host/picture/errors.h"
 #include "tools/commands/shared_options.h"
 #include "tools/files/console.h"
 #include "tools/files/interruption.h"
@@ -24,6 +25,7 @@ namespace {
 // The words as main gets them, valid as long as these.
 std::vector<char*> Pointers(std::vector<std::string>& words) {
     std::vector<char*> pointers;
+    pointers.reserve(words.size() + 1);
     for (std::string& word : words) {
         pointers.push_back(word.data());
     }
@@ -72,6 +74,35 @@ int Render(const fs::path& main, const fs::path& aux, const ViewOptions& view) {
     return fs::exists(view.place / "output.png") ? kExitDone : WEXITSTATUS(status);
 }
 
+void AddFiles(Command& command, const char* name, std::vector<fs::path>& files,
+              const std::string& help) {
+    command.Repeated(
+        name, "FILE",
+        [&files](const Argument& argument) {
+            if (!fs::is_regular_file(argument.text)) {
+                argument.Refuse("a file");
+            }
+            files.emplace_back(argument.text);
+        },
+        help);
+}
+
+int View(ViewOptions& options, const fs::path& aux) {
+    std::optional<TemporaryFolder> rendered;
+    if (!aux.empty()) {
+        const fs::path main =
+            std::exchange(options.place, options.output.empty()
+                                             ? rendered.emplace().path()
+                                             : FreeFolder(options.output, options.place.stem()));
+        if (const int code = Render(main, aux, options); code != kExitDone) {
+            return code;
+        }
+        options.rendered = true;
+    }
+    ServeLiveView(options, ParseWords);
+    return kExitDone;
+}
+
 } // namespace
 
 std::function<int()> PrepareView(Command command) {
@@ -87,22 +118,10 @@ std::function<int()> PrepareView(Command command) {
         "-o,--output", "DIR", options->output,
         "let the page save what it shows, dumps and PNG, in folders\nbelow this one, which is "
         "outside of the sets' folder. Of two\npictures, keep the set there");
-    const auto files = [&command](const char* name, std::vector<fs::path>& into,
-                                  const std::string& help) {
-        command.Repeated(
-            name, "FILE",
-            [&into](const Argument& argument) {
-                if (!fs::is_regular_file(argument.text)) {
-                    argument.Refuse("a file");
-                }
-                into.emplace_back(argument.text);
-            },
-            help);
-    };
-    files("--calibration", options->calibrations,
-          "a calibration file to choose from; may be repeated, as\nthe next two");
-    files("--node", options->nodes, "a node's library");
-    files("--engine", options->engines, "an engine's library");
+    AddFiles(command, "--calibration", options->calibrations,
+             "a calibration file to choose from; may be repeated, as\nthe next two");
+    AddFiles(command, "--node", options->nodes, "a node's library");
+    AddFiles(command, "--engine", options->engines, "an engine's library");
     command.Repeated(
         "--set", "NAME=VALUE",
         [options](const Argument& argument) {
@@ -130,19 +149,5 @@ std::function<int()> PrepareView(Command command) {
         "  bokehnode view left.jpg right.jpg -o tried\n"
         "\n" +
         ExitCodes("0 the last page was closed"));
-    return [options, aux]() -> int {
-        std::optional<TemporaryFolder> rendered;
-        if (!aux->empty()) {
-            const fs::path main = std::exchange(
-                options->place, options->output.empty()
-                                    ? rendered.emplace().path()
-                                    : FreeFolder(options->output, options->place.stem()));
-            if (const int code = Render(main, *aux, *options); code != kExitDone) {
-                return code;
-            }
-            options->rendered = true;
-        }
-        ServeLiveView(*options, ParseWords);
-        return kExitDone;
-    };
+    return [options, aux] { return View(*options, *aux); };
 }
