@@ -78,8 +78,6 @@ std::vector<PlanePair> PlanesOf(const RgbImage& a, const RgbImage& b, const host
 
 // `difference`: the plane's, without padding and not zero everywhere.
 DifferingPixel FirstDifference(const PlanePair& plane, const cv::Mat& difference) {
-    // The difference is a matrix of its own without padding, so that it can be read from end to
-    // end.
     const auto at = static_cast<int>(
         std::find_if(difference.datastart, difference.dataend, [](auto v) { return v != 0; }) -
         difference.datastart);
