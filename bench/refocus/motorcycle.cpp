@@ -99,7 +99,10 @@ cv::Mat PlainMatching(const StereoPair& pair, int block) {
     fixed = fixed.colRange(kRange, fixed.cols);
     cv::Mat disparity;
     fixed.convertTo(disparity, CV_32F, 1.0 / int{cv::StereoMatcher::DISP_SCALE});
-    refocus::FillOcclusions(disparity, disparity >= 0.0f, disparity < 0.0f);
+    cv::Mat chroma, guide;
+    cv::resize(ViewOf(pair.main).chroma, chroma, disparity.size(), 0, 0, cv::INTER_NEAREST);
+    cv::merge(std::vector{LumaOf(pair.main), chroma}, guide);
+    refocus::FillGaps(disparity, disparity >= 0.0f, guide);
     return disparity;
 }
 

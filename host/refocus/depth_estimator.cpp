@@ -53,10 +53,10 @@ cv::Mat ReduceChroma(const cv::Mat& chroma, cv::Size size, int factor) {
 // A disparity for every pixel, from those that both views agree on.
 cv::Mat Refine(const Matches& matches, const cv::Mat& guide) {
     cv::Mat disparity = matches.disparity.clone();
-    FillOcclusions(disparity, matches.consistent, matches.occluded);
+    FillGaps(disparity, matches.consistent, guide);
     // A filled value counts less than a matched one.
     cv::Mat weight;
-    constexpr double kFilledWeight = 0.3;
+    constexpr double kFilledWeight = 0.8;
     matches.consistent.convertTo(weight, CV_32F, (1.0 - kFilledWeight) / 255.0, kFilledWeight);
     cv::Mat result = WeightedMedian(disparity, weight, guide);
     // Removes single pixels whose brightness happens to be that of another surface.

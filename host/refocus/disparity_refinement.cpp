@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdlib>
 #include <limits>
+#include <utility>
 #include <vector>
 
 namespace refocus {
@@ -14,31 +16,49 @@ namespace {
 constexpr float kNone = std::numeric_limits<float>::infinity();
 constexpr int kDirections = 8;
 constexpr int kNarrowGap = 6; // pixels; too narrow to show a third surface in between
-using Nearest = cv::Vec<float, kDirections>; // consistent disparity met first in each direction
 
-// Scans the map from one corner to the opposite one and propagates the nearest disparities of four
-// directions, `first` and the three after it: three from the previous row, one along the row. A
-// second scan the other way finds the remaining four.
-void PropagateNearest(const cv::Mat& disparity, const cv::Mat& consistent, bool forwards, int first,
-                      cv::Mat& nearest) {
+constexpr int kChromaWeight = 2; // of a difference in U or V, beside one in luma
+using Similarity = std::array<float, 255 * (1 + 2 * kChromaWeight) + 1>; // by difference of colours
+
+Similarity MakeSimilarity(float contrast) {
+    Similarity similarity{};
+    for (std::size_t level = 0; level < similarity.size(); ++level) {
+        similarity[level] = std::exp(-static_cast<float>(level) / contrast);
+    }
+    return similarity;
+}
+
+std::size_t ColourDifference(const cv::Vec3b& a, const cv::Vec3b& b) {
+    const int luma = std::abs(a[0] - b[0]);
+    const int chroma = std::abs(a[1] - b[1]) + std::abs(a[2] - b[2]);
+    return static_cast<std::size_t>(luma + kChromaWeight * chroma);
+}
+
+// Index of the consistent pixel that is met first in each direction, or kOutside.
+using Nearest = cv::Vec<int, kDirections>;
+constexpr int kOutside = -1;
+
+// Scans the map from one corner to the opposite one and propagates the nearest consistent pixels of
+// four directions, `first` and the three after it: three from the previous row, one along the row.
+// A second scan the other way finds the remaining four.
+void PropagateNearest(const cv::Mat& consistent, bool forwards, int first, cv::Mat& nearest) {
     const int step = forwards ? -1 : 1;
-    const int width = disparity.cols;
-    const std::vector<Nearest> outside(static_cast<std::size_t>(width), Nearest::all(kNone));
-    for (int row = 0; row < disparity.rows; ++row) {
-        const int y = forwards ? row : disparity.rows - 1 - row;
+    const int width = consistent.cols;
+    const std::vector<Nearest> outside(static_cast<std::size_t>(width), Nearest::all(kOutside));
+    for (int row = 0; row < consistent.rows; ++row) {
+        const int y = forwards ? row : consistent.rows - 1 - row;
         Nearest* own = nearest.ptr<Nearest>(y);
         const Nearest* before = row > 0 ? nearest.ptr<Nearest>(y + step) : outside.data();
-        const float* values = disparity.ptr<float>(y);
         const std::uint8_t* known = consistent.ptr<std::uint8_t>(y);
         for (int column = 0; column < width; ++column) {
             const int x = forwards ? column : width - 1 - column;
             const auto from = [&](const Nearest* line, int at, int direction) {
-                return at >= 0 && at < width ? line[at][direction] : kNone;
+                return at >= 0 && at < width ? line[at][direction] : kOutside;
             };
             for (int i = 0; i < 4; ++i) {
                 const int at = i < 3 ? x + step * (1 - i) : x + step;
                 own[x][first + i] =
-                    known[x] != 0 ? values[x] : from(i < 3 ? before : own, at, first + i);
+                    known[x] != 0 ? y * width + x : from(i < 3 ? before : own, at, first + i);
             }
         }
     }
@@ -61,31 +81,41 @@ struct Gap {
     }
 };
 
-// The second lowest (occluded) or the median of the disparities met.
-float RankOf(const Nearest& nearest, bool occluded) {
-    std::array<float, kDirections> sorted{};
-    const auto end = std::copy_if(nearest.val, nearest.val + kDirections, sorted.begin(),
-                                  [](float value) { return value < kNone; });
-    std::sort(sorted.begin(), end);
-    const auto count = end - sorted.begin();
-    if (count == 0) {
-        return kNone;
+// The disparity of a pixel in a gap from those of the consistent pixels around it. It is a low one,
+// because most gaps are what a nearer object hides from the aux camera; not the lowest, which may
+// be a mismatch. Pixels of a similar colour count most: they probably show the same surface.
+float LowDisparityAround(cv::Point at, const Nearest& nearest, const cv::Mat& disparity,
+                         const cv::Mat& guide, const Similarity& similarity) {
+    constexpr float kRank = 0.1f;
+    constexpr float kAnyColour = 0.02f;   // weight of a pixel whose colour differs completely
+    constexpr float kPerDistance = 0.02f; // a pixel at a distance of 50 weighs half
+    std::array<std::pair<float, float>, kDirections> around; // disparity and weight
+    std::size_t count = 0;
+    float total = 0.0f;
+    for (const int index : nearest.val) {
+        if (index != kOutside) {
+            const cv::Point from(index % disparity.cols, index / disparity.cols);
+            const int distance = std::max(std::abs(from.x - at.x), std::abs(from.y - at.y));
+            const std::size_t difference =
+                ColourDifference(guide.at<cv::Vec3b>(at), guide.at<cv::Vec3b>(from));
+            const float weight = (kAnyColour + similarity[difference]) /
+                                 (1.0f + kPerDistance * static_cast<float>(distance));
+            around[count++] = {disparity.at<float>(from), weight};
+            total += weight;
+        }
     }
-    return sorted[static_cast<std::size_t>(occluded ? std::min<std::ptrdiff_t>(1, count - 1)
-                                                    : (count - 1) / 2)];
+    std::sort(around.begin(), around.begin() + count);
+    float sum = 0.0f;
+    for (std::size_t i = 0; i < count; ++i) {
+        sum += around[i].second;
+        if (sum >= kRank * total) {
+            return around[i].first;
+        }
+    }
+    return kNone;
 }
 
-constexpr int kWindowStep = 2;   // every second pixel and row of a window is looked at
-constexpr int kChromaWeight = 2; // of a difference in U or V, beside one in luma
-using Similarity = std::array<float, 255 * (1 + 2 * kChromaWeight) + 1>; // by difference of colours
-
-Similarity MakeSimilarity(float contrast) {
-    Similarity similarity{};
-    for (std::size_t level = 0; level < similarity.size(); ++level) {
-        similarity[level] = std::exp(-static_cast<float>(level) / contrast);
-    }
-    return similarity;
-}
+constexpr int kWindowStep = 2; // every second pixel and row of a window is looked at
 
 // The disparities quantised to equal bins, for histograms.
 struct Bins {
@@ -134,11 +164,7 @@ public:
             const float* weight = weight_.ptr<float>(row);
             const std::uint16_t* bin = bins_.index.ptr<std::uint16_t>(row);
             for (int i = left; i <= right; i += kWindowStep) {
-                const int luma = std::abs(own[0] - colour[i][0]);
-                const int chroma =
-                    std::abs(own[1] - colour[i][1]) + std::abs(own[2] - colour[i][2]);
-                const int difference = luma + kChromaWeight * chroma;
-                const float share = weight[i] * similarity_[static_cast<std::size_t>(difference)];
+                const float share = weight[i] * similarity_[ColourDifference(own, colour[i])];
                 histogram_[bin[i]] += share;
                 total += static_cast<double>(share);
                 lowest = std::min<int>(lowest, bin[i]);
@@ -163,14 +189,15 @@ private:
 
 } // namespace
 
-void FillOcclusions(cv::Mat& disparity, const cv::Mat& consistent, const cv::Mat& occluded) {
+void FillGaps(cv::Mat& disparity, const cv::Mat& consistent, const cv::Mat& guide) {
     if (cv::countNonZero(consistent) == 0) {
         disparity.setTo(0.0f);
         return;
     }
-    cv::Mat nearest(disparity.size(), CV_MAKETYPE(CV_32F, kDirections));
-    PropagateNearest(disparity, consistent, true, 0, nearest);
-    PropagateNearest(disparity, consistent, false, 4, nearest);
+    cv::Mat nearest(disparity.size(), CV_MAKETYPE(CV_32S, kDirections));
+    PropagateNearest(consistent, true, 0, nearest);
+    PropagateNearest(consistent, false, 4, nearest);
+    const Similarity similarity = MakeSimilarity(kColourContrast);
     float last = 0.0f; // used where none of the eight directions meets a consistent pixel
     for (int y = 0; y < disparity.rows; ++y) {
         float* row = disparity.ptr<float>(y);
@@ -186,9 +213,10 @@ void FillOcclusions(cv::Mat& disparity, const cv::Mat& consistent, const cv::Mat
             const Gap gap{x > 0 ? row[x - 1] : kNone, end < disparity.cols ? row[end] : kNone,
                           end - x};
             for (; x < end; ++x) {
-                const bool hidden = occluded.at<std::uint8_t>(y, x) != 0;
-                const float value = gap.RowDecides() ? std::min(gap.left, gap.right)
-                                                     : RankOf(nearest.at<Nearest>(y, x), hidden);
+                const float value = gap.RowDecides()
+                                        ? std::min(gap.left, gap.right)
+                                        : LowDisparityAround({x, y}, nearest.at<Nearest>(y, x),
+                                                             disparity, guide, similarity);
                 row[x] = last = value < kNone ? value : last;
             }
             --x;

@@ -6,18 +6,21 @@
 // for any number of threads.
 namespace refocus {
 
+// Grey levels at which the weight of a neighbour, by its difference in colour, falls to 1 / e.
+constexpr float kColourContrast = 10.0f;
+
 // Replaces the disparities that are not `consistent` (CV_8UC1, 0 or 255). Within a row the smaller
 // of the two neighbouring consistent ones is taken where the gap's width fits their difference.
-// Elsewhere the nearest consistent pixels in eight directions decide (Hirschmueller, "Stereo
-// Processing by Semiglobal Matching and Mutual Information", 2008, 2.6): for an `occluded` pixel
-// (CV_8UC1), which lies behind its surroundings, the second lowest of them, because the lowest may
-// be a mismatch; for others the median. All 0 where nothing is consistent.
-void FillOcclusions(cv::Mat& disparity, const cv::Mat& consistent, const cv::Mat& occluded);
+// Elsewhere the nearest consistent pixels in eight directions (Hirschmueller, "Stereo Processing by
+// Semiglobal Matching and Mutual Information", 2008, 2.6) decide, of which those of a similar
+// colour and near by weigh most (`guide`, CV_8UC3: Y, U, V): one of their lowest disparities is
+// taken. All 0 where nothing is consistent.
+void FillGaps(cv::Mat& disparity, const cv::Mat& consistent, const cv::Mat& guide);
 
 struct WeightedMedianOptions {
-    int radius = 12;        // pixels; the window is 2 * radius + 1 square
-    float contrast = 10.0f; // grey levels at which a neighbour's weight falls to 1 / e
-    float step = 2.0f;      // pixels; a larger disparity difference within the window is an edge
+    int radius = 12; // pixels; the window is 2 * radius + 1 square
+    float contrast = kColourContrast;
+    float step = 1.2f; // pixels; a larger disparity difference within the window is an edge
 };
 
 // Moves the edges of the map to the edges of its image (`guide`, CV_8UC3: Y, U, V). Near disparity

@@ -27,28 +27,6 @@ void RemoveSpeckles(Matches& matches) {
     matches.consistent.setTo(0, fixed == kRemoved);
 }
 
-// Tells occlusions from mismatches: a left pixel is visible in the right image if the disparity of
-// some right pixel leads back to it.
-void MarkOccluded(const cv::Mat& fromRight, const SearchRange& range, Matches& matches) {
-    ForEachRow(fromRight.rows, [&](int y) {
-        const float* rightRow = fromRight.ptr<float>(y);
-        const std::uint8_t* consistent = matches.consistent.ptr<std::uint8_t>(y);
-        std::uint8_t* occluded = matches.occluded.ptr<std::uint8_t>(y);
-        for (int x = 0; x < fromRight.cols; ++x) {
-            if (consistent[x] != 0) {
-                continue;
-            }
-            const int first = std::max(0, x - range.minimum - range.count + 1);
-            const int last = std::min(fromRight.cols - 1, x - range.minimum);
-            bool visible = false;
-            for (int i = first; i <= last && !visible; ++i) {
-                visible = std::abs(rightRow[i] - static_cast<float>(x - i)) <= kAgreement;
-            }
-            occluded[x] = visible ? 0 : 255;
-        }
-    });
-}
-
 // 255 where the mean horizontal gradient of the neighbourhood exceeds that of sensor noise.
 // Vertical gradients don't count: a search along rows needs structure along rows.
 cv::Mat TexturedPixels(const cv::Mat& image) {
@@ -199,8 +177,7 @@ SearchRange NarrowedRange(const cv::Mat& left, const cv::Mat& right, const Searc
 
 Matches MatchBothWays(const cv::Mat& left, const cv::Mat& right, const SearchRange& range) {
     const ViewDisparities views = MatchSemiGlobally(left, right, range);
-    Matches matches{views.left, cv::Mat::zeros(left.size(), CV_8UC1),
-                    cv::Mat::zeros(left.size(), CV_8UC1)};
+    Matches matches{views.left, cv::Mat::zeros(left.size(), CV_8UC1)};
     ForEachRow(left.rows, [&](int y) {
         const float* leftRow = matches.disparity.ptr<float>(y);
         const float* rightRow = views.right.ptr<float>(y);
@@ -217,7 +194,6 @@ Matches MatchBothWays(const cv::Mat& left, const cv::Mat& right, const SearchRan
         }
     });
     RemoveSpeckles(matches);
-    MarkOccluded(views.right, range, matches);
     return matches;
 }
 

@@ -22,7 +22,6 @@ SearchRange NarrowedRange(const cv::Mat& left, const cv::Mat& right, const Searc
 struct Matches {
     cv::Mat disparity;  // CV_32FC1, pixels; meaningless where not consistent
     cv::Mat consistent; // CV_8UC1, 255 where the matches from left and right agree
-    cv::Mat occluded;   // CV_8UC1, 255 where they disagree and no right pixel matches this one
 };
 
 // left and right: CV_8UC1 of one size. The same bytes for any number of threads.

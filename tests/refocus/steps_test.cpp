@@ -355,8 +355,9 @@ TEST(SemiGlobalMatching, SameBytesForAnyNumberOfThreads) {
 }
 
 // Background 5, foreground 20. The gaps are beside an object, at the border, and in the last rows
-// between two objects, where only the rows above show the background.
-TEST(OcclusionFilling, TakesTheBackgroundSide) {
+// between two objects, where only the rows above show the background. A gap within the object's
+// colour is the object's, though the background is as near.
+TEST(GapFilling, TakesTheBackgroundSideOrThatOfItsColour) {
     constexpr float kGap = -1.0f;
     cv::Mat_<float> disparity(9, 16, 5.0f);
     disparity(cv::Rect(8, 0, 8, 2)) = 20.0f;
@@ -369,9 +370,16 @@ TEST(OcclusionFilling, TakesTheBackgroundSide) {
     disparity(cv::Rect(4, 6, 8, 3)) = kGap;
     expected(cv::Rect(4, 6, 8, 3)) = 5.0f;
     const cv::Mat known = disparity >= 0;
-    FillOcclusions(disparity, known, ~known);
+    cv::Mat guide(disparity.size(), CV_8UC3, cv::Scalar(90, 128, 128));
+    FillGaps(disparity, known, guide);
     EXPECT_EQ(cv::countNonZero(disparity != expected), 0) << disparity;
-    FillOcclusions(disparity, cv::Mat::zeros(known.size(), CV_8UC1), known);
+
+    guide(cv::Rect(0, 6, 16, 3)).setTo(cv::Scalar(90, 150, 128));
+    disparity.setTo(kGap, ~known);
+    expected(cv::Rect(4, 6, 8, 3)) = 20.0f;
+    FillGaps(disparity, known, guide);
+    EXPECT_EQ(cv::countNonZero(disparity != expected), 0) << disparity;
+    FillGaps(disparity, cv::Mat::zeros(known.size(), CV_8UC1), guide);
     EXPECT_EQ(cv::countNonZero(disparity), 0) << "nothing known";
 }
 
