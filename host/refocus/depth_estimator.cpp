@@ -84,7 +84,8 @@ Error EstimateDepth(const Nv12View& mainImage, const cv::Mat& auxLuma,
     const cv::Mat right = Align(seen, EstimateAlignment(left, seen, range));
     done("alignment");
     const Matches matches = MatchBothWays(left, right, NarrowedRange(left, right, range));
-    if (const Error error = CheckDepth(left, seen, matches, range); error != Error::kNone) {
+    if (const Error error = CheckDepth(left, {seen, right}, matches, range);
+        error != Error::kNone) {
         return error;
     }
     done("matching");

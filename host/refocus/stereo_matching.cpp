@@ -127,13 +127,13 @@ std::vector<Setup> OtherSetups(const cv::Mat& left, const cv::Mat& right) {
     return setups;
 }
 
-// The error of the setup in which more pixels match than in the given one; kNone where that is the
-// best.
-Error BetterSetup(const cv::Mat& left, const cv::Mat& right, const SearchRange& range) {
+// The error of the setup in which more pixels match than in the given one, which is aligned; kNone
+// where that is the best.
+Error BetterSetup(const cv::Mat& left, const AlignedImage& right, const SearchRange& range) {
     constexpr double kMinLead = 0.01;
-    double best = ConsistentShare(MatchReduced(left, right, range)) + kMinLead;
+    double best = ConsistentShare(MatchReduced(left, right.aligned, range)) + kMinLead;
     Error error = Error::kNone;
-    for (const Setup& setup : OtherSetups(left, right)) {
+    for (const Setup& setup : OtherSetups(left, right.seen)) {
         const double share = ConsistentShare(MatchReduced(setup.left, setup.right, range));
         if (share > best) {
             best = share;
@@ -197,7 +197,7 @@ Matches MatchBothWays(const cv::Mat& left, const cv::Mat& right, const SearchRan
     return matches;
 }
 
-Error CheckDepth(const cv::Mat& left, const cv::Mat& right, const Matches& matches,
+Error CheckDepth(const cv::Mat& left, const AlignedImage& right, const Matches& matches,
                  const SearchRange& range) {
     const auto textured = [](const cv::Mat& image) {
         return cv::countNonZero(TexturedPixels(image)) / static_cast<double>(image.total());
@@ -208,16 +208,16 @@ Error CheckDepth(const cv::Mat& left, const cv::Mat& right, const Matches& match
         const bool doubtful = presence.consistentShare < 0.75 && LargeEnoughToReduce(left);
         return doubtful ? BetterSetup(left, right, range) : Error::kNone;
     }
-    if (!IsTextured(presence.texturedShare) || !IsTextured(textured(right))) {
+    if (!IsTextured(presence.texturedShare) || !IsTextured(textured(right.seen))) {
         return Error::kNoStructure;
     }
-    for (const Setup& setup : OtherSetups(left, right)) {
+    for (const Setup& setup : OtherSetups(left, right.seen)) {
         if (MatchesWithDepth(setup.left, setup.right, range)) {
             return setup.error;
         }
     }
     const SearchRange wide{-left.cols / 4, left.cols * 3 / 4 / 16 * 16};
-    if (wide.count > 0 && MatchesWithDepth(left, right, wide)) {
+    if (wide.count > 0 && MatchesWithDepth(left, right.seen, wide)) {
         return Error::kBeyondSearch;
     }
     return Agree(presence.consistentShare) ? Error::kNoParallax : Error::kNoDepth;

@@ -27,11 +27,17 @@ struct Matches {
 // left and right: CV_8UC1 of one size. The same bytes for any number of threads.
 Matches MatchBothWays(const cv::Mat& left, const cv::Mat& right, const SearchRange& range);
 
+// The right image, and what the alignment made of it, which holds for the given setup alone.
+struct AlignedImage {
+    const cv::Mat& seen;
+    const cv::Mat& aligned;
+};
+
 // kNone for a pair with depth. Else why it has none: tries what a wrong setup would need, which is
 // the pair mirrored, rotated by 90 degrees, or searched from a quarter of the width below 0 to half
 // of it above; kNoDepth where no reason is found. `matches` are those within `range`. A pair with
 // depth of which little agrees is refused, too, if it agrees better mirrored or rotated.
-Error CheckDepth(const cv::Mat& left, const cv::Mat& right, const Matches& matches,
+Error CheckDepth(const cv::Mat& left, const AlignedImage& right, const Matches& matches,
                  const SearchRange& range);
 
 } // namespace refocus

@@ -402,6 +402,16 @@ TEST(DiscScatter, FarDiscsStayBehindNearerOnes) {
     }
 }
 
+// What a disc spreads beyond the border comes back: the picture is mirrored there.
+TEST(DiscScatter, TheBorderKeepsTheLight) {
+    const cv::Size size(60, 40);
+    DefocusField field{cv::Mat(size, CV_32FC3, cv::Scalar::all(0)), cv::Mat(size, CV_32FC1, 1.0),
+                       cv::Mat(size, CV_32FC1, 8.0), cv::Mat(size, CV_8UC1, 10.0)};
+    field.light.at<cv::Vec3f>(2, 57) = {1, 1, 1};
+    const BlurredField blurred = ScatterDiscs(field);
+    EXPECT_NEAR(cv::sum(blurred.light)[0], 1.0, 0.02);
+}
+
 // A point's light spreads with the variance of its disc, however small.
 TEST(DiscScatter, SmallDiscsBlurAsMuchAsTheirRadiusSays) {
     for (const float radius : {0.5f, 0.75f, 1.0f, 1.25f, 2.0f, 5.0f}) {
@@ -432,6 +442,15 @@ TEST(Highlights, AHighlightsRimTakesItsDisparity) {
     EXPECT_EQ(cv::countNonZero(WithWholeHighlights(luma, map) != expected), 0);
     map.setTo(20);
     EXPECT_EQ(cv::countNonZero(WithWholeHighlights(luma, map) != map), 0) << "of one depth";
+
+    // A dark object before the highlight: its mixed outline is clipped, too, but keeps the
+    // highlight's depth.
+    map.colRange(5, 9).setTo(200);
+    luma.colRange(6, 9).setTo(30);
+    map(cv::Rect(3, 3, 2, 3)).setTo(90);
+    const cv::Mat found = WithWholeHighlights(luma, map);
+    EXPECT_EQ(found.at<std::uint8_t>(4, 5), 90) << "clipped outline";
+    EXPECT_EQ(found.at<std::uint8_t>(4, 6), 200) << "the object itself";
 }
 
 // A highlight in the dark becomes brighter than white and takes its rim's hue; a white wall stays
