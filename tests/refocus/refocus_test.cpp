@@ -232,32 +232,6 @@ TEST(Refocus, TurnedPairsRenderAsUprightOnes) {
     }
 }
 
-// A periodic texture in so much noise that about half of the pixels agree, and the aux image a few
-// rows down: such a pair is compared with wrong setups, which its alignment must not handicap.
-TEST(Refocus, ADoubtfulPairIsRefusedOnlyIfAWrongSetupSuitsItBetter) {
-    const TwoPlanes scene{.width = 480, .height = 360, .background = 8, .foreground = 29};
-    const auto photograph = [&scene](int down) {
-        Pair pair = stereo_scene::Render(scene);
-        std::mt19937 random(5);
-        for (int y = scene.height - 1; y >= 0; --y) {
-            for (int x = 0; x < scene.width; ++x) {
-                const auto noisy = [&random](int value) {
-                    return static_cast<std::uint8_t>(value + static_cast<int>(random() % 41) - 20);
-                };
-                pair.main.luma(x, y) = noisy(pair.main.luma(x, y));
-                pair.aux.luma(x, y) = noisy(pair.aux.luma(x, std::max(0, y - down)));
-            }
-        }
-        return pair;
-    };
-    for (const int down : {0, 12}) {
-        Pair pair = photograph(down);
-        EXPECT_EQ(Engine(scene).Calc(pair.main, pair.aux), 0) << down;
-    }
-    Pair pair = photograph(0);
-    EXPECT_NE(Engine(scene).Calc(pair.aux, pair.main), 0);
-}
-
 TEST(Refocus, PairsWithoutDepthAreRefusedWithTheReason) {
     const TwoPlanes scene{.width = 320, .height = 320, .background = 16, .foreground = 40};
     const stereo_scene::Texture other(9);

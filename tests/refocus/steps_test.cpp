@@ -354,6 +354,20 @@ TEST(SemiGlobalMatching, SameBytesForAnyNumberOfThreads) {
     EXPECT_EQ(cv::norm(one.right, two.right, cv::NORM_INF), 0.0);
 }
 
+// Of a pair of which three fifths agree, as of a repetitive texture, a mirrored or turned match
+// must not find more. The aux image lies some rows down, which its alignment has corrected.
+TEST(CheckDepth, ADoubtfulPairIsRefusedIfAWrongSetupSuitsItBetter) {
+    const StripPair pair;
+    const SearchRange range{-5, 16};
+    Matches matches = MatchBothWays(pair.left, pair.right, range);
+    matches.consistent(cv::Rect(0, 0, pair.left.cols, pair.left.rows * 2 / 5)).setTo(0);
+    cv::Mat seen;
+    cv::copyMakeBorder(pair.right.rowRange(0, pair.right.rows - 12), seen, 12, 0, 0, 0,
+                       cv::BORDER_REFLECT);
+    EXPECT_EQ(CheckDepth(pair.left, {seen, pair.right}, matches, range), Error::kNone);
+    EXPECT_EQ(CheckDepth(pair.right, {pair.left, pair.left}, matches, range), Error::kReversedPair);
+}
+
 // Background 5, foreground 20. The gaps are beside an object, at the border, and in the last rows
 // between two objects, where only the rows above show the background. A gap within the object's
 // colour is the object's, though the background is as near.
