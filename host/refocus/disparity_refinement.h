@@ -20,7 +20,7 @@ void FillGaps(cv::Mat& disparity, const cv::Mat& consistent, const cv::Mat& guid
 struct WeightedMedianOptions {
     int radius = 12; // pixels; the window is 2 * radius + 1 square
     float contrast = kColourContrast;
-    float step = 1.2f; // pixels; a larger disparity difference within the window is an edge
+    float step = 2.0f; // pixels; a larger disparity difference within the window is an edge
 };
 
 // Moves the edges of the map to the edges of its image (`guide`, CV_8UC3: Y, U, V). Near disparity
