@@ -23,7 +23,7 @@ const cv::Size kQuickPhoto(2000, 1500);
 struct Options {
     std::filesystem::path motorcycle;
     std::filesystem::path pictures;
-    // First seed and number of the scenes. Constants of the engine are chosen on seeds 1 to 60
+    // First seed and number of the scenes. Constants of the engine are chosen on seeds 1 to 120
     // only; the figures are those of scenes that it has not been tuned on.
     std::pair<std::uint32_t, int> scenes{1001, 60};
     bool quick = false;
@@ -66,7 +66,7 @@ int Main(int argc, char** argv) {
                    "folder of motorcycle_left.png, motorcycle_right.png, motorcycle_disp.npy");
     app.add_option("--pictures", options.pictures, "write all pictures into this folder");
     app.add_option("--scenes", options.scenes,
-                   "first seed and number of the random scenes; seeds 1 to 60 are for tuning")
+                   "first seed and number of the random scenes; seeds 1 to 120 are for tuning")
         ->type_name("SEED COUNT")
         ->capture_default_str()
         ->check(CLI::PositiveNumber);
