@@ -50,13 +50,13 @@ CDKResult GetVendorTagBase(ChiVendorTagBaseQuery* query) {
         return CDKResultEInvalidPointer;
     }
     call.Tell([query] { return std::string(query->tag != nullptr ? query->tag : query->section); });
-    if (call.failure()) {
-        return static_cast<CDKResult>(*call.failure());
-    }
     if (query->size != sizeof(*query) || query->tagId != 0) {
         Sessions::Instance().Complain(
             fmt::format("the vendor tag query has size {} and tag id {}, not {} and 0", query->size,
                         query->tagId, sizeof(*query)));
+    }
+    if (call.failure()) { // at the end, as in SetMetadata
+        return static_cast<CDKResult>(*call.failure());
     }
     const auto id = VendorTags::Instance().Id({query->section, query->tag});
     if (!id) {
@@ -68,14 +68,14 @@ CDKResult GetVendorTagBase(ChiVendorTagBaseQuery* query) {
 
 CDKResult QueryRequestState(void* hChiSession, ChiRequestStateQuery* query) {
     const Call call(queryRequestStatePoint);
-    if (call.failure()) {
-        return static_cast<CDKResult>(*call.failure());
-    }
     const auto session = Sessions::Instance().Get(hChiSession, "queryRequestState");
     if (!session || query == nullptr) {
         return CDKResultEInvalidPointer;
     }
     session->CheckStateQuery(*query);
+    if (call.failure()) {
+        return static_cast<CDKResult>(*call.failure());
+    }
     query->stop = 0;
     return CDKResultSuccess;
 }

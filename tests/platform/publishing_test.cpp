@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include "host/control/faults.h"
 #include "host/pipeline/pipeline_session.h"
 #include "host/pipeline/vendor_tags.h"
 
@@ -100,6 +101,20 @@ TEST_F(Metadata, EndsWithItsRequestAndSession) {
     host::Sessions::Instance().Close(session_->handle());
     EXPECT_EQ(Ask(ofUseCase_), nullptr);
     EXPECT_EQ(host::TakeStrayComplaints().size(), 1u);
+}
+
+TEST_F(Metadata, AFailingCallIsCheckedAllTheSame) {
+    const ChiNodeInterface& platform = host::PlatformInterface();
+    host::Faults::Fail("getVendorTagBase", 1, 5);
+    ChiVendorTagBaseQuery tag{sizeof(tag) - 1, 0, device::sections::kMultiCameraControl, nullptr};
+    EXPECT_EQ(platform.getVendorTagBase(&tag), 5u);
+    EXPECT_EQ(host::TakeStrayComplaints().size(), 1u);
+
+    host::Faults::Fail("queryRequestState", 1, 5);
+    ChiRequestStateQuery state{};
+    state.stop = 1;
+    EXPECT_EQ(platform.queryRequestState(session_->handle(), &state), 5u);
+    EXPECT_EQ(session_->TakeComplaints().size(), 1u);
 }
 
 // The set of a node that does all as it should; each case of the test spoils one thing.
