@@ -91,6 +91,21 @@ TEST_F(InspectTest, TakesAConstantAuxImageOfAnotherSize) {
     EXPECT_THAT(run.output, HasSubstr("aux is 0 all over"));
 }
 
+// Rows aligned to 256 bytes, and a picture whose right edge is as constant as padding.
+TEST_F(InspectTest, AspectTellsTheWidthOfLongRows) {
+    constexpr int kPitch = 768;
+    Bytes aux(kPitch * 675, 16);
+    for (std::size_t i = 0; i < aux.size(); ++i) {
+        aux[i] = i % kPitch < 500 ? static_cast<std::uint8_t>(i * i / 997) : 16;
+    }
+    const std::string base = "IMG_20240131_235959";
+    WriteBytes(folder_ / (base + "_0_128x80.nv12"), Bytes(128 * 120));
+    WriteBytes(folder_ / (base + "_1_768x450.nv12"), aux);
+    Write(base + "_0_128x80_metadata.txt",
+          FormatParameterText({50, 5, 5, 128, 80, 1200, 900, 0, {}}));
+    EXPECT_THAT(Run({"inspect", "."}).output, HasSubstr("600x450, pitch 768"));
+}
+
 // Two images alone cannot tell in which of them U and V are exchanged.
 TEST_F(InspectTest, BlamesNeitherOfTwoImagesForTheirChroma) {
     const SyntheticCapture capture = Make(615, 1).front();

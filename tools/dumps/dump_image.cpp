@@ -177,7 +177,6 @@ int WidthOf(const DumpSet& set, DumpRole role) {
 }
 
 int AuxWidth(const DumpSet& set, const DumpParameters* parameters, const Bytes& bytes) {
-    constexpr int kMostPadding = 128;
     const DumpName& aux = set.file(DumpRole::kAux)->name;
     const auto& main = set.file(DumpRole::kMain);
     if (main && main->name.first == aux.first && main->name.height == aux.height) {

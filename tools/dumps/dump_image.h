@@ -13,6 +13,10 @@
 // Dumped images: how many bytes they have, how wide they are, their pixels. Sizes are in pixels,
 // pitches in bytes.
 
+// A row has less padding than this: a phone's cameras, graphics processor and video codecs have
+// rows aligned to powers of two up to 256 bytes.
+constexpr int kMostPadding = 256;
+
 // Y8 for the disparity, NV12 for the three images.
 host::Image::Format FormatOf(DumpRole role);
 

@@ -44,7 +44,6 @@ void CheckAuxCrop(Inspection& inspection) {
     if (!image) {
         return;
     }
-    constexpr int kMostPadding = 256;
     const DumpParameters& values = *inspection.parameters;
     const double byAspect =
         1.0 * image->height() * values.auxCropWidth / std::max(values.auxCropHeight, 1);
