@@ -31,12 +31,12 @@ namespace {
 
 constexpr char kKinds[] = "png|nv12|y8";
 
-// Widths and pitches are 0, and texts empty, where they were not given.
+// The pitch is 0, and texts empty, where they were not given.
 struct ConvertOptions {
     std::vector<fs::path> files;
     fs::path output;
     std::string to;
-    int width = 0;
+    std::optional<int> width;
     int pitch = 0;
     bool falseColour = false;
     bool commands = false;
@@ -91,10 +91,6 @@ Commands CommandsFor(const fs::path& path, const PictureFile& picture) {
     return {fmt::format("ffplay {} -vf {} {}", input, filter, file),
             fmt::format("ffmpeg -y {} -i {} -vf {} -frames:v 1 {}", input, file, filter,
                         Quoted(png.string()))};
-}
-
-std::optional<int> WidthAsked(const ConvertOptions& options) {
-    return options.width > 0 ? std::optional(options.width) : std::nullopt;
 }
 
 Kind TargetOf(const ConvertOptions& options, Kind source) {
@@ -180,7 +176,7 @@ Written WriteDump(const ConvertOptions& options, const fs::path& path, const Rgb
 
 Written ConvertOne(const ConvertOptions& options, const fs::path& path, const Results& earlier) {
     const Progress progress("converting " + path.filename().string());
-    const PictureFile picture = ReadPictureFile(path, WidthAsked(options));
+    const PictureFile picture = ReadPictureFile(path, options.width);
     const Kind target = TargetOf(options, picture.kind);
     if (target == picture.kind || (target != Kind::kRgb && picture.kind != Kind::kRgb)) {
         Refuse(path,
@@ -210,7 +206,7 @@ Json ShowCommands(const ConvertOptions& options, const fs::path& path) {
     if (KindOf(path) == Kind::kRgb) {
         Refuse(path, "a dump", "another kind of file");
     }
-    const Commands commands = CommandsFor(path, ReadPictureFile(path, WidthAsked(options)));
+    const Commands commands = CommandsFor(path, ReadPictureFile(path, options.width));
     if (!options.json) {
         PrintText(commands.ffplay + "\n" + commands.ffmpeg + "\n");
     }

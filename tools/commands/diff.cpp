@@ -29,11 +29,11 @@ using Kind = PictureFile::Kind;
 
 namespace {
 
-// Paths are empty, and the width is 0, where they were not given.
+// Paths are empty where they were not given.
 struct DiffOptions {
     fs::path a;
     fs::path b;
-    int width = 0;
+    std::optional<int> width;
     fs::path heatMap;
     fs::path mask;
     bool json = false;
@@ -81,10 +81,10 @@ host::Image ReadMask(const fs::path& path, Size size) {
 
 Pictures Read(const DiffOptions& options) {
     const Progress progress("reading the pictures");
-    const auto width = options.width > 0 ? std::optional(options.width) : std::nullopt;
-    auto other = std::async(std::launch::async, [&] { return ReadPictureFile(options.b, width); });
+    auto other =
+        std::async(std::launch::async, [&] { return ReadPictureFile(options.b, options.width); });
     Pictures pictures;
-    pictures.a = ReadPictureFile(options.a, width);
+    pictures.a = ReadPictureFile(options.a, options.width);
     pictures.b = other.get();
     AgreeOnWidth(pictures.a, pictures.b);
     AgreeOnWidth(pictures.b, pictures.a);

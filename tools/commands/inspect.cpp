@@ -134,7 +134,7 @@ private:
 struct Inspected {
     Inspection inspection;
     std::vector<std::string> written;
-    std::vector<Json> tiles; // the set's own, if there is a report
+    Json tile; // null without a page of many
 };
 
 Inspected InspectOne(const InspectOptions& options, const DumpSet& set, const std::string& name,
@@ -147,7 +147,7 @@ Inspected InspectOne(const InspectOptions& options, const DumpSet& set, const st
     if (pages.wanted()) {
         Report report = ReportOf(inspected.inspection);
         AddPictureLinks(report, options, inspected.inspection, name);
-        inspected.tiles.push_back(pages.Write(name, report));
+        inspected.tile = pages.Write(name, report);
     }
     return inspected;
 }
@@ -245,7 +245,7 @@ int InspectAll(const InspectOptions& options) {
     for (std::size_t i = 0; i < sets.size(); ++i) {
         const std::string mistake = MistakeIn([&] {
             const Inspected inspected = queue.Next();
-            std::ranges::for_each(inspected.tiles, [&](const Json& tile) { pages.Add(tile); });
+            pages.Add(inspected.tile);
             wrong += inspected.inspection.findings.empty() ? 0 : 1;
             report.push_back(Show(options, inspected, details));
         });

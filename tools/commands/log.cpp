@@ -69,11 +69,6 @@ struct LifeSummary {
     std::string facts; // each behind "; "
 };
 
-std::string Line(const LifeSummary& summary) {
-    return fmt::format("{} ({}): {}{}\n", summary.name, summary.place, summary.verdict,
-                       summary.facts);
-}
-
 LifeSummary Summarize(const NodeLife& life) {
     LifeSummary summary{fmt::format("node {}", life.number), Place(life.begin)};
     std::string text = life.created ? "" : "not created; ";
@@ -203,14 +198,16 @@ public:
 
     template <typename Life>
     void Print(const Life& life) {
+        const LifeSummary summary = Summarize(life);
         if (json_) {
             std::printf("%s%s", first_ ? "\n" : ",", JsonText(ToJson(life), -1).c_str());
             first_ = false;
         } else {
-            PrintText(Line(Summarize(life)));
+            PrintText(fmt::format("{} ({}): {}{}\n", summary.name, summary.place, summary.verdict,
+                                  summary.facts));
         }
         if (page_) {
-            AddTile(Summarize(life));
+            AddTile(summary);
         }
         if (trace_) {
             Trace(life);

@@ -166,9 +166,3 @@ Option AddReportOption(Command& command, std::filesystem::path& file) {
     return AddOutputFile(command, "--report", ".html", file,
                          "write a page for a browser that shows all of it, ending\nin .html");
 }
-
-void PrintWritten(const std::vector<std::string>& files) {
-    for (const std::string& file : files) {
-        PrintText("wrote " + file + "\n");
-    }
-}

@@ -33,6 +33,3 @@ Option AddOutputFile(Command& command, const char* name, const char* ending,
 
 // --report FILE.
 Option AddReportOption(Command& command, std::filesystem::path& file);
-
-// Says on standard output which files a command has written.
-void PrintWritten(const std::vector<std::string>& files);

@@ -32,6 +32,12 @@ void PrintText(const std::string& text) {
     std::fputs(Printable(text).c_str(), stdout);
 }
 
+void PrintWritten(const std::vector<std::string>& files) {
+    for (const std::string& file : files) {
+        PrintText("wrote " + file + "\n");
+    }
+}
+
 void PrintNotice(const std::string& line) {
     std::fprintf(stderr, "bokehnode: %s\n", Printable(line).c_str());
 }

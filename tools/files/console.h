@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 // Text for a person. File names may hold control bytes, which a terminal would obey: all but
 // newline and tab are shown as "?".
@@ -8,6 +9,9 @@ std::string Printable(const std::string& text);
 
 // On standard output, as it stands.
 void PrintText(const std::string& text);
+
+// "wrote FILE" on standard output, for each.
+void PrintWritten(const std::vector<std::string>& files);
 
 // "bokehnode: LINE" on standard error.
 void PrintNotice(const std::string& line);

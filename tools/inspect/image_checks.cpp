@@ -45,13 +45,9 @@ struct IntactImages {
     const host::Image* output;
 };
 
-bool SameSize(const host::Image& a, const host::Image& b) {
-    return a.width() == b.width() && a.height() == b.height();
-}
-
 // Share of luma pixels that are equal; 0 for images of different sizes.
 double ShareOfEqualPixels(const host::Image& a, const host::Image& b) {
-    if (!SameSize(a, b)) {
+    if (a.size() != b.size()) {
         return 0;
     }
     const cv::Mat first = MatrixOf(a, 0);
@@ -171,8 +167,8 @@ void CheckSwapped(Inspection& inspection) {
         inspection.Report(Problem::kSwapped, std::nullopt,
                           "the output is the aux image: debug view 2, or main and aux image are "
                           "exchanged");
-    } else if (nearerToAux &&
-               (!SameSize(*main, *output) || (ofAux > ofMain && SameSize(*aux, *output)))) {
+    } else if (nearerToAux && (main->size() != output->size() ||
+                               (ofAux > ofMain && aux->size() == output->size()))) {
         inspection.Report(
             Problem::kSwapped, std::nullopt,
             fmt::format("the output is made from the image named aux ({:.0f} % of its "
@@ -198,7 +194,7 @@ void CheckWritten(Inspection& inspection) {
 
 void CheckFallback(Inspection& inspection) {
     const auto [main, aux, output] = IntactImages(inspection);
-    if (main == nullptr || output == nullptr || !SameSize(*main, *output) ||
+    if (main == nullptr || output == nullptr || main->size() != output->size() ||
         !host::SamePixels(*main, *output)) {
         return;
     }

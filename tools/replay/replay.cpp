@@ -378,10 +378,10 @@ Replayed ReadSet(const DumpSet& set, const ReplayOptions& options, Replayed&& be
 
 } // namespace
 
-bool Replayed::equal() const {
+bool Replayed::sameImages() const {
     const bool disparitySame =
         disparityDifference ? disparityDifference->identical() : !disparityDue;
-    return !failed() && outputDifference && outputDifference->identical() && disparitySame;
+    return outputDifference && outputDifference->identical() && disparitySame;
 }
 
 void RefuseCapturesFolder(const fs::path& output, const fs::path& captures) {

@@ -47,8 +47,9 @@ struct Replayed : Outcome {
     bool disparityDue = false; // the set or the replay has one, so that both must
     std::vector<std::pair<std::string, Bytes>> files; // the node's new dumps, named as the old ones
 
-    // Output and disparity are the dumped ones, byte for byte.
-    bool equal() const;
+    // Output and disparity are the dumped ones, byte for byte; equal: and nothing failed.
+    bool sameImages() const;
+    bool equal() const { return !failed() && sameImages(); }
     // "equal", "differs", "failed", or "rendered" where the set has no output to compare with.
     std::string status() const;
 };

@@ -216,10 +216,8 @@ private:
             text = ComparisonTable(results_, all_.failAbove) + text +
                    fmt::format("{} of them differ by more than accepted\n", exceeding);
         }
-        for (const std::string& file : written) {
-            text += "wrote " + file + "\n";
-        }
         PrintText(text);
+        PrintWritten(written);
     }
 
     std::string ProgressText() const {

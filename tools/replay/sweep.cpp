@@ -162,9 +162,7 @@ int ReplaySweeps(const DumpSet& set, const fs::path& output,
             "%s",
             JsonText({{"set", set.name()}, {"results", results}, {"written", written}}).c_str());
     } else {
-        for (const std::string& file : written) {
-            PrintText("wrote " + file + "\n");
-        }
+        PrintWritten(written);
     }
     return rendered ? kExitDone : kExitFailed;
 }
