@@ -156,7 +156,7 @@ void Set(Input input) {
         const Inspection inspection = Inspect(FindDumpSet(folder));
         ToText(inspection);
         ToJson(inspection);
-        MissingOfSet(paths, true);
+        MissingOfSet(folder, paths, true);
     }
     for (const fs::path& path : paths) {
         fs::remove(path);

@@ -16,6 +16,7 @@
 #include "tests/tool/tool_test.h"
 
 namespace fs = std::filesystem;
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -362,6 +363,12 @@ TEST_F(RenderTest, TurnsJpegPairsUpright) {
         }
         ASSERT_EQ(Render({"--debug-view", "1"}, "m.jpg", "a.jpg").exitCode, 0);
         EXPECT_LE(LargestDifference(Output(), Turned(ReadImageFile(folder_ / "m.jpg"), turn)), 6);
+        // One phone has one orientation: an upright aux picture lost its own.
+        WriteBytes(folder_ / "a.jpg", WithOrientation(aux, 1, true));
+        const ToolRun refused = Render({}, "m.jpg", "a.jpg");
+        EXPECT_EQ(refused.exitCode, 2);
+        EXPECT_THAT(refused.errors, HasSubstr("a.jpg: expected the EXIF orientation of m.jpg, " +
+                                              std::to_string(turn) + " degrees, found 0"));
         const ToolRun stored = Render({"--as-stored"}, "m.jpg", "a.jpg");
         EXPECT_EQ(stored.exitCode, 0) << stored.errors;
         EXPECT_EQ(Output().width, kWidth);
@@ -487,6 +494,16 @@ TEST_F(RenderTest, DumpsLandInTheDeviceRootOrBesideTheOutput) {
         const ToolRun run = Render({"--dump", "--fail", "write:" + std::to_string(write)});
         EXPECT_EQ(run.exitCode, 1) << write;
         EXPECT_THAT(run.errors, HasSubstr("failed: the dumps are not whole: IMG_")) << write;
+    }
+    // Of pictures that are small as PNG, and a page that shows the dumps.
+    WriteBytes(folder_ / "flat.png", EncodePng(Paint(640, 480, [](int, int) { return Colour{}; })));
+    const FileSizeLimit limit(300'000);
+    for (const Names& words : {Names{"--debug-view", "1", "--dump"},
+                               Names{"--debug-view", "1", "--report", "page.html"}}) {
+        const ToolRun run = Render(words, "flat.png", "flat.png");
+        EXPECT_EQ(run.exitCode, 1);
+        EXPECT_THAT(run.errors, ContainsRegex("/bokehnode-[A-Za-z0-9]+/data/vendor/camera: cannot "
+                                              "be written: File too large"));
     }
 }
 

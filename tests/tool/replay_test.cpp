@@ -445,6 +445,37 @@ TEST_F(ReplayTest, CrashAndHangAreResultsAndLeaveNothing) {
     EXPECT_FALSE(fs::exists(folder_ / "new"));
 }
 
+TEST_F(ReplayTest, TimeoutCoversTheReadingOfFiles) {
+    const SyntheticCapture capture = Make(985, 1).front();
+    const fs::path picture = folder_ / "picture.png";
+    WriteBytes(picture, EncodePng(Paint(64, 48, [](int, int) { return Colour{}; })));
+    const HeldFile main(FindDumpSet(folder_ / "camera" / capture.stem).file(DumpRole::kMain)->path);
+    const HeldFile held(picture);
+    for (const ToolRun& run :
+         {Replay(capture, {"--timeout", "1"}),
+          Run({"render", "picture.png", "picture.png", "-o", "out", "--timeout", "1"})}) {
+        EXPECT_EQ(run.exitCode, 1) << run.output;
+        EXPECT_THAT(run.errors, HasSubstr("timed out after 1 s"));
+    }
+    EXPECT_FALSE(fs::exists(folder_ / "out"));
+}
+
+TEST_F(ReplayTest, NamesTheTemporaryFolderThatTakesNoMore) {
+    const SyntheticCapture capture = Make(985, 1).front();
+    const FileSizeLimit limit(60'000); // less than an image has, more than a result
+    const Names cases[] = {{"camera"},
+                           {"camera", "--all"},
+                           {"camera", "--all", "--against-engine", ENGINE_LIBRARY},
+                           {"camera", "--sweep", "blur=20"}};
+    for (const Names& words : cases) {
+        SCOPED_TRACE(testing::PrintToString(words));
+        const ToolRun run = Run({"replay", "--calibration", capture.calibration}, words);
+        EXPECT_NE(run.exitCode, 0);
+        EXPECT_THAT(run.output, ContainsRegex("/bokehnode-[A-Za-z0-9]+/(data/vendor/camera|blur-20."
+                                              "png): cannot be written: File too large"));
+    }
+}
+
 TEST_F(ReplayTest, RefusesWhatCannotBeReplayed) {
     const SyntheticCapture capture = Make(980, 1).front();
     const DumpSet set = FindDumpSet(folder_ / "camera" / capture.stem);

@@ -1,9 +1,5 @@
 // --report, without a browser: what is in the page, and where it stands.
 
-#include <csignal>
-
-#include <sys/resource.h>
-
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
@@ -178,14 +174,10 @@ TEST_F(ToolTest, TraceThatCannotGrowStaysWhole) {
     trace.Add(TraceEvent("first", 1, 1, 0, 1));
     trace.Commit();
     const std::string before = ReadText(file);
-    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
-    rlimit limit{};
-    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &limit), 0);
-    const rlimit small{before.size() + 20, limit.rlim_max};
-    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
-    EXPECT_THROW(ExtendTrace(file, TraceEvent("second", 1, 1, 1, 1)), UseError);
-    ::setrlimit(RLIMIT_FSIZE, &limit);
-    std::signal(SIGXFSZ, handler);
+    {
+        const FileSizeLimit limit(before.size() + 20);
+        EXPECT_THROW(ExtendTrace(file, TraceEvent("second", 1, 1, 1, 1)), UseError);
+    }
     EXPECT_EQ(ReadText(file), before);
     ExtendTrace(file, TraceEvent("second", 1, 1, 1, 1));
     EXPECT_EQ(Json::parse(ReadText(file))["traceEvents"].size(), 2u);

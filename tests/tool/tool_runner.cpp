@@ -46,6 +46,29 @@ TestFolder::~TestFolder() {
     fs::remove_all(path_);
 }
 
+FileSizeLimit::FileSizeLimit(rlim_t bytes) {
+    std::signal(SIGXFSZ, SIG_IGN); // or it would end the process
+    ::getrlimit(RLIMIT_FSIZE, &before_);
+    const rlimit limit{bytes, before_.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+}
+
+FileSizeLimit::~FileSizeLimit() {
+    ::setrlimit(RLIMIT_FSIZE, &before_);
+    std::signal(SIGXFSZ, SIG_DFL);
+}
+
+HeldFile::HeldFile(const fs::path& path) : file_(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+    std::signal(SIGIO, SIG_IGN); // tells that somebody waits
+    if (::fcntl(file_, F_SETLEASE, F_WRLCK) != 0) {
+        throw std::runtime_error(path.string() + ": no lease");
+    }
+}
+
+HeldFile::~HeldFile() {
+    ::close(file_);
+}
+
 ToolRun RunTool(const std::vector<std::string>& arguments, const fs::path& folder) {
     const fs::path output = folder.string() + ".stdout";
     const fs::path errors = folder.string() + ".stderr";

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include <sys/resource.h>
+
 #include "host/picture/rgb_image.h"
 
 // A temporary folder for a test's files.
@@ -19,6 +21,31 @@ public:
 
 private:
     std::filesystem::path path_;
+};
+
+// While it lives, no file of this process or a later child may grow beyond so many bytes. As on a
+// full disk, a write is cut short, and the next one fails.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes);
+    ~FileSizeLimit();
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+private:
+    rlimit before_{};
+};
+
+// While it lives, others who open this file wait, as for a network's file system that hangs.
+class HeldFile {
+public:
+    explicit HeldFile(const std::filesystem::path& path);
+    ~HeldFile();
+    HeldFile(const HeldFile&) = delete;
+    HeldFile& operator=(const HeldFile&) = delete;
+
+private:
+    int file_;
 };
 
 // The result of a run of the tool.

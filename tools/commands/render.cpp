@@ -19,6 +19,7 @@
 #include "tools/dumps/dump_image.h"
 #include "tools/dumps/dump_set.h"
 #include "tools/files/console.h"
+#include "tools/files/interruption.h"
 #include "tools/files/output_folder.h"
 #include "tools/files/progress.h"
 #include "tools/inspect/inspection.h"
@@ -29,38 +30,6 @@
 namespace fs = std::filesystem;
 
 namespace {
-
-// Both pictures as they are rendered: upright, unless the caller wants them as stored.
-struct Pair {
-    RgbImage main;
-    RgbImage aux;
-    int clockwise = 0; // degrees by which the main picture was turned
-};
-
-// One camera app writes both files: where one has no orientation, that of the other holds.
-Pair ReadPair(const RenderOptions& options) {
-    std::optional<int> mainTurn;
-    std::optional<int> auxTurn;
-    auto aux = std::async(std::launch::async, [&] { return ReadImageFile(options.aux, &auxTurn); });
-    Pair pair{ReadImageFile(options.main, &mainTurn), {}, 0};
-    pair.aux = aux.get();
-    if (options.asStored || !(mainTurn || auxTurn)) {
-        return pair;
-    }
-    const auto turn = [](const fs::path& path, RgbImage& picture, int clockwise) {
-        picture = Turned(picture, clockwise);
-        if (clockwise != 0) {
-            PrintNotice(
-                fmt::format("note: {}: turned by {} degrees, as the pair's EXIF orientation "
-                            "says; --as-stored leaves it as it is",
-                            path.string(), clockwise));
-        }
-    };
-    pair.clockwise = mainTurn ? *mainTurn : *auxTurn;
-    turn(options.main, pair.main, pair.clockwise);
-    turn(options.aux, pair.aux, auxTurn.value_or(pair.clockwise));
-    return pair;
-}
 
 void CheckPicture(const RgbImage& picture, const fs::path& path, const RenderOptions& options) {
     // NV12 has one chroma sample for two columns and two rows.
@@ -79,6 +48,54 @@ host::Image ImageOf(const RgbImage& picture, const RenderOptions& options) {
     }
     return ScaleNv12(RgbToNv12(picture, 0), options.size->width, options.size->height,
                      options.pitch);
+}
+
+// The images as the node gets them: upright, unless the caller wants them as stored.
+struct Pair {
+    host::Image main;
+    host::Image aux;
+    int clockwise = 0; // degrees by which both were turned
+};
+
+// One phone took both at one moment, so that there is one orientation: where one file has none,
+// that of the other holds. If they differ, one file has lost its own, and a guess would give a pair
+// without depth, or with a wrong one.
+int OrientationOf(const RenderOptions& options, std::optional<int> main, std::optional<int> aux) {
+    if (options.asStored) {
+        return 0;
+    }
+    if (main && aux && *main != *aux) {
+        Refuse(options.aux,
+               fmt::format("the EXIF orientation of {}, {} degrees", options.main.string(), *main),
+               fmt::format("{}; --as-stored turns neither", *aux));
+    }
+    return main ? *main : aux.value_or(0);
+}
+
+Pair ReadPair(const RenderOptions& options) {
+    const Progress progress("reading the pictures");
+    std::optional<int> mainTurn;
+    std::optional<int> auxTurn;
+    auto reading =
+        std::async(std::launch::async, [&] { return ReadImageFile(options.aux, &auxTurn); });
+    RgbImage main = ReadImageFile(options.main, &mainTurn);
+    RgbImage aux = reading.get();
+    Pair pair;
+    pair.clockwise = OrientationOf(options, mainTurn, auxTurn);
+    for (const auto& [path, picture] :
+         {std::pair(&options.main, &main), std::pair(&options.aux, &aux)}) {
+        if (pair.clockwise != 0) {
+            *picture = Turned(*picture, pair.clockwise);
+            PrintNotice(fmt::format("note: {}: turned by {} degrees, as the pair's EXIF "
+                                    "orientation says; --as-stored leaves it as it is",
+                                    path->string(), pair.clockwise));
+        }
+        CheckPicture(*picture, *path, options);
+    }
+    auto converting = std::async(std::launch::async, ImageOf, std::cref(aux), std::cref(options));
+    pair.main = ImageOf(main, options);
+    pair.aux = converting.get();
+    return pair;
 }
 
 // A rendered request with all that is written about it. It only refers to what Render owns.
@@ -117,7 +134,7 @@ void WriteResults(OutputFolder& folder, const Rendered& rendered) {
     }
     folder.Write("tags.json", JsonText(ReportJson(rendered)));
     // In a folder of the caller's own the dumps stay where the node has put them.
-    if (rendered.device.temporary() && rendered.options.dump) {
+    if (rendered.options.deviceRoot.empty() && rendered.options.dump) {
         for (const fs::path& dump : rendered.device.Dumps()) {
             folder.Write(dump.filename().string(), ReadFileBytes(dump));
             if (const auto name = ParseDumpName(dump.filename().string());
@@ -188,25 +205,31 @@ Sensors SensorsOf(const RenderOptions& options, Size main, Size aux, bool turned
     return {sensor(options.mainSensor, main), sensor(options.auxSensor, aux)};
 }
 
-// Reads and checks everything, runs the request in a child process, and writes there: only the
-// child knows the result.
+// Reads, runs the request and writes in a child process: a library that crashes, hangs or exits
+// ends the child alone.
 int Render(const RenderOptions& asked) {
     RenderOptions options = asked;
-    std::optional<Progress> reading("reading the pictures");
-    const Pair pair = ReadPair(options);
-    CheckPicture(pair.main, options.main, options);
-    CheckPicture(pair.aux, options.aux, options);
-    auto converted =
-        std::async(std::launch::async, ImageOf, std::cref(pair.aux), std::cref(options));
-    host::Image main = ImageOf(pair.main, options);
-    host::Image aux = converted.get();
-    reading.reset();
-
     const Libraries libraries = FindLibraries(options);
-    DeviceFolder device(options);
+    // Folders are made by the parent, which removes them where the child crashes. A place that
+    // cannot be written is refused before the run, which takes seconds.
+    OutputFolder folder(options.output);
+    std::optional<ReportFile> report;
+    if (!options.report.empty()) {
+        report.emplace(options.report);
+    }
+    RunOptions run = options;
+    run.dump = options.dump || report; // a report shows the dumps of the run
+    std::optional<TemporaryFolder> temporary;
+    if (run.deviceRoot.empty()) {
+        run.deviceRoot = temporary.emplace().path();
+    }
+    ContinueInChild(options.timeout);
+
+    auto [main, aux, clockwise] = ReadPair(options);
+    DeviceFolder device(run);
     // The mount angle is the rotation of images as calibrated. These were turned further.
-    if (!options.rotation && pair.clockwise != 0) {
-        options.rotation = static_cast<std::uint32_t>(device.MountAngle() + pair.clockwise) % 360;
+    if (!options.rotation && clockwise != 0) {
+        options.rotation = static_cast<std::uint32_t>(device.MountAngle() + clockwise) % 360;
     }
     const std::uint32_t rotation = options.rotation.value_or(0);
     const bool turned = (static_cast<int>(rotation) - device.MountAngle()) % 180 != 0;
@@ -220,22 +243,13 @@ int Render(const RenderOptions& asked) {
     request.output = &output;
     request.depth = &depth;
 
-    // Made before the run, which takes seconds: a place that cannot be written is refused at once.
-    OutputFolder folder(options.output);
-    std::optional<ReportFile> report;
-    if (!options.report.empty()) {
-        report.emplace(options.report);
-    }
     device.Prepare(sensors.main, sensors.aux, 0, options.size ? "--size" : options.main.string());
-    RunOptions run = options;
-    // The report inspects the dumps of the run.
-    run.dump = options.dump || report;
     Outcome outcome = RunNode(run, libraries, useCase, request);
     std::ranges::move(notes, std::back_inserter(outcome.notes));
     outcome.calibration = device.calibration();
-    if (options.dump && outcome.result.published) {
-        outcome.missing =
-            MissingOfSet(device.Dumps(), outcome.result.published->depthPictureSize > 0);
+    if (run.dump && outcome.result.published) {
+        outcome.missing = MissingOfSet(device.DumpFolder(), device.Dumps(),
+                                       outcome.result.published->depthPictureSize > 0);
     }
     // A copy is mostly the pair's fault, so that it is searched for what an engine cannot work
     // with.

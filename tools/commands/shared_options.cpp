@@ -115,7 +115,8 @@ void AddRunOptions(Command& command, RunOptions& options) {
         command, "--trace", ".json", options.trace,
         "write each callback, operation and call as a timeline\nfor Perfetto, ending in .json");
     command.Integer("--timeout", "SECONDS", 1, 1'000'000, options.timeout,
-                    "give the node and the engine up after this time");
+                    "give up after this time: reading, the node and the engine,\ncomparing and "
+                    "writing of one set, but not the checksums of\n`replay --all`");
     command.Path("--node", "FILE", options.node, "the node's library");
     command.Path("--engine", "FILE", options.engine, "the engine's library");
 }

@@ -3,9 +3,15 @@
 #include <opencv2/core.hpp>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
 #include <optional>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <fmt/format.h>
 
@@ -73,6 +79,19 @@ AspectWidth WidthByAspect(const DumpParameters& parameters, int height) {
             static_cast<int>(std::lround(likeliest / 2)) * 2};
 }
 
+// What the system says against a new file of so many bytes in this folder; empty if nothing.
+std::string ReasonAgainst(const fs::path& folder, std::size_t bytes) {
+    std::string name = (folder / "room-XXXXXX").string();
+    const int file = ::mkstemp(name.data());
+    if (file < 0) {
+        return std::strerror(errno);
+    }
+    ::unlink(name.c_str());
+    const int reason = ::posix_fallocate(file, 0, static_cast<off_t>(bytes));
+    ::close(file);
+    return reason == 0 ? std::string() : std::strerror(reason);
+}
+
 } // namespace
 
 Format FormatOf(DumpRole role) {
@@ -122,7 +141,8 @@ host::Image ReadImageDump(const DumpFile& file, int width) {
                          file.name.height);
 }
 
-std::vector<std::string> MissingOfSet(const std::vector<fs::path>& files, bool disparity) {
+std::vector<std::string> MissingOfSet(const fs::path& folder, const std::vector<fs::path>& files,
+                                      bool disparity) {
     DumpSet set;
     for (const fs::path& path : files) {
         if (auto found = SetOfFile(path)) {
@@ -130,8 +150,8 @@ std::vector<std::string> MissingOfSet(const std::vector<fs::path>& files, bool d
             break;
         }
     }
-    // The node reports no failed write, so that a full disk shows in names and lengths alone.
     std::vector<std::string> missing;
+    std::size_t largest = 1; // bytes of a file that was cut short
     for (const DumpRole role : {DumpRole::kMain, DumpRole::kAux, DumpRole::kOutput,
                                 DumpRole::kParameters, DumpRole::kDisparity}) {
         const auto& file = set.file(role);
@@ -142,10 +162,17 @@ std::vector<std::string> MissingOfSet(const std::vector<fs::path>& files, bool d
                 missing.push_back(fmt::format("{}: {}", file->path.filename().string(), problem));
             }
         } else if (file && file->bytes < ImageBytes(file->name)) {
+            largest = std::max(largest, ImageBytes(file->name));
             missing.push_back(fmt::format("{}: expected {} bytes, found {}",
                                           file->path.filename().string(), ImageBytes(file->name),
                                           file->bytes));
         }
+    }
+    // The node tells of no failed write. What stopped it stops another file as well.
+    const std::string reason = missing.empty() ? "" : ReasonAgainst(folder, largest);
+    if (!reason.empty()) {
+        missing.insert(missing.begin(),
+                       fmt::format("{}: cannot be written: {}", folder.string(), reason));
     }
     return missing;
 }

@@ -38,9 +38,11 @@ host::Image ReadImageDump(const std::filesystem::path& path, host::Image::Format
                           int pitch, int height);
 host::Image ReadImageDump(const DumpFile& file, int width);
 
-// What the files that the node wrote for one request lack of a whole set, as on a full disk: a line
-// each. `disparity`: whether one was due.
-std::vector<std::string> MissingOfSet(const std::vector<std::filesystem::path>& files,
+// What the files that the node wrote into this folder for one request lack of a whole set, a line
+// each, after the reason for which the folder takes no more, as on a full disk. `disparity`:
+// whether one was due.
+std::vector<std::string> MissingOfSet(const std::filesystem::path& folder,
+                                      const std::vector<std::filesystem::path>& files,
                                       bool disparity);
 
 // Throws UseError if the set has no parameters or they cannot be read.

@@ -20,12 +20,6 @@ namespace {
 constexpr char kReferenceFile[] = "reference.json";
 constexpr DumpRole kComparedRoles[] = {DumpRole::kOutput, DumpRole::kDisparity};
 
-// Whatever else became of it, a replay that published can be compared.
-Json ResultOfPublished(const Replayed& replayed, const char* otherwise) {
-    const bool published = replayed.result.published.has_value();
-    return Result(published ? otherwise : status::kFailed, ReasonOf(replayed));
-}
-
 // Leaves output and disparity in the folder, and what became of the replay.
 void WriteReference(const DumpSet& set, const ReplayOptions& options, const fs::path& folder,
                     const fs::path& log) {
@@ -37,10 +31,11 @@ void WriteReference(const DumpSet& set, const ReplayOptions& options, const fs::
                     WriteFile(folder / name, bytes);
                 }
             }
-            Json made = ResultOfPublished(replayed, status::kRendered);
-            if (const auto& published = replayed.result.published) {
-                made["depthEffectInfo"] = published->result.depthEffectInfo;
-            }
+            // Whatever else became of it, dumps of a replay that published can be compared.
+            const auto& published = replayed.result.published;
+            const bool whole = published && replayed.missing.empty();
+            Json made = Result(whole ? status::kRendered : status::kFailed, ReasonOf(replayed));
+            made["depthEffectInfo"] = published ? published->result.depthEffectInfo : 0;
             return made;
         },
         log);
@@ -166,18 +161,16 @@ ReplayOptions OptionsOf(const ReferenceBuild& reference, ReplayOptions options) 
 Json ReplayInBoth(const DumpSet& set, const ReplayOptions& reference, const ReplayOptions& options,
                   const fs::path& log, const PageWriter& page) {
     const TemporaryFolder folder;
-    const fs::path referenceLog = folder.path() / "reference.log";
     int end = 0;
+    fmt::print(stderr, "the reference build:\n");
     // A process can load one engine alone, so that each build gets a process of its own.
-    AwaitChild(
-        StartProcess(referenceLog, [&] { WriteReference(set, reference, folder.path(), log); }),
-        end);
-    // Both builds' messages stand in one file.
-    const Bytes messages = ReadFileBytes(referenceLog);
-    fmt::print(stderr, "the reference build:\n{}the build under test:\n",
-               std::string(messages.begin(), messages.end()));
+    AwaitChild(StartProcess({}, [&] { WriteReference(set, reference, folder.path(), log); }), end);
+    fmt::print(stderr, "the build under test:\n");
     if (!EndedWell(end)) {
-        return Result(StatusOfEnd(end), "the reference build left no result, see " + log.string());
+        Json lost =
+            Result(StatusOfEnd(end), "the reference build left no result, see " + log.string());
+        WriteJson(folder.path() / kReferenceFile, lost); // throws what a full disk says
+        return lost;
     }
     // The process ended well, so that its result is whole.
     const Json made = Json::parse(ReadFileBytes(folder.path() / kReferenceFile));
@@ -187,7 +180,7 @@ Json ReplayInBoth(const DumpSet& set, const ReplayOptions& reference, const Repl
     Replayed replayed = Replay(SetOfReference(set, folder.path()), options);
     replayed.againstBuild = true;
     if (!replayed.result.published) {
-        return ResultOfPublished(replayed, status::kFailed);
+        return Result(status::kFailed, ReasonOf(replayed));
     }
     Json result = Compared(set, replayed, made);
     result["tile"] = page(replayed);

@@ -14,6 +14,7 @@
 #include "host/picture/nv12.h"
 #include "host/refocus/calibration.h"
 #include "tools/dumps/dump_image.h"
+#include "tools/files/interruption.h"
 #include "tools/files/progress.h"
 #include "tools/inspect/inspection.h"
 #include "tools/run/capture_request.h"
@@ -463,7 +464,7 @@ void RunAndCompare(const DumpSet& set, const ReplayOptions& options, Replayed& r
     const Libraries libraries = FindLibraries(options);
     RunOptions run = options;
     // What the caller names comes before the file that stands beside the set.
-    if (run.calibration.empty() && run.deviceRoot.empty()) {
+    if (run.calibration.empty()) {
         run.calibration = CalibrationBeside(set);
     }
     replayed = ReadSet(set, options, std::move(replayed));
@@ -493,8 +494,8 @@ void RunAndCompare(const DumpSet& set, const ReplayOptions& options, Replayed& r
     if (options.dump) {
         TakeDumps(*device, set.stem, replayed);
         if (replayed.result.published) {
-            replayed.missing =
-                MissingOfSet(device->Dumps(), replayed.result.published->depthPictureSize > 0);
+            replayed.missing = MissingOfSet(device->DumpFolder(), device->Dumps(),
+                                            replayed.result.published->depthPictureSize > 0);
         }
     }
     CompareWithSet(set, options, *device, depth, replayed);
@@ -503,8 +504,12 @@ void RunAndCompare(const DumpSet& set, const ReplayOptions& options, Replayed& r
 } // namespace
 
 Replayed Replay(const DumpSet& set, const ReplayOptions& options) {
+    // Made by the parent, which removes it where the child crashes.
+    const TemporaryFolder root;
+    ContinueInChild(options.timeout);
     ReplayOptions dumping = options;
     dumping.dump = true;
+    dumping.deviceRoot = root.path();
     Replayed replayed;
     std::optional<DeviceFolder> device;
     RunAndCompare(set, dumping, replayed, device, RunNode, [] { return true; });

@@ -54,8 +54,10 @@ struct Replayed : Outcome {
     std::string status() const;
 };
 
-// Rebuilds the set's request and runs it through the node, which dumps. Once per process, and
-// returns in a child process: see RunNode. Throws UseError where the set cannot be replayed.
+// Reads the set, rebuilds its request and runs it through the node, which dumps. Once per process.
+// Returns in a child process, so that the time limit covers what the caller does then as well, and
+// throws a ChildFailure in the calling one: see ContinueInChild. Throws UseError where the set
+// cannot be replayed.
 Replayed Replay(const DumpSet& set, const ReplayOptions& options);
 
 // Replays a set again and again in this process. Node and engine stay loaded, the node as long as

@@ -82,8 +82,9 @@ pid_t StartProcess(const std::filesystem::path& log, const std::function<void()>
     }
     int code = kExitDone;
     try {
-        // The node's messages go to a file of this run, since those of several processes would mix.
-        ::dup2(::open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666), STDERR_FILENO);
+        if (!log.empty()) { // the messages of several processes would mix
+            ::dup2(::open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666), STDERR_FILENO);
+        }
         action();
     } catch (const std::exception& error) {
         PrintNotice(error.what());

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <csignal>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -47,7 +48,8 @@ std::string ReasonOf(const Replayed& replayed);
 
 void WriteJson(const std::filesystem::path& file, const Json& json);
 
-// Performs the action in a new process, whose standard error is this file. Returns its id.
+// Performs the action in a new process, whose standard error is this file, or this process's if the
+// path is empty. Returns its id.
 pid_t StartProcess(const std::filesystem::path& log, const std::function<void()>& action);
 
 // Processes that do a job each, `most` at once. For a thread of a process that has no other.
@@ -60,6 +62,18 @@ public:
               std::function<void(const Job&, int status)> ended)
         : most_(static_cast<std::size_t>(most)), progress_(std::move(progress)),
           ended_(std::move(ended)) {}
+    // Where an error has stopped this process, those that still run must not outlive its files.
+    ~Processes() {
+        for (const auto& [child, job] : running_) {
+            ::kill(child, SIGTERM);
+        }
+        for (const auto& [child, job] : running_) {
+            int status = 0;
+            AwaitChild(child, status);
+        }
+    }
+    Processes(const Processes&) = delete;
+    Processes& operator=(const Processes&) = delete;
 
     // Waits until there is room.
     void Start(const Job& job, const std::filesystem::path& log,

@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <system_error>
 
 #include <fmt/core.h>
@@ -14,6 +13,7 @@
 #include "host/picture/errors.h"
 #include "platform/device_names.h"
 #include "tools/files/interruption.h"
+#include "tools/files/output_folder.h"
 
 namespace fs = std::filesystem;
 
@@ -56,26 +56,6 @@ Bytes RectifiedCalibration(Size main, Size aux, std::uint32_t mountAngle,
     }
     const auto bytes = refocus::WriteCalibration(calibration);
     return {bytes.begin(), bytes.end()};
-}
-
-void MakeFolder(const fs::path& path) {
-    std::error_code error;
-    fs::create_directories(path, error);
-    if (error) {
-        Cannot("make this folder", path, error.message());
-    }
-}
-
-void WriteFile(const fs::path& path, const Bytes& bytes) {
-    // A stream need not set errno, and an older reason must not be shown.
-    errno = 0;
-    std::ofstream stream(path, std::ios::binary | std::ios::trunc);
-    stream.write(reinterpret_cast<const char*>(bytes.data()),
-                 static_cast<std::streamsize>(bytes.size()));
-    stream.close();
-    if (!stream) {
-        Cannot("be written", path, std::strerror(errno));
-    }
 }
 
 } // namespace
@@ -161,21 +141,23 @@ void DeviceFolder::Prepare(Size main, Size aux, std::uint32_t mountAngle,
     }
     // An interruption removes the temporary root: made after that, folders would bring it back.
     const auto delay = DelayInterruption();
-    MakeFolder(PlaceIn(root_, device::kDumpFolder));
+    OutputFolder(DumpFolder()).Commit(); // makes the folder
     // The caller's folder may hold dumps of earlier runs. One that is overwritten has a new time.
-    for (const auto& entry : fs::directory_iterator(PlaceIn(root_, device::kDumpFolder))) {
+    for (const auto& entry : fs::directory_iterator(DumpFolder())) {
         before_.emplace(entry.path(), entry.last_write_time());
     }
     if (!calibration_.empty()) {
-        const fs::path file = PlaceIn(root_, device::kCalibrationPaths[0]);
-        MakeFolder(file.parent_path());
-        WriteFile(file, calibration_);
+        WriteFile(PlaceIn(root_, device::kCalibrationPaths[0]), calibration_);
     }
+}
+
+fs::path DeviceFolder::DumpFolder() const {
+    return PlaceIn(root_, device::kDumpFolder);
 }
 
 std::vector<fs::path> DeviceFolder::Dumps() const {
     std::vector<fs::path> files;
-    for (const auto& entry : fs::directory_iterator(PlaceIn(root_, device::kDumpFolder))) {
+    for (const auto& entry : fs::directory_iterator(DumpFolder())) {
         const auto old = before_.find(entry.path());
         if (old == before_.end() || old->second != entry.last_write_time()) {
             files.push_back(entry.path());

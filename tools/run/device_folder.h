@@ -40,8 +40,6 @@ public:
     // sizes with `source` as the name of what they come from.
     void Prepare(Size main, Size aux, std::uint32_t mountAngle, const std::string& source);
 
-    bool temporary() const { return temporary_.has_value(); }
-
     // Of the calibration that the node shall find, as far as the stand-in engine can read it; of a
     // rectified pair otherwise. MountAngle: the rotation, in degrees, of images that stand as
     // calibrated. AuxSide: 1 for an aux camera right of the main one in images of this rotation, -1
@@ -54,7 +52,8 @@ public:
     // Where the calibration came from, in words.
     const std::string& calibration() const { return calibrationSource_; }
 
-    // The files that the node has dumped since Prepare.
+    // Where the node dumps, and the files that it has dumped since Prepare.
+    std::filesystem::path DumpFolder() const;
     std::vector<std::filesystem::path> Dumps() const;
 
 private:

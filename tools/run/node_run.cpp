@@ -16,7 +16,6 @@
 #include "host/picture/errors.h"
 #include "host/properties/property_control.h"
 #include "platform/device_names.h"
-#include "tools/files/interruption.h"
 #include "tools/files/progress.h"
 #include "tools/run/call_trace.h"
 #include "tools/run/log_lines.h"
@@ -217,8 +216,6 @@ void LoadedNode::End() {
 
 Outcome RunNode(const RunOptions& options, const Libraries& libraries, const host::UseCase& useCase,
                 host::Request& request) {
-    // What follows runs in the child: a library that crashes, hangs or exits does not end the tool.
-    ContinueInChild(options.timeout);
     LoadedNode node;
     return node.Run(options, libraries, useCase, request, true);
 }

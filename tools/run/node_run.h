@@ -46,9 +46,8 @@ struct Outcome {
 
 // Sets the properties, arms the failures, creates a node, runs the request and ends the node. The
 // log's messages go to standard error meanwhile. Once per process: libraries and properties are the
-// process's. Returns in a child process, where the caller goes on, and throws a ChildFailure in the
-// calling one where the child crashes or takes too long: see ContinueInChild. Throws UseError where
-// a library does not load, host::PipelineError where the node refuses to be created.
+// process's. A library may crash, hang or exit: to be called after ContinueInChild. Throws UseError
+// where a library does not load, host::PipelineError where the node refuses to be created.
 Outcome RunNode(const RunOptions& options, const Libraries& libraries, const host::UseCase& useCase,
                 host::Request& request);
 
@@ -61,10 +60,9 @@ public:
     LoadedNode(const LoadedNode&) = delete;
     LoadedNode& operator=(const LoadedNode&) = delete;
 
-    // As RunNode, but in this process and without a time limit. The first call, and the one after
-    // End, sets the properties and creates the node; others find it as it is. All calls must name
-    // the same libraries. `last`: the node ends within the call. The last call writes the file of a
-    // trace, the others add to it.
+    // As RunNode. The first call, and the one after End, sets the properties and creates the node;
+    // others find it as it is. All calls must name the same libraries. `last`: the node ends within
+    // the call. The last call writes the file of a trace, the others add to it.
     Outcome Run(const RunOptions& options, const Libraries& libraries, const host::UseCase& useCase,
                 host::Request& request, bool last);
 
