@@ -31,7 +31,8 @@ Similarity MakeSimilarity(float contrast) {
 std::size_t ColourDifference(const cv::Vec3b& a, const cv::Vec3b& b) {
     const int luma = std::abs(a[0] - b[0]);
     const int chroma = std::abs(a[1] - b[1]) + std::abs(a[2] - b[2]);
-    return static_cast<std::size_t>(luma + kChromaWeight * chroma);
+    const int difference = luma + kChromaWeight * chroma;
+    return static_cast<std::size_t>(difference);
 }
 
 // Index of the consistent pixel that is met first in each direction, or kOutside.
