@@ -272,6 +272,7 @@ TEST_F(CalibrateTest, RefusesWhatGivesNoCalibration) {
         {{"calibrate", "--square", "-3"}, "--square: expected a positive number, found \"-3\""},
         {{"calibrate", "--board", "9x"}, "expected CxR"},
         {{"calibrate", "--show", "short.bin", "-o", "c.bin"}, "--output: expected none"},
+        {{"calibrate", "--show", "short.bin", "--report", "r.html"}, "--report: expected none"},
         {{"calibrat"}, "completion or help, found \"calibrat\""},
         {{}, "found none"},
     };
@@ -302,6 +303,7 @@ TEST_F(CalibrateTest, CompletionKnowsCommandsOptionsAndValues) {
     EXPECT_EQ(complete("diff --heat"), "--heat-map\n");
     EXPECT_EQ(complete("convert pic"), "picture.png\n");
     EXPECT_EQ(complete("diff --json pic"), "picture.png\n") << "a flag takes no value";
+    EXPECT_EQ(complete("calibrate --main a.png pic"), "picture.png\n");
     EXPECT_EQ(complete("completion ''"), "bash\n");
     EXPECT_EQ(complete("replay --blur ''"), "\n");
 }

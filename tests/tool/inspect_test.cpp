@@ -58,6 +58,14 @@ TEST_F(InspectTest, ShowsSetsOfAFolderAndSaysWhatIsWrong) {
     EXPECT_EQ(NamesIn(folder_ / "seen").size(), 8u);
 
     Corrupt(10, captures[1], capture, 1, folder_ / "camera/deeper"); // output a copy
+    const std::string name = captures[1].stem + "_output.png";
+    fs::create_directories(folder_ / "taken" / name);
+    fs::create_directories(folder_ / "taken" / (capture.stem + "_main.png"));
+    run = Run({"inspect", "camera/deeper", "camera/" + capture.stem, "-o", "taken"});
+    EXPECT_EQ(run.exitCode, 2) << "no picture could be written";
+    EXPECT_THAT(run.output, HasSubstr("1 of 2 sets look wrong\n"));
+    EXPECT_THAT(run.output, Not(HasSubstr("wrote")));
+    EXPECT_THAT(run.errors, HasSubstr(name));
     run = Run({"inspect", "camera/deeper", "--json"});
     EXPECT_EQ(run.exitCode, 1);
     const auto report = nlohmann::json::parse(run.output);

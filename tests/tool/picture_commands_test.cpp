@@ -86,16 +86,15 @@ TEST_F(PictureCommandTest, ConvertsDumpsAndBack) {
                                            kPitch, kPictureHeight);
     const PictureDifference difference = Compare(back, Cropped());
     EXPECT_LE(LargestDifference(difference), 3) << ToText(difference);
-    ASSERT_EQ(Run({"convert", "seen/IMG_20240131_235959_0_128x80_disparity.png", "--to", "y8",
-                   "--pitch", "128", "-o", "back"})
+    ASSERT_EQ(Run({"convert", "seen/IMG_20240131_235959_0_128x80_disparity.png", "--to", "y8", "-o",
+                   "back"})
                   .exitCode,
               0);
-    EXPECT_TRUE(
-        Compare(
-            ReadImageDump(folder_ / "back/IMG_20240131_235959_0_128x80_disparity_128x80.Y8",
-                          Format::Y8, kPictureWidth, kPitch, kPictureHeight),
-            ReadImageDump(folder_ / kDisparity, Format::Y8, kPictureWidth, kPitch, kPictureHeight))
-            .identical());
+    EXPECT_TRUE(Compare(ReadImageDump(folder_ / "back" / kDisparity, Format::Y8, kPictureWidth,
+                                      kPitch, kPictureHeight),
+                        ReadImageDump(folder_ / kDisparity, Format::Y8, kPictureWidth, kPitch,
+                                      kPictureHeight))
+                    .identical());
 }
 
 TEST_F(PictureCommandTest, PrintsCommandsThatOpenTheDumps) {
@@ -273,6 +272,11 @@ TEST_F(PictureCommandTest, ConvertRefusesWhatItCannotDo) {
         {{"convert", "colour.png", "--commands"}, "expected a dump"},
         {{"convert", "colour.png", "--pitch", "129"}, "--pitch: expected an even number"},
         {{"convert", "IMG_20240131_235959_0_128x80.png"}, "--force replaces it"},
+        {{"convert", kMain, "--false-colour"}, "--false-colour: expected a disparity"},
+        {{"convert", kDisparity, "--false-colour", "--commands"},
+         "--commands beside it, found both"},
+        {{"convert", kMain, "--pitch", "256"}, "--pitch: expected a picture"},
+        {{"convert", "colour.png", "--width", "64"}, "--width: expected a dump"},
         {{"convert"}, "FILE"},
         {{"diff", kMain, kOutput, "--heat-map", (folder_ / kOutput).string()}, "file of its own"},
     };

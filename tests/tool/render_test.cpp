@@ -268,6 +268,8 @@ TEST_F(RenderTest, PublishesTheFocus) {
         ASSERT_EQ(run.exitCode, 0) << run.errors;
         EXPECT_EQ(Tags()["published"]["PtFocus"], point);
     }
+    EXPECT_THAT(Render({"--focus", "0,7", "--debug-view", "1"}).errors,
+                HasSubstr("note: --focus: the node takes 0,7 as no focus; 1,7 is used"));
     EXPECT_THAT(Render({"--face-rotation", "90", "--debug-view", "1"}).errors,
                 HasSubstr("note: --face-rotation: there are no faces to turn"));
 }

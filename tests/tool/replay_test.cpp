@@ -486,6 +486,7 @@ TEST_F(ReplayTest, RefusesWhatCannotBeReplayed) {
         return run.errors;
     };
     EXPECT_THAT(said({"--blur", "101"}), HasSubstr("--blur"));
+    EXPECT_THAT(said({"--all", "--fail-above", "1"}), HasSubstr("--fail-above: expected --ag"));
     EXPECT_THAT(said({"--aux-width", "9999"}), HasSubstr("expected an even width"));
     EXPECT_THAT(said({"--engine", "none.so"}), HasSubstr("--engine"));
     EXPECT_THAT(said({"--node", "text.so"}), HasSubstr("text.so"));

@@ -129,6 +129,11 @@ TEST_F(ReportTest, PutsAFallbackAndItsReasonFirst) {
     const auto data = DataOf(folder_ / "out/page.html");
     EXPECT_EQ(data["findings"][0]["kind"], "wrong");
     EXPECT_EQ(data["findings"][0]["name"], "copy");
+    // The page stays, but nobody is to take it for one of a run without a node.
+    EXPECT_THAT(Run({"render", "main.png", "aux.png", "-o", "out", "--report", "out/page.html",
+                     "--fail", "ChiNodeUtils::SetNodeInterface"})
+                    .errors,
+                HasSubstr("note: out/page.html: not written by this run"));
     // In words: the engine's sentence, without its function's name.
     EXPECT_THAT(data["verdict"]["text"].get<std::string>(),
                 testing::MatchesRegex("the main image was copied: [a-z][^_]+ \\(-[0-9]+\\)"));

@@ -201,8 +201,11 @@ int Calibrate(const CalibrateOptions& options) {
                "none or several of them");
     }
     if (!options.show.empty()) {
-        if (!options.output.empty()) {
-            Refuse("--output", "none with --show, which writes nothing", options.output);
+        for (const auto& [name, file] :
+             {std::pair("--output", options.output), std::pair("--report", options.report)}) {
+            if (!file.empty()) {
+                Refuse(name, "none with --show, which writes nothing", file);
+            }
         }
         return Show(options);
     }

@@ -44,10 +44,12 @@ void AddCommand(const Command& command, Words& words) {
             all += (all.empty() ? "" : " ") + spelling;
             pattern += fmt::format("{}\"{} {}\"", pattern.empty() ? "" : " | ", name, spelling);
         }
-        // What stands without an option has no name with a dash.
-        if (pattern.empty()) {
+        // What stands without an option has no name with a dash, and in its place stand all values
+        // of an option but the first.
+        if (pattern.empty() || option.mostValues > 1) {
             place = ValueOf(option.form);
-        } else if (option.takesValue) {
+        }
+        if (!pattern.empty() && option.mostValues > 0) {
             words.values +=
                 fmt::format("    {})\n        _bokehnode_{}\n        return\n        ;;\n", pattern,
                             ValueOf(option.form));

@@ -7,6 +7,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <fmt/core.h>
@@ -30,6 +31,7 @@ using Kind = PictureFile::Kind;
 namespace {
 
 constexpr char kKinds[] = "png|nv12|y8";
+constexpr std::string_view kDisparityPng = "_disparity.png"; // in place of .Y8
 
 // The pitch is 0, and texts empty, where they were not given.
 struct ConvertOptions {
@@ -162,7 +164,11 @@ void CheckResult(const ConvertOptions& options, const fs::path& result, bool dum
 
 Written WriteDump(const ConvertOptions& options, const fs::path& path, const RgbImage& picture,
                   Kind kind, OutputFolder& folder, const Results& earlier) {
-    const auto name = ParseSizedName(path.filename().string());
+    std::string source = path.filename().string();
+    if (kind == Kind::kY8 && source.ends_with(kDisparityPng)) {
+        source.replace(source.size() - kDisparityPng.size(), kDisparityPng.size(), ".png");
+    }
+    const auto name = ParseSizedName(source);
     const int pitch = PitchFor(options, name, picture, kind);
     const host::Image image =
         kind == Kind::kNv12 ? RgbToNv12(picture, pitch) : GreyImage(path, picture, pitch);
@@ -189,8 +195,8 @@ Written ConvertOne(const ConvertOptions& options, const fs::path& path, const Re
     Written written;
     if (target == Kind::kRgb) {
         const bool coloured = options.falseColour && picture.kind == Kind::kY8;
-        const std::string name =
-            path.stem().string() + (picture.kind == Kind::kY8 ? "_disparity.png" : ".png");
+        std::string name = path.stem().string();
+        name += picture.kind == Kind::kY8 ? kDisparityPng : ".png";
         CheckResult(options, folder.path() / name, false, earlier);
         folder.Write(name, EncodePng(coloured ? Coloured(picture.image) : ToRgb(picture)));
         written = {{}, folder.path() / name, picture.width(), picture.height()};
@@ -225,8 +231,25 @@ Json ShowConverted(const ConvertOptions& options, const fs::path& path, Results&
             {"height", written.height}};
 }
 
+// Refuses an option that none of the files can have a use for.
+void CheckOptions(const ConvertOptions& options) {
+    const auto any = [&options](Kind kind) {
+        return std::ranges::find(options.files, kind, KindOf) != options.files.end();
+    };
+    if (options.falseColour && !any(Kind::kY8)) {
+        Refuse("--false-colour", "a disparity, .Y8, to colour", "none");
+    }
+    if (options.pitch != 0 && !any(Kind::kRgb)) {
+        Refuse("--pitch", "a picture to make a dump of", "none");
+    }
+    if (options.width && !any(Kind::kNv12) && !any(Kind::kY8)) {
+        Refuse("--width", "a dump", "none");
+    }
+}
+
 // A file that cannot be converted is reported in its place; the others are converted.
 int Convert(const ConvertOptions& options) {
+    CheckOptions(options);
     Json report = Json::array();
     Results results;
     int code = kExitDone;
@@ -264,8 +287,10 @@ std::function<int()> PrepareConvert(Command command) {
                     "bytes from row to row of a new dump (default: the\npitch in the picture's "
                     "name, else the width)");
     command.Flag("--false-colour", options->falseColour, "disparity in colours, with a scale");
-    command.Flag("--commands", options->commands,
-                 "convert nothing; print the ffplay and ffmpeg lines that open\neach dump");
+    command
+        .Flag("--commands", options->commands,
+              "convert nothing; print the ffplay and ffmpeg lines that open\neach dump")
+        .Excludes("--false-colour");
     command.Flag("--force", options->force, "replace dumps that exist");
     command.Flag("--json", options->json, "say what was written as JSON");
     command.Footer("A dump's name says its pitch and height: NAME_4096x3000.nv12. Y8 becomes\n"

@@ -78,7 +78,9 @@ public:
         if (sets == 1) {
             page_.emplace(options.report);
         } else {
-            overview_.emplace(options.report, "inspect", Titles(options.places));
+            const std::vector<std::string> titles(options.places.begin(), options.places.end());
+            overview_.emplace(options.report, "inspect",
+                              fmt::format("{}", fmt::join(titles, ", ")));
         }
     }
 
@@ -91,14 +93,13 @@ public:
         return overview_->WritePage(name, report);
     }
 
-    void Add(const Json& tile) {
-        if (overview_) {
-            overview_->Add(tile);
+    // `tiles`: none where the set has no page, and `mistake` says why.
+    void Add(const std::string& name, const std::vector<Json>& tiles, const std::string& mistake) {
+        if (!overview_) {
+            return;
         }
-    }
-
-    void AddFailed(const std::string& name, const std::string& mistake) {
-        if (overview_) {
+        std::ranges::for_each(tiles, [&](const Json& tile) { overview_->Add(tile); });
+        if (tiles.empty()) {
             overview_->AddPlain(name, Report::Kind::kWrong, mistake);
         }
     }
@@ -118,14 +119,6 @@ public:
     bool wanted() const { return page_ || overview_; }
 
 private:
-    static std::string Titles(const std::vector<fs::path>& places) {
-        std::string titles;
-        for (const fs::path& place : places) {
-            titles += (titles.empty() ? "" : ", ") + place.string();
-        }
-        return titles;
-    }
-
     std::optional<ReportFile> page_;
     std::optional<OverviewFile> overview_;
 };
@@ -134,21 +127,25 @@ private:
 struct Inspected {
     Inspection inspection;
     std::vector<std::string> written;
-    Json tile; // null without a page of many
+    std::vector<Json> tiles; // the set's own, in a page of many
+    std::string mistake;     // why not all of it was written
 };
 
 Inspected InspectOne(const InspectOptions& options, const DumpSet& set, const std::string& name,
                      Pages& pages) {
     Inspected inspected;
     inspected.inspection = Inspect(set);
-    if (!options.output.empty()) {
-        inspected.written = WritePictures(inspected.inspection, options.output, name);
-    }
-    if (pages.wanted()) {
-        Report report = ReportOf(inspected.inspection);
-        AddPictureLinks(report, options, inspected.inspection, name);
-        inspected.tile = pages.Write(name, report);
-    }
+    // What was found is shown on a full disk as well.
+    inspected.mistake = MistakeIn([&] {
+        if (pages.wanted()) {
+            Report report = ReportOf(inspected.inspection);
+            AddPictureLinks(report, options, inspected.inspection, name);
+            inspected.tiles.push_back(pages.Write(name, report));
+        }
+        if (!options.output.empty()) {
+            inspected.written = WritePictures(inspected.inspection, options.output, name);
+        }
+    });
     return inspected;
 }
 
@@ -214,7 +211,16 @@ Json Show(const InspectOptions& options, const Inspected& inspected, bool detail
     return json;
 }
 
-void Finish(const InspectOptions& options, Json& report, std::size_t sets, std::size_t wrong,
+// Of all sets.
+struct Summary {
+    std::size_t sets = 0;
+    std::size_t inspected = 0;
+    std::size_t wrong = 0;
+    bool pictures = false; // were written
+    bool failed = false;   // something could not be read or written
+};
+
+void Finish(const InspectOptions& options, const Summary& all, Json& report,
             std::vector<std::string> written, bool details) {
     if (options.json) {
         if (!written.empty() && !report.empty()) { // of a page, beside the last set's pictures
@@ -223,10 +229,12 @@ void Finish(const InspectOptions& options, Json& report, std::size_t sets, std::
         std::printf("%s", JsonText(report).c_str());
         return;
     }
-    if (sets > 1) {
-        std::printf("%zu of %zu sets look wrong\n", wrong, sets);
+    if (all.sets > 1) {
+        const std::size_t left = all.sets - all.inspected;
+        PrintText(fmt::format("{} of {} sets look wrong{}\n", all.wrong, all.sets,
+                              left == 0 ? "" : fmt::format(", {} not inspected", left)));
     }
-    if (!details && !options.output.empty()) {
+    if (!details && all.pictures) {
         written.insert(written.begin(), options.output.string());
     }
     PrintWritten(written);
@@ -240,29 +248,36 @@ int InspectAll(const InspectOptions& options) {
     Pages pages(options, sets.size());
     Json report = Json::array();
     const std::vector<std::string> names = DistinctNames(sets);
-    std::size_t wrong = 0;
+    Summary all{.sets = sets.size(), .failed = !refused.empty()};
     InspectionQueue queue(options, sets, names, pages);
     for (std::size_t i = 0; i < sets.size(); ++i) {
-        const std::string mistake = MistakeIn([&] {
+        std::vector<Json> tiles;
+        Json entry{{"set", sets[i].name()}};
+        std::string mistake;
+        const std::string unread = MistakeIn([&] {
             const Inspected inspected = queue.Next();
-            pages.Add(inspected.tile);
-            wrong += inspected.inspection.findings.empty() ? 0 : 1;
-            report.push_back(Show(options, inspected, details));
+            ++all.inspected;
+            all.wrong += inspected.inspection.findings.empty() ? 0 : 1;
+            all.pictures = all.pictures || !inspected.written.empty();
+            entry = Show(options, inspected, details);
+            tiles = inspected.tiles;
+            mistake = inspected.mistake;
         });
+        mistake += unread;
         if (!mistake.empty()) {
-            refused.push_back({sets[i].name(), mistake});
-            pages.AddFailed(names[i], mistake);
+            PrintNotice(mistake);
+            entry["error"] = mistake;
+            all.failed = true;
         }
+        pages.Add(names[i], tiles, mistake);
+        report.push_back(std::move(entry));
     }
     for (const RefusedPlace& place : refused) {
         PrintNotice(place.mistake);
         report.push_back({{"set", place.place.string()}, {"error", place.mistake}});
     }
-    Finish(options, report, sets.size(), wrong, pages.Commit(), details);
-    if (!refused.empty()) {
-        return kExitWrongUse;
-    }
-    return wrong == 0 ? kExitDone : kExitFailed;
+    Finish(options, all, report, pages.Commit(), details);
+    return all.failed ? kExitWrongUse : all.wrong == 0 ? kExitDone : kExitFailed;
 }
 
 } // namespace

@@ -223,8 +223,7 @@ std::string Command::name() const {
 std::vector<Command::OptionFacts> Command::options() const {
     std::vector<OptionFacts> facts;
     for (const CLI::Option* option : std::as_const(*app_).get_options()) {
-        // A flag expects no items.
-        OptionFacts fact{{}, option->get_type_name(), option->get_items_expected_max() != 0};
+        OptionFacts fact{{}, option->get_type_name(), option->get_items_expected_max()};
         for (const std::string& name : option->get_snames()) {
             fact.names.push_back("-" + name);
         }

@@ -95,7 +95,7 @@ public:
     struct OptionFacts {
         std::vector<std::string> names; // with their dashes; none of what stands without an option
         std::string form;
-        bool takesValue = false;
+        int mostValues = 0; // of a flag none
     };
     std::string name() const;
     std::vector<OptionFacts> options() const;

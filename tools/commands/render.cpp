@@ -320,7 +320,7 @@ std::function<int()> PrepareRender(Command command) {
     command.Path("--device-root", "DIR", options->deviceRoot,
                  "folder in place of the device's / (default: a temporary one);\n"
                  "the calibration file that it holds comes before the default");
-    AddRunOptions(command, *options);
+    AddRunOptions(command, *options, "one for a rectified\npair");
     command.Footer(
         "Writes DIR/output.png, DIR/disparity.png (where the engine computed one) and\n"
         "DIR/tags.json. Places are pixels of the main picture, after --size. A report shows\n"

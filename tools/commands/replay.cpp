@@ -136,6 +136,9 @@ int Run(const ReplayCommandOptions& options) {
     if (options.sweeps.empty() && !options.all) {
         return ReplayOne(options);
     }
+    if (options.allOptions.failAbove > 0 && !options.allOptions.reference.given()) {
+        Refuse("--fail-above", "--against-node or --against-engine beside it", "none");
+    }
     if (!options.replay.trace.empty()) { // all runs would write the same file
         Refuse("--trace", "one run", options.all ? "--all" : "--sweep");
     }

@@ -9,7 +9,6 @@
 #include "host/picture/errors.h"
 #include "host/picture/image_file.h"
 #include "platform/properties.h"
-#include "tools/files/console.h"
 
 namespace {
 
@@ -95,9 +94,9 @@ void AddRequestOptions(Command& command, RequestOptions& options, const std::str
     size("--aux-sensor", options.auxSensor, "the same of the aux sensor");
 }
 
-void AddRunOptions(Command& command, RunOptions& options) {
+void AddRunOptions(Command& command, RunOptions& options, const std::string& calibration) {
     command.Path("--calibration", "FILE", options.calibration,
-                 "the device's calibration file (default: one for a rectified\npair)");
+                 fmt::format("the device's calibration file (default: {})", calibration));
     command.Integer("--debug-view", "0..3", 0, 3, options.debugView,
                     "1 main, 2 aux, 3 main with aux in its corner");
     command.Integer("--log", "MASK", 0, 255, options.logMask,
@@ -129,7 +128,7 @@ void AddReplayChanges(Command& command, ReplayOptions& options) {
                     "pixels in a row of the main image (default: as the set\ntells)");
     command.Integer("--aux-width", "PIXELS", 2, kLongestSide, options.auxWidth,
                     "the same of the aux image");
-    AddRunOptions(command, options);
+    AddRunOptions(command, options, "the one beside the\nset, else one for a rectified pair");
 }
 
 // The list is the stand-ins' own, so that a new call point appears by itself.

@@ -2,7 +2,6 @@
 
 #include <filesystem>
 #include <string>
-#include <vector>
 
 #include "tools/commands/options.h"
 #include "tools/replay/replay.h"
@@ -15,8 +14,8 @@
 void AddRequestOptions(Command& command, RequestOptions& options, const std::string& defaults);
 
 // What the node runs in: calibration, debug view, log mask, properties, failures, timeout,
-// libraries.
-void AddRunOptions(Command& command, RunOptions& options);
+// libraries. `calibration`: in words, which one is taken by default.
+void AddRunOptions(Command& command, RunOptions& options, const std::string& calibration);
 
 // What a replay changes, and what it runs in.
 void AddReplayChanges(Command& command, ReplayOptions& options);

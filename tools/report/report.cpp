@@ -17,6 +17,7 @@
 #include "host/picture/image_file.h"
 #include "host/picture/nv12.h"
 #include "tools/compare/matrix.h"
+#include "tools/files/console.h"
 #include "tools/files/json_text.h"
 #include "tools/files/progress.h"
 #include "tools/report/depth_of_field.h"
@@ -309,15 +310,20 @@ Json Report::Tile() const {
             {"thumbnail", tilePicture_ == nullptr ? "" : Thumbnail(*tilePicture_)}};
 }
 
-ReportFile::ReportFile(const fs::path& file)
-    : folder_(file.parent_path()), name_(file.filename().string()) {
+ReportFile::ReportFile(const fs::path& file) : folder_(file.parent_path()), file_(file) {
     // The place is refused now, and not after a run of minutes.
-    if (fs::is_directory(folder_.path() / name_)) {
+    if (fs::is_directory(file)) {
         Refuse(file.string(), "a file", "a folder");
+    }
+}
+
+ReportFile::~ReportFile() {
+    if (!committed_) {
+        PrintNotice(fmt::format("note: {}: not written by this run", file_.string()));
     }
 }
 
 void ReportFile::Write(const Report& report) {
     const Progress progress("writing the report");
-    folder_.Write(name_, report.Page(folder_.path()));
+    folder_.Write(file_.filename().string(), report.Page(folder_.path()));
 }

@@ -103,12 +103,20 @@ class ReportFile {
 public:
     // Makes the folder if it is missing. Throws UseError if no page can stand there.
     explicit ReportFile(const std::filesystem::path& file);
+    // Says so if it was not committed: a page of an earlier run would pass for this run's.
+    ~ReportFile();
+    ReportFile(const ReportFile&) = delete;
+    ReportFile& operator=(const ReportFile&) = delete;
 
     void Write(const Report& report);
-    void Commit() { folder_.Commit(); }
+    void Commit() {
+        folder_.Commit();
+        committed_ = !written().empty();
+    }
     std::vector<std::string> written() const { return folder_.written(); }
 
 private:
     OutputFolder folder_;
-    std::string name_;
+    std::filesystem::path file_;
+    bool committed_ = false;
 };

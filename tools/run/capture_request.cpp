@@ -10,14 +10,12 @@
 
 namespace {
 
-// An auto-focus region whose middle, as the node computes it, is exactly this point. The node takes
-// a focus in column or row 0 as no focus, so column and row 1 are used instead.
+// An auto-focus region whose middle, as the node computes it, is exactly this point.
 ChiWeightedRegion RegionAround(Point point, Size image) {
     // The region reaches a fortieth of the width to each side, or less near an edge: it must stay
     // in the image for its middle to be the point.
     constexpr int kFocusRegionShare = 40;
-    const int x = std::max(point.x, 1);
-    const int y = std::max(point.y, 1);
+    const auto [x, y] = point;
     const int reach = std::min(
         {image.width / kFocusRegionShare, x, y, image.width - 1 - x, image.height - 1 - y});
     return {x - reach, y - reach, x + reach, y + reach};
@@ -91,7 +89,12 @@ host::Request RequestOf(const RenderOptions& options, const Sensors& sensors,
     camera.focusRect = ofImage.metadata.cameraMetadata[0].focusRect;
     if (options.focus) {
         CheckFocus(*options.focus, main);
-        camera.focusRect = RegionAround(*options.focus, main);
+        const Point focus{std::max(options.focus->x, 1), std::max(options.focus->y, 1)};
+        if (focus.x != options.focus->x || focus.y != options.focus->y) {
+            notes.push_back(fmt::format("--focus: the node takes {},{} as no focus; {},{} is used",
+                                        options.focus->x, options.focus->y, focus.x, focus.y));
+        }
+        camera.focusRect = RegionAround(focus, main);
     }
     if (options.afRegion) {
         const ChiWeightedRegion& region = camera.focusRect = *options.afRegion;
