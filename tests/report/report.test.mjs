@@ -2,7 +2,7 @@
 // browser. Screenshots land in the working folder's screenshots/.
 
 import assert from "node:assert/strict";
-import { copyFileSync, mkdirSync, readFileSync, readdirSync, rmSync, statSync } from "node:fs";
+import { copyFileSync, cpSync, mkdirSync, readFileSync, readdirSync, rmSync, statSync, writeFileSync } from "node:fs";
 import path from "node:path";
 import { after, before, test } from "node:test";
 import { pathToFileURL } from "node:url";
@@ -214,7 +214,7 @@ test("overlays stand where they should", async (t) => {
 test("a replay is compared with what was dumped", async (t) => {
   const page = await open(t, replay("changed", "--blur", "40"));
   assert.match(await page.locator("#verdict").textContent(),
-    /^differs from the dump in \d+ % of luma, in what is blurred, as changed$/);
+    /^differs from the dump in \d+ % of luma, as changed$/);
   assert.match(await page.locator(".findings").last().textContent(), /changed: blur: 100 -> 40/);
   assert.equal(await page.locator("#beforeName").textContent(), "dumped output");
   await page.keyboard.press("3");
@@ -233,8 +233,40 @@ test("a replay is compared with what was dumped", async (t) => {
   const sides = await edges(page, ".regions rect");
   assert.ok(sides[0] >= 0 && sides[1] >= 0 && sides[2] <= WIDTH && sides[3] <= HEIGHT, String(sides));
   assert.ok(box[2] - box[0] <= sides[2] - sides[0] + 1);
+  // The numbers are those of the largest difference that is in sight now.
+  const [largest, within] = await page.evaluate(() => {
+    const [{ width, values }] = pair.difference.levels[0];
+    const [left, top, right, bottom] = pair.regions[0];
+    return [values[spot.y * width + spot.x], values.filter((value, i) => i % width >= left &&
+      i % width < right && i >= top * width && i < bottom * width).reduce((a, b) => Math.max(a, b))];
+  });
+  assert.equal(largest, within);
+  assert.match(await page.locator("#readout").textContent(), new RegExp(`difference ${largest}$`));
+  // A choice leaves the keys to the page, but for those that choose.
   await page.getByLabel("Compare").selectOption("main | output");
-  assert.equal(await page.locator("#beforeName").count(), 1);
+  await page.getByLabel("Compare").focus();
+  await page.keyboard.press("0");
+  await page.keyboard.press("2");
+  assert.equal(await page.locator("#beforeName").textContent(), "main");
+  assert.deepEqual(await page.evaluate(() => [view.name, place.zoom]), ["Blink", 1]);
+  await page.keyboard.press("ArrowUp");
+  assert.equal(await page.evaluate(() => pair.before), "dumped output");
+});
+
+test("differences without a frame are counted", async (t) => {
+  const folder = path.join(material.folder, "spots");
+  cpSync(path.join(material.folder, "scene"), folder, { recursive: true });
+  const output = path.join(folder, readdirSync(folder).find((name) => name.includes("_res_")));
+  const [, pitch] = /_(\d+)x\d+\./.exec(output).map(Number);
+  const bytes = readFileSync(output);
+  for (let i = 0; i < 12; i++) bytes[(20 + 96 * Math.floor(i / 4)) * pitch + 20 + 80 * (i % 4)] ^= 64;
+  writeFileSync(output, bytes);
+  const set = readdirSync(folder).find((name) => name.endsWith(".Y8"));
+  const page = await open(t, material.report("spots", 1, "replay", `spots/${set}`));
+  await page.locator("#help", { hasText: "d next of the 9 largest of 12 differences" }).waitFor();
+  await page.keyboard.press("3");
+  assert.match(await page.locator("#scaleTitle").textContent(),
+    /largest difference 64 of 255; framed are the 9 largest of 12 differences$/);
 });
 
 test("a crop stands in its sensor", async (t) => {
@@ -376,8 +408,23 @@ test("numbers are those of the files", async (t) => {
   await page.keyboard.press("c");
   for (const key of ["ArrowRight", "ArrowDown", "Shift+ArrowDown"]) await page.keyboard.press(key);
   await assertNumbers(118, 94);
-  await page.keyboard.press("4"); // another scene, other numbers
+  await page.keyboard.press("4"); // another scene, other numbers, of the same place
+  assert.equal(await page.locator("#readout").textContent(), "118,94");
   assert.deepEqual(await page.locator("#values th").allTextContents(), ["", "Y", "U", "V", "R", "G", "B", "aux"]);
+});
+
+test("many pictures without pairs have keys as far as there are, and their own numbers", async (t) => {
+  const page = await open(t, pages.scene);
+  await page.locator("#stage[aria-busy=false]").waitFor();
+  await page.evaluate(() => showData({ ...data, comparisons: [], disparity: null, depthOfField: null,
+    pictures: Object.fromEntries([...Array(11).keys()].map((i) => [`photo ${i}`, data.pictures.main])) }));
+  const buttons = await page.locator("#views button").allTextContents();
+  assert.deepEqual([buttons[8], buttons[9]], ["9Photo 8", "Photo 9"]);
+  await page.keyboard.press("9");
+  await page.locator("#values th", { hasText: "photo 8" }).waitFor();
+  assert.equal(await page.locator("#values tr").count(), 2);
+  assert.match(await page.locator("#readout").textContent(), /^\d+,\d+$/);
+  assert.match(await page.locator("#help").textContent(), / 1–9 view /);
 });
 
 test("zoom shows real pixels, and one place in all views", async (t) => {
@@ -482,11 +529,11 @@ test("a page of many shows the worst first and opens each", async (t) => {
   makeSets("many", 4);
   const file = material.report("many", 1, "inspect", "many");
   const page = await open(t, file);
-  assert.equal(await page.locator("#verdict").textContent(), "1 of 4 sets are wrong");
+  assert.equal(await page.locator("#verdict").textContent(), "1 of 4 sets is wrong");
   const tiles = page.locator(".tile:visible");
   const titles = () => tiles.locator("b").allTextContents();
-  assert.deepEqual(await titles(), [3, 0, 1, 2].map((i) => `IMG_20240131_120${i}00`));
-  assert.match(await tiles.first().textContent(), /missing.*2024-01-31 12:03:00.*320×240.*blur 100.*findings: 1/);
+  assert.deepEqual(await titles(), [3, 0, 1, 2].map((i) => `many/IMG_20240131_120${i}00`));
+  assert.match(await tiles.first().textContent(), /missing.*2024-01-31 12:03:00.*320×240.*blur 100.*findings: missing/);
   const thumbnail = tiles.nth(1).locator("img");
   assert.ok(await thumbnail.evaluate((image) => image.decode().then(() => image.naturalWidth)) >= 200);
 
@@ -494,25 +541,49 @@ test("a page of many shows the worst first and opens each", async (t) => {
   assert.equal(await tiles.count(), 3);
   await page.keyboard.press("/");
   await page.keyboard.type("12:02");
-  assert.deepEqual(await titles(), ["IMG_20240131_120200"]);
+  assert.deepEqual(await titles(), ["many/IMG_20240131_120200"]);
   assert.match(await page.locator("#count").textContent(), /^1 of 4/);
   await page.getByLabel("Only sets with this text").fill("");
   await page.keyboard.press("ArrowDown");
   await page.keyboard.press("ArrowRight");
   assert.equal(await page.evaluate(() => document.activeElement.querySelector("b").textContent),
-    "IMG_20240131_120100");
+    "many/IMG_20240131_120100");
   const target = await page.evaluate(() => document.activeElement.getAttribute("href"));
+  await page.setViewportSize({ width: 560, height: 900 });
+  const columns = await tiles.evaluateAll((all) => all.findIndex((tile) => tile.offsetTop > all[0].offsetTop));
+  assert.equal(columns, 2);
+  await tiles.nth(columns - 1).focus();
+  await page.keyboard.press("ArrowDown"); // into a shorter row
+  assert.ok(await tiles.last().evaluate((tile) => tile === document.activeElement));
   const set = await open(t, path.join(path.dirname(file), decodeURIComponent(target)));
   assert.equal(await set.locator("#title").textContent(), "IMG_20240131_120100");
 });
 
 test("a replay of many is sorted by what differs most", async (t) => {
-  makeSets("again", 3);
+  makeSets("again", 4);
+  const folder = path.join(material.folder, "again");
+  const spoil = (minute, change) => {
+    const file = path.join(folder, readdirSync(folder).find((name) => name.includes(`_120${minute}00_res_`)));
+    const bytes = readFileSync(file);
+    change(bytes);
+    writeFileSync(file, bytes);
+  };
+  spoil(0, (bytes) => { bytes[0] ^= 1; });
+  spoil(1, (bytes) => bytes.fill(90, (bytes.length * 2) / 3)); // chroma
+  mkdirSync(path.join(folder, "copy"));
+  for (const name of readdirSync(folder).filter((each) => each.includes("_120200_"))) {
+    copyFileSync(path.join(folder, name), path.join(folder, "copy", name));
+  }
   const page = await open(t, material.report("again", 2, "replay", "again", "--all", "-o", "results"),
     { ...PHONE, viewport: { width: 360, height: 740 } });
   const verdicts = () => page.locator(".tile .verdict").allTextContents();
-  assert.match((await verdicts())[0], /unreadable/);
-  assert.equal((await verdicts())[1], "identical to the dump, byte for byte");
+  assert.deepEqual((await verdicts()).map((text) => text.replace(/:.*/, "")), ["unreadable",
+    "differs from the dump in chroma alone", "differs from the dump in less than 0.01 % of luma, in what is blurred",
+    "identical to the dump, byte for byte", "identical to the dump, byte for byte"]);
+  assert.match(await page.locator(".tile").nth(1).textContent(), /PSNR \d+\.\d dB · SSIM 1\.0000/);
+  assert.equal(await page.locator("#verdict").textContent(), "3 of 5 sets are wrong");
+  await page.locator("#search").fill("again/copy/");
+  assert.equal(await page.locator("#count").textContent(), "1 of 5 sets");
   assert.ok(await page.evaluate(() => document.documentElement.scrollWidth) <= 360);
   // Pages are made again only where they are missing.
   const sets = path.join(material.folder, "again.sets");

@@ -237,18 +237,29 @@ TEST_F(ReplayTest, TwoBuildsAreComparedWithTheLargestDifferenceFirst) {
                 AllOf(HasSubstr("\"text\":\"differs from the reference build in "),
                       HasSubstr("\"kind\":\"note\"")))
         << "what is accepted is not marked as wrong";
-    EXPECT_THAT(table.output,
-                MatchesRegex(".*\n! .* 0 -> .*camera/" + captures[2].stem + "\n  .*camera/" +
-                             captures[1].stem + "\n.*\n3 sets: 3 differs\n1 of them.*"));
+    const std::string page =
+        ReadText(folder_ / "builds.sets" / (NamesIn(folder_ / "builds.sets").front()));
+    EXPECT_THAT(page, AllOf(HasSubstr("\"verdict\":{\"kind\":\"note\""),
+                            HasSubstr("\"reference engine\":\"" ENGINE_LIBRARY "\"")));
+    EXPECT_THAT(
+        table.output,
+        MatchesRegex(".*\n! .* 0 -> .*camera/" + captures[2].stem +
+                     ": depthEffectInfo 0, now 1; the main image was copied: .*\n  .*camera/" +
+                     captures[1].stem + "\n.*\n3 sets: 3 differs\n1 of them.*"));
     EXPECT_EQ(compare(toChanged, 1)["results"][0]["doneBefore"], true);
 
     const auto back = compare({"--engine", ENGINE_LIBRARY, "--against-engine", CHANGED_ENGINE}, 1);
     EXPECT_EQ(back["results"][0]["doneBefore"], false);
     EXPECT_EQ(back["results"][0]["report"]["comparison"]["depthEffectInfo"][1], 0);
-    EXPECT_EQ(compare({"--engine", CHANGED_ENGINE, "--against-engine", CHANGED_ENGINE},
-                      0)["counts"]["equal"],
-              3)
-        << "a copy is equal to a copy";
+    EXPECT_THAT(back["results"][0]["reason"],
+                HasSubstr("the reference build: the main image was copied: TSL_DCIR_Process"));
+    const Names same{"--engine", CHANGED_ENGINE, "--against-engine", CHANGED_ENGINE};
+    const auto copies = compare(same, 1);
+    EXPECT_EQ(copies["counts"]["equal"], 3) << "a copy is equal to a copy";
+    EXPECT_EQ(copies["exceeding"], 1) << "and no photo is what a build should make";
+    EXPECT_THAT(Run(all, same).output,
+                ContainsRegex("\n! .*camera/" + captures[2].stem +
+                              ": the reference build: the main image was copied: .*; the main "));
     ::unsetenv("TMPDIR");
     EXPECT_EQ(NamesIn(folder_ / "tmp"), Names{});
 }
@@ -321,6 +332,7 @@ TEST_F(ReplayTest, SweepsShowEachValueInASheet) {
         {{"--sweep", "focus=1"}, "X,Y"},
         {{"--sweep", "focus=31,42/99999,1"}, "99999,1"},
         {{"--sweep", "zoom=1"}, "blur=0,20,40 or focus="},
+        {{"--sweep", "blur=20,7,20"}, "each value once"},
         {{"--sweep", "blur=1", "--sweep", "blur=2"}, "one sweep of blur and one of focus"}};
     for (auto& [words, said] : refused) {
         words.insert(words.end(), {"--report", "refused.html"});
@@ -428,7 +440,7 @@ TEST_F(ReplayTest, CrashAndHangAreResultsAndLeaveNothing) {
                               " --set test.end=hang' /dev/null > shown";
     EXPECT_NE(std::system(shown.c_str()), 0);
     EXPECT_THAT(ReadText(folder_ / "shown"),
-                ContainsRegex("1 sets done, 1 of them failed, 1 left in about [0-9]+ s"));
+                ContainsRegex("1 set done, 1 of them failed, 1 left in about [0-9]+ s"));
 
     Names hanging{"replay", "../camera", "--all", "-o", "results"};
     for (const std::string& word : with("hang")) {

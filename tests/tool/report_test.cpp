@@ -140,6 +140,112 @@ TEST_F(ReportTest, PutsAFallbackAndItsReasonFirst) {
     EXPECT_THAT(data["findings"][1]["text"].get<std::string>(), HasSubstr("TSL_DCIR_"));
 }
 
+// What an engine of another version may make of a set.
+TEST_F(ReportTest, TellsHowAReplayDiffers) {
+    const DumpSet set = FindDumpSet(folder_ / set_);
+    const auto read = [&set](DumpRole role) { return ReadFileBytes(set.file(role)->path); };
+    const Bytes output = read(DumpRole::kOutput);
+    const Bytes disparity = read(DumpRole::kDisparity);
+    DumpName shorter = set.file(DumpRole::kOutput)->name;
+    shorter.height -= 2;
+    const auto added = [](Bytes bytes, std::size_t from) {
+        std::for_each(bytes.begin() + static_cast<std::ptrdiff_t>(from), bytes.end(),
+                      [](std::uint8_t& byte) { ++byte; });
+        return bytes;
+    };
+    // No bytes: no such file.
+    struct {
+        Bytes output;
+        Bytes disparity;
+        bool shorter;
+        const char* kind;
+        std::string verdict;
+    } const kSets[] = {
+        {added(output, 0), disparity, false, "wrong", "differs from the dump in 100 % of luma"},
+        {added(output, 1), disparity, false, "wrong", "differs from the dump in more than 99 %"},
+        {added(output, output.size() / 3 * 2), disparity, false, "wrong", "dump in chroma alone"},
+        {{output.begin(), output.end() - shorter.first * 3},
+         disparity,
+         true,
+         "wrong",
+         "the set's output has another size, "},
+        {{},
+         added(disparity, disparity.size() - 1),
+         false,
+         "wrong",
+         "the disparity differs from the dump; the set has no output to compare with"},
+        {output,
+         {},
+         false,
+         "wrong",
+         "the output is identical to the dump; the set has no disparity to compare with"},
+        {{}, disparity, false, "note", "rendered; the set has no output to compare with"},
+    };
+    for (const auto& each : kSets) {
+        SCOPED_TRACE(each.verdict);
+        const fs::path shortFile = set.folder / DumpFileName(shorter);
+        for (const auto& file :
+             {set.file(DumpRole::kOutput)->path, shortFile, set.file(DumpRole::kDisparity)->path}) {
+            fs::remove(file);
+        }
+        if (!each.output.empty()) {
+            WriteBytes(each.shorter ? shortFile : set.file(DumpRole::kOutput)->path, each.output);
+        }
+        if (!each.disparity.empty()) {
+            WriteBytes(set.file(DumpRole::kDisparity)->path, each.disparity);
+        }
+        const ToolRun run = Run(
+            {"replay", set_, "--report", "page.html", "--calibration", captures_[0].calibration});
+        EXPECT_EQ(run.exitCode, each.kind == std::string("wrong") ? 1 : 0) << run.errors;
+        const auto verdict = DataOf(folder_ / "page.html")["verdict"];
+        EXPECT_EQ(verdict["kind"], each.kind);
+        EXPECT_THAT(verdict["text"].get<std::string>(), HasSubstr(each.verdict));
+    }
+}
+
+TEST_F(ReportTest, TilesOfManyAgreeWithTheirPagesAndNameTheirSets) {
+    const auto path = [this](std::size_t i, DumpRole role) {
+        return FindDumpSet(folder_ / "camera" / captures_[i].stem).file(role)->path;
+    };
+    Bytes output = ReadFileBytes(path(0, DumpRole::kOutput));
+    output[output.size() / 3 * 2] ^= 0x40; // chroma alone
+    WriteBytes(path(0, DumpRole::kOutput), output);
+    fs::remove(path(1, DumpRole::kOutput));
+    fs::create_directory(folder_ / "camera/copy");
+    for (const std::string& name : NamesIn(folder_ / "camera")) {
+        if (name.starts_with(captures_[0].stem)) {
+            fs::copy(folder_ / "camera" / name, folder_ / "camera/copy" / name);
+        }
+    }
+    const auto tiles = [this](const Names& more) {
+        Names arguments{"replay", "camera", "--all"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        EXPECT_EQ(Run(arguments).exitCode, 1);
+        std::vector<nlohmann::json> found = DataOf(folder_ / more.back())["tiles"];
+        std::ranges::sort(
+            found, {}, [](const nlohmann::json& tile) { return tile["title"].get<std::string>(); });
+        return found;
+    };
+    EXPECT_EQ(Run({"replay", "camera", "--all", "-o", "one"}).exitCode, 1);
+    const auto merged = tiles({"--merge", "-o", "one", "--report", "merged.html"});
+    const char* const kinds[] = {"wrong", "note", "wrong"};
+    for (std::size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(merged[i]["verdict"]["kind"], kinds[i]) << merged[i];
+    }
+    tiles({"-o", "one", "--report", "all.html"});
+    const auto changed = tiles({"-o", "two", "--blur", "90", "--report", "all.html"});
+    EXPECT_THAT(changed[0]["verdict"]["text"].get<std::string>(), HasSubstr(", as changed"));
+    const auto again = tiles({"-o", "one", "--report", "all.html"});
+    for (const auto& tile : again) {
+        const auto page = DataOf(folder_ / tile["page"].get<std::string>());
+        EXPECT_EQ(page["verdict"], tile["verdict"]) << "the page is the changed replay's";
+    }
+    EXPECT_EQ(again[0]["title"], "camera/" + captures_[0].stem);
+    EXPECT_EQ(again[2]["title"], "camera/copy/" + captures_[0].stem);
+    EXPECT_EQ(again[0]["page"], again[2]["page"]);
+    EXPECT_LT(again[0]["psnr"], 100) << "of chroma";
+}
+
 TEST_F(ReportTest, RefusesWhatItCannotWriteAndLosesNothing) {
     WriteBytes(folder_ / "kept.png", {'k', 'e', 'p', 't'});
     fs::create_directory(folder_ / "folder.html");

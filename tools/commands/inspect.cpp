@@ -85,22 +85,22 @@ public:
     }
 
     // On any thread. Returns the tile of a set of many.
-    Json Write(const std::string& name, const Report& report) {
+    Json Write(const std::string& name, const std::string& title, const Report& report) {
         if (page_) {
             page_->Write(report);
             return {};
         }
-        return overview_->WritePage(name, report);
+        return overview_->WritePage(name, title, report);
     }
 
     // `tiles`: none where the set has no page, and `mistake` says why.
-    void Add(const std::string& name, const std::vector<Json>& tiles, const std::string& mistake) {
+    void Add(const std::string& title, const std::vector<Json>& tiles, const std::string& mistake) {
         if (!overview_) {
             return;
         }
         std::ranges::for_each(tiles, [&](const Json& tile) { overview_->Add(tile); });
         if (tiles.empty()) {
-            overview_->AddPlain(name, Report::Kind::kWrong, mistake);
+            overview_->AddPlain(title, Report::Kind::kWrong, mistake);
         }
     }
 
@@ -140,7 +140,7 @@ Inspected InspectOne(const InspectOptions& options, const DumpSet& set, const st
         if (pages.wanted()) {
             Report report = ReportOf(inspected.inspection);
             AddPictureLinks(report, options, inspected.inspection, name);
-            inspected.tiles.push_back(pages.Write(name, report));
+            inspected.tiles.push_back(pages.Write(name, set.name(), report));
         }
         if (!options.output.empty()) {
             inspected.written = WritePictures(inspected.inspection, options.output, name);
@@ -269,7 +269,7 @@ int InspectAll(const InspectOptions& options) {
             entry["error"] = mistake;
             all.failed = true;
         }
-        pages.Add(names[i], tiles, mistake);
+        pages.Add(sets[i].name(), tiles, mistake);
         report.push_back(std::move(entry));
     }
     for (const RefusedPlace& place : refused) {

@@ -61,25 +61,25 @@ public:
     Overview(const fs::path& file, const fs::path& place, std::size_t columns)
         : file_(file, "replay", place, columns) {}
 
-    Json Write(const DumpSet& set, const std::string& name, const Replayed& replayed) override {
-        return file_.WritePage(name, ReportOf(set, replayed));
+    Json Write(const DumpSet& set, const std::string& name, const std::string& title,
+               const Replayed& replayed) override {
+        Report report = ReportOf(set, replayed);
+        report.SetTitle(title);
+        return file_.WritePage(name, title, report);
     }
     bool Has(const Json& tile) const override { return file_.HasPage(tile); }
-    void Add(const std::string& name, const std::string& status, const std::string& reason,
-             Json tile, bool accepted) override {
+    void Add(const std::string& title, const std::string& status, const std::string& reason,
+             Json tile, bool wrong) override {
         using Kind = Report::Kind;
+        const Kind kind = wrong ? Kind::kWrong : status == "equal" ? Kind::kGood : Kind::kNote;
         if (OverviewFile::IsTile(tile)) {
-            // The page of the set was written by its process, which does not know what is accepted.
-            if (accepted && tile["verdict"]["kind"] == "wrong") {
-                tile["verdict"]["kind"] = "note";
+            tile["title"] = title;     // a copy of the set may have got the page
+            if (status == "differs") { // of which another run may have accepted more or less
+                tile["verdict"]["kind"] = NameOf(kind);
             }
             file_.Add(std::move(tile));
         } else {
-            file_.AddPlain(name,
-                           status == "equal"     ? Kind::kGood
-                           : status == "differs" ? Kind::kNote
-                                                 : Kind::kWrong,
-                           reason.empty() ? status : status + ": " + reason);
+            file_.AddPlain(title, kind, reason.empty() ? status : status + ": " + reason);
         }
     }
     std::vector<std::string> Commit() override {

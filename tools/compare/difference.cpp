@@ -186,6 +186,16 @@ PictureDifference Compare(const RgbImage& a, const RgbImage& b, const host::Imag
     return CompareAll(PlanesOf(a, b, mask), true);
 }
 
+std::optional<double> PictureDifference::psnr() const {
+    std::optional<double> lowest;
+    for (const PlaneDifference& plane : planes) {
+        if (plane.psnr) {
+            lowest = std::min(*plane.psnr, lowest.value_or(*plane.psnr));
+        }
+    }
+    return lowest;
+}
+
 std::string ToText(const PictureDifference& difference) {
     if (difference.identical()) {
         return "identical\n";

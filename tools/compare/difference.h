@@ -43,6 +43,7 @@ struct PictureDifference {
         ssim; // mean structural similarity of luma; of RGB pictures, of their grey
 
     bool identical() const { return !first; }
+    std::optional<double> psnr() const; // the lowest of the planes
 };
 
 // `similarity`: the SSIM as well, which takes longer than all the rest.

@@ -28,6 +28,10 @@ std::string Printable(const std::string& text) {
     return printable;
 }
 
+std::string Counted(std::uint64_t count, const std::string& thing) {
+    return std::to_string(count) + " " + thing + (count == 1 ? "" : "s");
+}
+
 void PrintText(const std::string& text) {
     std::fputs(Printable(text).c_str(), stdout);
 }

@@ -7,6 +7,7 @@
 #include <tuple>
 
 #include <fmt/core.h>
+#include <fmt/ranges.h>
 
 #include "host/picture/file_bytes.h"
 #include "tools/files/interruption.h"
@@ -19,6 +20,13 @@ namespace {
 
 constexpr char kReferenceFile[] = "reference.json";
 constexpr DumpRole kComparedRoles[] = {DumpRole::kOutput, DumpRole::kDisparity};
+
+// Empty for a success. A build that falls back publishes all the same.
+std::string FailureOf(const Replayed& replayed) {
+    return !replayed.failed()
+               ? ""
+               : (replayed.copied ? "the main image was copied: " : "") + ReasonOf(replayed);
+}
 
 // Leaves output and disparity in the folder, and what became of the replay.
 void WriteReference(const DumpSet& set, const ReplayOptions& options, const fs::path& folder,
@@ -36,6 +44,7 @@ void WriteReference(const DumpSet& set, const ReplayOptions& options, const fs::
             const bool whole = published && replayed.missing.empty();
             Json made = Result(whole ? status::kRendered : status::kFailed, ReasonOf(replayed));
             made["depthEffectInfo"] = published ? published->result.depthEffectInfo : 0;
+            made["failure"] = FailureOf(replayed);
             return made;
         },
         log);
@@ -59,33 +68,39 @@ Json SummaryOf(const std::optional<PictureDifference>& difference, bool due) {
         return {{"share", due ? 1 : 0}, {"psnr", nullptr}, {"ssim", nullptr}};
     }
     double share = 0;
-    std::optional<double> psnr;
     for (const PlaneDifference& plane : difference->planes) {
         share = std::max(share, plane.share());
-        if (plane.psnr) {
-            psnr = std::min(*plane.psnr, psnr.value_or(*plane.psnr));
-        }
     }
-    return {{"share", share}, {"psnr", OrNull(psnr)}, {"ssim", OrNull(difference->ssim)}};
+    return {
+        {"share", share}, {"psnr", OrNull(difference->psnr())}, {"ssim", OrNull(difference->ssim)}};
 }
 
-Json Compared(const DumpSet& set, const Replayed& replayed, const Json& reference) {
-    const std::uint32_t before = reference["depthEffectInfo"];
+Json Compared(const DumpSet& set, const Replayed& replayed) {
+    const Reference& reference = *replayed.reference;
     const std::uint32_t now = replayed.result.published->result.depthEffectInfo;
     // A copy is equal to a copy.
-    const bool equal = before == now && replayed.sameImages() && replayed.result.complaints.empty();
+    const bool equal = replayed.same() && replayed.result.complaints.empty();
+    const std::string failure = FailureOf(replayed);
     Json report = ToJson(set, replayed);
     report["equal"] = equal;
     report["comparison"] = {
-        {"depthEffectInfo", {before, now}},
+        {"depthEffectInfo", {reference.depthEffectInfo, now}},
+        {"failures", {reference.failure, failure}},
         {"output", SummaryOf(replayed.outputDifference, true)},
         {"disparity", SummaryOf(replayed.disparityDifference, replayed.disparityDue)}};
-    std::string reason = equal ? "" : ReasonOf(replayed);
-    if (before != now) {
-        reason = fmt::format("depthEffectInfo {}, now {}{}{}", before, now,
-                             reason.empty() ? "" : "; ", reason);
+    std::vector<std::string> reasons;
+    if (reference.depthEffectInfo != now) {
+        reasons.push_back(
+            fmt::format("depthEffectInfo {}, now {}", reference.depthEffectInfo, now));
     }
-    return Result(equal ? status::kEqual : status::kDiffers, reason, report);
+    if (!reference.failure.empty()) {
+        reasons.push_back("the reference build: " + reference.failure);
+    }
+    if (!failure.empty() || !equal) {
+        reasons.push_back(failure.empty() ? ReasonOf(replayed) : failure);
+    }
+    return Result(equal ? status::kEqual : status::kDiffers,
+                  fmt::format("{}", fmt::join(reasons, "; ")), report);
 }
 
 // JSON has no infinity: it is null there.
@@ -109,13 +124,14 @@ struct PictureSummary {
 struct Comparison {
     std::uint32_t effectBefore = 0;
     std::uint32_t effectNow = 0;
+    bool failed; // one of the two
     PictureSummary output;
     PictureSummary disparity;
 
     explicit Comparison(const Json& json)
         : effectBefore(json.at("depthEffectInfo").at(0)),
-          effectNow(json.at("depthEffectInfo").at(1)), output(json.at("output")),
-          disparity(json.at("disparity")) {}
+          effectNow(json.at("depthEffectInfo").at(1)), failed(json.at("failures") != Json{"", ""}),
+          output(json.at("output")), disparity(json.at("disparity")) {}
 
     bool sameEffect() const { return effectBefore == effectNow; }
 };
@@ -137,7 +153,7 @@ std::tuple<bool, bool, double, double> RankOf(const Json& result) {
     const auto quality = [](const PictureSummary& picture) {
         return picture.share > 0 && picture.psnr == kIdentical ? 0.0 : picture.psnr;
     };
-    return found ? std::tuple(true, found->sameEffect(), quality(found->output),
+    return found ? std::tuple(true, found->sameEffect() && !found->failed, quality(found->output),
                               quality(found->disparity))
                  : std::tuple(false, false, 0.0, 0.0);
 }
@@ -159,7 +175,7 @@ ReplayOptions OptionsOf(const ReferenceBuild& reference, ReplayOptions options) 
 }
 
 Json ReplayInBoth(const DumpSet& set, const ReplayOptions& reference, const ReplayOptions& options,
-                  const fs::path& log, const PageWriter& page) {
+                  double failAbove, const fs::path& log, const PageWriter& page) {
     const TemporaryFolder folder;
     int end = 0;
     fmt::print(stderr, "the reference build:\n");
@@ -177,12 +193,14 @@ Json ReplayInBoth(const DumpSet& set, const ReplayOptions& reference, const Repl
     if (made["status"] != status::kRendered) {
         return Result(made["status"], "the reference build: " + made["reason"].get<std::string>());
     }
-    Replayed replayed = Replay(SetOfReference(set, folder.path()), options);
-    replayed.againstBuild = true;
+    Replayed replayed =
+        Replay(SetOfReference(set, folder.path()), options,
+               Reference{FindLibraries(reference), made["depthEffectInfo"], made["failure"]});
     if (!replayed.result.published) {
         return Result(status::kFailed, ReasonOf(replayed));
     }
-    Json result = Compared(set, replayed, made);
+    Json result = Compared(set, replayed);
+    replayed.accepted = !Exceeds(result, failAbove);
     result["tile"] = page(replayed);
     return result;
 }
@@ -193,7 +211,7 @@ void SortByDifference(std::vector<Json>& results) {
 
 bool Exceeds(const Json& result, double share) {
     const auto found = ComparisonOf(result);
-    return !found || !found->sameEffect() ||
+    return !found || found->failed || !found->sameEffect() ||
            std::max(found->output.share, found->disparity.share) > share;
 }
 
@@ -204,6 +222,7 @@ std::string ComparisonTable(const std::vector<Json>& results, double failAbove) 
     for (const Json& result : results) {
         const char* const mark = Exceeds(result, failAbove) ? "!" : "";
         const std::string set = result["set"];
+        const std::string reason = result["reason"];
         if (const auto found = ComparisonOf(result)) {
             const auto& [output, disparity] = std::tie(found->output, found->disparity);
             const std::string effect =
@@ -212,10 +231,11 @@ std::string ComparisonTable(const std::vector<Json>& results, double failAbove) 
                     : fmt::format("{} -> {}", found->effectBefore, found->effectNow);
             table += fmt::format(kRow, mark, Percent(output.share), Decibels(output.psnr),
                                  output.ssim ? fmt::format("{:.4f}", *output.ssim) : "-",
-                                 Percent(disparity.share), Decibels(disparity.psnr), effect, set);
+                                 Percent(disparity.share), Decibels(disparity.psnr), effect,
+                                 found->failed ? fmt::format("{}: {}", set, reason) : set);
         } else {
             table += fmt::format("{:<2}{}: {}: {}\n", mark, result["status"].get<std::string>(),
-                                 set, result["reason"].get<std::string>());
+                                 set, reason);
         }
     }
     return table;

@@ -221,10 +221,15 @@ void TakeDumps(const DeviceFolder& device, const std::string& stem, Replayed& re
     }
 }
 
+// With what the replay is compared.
+std::string Other(const Replayed& replayed) {
+    return replayed.reference ? "the reference build" : "the set";
+}
+
 void CompareOutput(const DumpSet& set, bool similarity, Replayed& replayed) {
     const auto& file = set.file(DumpRole::kOutput);
     if (!file) {
-        replayed.notes.emplace_back("the set has no output to compare with");
+        replayed.notCompared.emplace_back(Other(replayed) + " has no output to compare with");
         return;
     }
     // It is read once: in a live session many outputs are compared with it.
@@ -235,8 +240,8 @@ void CompareOutput(const DumpSet& set, bool similarity, Replayed& replayed) {
     if (replayed.dumpedOutput.size() == replayed.output.size()) {
         replayed.outputDifference = Compare(replayed.dumpedOutput, replayed.output, {}, similarity);
     } else {
-        replayed.notes.push_back("the set's output has another size, " +
-                                 InWords(replayed.dumpedOutput.size()));
+        replayed.notCompared.push_back(Other(replayed) + "'s output has another size, " +
+                                       InWords(replayed.dumpedOutput.size()));
     }
 }
 
@@ -249,8 +254,9 @@ void CompareDisparity(const DumpSet& set, const host::Image& depth, bool pitchCh
     replayed.disparityDue = file || made;
     if (!file || !made) {
         if (replayed.disparityDue) {
-            replayed.notes.emplace_back(file ? "the replay has no disparity to compare"
-                                             : "the set has no disparity to compare with");
+            replayed.notCompared.push_back(file ? "the replay has no disparity to compare"
+                                                : Other(replayed) +
+                                                      " has no disparity to compare with");
         }
         return;
     }
@@ -262,9 +268,10 @@ void CompareDisparity(const DumpSet& set, const host::Image& depth, bool pitchCh
         ImageFromBytes(host::Image::Format::Y8, depth.bytes(), width, depth.pitch(), height);
     if (file->name.first != pitch || pitch < width || file->name.height != height ||
         file->bytes < expected) {
-        replayed.notes.push_back(fmt::format(
-            "the set's disparity has another size: expected {}x{}, {} bytes, found {}x{}, {} bytes",
-            pitch, height, expected, file->name.first, file->name.height, file->bytes));
+        replayed.notCompared.push_back(fmt::format(
+            "{}'s disparity has another size: expected {}x{}, {} bytes, found {}x{}, {} bytes",
+            Other(replayed), pitch, height, expected, file->name.first, file->name.height,
+            file->bytes));
         return;
     }
     if (file->bytes > expected) { // a device's buffer keeps the size of the largest capture
@@ -352,6 +359,7 @@ Replayed ReadSet(const DumpSet& set, const ReplayOptions& options, Replayed&& be
     replayed.dumped = ReadDumped(set);
     replayed.asked = Changed(replayed.dumped, options);
     replayed.changes = ChangesOf(options, replayed);
+    replayed.reference = std::move(before.reference);
     replayed.main = std::move(before.main);
     replayed.aux = std::move(before.aux);
     replayed.dumpedOutput = std::move(before.dumpedOutput);
@@ -379,10 +387,16 @@ Replayed ReadSet(const DumpSet& set, const ReplayOptions& options, Replayed&& be
 
 } // namespace
 
-bool Replayed::sameImages() const {
+bool Replayed::asDumped() const {
+    return asked == dumped && debugView == 0 && !std::ranges::count(changes, kSkipBokeh);
+}
+
+bool Replayed::same() const {
     const bool disparitySame =
         disparityDifference ? disparityDifference->identical() : !disparityDue;
-    return outputDifference && outputDifference->identical() && disparitySame;
+    const bool effectSame =
+        !reference || reference->depthEffectInfo == result.published->result.depthEffectInfo;
+    return effectSame && disparitySame && outputDifference && outputDifference->identical();
 }
 
 void RefuseCapturesFolder(const fs::path& output, const fs::path& captures) {
@@ -454,6 +468,7 @@ void CompareWithSet(const DumpSet& set, const ReplayOptions& options, const Devi
     }
     CompareOutput(set, options.dump, replayed);
     CompareDisparity(set, depth, options.pitch != 0, options.dump, replayed);
+    std::ranges::copy(replayed.notCompared, std::back_inserter(replayed.notes));
 }
 
 // Runs the request in the folder, which is made where there is none yet. `replayed`: an earlier
@@ -468,6 +483,7 @@ void RunAndCompare(const DumpSet& set, const ReplayOptions& options, Replayed& r
         run.calibration = CalibrationBeside(set);
     }
     replayed = ReadSet(set, options, std::move(replayed));
+    replayed.libraries = libraries;
     const Sensors sensors = SensorsOf(options, run.calibration, set, replayed);
     replayed.mainSensor = sensors.main;
     replayed.auxSensor = sensors.aux;
@@ -503,7 +519,8 @@ void RunAndCompare(const DumpSet& set, const ReplayOptions& options, Replayed& r
 
 } // namespace
 
-Replayed Replay(const DumpSet& set, const ReplayOptions& options) {
+Replayed Replay(const DumpSet& set, const ReplayOptions& options,
+                const std::optional<Reference>& reference) {
     // Made by the parent, which removes it where the child crashes.
     const TemporaryFolder root;
     ContinueInChild(options.timeout);
@@ -511,6 +528,7 @@ Replayed Replay(const DumpSet& set, const ReplayOptions& options) {
     dumping.dump = true;
     dumping.deviceRoot = root.path();
     Replayed replayed;
+    replayed.reference = reference;
     std::optional<DeviceFolder> device;
     RunAndCompare(set, dumping, replayed, device, RunNode, [] { return true; });
     return replayed;

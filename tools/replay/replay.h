@@ -26,6 +26,13 @@ struct ReplayOptions : RunOptions, RequestOptions {
 
 inline constexpr char kSkipBokeh[] = "--skip-bokeh"; // the option, and the change that it makes
 
+// A build with which a replay is compared, and what it made of the set.
+struct Reference {
+    Libraries libraries;
+    std::uint32_t depthEffectInfo = 0;
+    std::string failure; // empty if it did not fail
+};
+
 // What became of a dumped request that ran again: all that a report shows.
 struct Replayed : Outcome {
     DumpParameters dumped;
@@ -40,16 +47,24 @@ struct Replayed : Outcome {
     host::Image dumpedOutput; // without a size where the set has none that can be compared
     host::Image disparity;    // rows as long as the main image's pitch, unless that was changed
     host::Image dumpedDisparity;
-    bool againstBuild = false; // "dumped" are the results of another build
+    Libraries libraries;
+    std::optional<Reference> reference; // the build whose results stand in for the dumped ones
+    bool accepted = false;              // what differs from it
     // Against the dumped ones; nothing where there is no pair to compare.
     std::optional<PictureDifference> outputDifference;
     std::optional<PictureDifference> disparityDifference;
     bool disparityDue = false; // the set or the replay has one, so that both must
     std::vector<std::pair<std::string, Bytes>> files; // the node's new dumps, named as the old ones
 
-    // Output and disparity are the dumped ones, byte for byte; equal: and nothing failed.
-    bool sameImages() const;
-    bool equal() const { return !failed() && sameImages(); }
+    // Why output or disparity have no difference; part of the notes as well.
+    std::vector<std::string> notCompared;
+
+    // The request is the dumped one, so that the same results are due.
+    bool asDumped() const;
+    // Output, disparity and the reference's depthEffectInfo are the same. Only if it published.
+    bool same() const;
+    // The same, by a replay that did not fail.
+    bool equal() const { return !failed() && same(); }
     // "equal", "differs", "failed", or "rendered" where the set has no output to compare with.
     std::string status() const;
 };
@@ -57,8 +72,9 @@ struct Replayed : Outcome {
 // Reads the set, rebuilds its request and runs it through the node, which dumps. Once per process.
 // Returns in a child process, so that the time limit covers what the caller does then as well, and
 // throws a ChildFailure in the calling one: see ContinueInChild. Throws UseError where the set
-// cannot be replayed.
-Replayed Replay(const DumpSet& set, const ReplayOptions& options);
+// cannot be replayed. `reference`: the build that made the set's output and disparity.
+Replayed Replay(const DumpSet& set, const ReplayOptions& options,
+                const std::optional<Reference>& reference = {});
 
 // Replays a set again and again in this process. Node and engine stay loaded, the node as long as
 // only focus, faces, blur and skipping change, and the set's files are read once. The images are
@@ -105,14 +121,16 @@ Json ToJson(const DumpSet& set, const Replayed& replayed);
 class ReplayPages {
 public:
     virtual ~ReplayPages() = default;
-    // Writes the page of one set, in that set's process. Returns its tile, which the set's result
-    // keeps.
-    virtual Json Write(const DumpSet& set, const std::string& name, const Replayed& replayed) = 0;
-    // Whether the page of this tile is there.
+    // Writes the page of one set, in that set's process. `name`: of the file. Returns its tile,
+    // which the set's result keeps.
+    virtual Json Write(const DumpSet& set, const std::string& name, const std::string& title,
+                       const Replayed& replayed) = 0;
+    // Whether the page of this tile is there, and not one that another run has put in its place.
     virtual bool Has(const Json& tile) const = 0;
-    // `tile`: null where there is none. `accepted`: what differs does not count as wrong.
-    virtual void Add(const std::string& name, const std::string& status, const std::string& reason,
-                     Json tile, bool accepted) = 0;
+    // `tile`: null where there is none. `wrong`: how a set that differs counts, and one without a
+    // tile.
+    virtual void Add(const std::string& title, const std::string& status, const std::string& reason,
+                     Json tile, bool wrong) = 0;
     // Writes the page of all. Returns what was written.
     virtual std::vector<std::string> Commit() = 0;
 };

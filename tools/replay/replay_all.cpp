@@ -96,14 +96,22 @@ Json ReplayAlone(const DumpSet& set, const ReplayOptions& options, const PageWri
                   ToJson(set, replayed), page(replayed));
 }
 
+// As long as nothing else is known.
+bool AsDumped(const Json& result) {
+    const Json& report = result["report"];
+    return !report.is_object() || report.value("asDumped", Json()) != false;
+}
+
 // Replays the set and stores what became of it.
 void RunJob(const Job& job, const ReplayOptions& options, const ReplayAllOptions& all) {
     const auto replay = [&] {
         const PageWriter page = [&](const Replayed& replayed) {
-            return all.pages != nullptr ? all.pages->Write(job.set, job.name(), replayed) : Json();
+            return all.pages != nullptr
+                       ? all.pages->Write(job.set, job.name(), job.set.stem, replayed)
+                       : Json();
         };
         return all.reference.given() ? ReplayInBoth(job.set, OptionsOf(all.reference, options),
-                                                    options, job.log(), page)
+                                                    options, all.failAbove, job.log(), page)
                                      : ReplayAlone(job.set, options, page);
     };
     Json result = ResultOf(replay, job.log());
@@ -143,8 +151,11 @@ public:
         failed_ += IsFinal(status) ? 0 : 1;
         ++done_;
         if (all_.pages != nullptr) {
-            const bool accepted = all_.reference.given() && !Exceeds(result, all_.failAbove);
-            all_.pages->Add(job.name(), status, reason, result["tile"], accepted);
+            // A replay that was asked to change something is expected to differ.
+            const bool accepted = status == status::kEqual || status == status::kRendered ||
+                                  (status == status::kDiffers && !AsDumped(result));
+            all_.pages->Add(job.set.name(), status, reason, result["tile"],
+                            all_.reference.given() ? Exceeds(result, all_.failAbove) : !accepted);
         }
         result.erase("key");
         result.erase("tile");
@@ -211,10 +222,11 @@ private:
         for (const auto& [status, count] : counts_) {
             counts.push_back(fmt::format("{} {}", count, status));
         }
-        std::string text = fmt::format("{} sets: {}\n", sets_.size(), fmt::join(counts, ", "));
+        std::string text =
+            fmt::format("{}: {}\n", Counted(sets_.size(), "set"), fmt::join(counts, ", "));
         if (all_.reference.given()) {
             text = ComparisonTable(results_, all_.failAbove) + text +
-                   fmt::format("{} of them differ by more than accepted\n", exceeding);
+                   fmt::format("{} of them failed or differ by more than accepted\n", exceeding);
         }
         PrintText(text);
         PrintWritten(written);
@@ -222,8 +234,8 @@ private:
 
     std::string ProgressText() const {
         const std::size_t left = sets_.size() - done_;
-        std::string text =
-            fmt::format("{} sets done, {} of them failed, {} left", done_, failed_, left);
+        std::string text = fmt::format("{} done, {} of them failed, {} left", Counted(done_, "set"),
+                                       failed_, left);
         // Only sets that ran are counted: those done before took no time and would make the rest
         // seem short.
         if (ran_ > 0) {

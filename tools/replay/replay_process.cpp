@@ -59,8 +59,8 @@ std::string ReasonOf(const Replayed& replayed) {
             count += plane.differing;
             largest = std::max(largest, plane.largest);
         }
-        words.push_back(
-            fmt::format("{} differs in {} samples, by {} at most", what, count, largest));
+        words.push_back(fmt::format("{} differs in {}, by {} at most", what,
+                                    Counted(count, "sample"), largest));
     };
     add("output", replayed.outputDifference);
     add("disparity", replayed.disparityDifference);

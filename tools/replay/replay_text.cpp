@@ -54,6 +54,7 @@ Json ToJson(const DumpSet& set, const Replayed& replayed) {
     json["calibration"] = replayed.calibration;
     json["parameters"] = ToJson(replayed.asked);
     json["changed"] = replayed.changes;
+    json["asDumped"] = replayed.asDumped();
     json["output"] = difference(replayed.outputDifference);
     json["disparity"] = difference(replayed.disparityDifference);
     return json;

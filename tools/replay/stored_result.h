@@ -15,8 +15,12 @@
 
 constexpr std::uintmax_t kWhole = std::uintmax_t{1} << 32; // more bytes than any file should have
 
+// The length and two checksums of the first `most` bytes, which tell versions of a file apart and
+// are no protection against forgery. A file that cannot be read has the digest of an empty one.
+std::string Digest(const std::filesystem::path& path, std::uintmax_t most);
+
 // What tells the contents of two sets apart, wherever they lie: a line for each file with its
-// length and the checksums of its first `most` bytes.
+// digest. A file that cannot be read: its set's run will say why.
 std::vector<std::string> ContentOf(const DumpSet& set, std::uintmax_t most);
 
 // What every result of a run depends on beside its set.

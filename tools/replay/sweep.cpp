@@ -78,7 +78,9 @@ void RunStep(const DumpSet& set, const Step& step, const StepFiles& files, Repla
         }
         return Result(replayed.failed() ? status::kFailed : status::kRendered,
                       replayed.failed() ? ReasonOf(replayed) : "", ToJson(set, replayed),
-                      pages == nullptr ? Json() : pages->Write(set, step.name, replayed));
+                      pages == nullptr
+                          ? Json()
+                          : pages->Write(set, step.name, set.stem + ", " + step.label, replayed));
     };
     WriteJson(files.result, ResultOf(replay, {})); // the log is removed at the end
 }
@@ -112,6 +114,9 @@ int ReplaySweeps(const DumpSet& set, const fs::path& output,
     const std::vector<Step> steps = StepsOf(sweeps, options);
     for (const Step& step : steps) {
         CheckFocus(set, step.options);
+        if (std::ranges::count(steps, step.name, &Step::name) > 1) { // they share files
+            Refuse("--sweep", "each value once", step.label);
+        }
     }
     RefuseSetsFolder(output, set);
     OutputFolder folder(output);
@@ -144,7 +149,7 @@ int ReplaySweeps(const DumpSet& set, const fs::path& output,
                                   reason));
         }
         if (pages != nullptr) {
-            pages->Add(step.name, status, reason, result["tile"], false);
+            pages->Add(step.label, status, reason, result["tile"], status != status::kRendered);
         }
         result.erase("tile");
         result["values"] = step.label;

@@ -5,9 +5,18 @@
 
 #include "host/picture/errors.h"
 #include "tools/files/progress.h"
+#include "tools/replay/stored_result.h"
 #include "tools/report/page_text.h"
 
 namespace fs = std::filesystem;
+namespace {
+
+// The beginning of a page tells what was run, with which result, and its pictures need not be read.
+std::string DigestOf(const fs::path& page) {
+    return Digest(page, 1 << 16);
+}
+
+} // namespace
 
 OverviewFile::OverviewFile(const fs::path& file, nlohmann::ordered_json data)
     : file_(file), folder_(file.parent_path()), data_(std::move(data)) {
@@ -33,13 +42,15 @@ OverviewFile::~OverviewFile() {
     fs::remove(sets_, notEmpty);
 }
 
-nlohmann::ordered_json OverviewFile::WritePage(const std::string& name,
+nlohmann::ordered_json OverviewFile::WritePage(const std::string& name, const std::string& title,
                                                const Report& report) const {
     ReportFile page(sets_ / (name + ".html"));
     page.Write(report);
     page.Commit();
     nlohmann::ordered_json tile = report.Tile();
-    tile["title"] = name;
+    tile["title"] = title;
+    tile["file"] = name;
+    tile["digest"] = DigestOf(PageOf(tile));
     return tile;
 }
 
@@ -47,18 +58,19 @@ bool OverviewFile::IsTile(const nlohmann::ordered_json& tile) {
     const auto text = [](const nlohmann::ordered_json& json, const char* name) {
         return json.is_object() && json.contains(name) && json[name].is_string();
     };
-    // The title becomes a file name, which must not lead out of the folder.
-    return text(tile, "title") && tile.contains("verdict") && text(tile["verdict"], "kind") &&
+    // The page's name must not lead out of the folder.
+    return text(tile, "title") && text(tile, "file") && text(tile, "digest") &&
+           tile.contains("verdict") && text(tile["verdict"], "kind") &&
            text(tile["verdict"], "text") &&
-           tile["title"].get<std::string>().find('/') == std::string::npos;
+           tile["file"].get<std::string>().find('/') == std::string::npos;
 }
 
 bool OverviewFile::HasPage(const nlohmann::ordered_json& tile) const {
-    return IsTile(tile) && fs::is_regular_file(PageOf(tile));
+    return IsTile(tile) && tile["digest"] == DigestOf(PageOf(tile));
 }
 
 fs::path OverviewFile::PageOf(const nlohmann::ordered_json& tile) const {
-    return sets_ / (tile["title"].get<std::string>() + ".html");
+    return sets_ / (tile["file"].get<std::string>() + ".html");
 }
 
 void OverviewFile::Add(nlohmann::ordered_json tile) {
@@ -69,10 +81,10 @@ void OverviewFile::Add(nlohmann::ordered_json tile) {
     data_["tiles"].push_back(std::move(tile));
 }
 
-void OverviewFile::AddPlain(const std::string& name, Report::Kind kind, const std::string& verdict,
+void OverviewFile::AddPlain(const std::string& title, Report::Kind kind, const std::string& verdict,
                             const std::string& facts) {
     // Not by Add(): a page of this name would be an earlier run's.
-    data_["tiles"].push_back({{"title", name},
+    data_["tiles"].push_back({{"title", title},
                               {"verdict", {{"kind", NameOf(kind)}, {"text", verdict}}},
                               {"findings", 0}});
     if (!facts.empty()) {

@@ -24,19 +24,20 @@ public:
     OverviewFile(const OverviewFile&) = delete;
     OverviewFile& operator=(const OverviewFile&) = delete;
 
-    // Writes the page of one capture, also from a child process. `name`: distinct, the page's.
+    // Writes the page of one capture, also from a child process. `name`: distinct, the file's.
     // Returns the capture's tile.
-    nlohmann::ordered_json WritePage(const std::string& name, const Report& report) const;
+    nlohmann::ordered_json WritePage(const std::string& name, const std::string& title,
+                                     const Report& report) const;
     // Whether this is what WritePage returns; what a file holds may be damaged.
     static bool IsTile(const nlohmann::ordered_json& tile);
-    // Whether this tile's page is there.
+    // Whether this tile's page is there, and not one that another run has put in its place.
     bool HasPage(const nlohmann::ordered_json& tile) const;
 
     // A tile whose page is not there opens nothing.
     void Add(nlohmann::ordered_json tile);
     // A capture or thing of which no more is known. Without `facts` the tile says what its title
     // tells of a capture.
-    void AddPlain(const std::string& name, Report::Kind kind, const std::string& verdict,
+    void AddPlain(const std::string& title, Report::Kind kind, const std::string& verdict,
                   const std::string& facts = "");
     void SetFindings(const std::vector<std::string>& findings) { data_["findings"] = findings; }
 

@@ -1,27 +1,22 @@
 "use strict";
 
-// A tile for each capture, or for what a log tells of. All texts are put in as text, never as markup.
-const data = JSON.parse(document.getElementById("data").textContent);
-const byId = (id) => document.getElementById(id);
+// A tile for each capture, or for what a log tells of.
 
 const things = data.things ?? (data.columns ? "replays" : "sets");
 const KINDS = { wrong: "Wrong", note: "Notable", good: "Good" }; // the worst first
 
 const POLL_MILLISECONDS = 1000;
 
+const one = things.replaceAll(/s\b/g, "").replace(" and ", " or ");
+const counted = (count) => `${count} ${count === 1 ? one : things}`;
+
 let kind = ""; // of the verdicts shown; all of them if empty
 
-function make(name, text, className) {
-  const element = document.createElement(name);
-  if (text !== undefined) element.textContent = text;
-  if (className) element.className = className;
-  return element;
-}
-
-// A low PSNR is a large difference; equal pictures have none.
+// A low PSNR is a large difference. Equal pictures have none, nor has what could not be compared.
 function worstFirst(a, b) {
   const rank = ({ verdict }) => Object.keys(KINDS).indexOf(verdict.kind);
-  return rank(a) - rank(b) || (a.psnr ?? Infinity) - (b.psnr ?? Infinity) || b.findings - a.findings ||
+  const quality = ({ verdict, psnr }) => psnr ?? (verdict.kind === "wrong" ? -1 : Infinity);
+  return rank(a) - rank(b) || quality(a) - quality(b) || b.findings - a.findings ||
     a.title.localeCompare(b.title, undefined, { numeric: true }) || 0;
 }
 
@@ -31,10 +26,10 @@ const timeOf = (title) => title.replace(
     ? `${year}-${rest[0]}-${rest[1]} ${rest.slice(2, 5).join(":")}` : "");
 
 // What is not known is left out, and so is what a damaged result of an earlier run holds.
-function factsOf({ title, facts, size, blur, focus, findings, psnr }) {
+function factsOf({ title, facts, size, blur, focus, findings, problems, psnr, ssim }) {
   return facts ?? [timeOf(title), size?.join?.("×"), Number.isInteger(blur) && `blur ${blur}`,
-    focus?.join && `focus ${focus.join()}`, findings > 0 && `findings: ${findings}`,
-    Number.isFinite(psnr) && `PSNR ${psnr.toFixed(1)} dB`].filter(Boolean).join(" · ");
+    focus?.join && `focus ${focus.join()}`, findings > 0 && `findings: ${problems?.join?.(", ") || findings}`,
+    Number.isFinite(psnr) && `PSNR ${psnr.toFixed(1)} dB`, psnr && Number.isFinite(ssim) && `SSIM ${ssim.toFixed(4)}`].filter(Boolean).join(" · ");
 }
 
 function makeTile(entry) {
@@ -64,7 +59,7 @@ function filter() {
   for (const each of tiles) {
     each.tile.hidden = (kind && each.kind !== kind) || !words.every((word) => each.text.includes(word));
   }
-  byId("count").textContent = `${visible().length} of ${tiles.length} ${things}`;
+  byId("count").textContent = `${visible().length} of ${counted(tiles.length)}`;
   for (const button of byId("kinds").children) {
     button.setAttribute("aria-pressed", button.value === kind);
   }
@@ -73,8 +68,8 @@ function filter() {
 function addTiles(entries) {
   const focused = document.activeElement;
   received += entries.length;
-  // Of a set that has changed, the later tile stays.
-  tiles = [...new Map([...tiles, ...entries.map(makeTile)].map((each) => [each.entry.page ?? each, each])).values()];
+  // Of a set that has changed, a server's later tile stays. In a file copies of a set share a page.
+  tiles = [...new Map([...tiles, ...entries.map(makeTile)].map((each) => [data.live ? each.entry.page : each, each])).values()];
   if (!data.columns) tiles.sort((a, b) => worstFirst(a.entry, b.entry)); // else in rows and columns
   byId("tiles").replaceChildren(...tiles.map(({ tile }) => tile));
   if (focused !== document.activeElement) focused.focus(); // which moving it has taken
@@ -110,7 +105,8 @@ function showKinds() {
     byId("kinds").append(button);
   }
   const wrong = counts[0][1];
-  byId("verdict").textContent = wrong === 0 ? `${tiles.length} ${things}, none wrong` : `${wrong} of ${tiles.length} ${things} are wrong`;
+  byId("verdict").textContent = wrong === 0 ? `${counted(tiles.length)}, none wrong`
+    : `${wrong} of ${counted(tiles.length)} ${wrong === 1 ? "is" : "are"} wrong`;
   byId("verdict").className = wrong === 0 ? "good" : "wrong";
   document.querySelector("header .findings")?.remove();
   const list = make("ul", undefined, "findings");
@@ -122,10 +118,12 @@ function showKinds() {
 function walk(key) {
   const shown = visible();
   const at = shown.indexOf(document.activeElement);
-  const top = shown[0]?.offsetTop;
-  const columns = Math.max(shown.findIndex(({ offsetTop }) => offsetTop !== top), 1);
+  const lower = shown.findIndex(({ offsetTop }) => offsetTop !== shown[0].offsetTop);
+  const columns = lower < 0 ? shown.length : lower;
   const step = { ArrowLeft: -1, ArrowRight: 1, ArrowUp: -columns, ArrowDown: columns }[key];
-  const next = shown[at < 0 ? 0 : at + step];
+  const rowOf = (index) => Math.floor(index / columns);
+  const shorter = key === "ArrowDown" && rowOf(at) < rowOf(shown.length - 1) ? shown.at(-1) : undefined;
+  const next = shown[at < 0 ? 0 : at + step] ?? shorter;
   next?.focus();
   return next !== undefined;
 }
@@ -138,11 +136,11 @@ function pressKey(event) {
   event.preventDefault();
 }
 
-byId("command").textContent = `bokehnode ${data.command}`;
-byId("title").textContent = data.title;
-document.title = `${data.title} – ${data.command}`;
+showTitle();
+const said = (text) => byId("help").textContent.replace(text, "");
+if (matchMedia("(pointer: coarse)").matches) byId("help").textContent = said(/Keys:.*/s);
 if (data.columns) {
-  byId("help").textContent = byId("help").textContent.replace("The worst come first. ", "");
+  byId("help").textContent = said("The worst come first. ");
   byId("tiles").style.gridTemplateColumns = `repeat(${data.columns}, minmax(120px, 1fr))`;
 }
 byId("search").setAttribute("aria-label", `Only ${things} with this text`);

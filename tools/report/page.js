@@ -13,6 +13,7 @@ const BLINK_MILLISECONDS = 700;
 const GAINS = [1, 4, 16];
 const PRIORITIES = ["V", "D", "I", "W", "E", "F"];
 const NO_DIFFERENCE = [38, 40, 44];
+const KEYS_OF_SELECT = [...Object.keys(ARROWS), "Home", "End", " ", "Enter", "Escape"];
 
 // --- Controls ---
 
@@ -184,6 +185,10 @@ function showBlink() {
   showChoices(swap, auto);
 }
 
+// Empty if all differences have a frame.
+const framedOf = ({ regions, count }) => (count > regions?.length
+  ? `the ${regions.length} largest of ${count} differences` : "");
+
 const differenceColour = (value) => (value < 1 ? NO_DIFFERENCE : colourAt((value * gain) / 255));
 
 function showDifference() {
@@ -196,7 +201,8 @@ function showDifference() {
   if (!levels[0]) return; // shown again when it is computed
   const [{ values }] = pair.difference.level(Math.ceil(Math.log2(Math.max(...size))));
   const text = `${pair.before} against ${pair.after}, ×${gain}: ` +
-    (values[0] === 0 ? "no difference at all" : `largest difference ${values[0]} of 255`);
+    (values[0] === 0 ? "no difference at all" : `largest difference ${values[0]} of 255`) +
+    (framedOf(pair) && `; framed are ${framedOf(pair)}`);
   showScale(text, 0, Math.round(255 / gain), differenceColour);
   describe(text);
 }
@@ -284,9 +290,9 @@ function showHelp() {
   const arrows = spot.marked ? "move the cursor (shift: further), esc puts it away"
     : view.name === "Slider" && place.zoom === 1 ? "move the slider (shift: further)" : "pan";
   const keys = [`← → ↑ ↓ ${arrows}`, "c cursor", "+ − zoom", "0 all", "z real pixels",
-    "f full screen", `1–${views.length} view`, "o overlays"];
+    "f full screen", `1–${Math.min(views.length, 9)} view`, "o overlays"];
   if (pair) keys.push("space blinks");
-  if (pair?.regions?.length) keys.push("d next difference");
+  if (pair?.regions?.length) keys.push(framedOf(pair) ? `d next of ${framedOf(pair)}` : "d next difference");
   if (view.name === "Disparity" && depth) keys.push("p what is in focus");
   byId("help").textContent = `Keys: ${keys.join(" · ")}. The wheel zooms${onTap ? "" : ", a double click shows real pixels"}.`;
 }
@@ -299,10 +305,17 @@ function refreshView() {
   draw();
 }
 
+const lastSpots = new Map(); // in the aux image or not, and the size of the view's picture
+
 function showView(next) {
-  const sameScene = view && (view.picture === "aux") === (next.picture === "aux");
-  const focus = next.picture === "aux" ? null : data.overlays.focus;
-  const [x, y] = sameScene ? scaled(spot, next.size) : focus ?? next.size.map((side) => side >> 1);
+  const aux = next.picture === "aux";
+  if (view) lastSpots.set(view.picture === "aux", { ...spot, size: view.size });
+  // The main and the aux image may show different parts of the scene, as their sides tell.
+  const sameScene = view && ((view.picture === "aux") === aux ||
+    view.size[0] * next.size[1] === view.size[1] * next.size[0]);
+  const from = sameScene ? { ...spot, size: view.size } : lastSpots.get(aux);
+  const focus = aux ? null : data.overlays.focus;
+  const [x, y] = from ? scaled(from, next.size, from.size) : focus ?? next.size.map((side) => side >> 1);
   view = next;
   spot = { x: clamp(x, 0, view.size[0] - 1), y: clamp(y, 0, view.size[1] - 1), marked: spot.marked };
   stopBlinking();
@@ -326,8 +339,8 @@ function showView(next) {
 // --- Numbers of a pixel ---
 
 // The same place in a picture of another size.
-const scaled = ({ x, y }, size) => [Math.floor((x * size[0]) / view.size[0]),
-  Math.floor((y * size[1]) / view.size[1])];
+const scaled = ({ x, y }, size, from = view.size) => [Math.floor((x * size[0]) / from[0]),
+  Math.floor((y * size[1]) / from[1])];
 
 function valueRows(shown) {
   const rows = shown.filter(({ levels }) => levels[0]).map((picture) => {
@@ -341,7 +354,9 @@ function showValues() {
   const table = byId("values");
   table.replaceChildren();
   const aux = view.picture === "aux";
-  const shown = Object.values(pictures).filter(({ name }) => (name === "aux") === aux);
+  const alone = !data.comparisons.length && view.picture; // others may show something else
+  const shown = Object.values(pictures).filter(
+    ({ name }) => (alone ? name === view.picture : (name === "aux") === aux));
   for (const [i, cells] of valueRows(shown).entries()) {
     table.insertRow().append(...cells.map((cell, column) => make(i && column ? "td" : "th", String(cell))));
   }
@@ -349,10 +364,10 @@ function showValues() {
   if (!aux && disparity?.levels[0]) {
     const [value] = disparity.at(...scaled(spot, disparity.size));
     texts.push(`disparity ${value}`);
-    if (depth) texts.push(`radius ${Math.abs(depth.radius[value]).toFixed(1)} pixels`);
+    if (depth) texts.push(`radius ${Math.abs(depth.radius[value]).toFixed(1)} pixels by the stand-in's formula`);
   }
   if (view.paired && pair.difference.levels[0]) texts.push(`difference ${pair.difference.at(spot.x, spot.y)[0]}`);
-  byId("readout").textContent = `${spot.x},${spot.y}: ${texts.join(", ")}`;
+  byId("readout").textContent = [`${spot.x},${spot.y}`, texts.join(", ")].filter(Boolean).join(": ");
 }
 
 function setSpot(pixel, marked) {
@@ -483,6 +498,7 @@ function nextDifference() {
   region = (region + 1) % regions.length;
   if (!view.paired) showView(views[0]);
   showBox(regions[region]);
+  setSpot(largestIn(pair.difference, regions[region]), true);
 }
 
 function pressArrow(key, far, onDivide) {
@@ -513,7 +529,8 @@ keys["="] = keys["+"];
 
 function pressKey(event) {
   if (event.ctrlKey || event.altKey || event.metaKey) return;
-  if (["SELECT", "INPUT"].includes(event.target.tagName)) return;
+  const { tagName } = event.target;
+  if (tagName === "INPUT" || (tagName === "SELECT" && KEYS_OF_SELECT.includes(event.key))) return;
   if (event.target.closest("button, a") && [" ", "Enter"].includes(event.key)) return; // presses it
   const onDivide = event.target.id === "divide";
   if (event.target.id === "log") return;
@@ -540,7 +557,7 @@ async function loadRest() {
   for (const each of [...Object.values(pictures), disparity].filter(Boolean)) await each.ready();
   for (const each of data.comparisons.filter(({ lazy }) => !lazy)) {
     await each.difference.ready();
-    if (each.framed) each.regions = regionsOf(each.difference);
+    if (each.framed) Object.assign(each, regionsOf(each.difference));
   }
   refreshView();
   showValues();
@@ -576,7 +593,7 @@ function showViewer() {
   region = -1;
   views = makeViews();
   if (views.length === 0) return;
-  replaceButtons("views", views.map((each, i) => makeButton(each.name, String(i + 1), () => showView(each))));
+  replaceButtons("views", views.map((each, i) => makeButton(each.name, i < 9 ? String(i + 1) : "", () => showView(each))));
   byId("pair").replaceChildren(...data.comparisons.map(
     (each, i) => new Option(`${each.before} | ${each.after}`, i, each === pair, each === pair)));
   if (!view) startViewer();
@@ -599,9 +616,7 @@ function findingsOf(kinds) {
 }
 
 function showFindings() {
-  byId("command").textContent = `bokehnode ${data.command}`;
-  byId("title").textContent = data.title;
-  document.title = `${data.title} – ${data.command}`;
+  showTitle();
   byId("verdict").textContent = data.verdict.text;
   byId("verdict").className = data.verdict.kind;
   document.querySelector("header .findings")?.remove();

@@ -50,6 +50,8 @@ std::string CapturePage(const Json& data, std::string_view reduced, std::string_
                               {"{nonce}", nonce},
                               {"{page.css}", kPageCss},
                               {"{data}", ScriptText(data)},
+                              {"{nonce}", nonce},
+                              {"{shared.js}", kSharedJs},
                               {"{reduced}", reduced},
                               {"{nonce}", nonce},
                               {"{pictures.js}", kPicturesJs},
@@ -82,6 +84,8 @@ std::string OverviewPage(const nlohmann::ordered_json& data, const std::string& 
                                   {"{nonce}", attribute},
                                   {"{page.css}", kPageCss},
                                   {"{data}", ScriptText(data)},
+                                  {"{nonce}", attribute},
+                                  {"{shared.js}", kSharedJs},
                                   {"{nonce}", attribute},
                                   {"{overview.js}", kOverviewJs}});
 }

@@ -3,26 +3,16 @@
 // Where the data comes from: the page holds it. A server's page gets more of it later. Reduced
 // pictures stand before the scripts, all others behind them: they are read while those are seen.
 
-// What the tool knows of the run. All of it is put in as text, never as markup.
-let data = JSON.parse(document.getElementById("data").textContent);
-
 const pageRead = new Promise((done) => { document.addEventListener("DOMContentLoaded", done); });
 
 // The bytes of a part of a picture, by the name that the data has for it.
 async function bytesOf(part) {
-  const base64 = document.getElementById(part).textContent;
+  const base64 = byId(part).textContent;
   if (Uint8Array.fromBase64) return Uint8Array.fromBase64(base64);
   const text = atob(base64); // in a browser before 2025
   const bytes = new Uint8Array(text.length);
   for (let i = 0; i < bytes.length; i++) bytes[i] = text.charCodeAt(i);
   return bytes;
-}
-
-function make(name, text, className) {
-  const element = document.createElement(name);
-  if (text !== undefined) element.textContent = text;
-  if (className) element.className = className;
-  return element;
 }
 
 const clamp = (value, low, high) => Math.min(Math.max(value, low), high);
@@ -208,8 +198,20 @@ function trimmed({ width, values }, [left, top, right, bottom]) {
   return box;
 }
 
-// Rectangles around what differs, the largest sum of differences first. Cells of a coarse grid that
-// touch, and in which something differs, belong to one region.
+// The pixel in these edges that differs most.
+function largestIn(difference, [left, top, right, bottom]) {
+  const [{ width, values }] = difference.level(0);
+  let largest = top * width + left;
+  for (let y = top; y < bottom; y++) {
+    for (let at = y * width + left; at < y * width + right; at++) {
+      if (values[at] > values[largest]) largest = at;
+    }
+  }
+  return [largest % width, Math.floor(largest / width)];
+}
+
+// Rectangles around what differs, the largest sum of differences first, and the count of all of
+// them. Cells of a coarse grid that touch, and in which something differs, belong to one region.
 function regionsOf(difference) {
   const [{ width, height, values }] = difference.level(GRID_LEVEL);
   const seen = new Uint8Array(values.length);
@@ -239,8 +241,8 @@ function regionsOf(difference) {
   }
   regions.sort((a, b) => b.sum - a.sum);
   const limits = [...difference.size, ...difference.size];
-  return regions.slice(0, MOST_REGIONS).map(({ cells }) => trimmed(difference.level(0)[0],
-    cells.map((edge, i) => Math.min(edge << GRID_LEVEL, limits[i]))));
+  return { count: regions.length, regions: regions.slice(0, MOST_REGIONS).map(({ cells }) =>
+    trimmed(difference.level(0)[0], cells.map((edge, i) => Math.min(edge << GRID_LEVEL, limits[i])))) };
 }
 
 // --- Numbers as colours ---

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <future>
 #include <map>
+#include <set>
 #include <span>
 #include <string_view>
 
@@ -297,16 +298,25 @@ std::string Report::Page(const fs::path& folder) const {
 }
 
 Json Report::Tile() const {
-    const auto wrong = std::ranges::count_if(
-        data_["findings"], [](const Json& finding) { return finding["kind"] == "wrong"; });
+    int wrong = 0;
+    std::set<std::string> problems;
+    for (const Json& finding : data_["findings"]) {
+        if (finding["kind"] == "wrong") {
+            ++wrong;
+            problems.insert(finding["name"].get<std::string>());
+        }
+    }
+    problems.erase("");
     const Json& pictures = data_["pictures"];
     const Json& focus = data_["overlays"]["focus"];
     return {{"verdict", data_["verdict"]},
             {"findings", wrong},
+            {"problems", problems},
             {"size", pictures.empty() ? Json() : pictures.begin().value()["size"]},
             {"blur", parameters_ ? Json(parameters_->blur) : Json()},
             {"focus", focus},
             {"psnr", OrNull(psnr_)},
+            {"ssim", OrNull(ssim_)},
             {"thumbnail", tilePicture_ == nullptr ? "" : Thumbnail(*tilePicture_)}};
 }
 

@@ -24,6 +24,8 @@ public:
 
     enum class Kind { kGood, kNote, kWrong };
 
+    void SetTitle(const std::string& title) { data_["title"] = title; }
+
     // The page's headline: all of it in a sentence.
     void SetVerdict(Kind kind, const std::string& text);
 
@@ -56,11 +58,14 @@ public:
     void AddLog(const std::vector<host::LogRecord>& log);
     void AddLink(const std::string& name, const std::filesystem::path& file);
 
-    // A luma PSNR in dB, for the tile.
-    void SetPsnr(double psnr) { psnr_ = psnr; }
+    // For the tile. `psnr`: in dB.
+    void SetSimilarity(std::optional<double> psnr, std::optional<double> ssim) {
+        psnr_ = psnr;
+        ssim_ = ssim;
+    }
 
-    // What a page of many captures shows of this one: verdict, number of findings, size, blur,
-    // focus, PSNR, and a thumbnail as Base64 of a JPEG file.
+    // What a page of many captures shows of this one: verdict, number of findings and their names,
+    // size, blur, focus, PSNR, SSIM, and a thumbnail as Base64 of a JPEG file.
     nlohmann::ordered_json Tile() const;
 
     // What the page's script is given. Its pictures name their parts, which are those of
@@ -88,6 +93,7 @@ private:
     std::vector<std::pair<std::string, std::filesystem::path>> links_;
     const host::Image* tilePicture_ = nullptr;
     std::optional<double> psnr_;
+    std::optional<double> ssim_;
     std::optional<DumpParameters> parameters_;
 };
 

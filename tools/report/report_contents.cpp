@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <iterator>
 #include <utility>
 
 #include <fmt/format.h>
@@ -69,47 +70,89 @@ std::string FailureInWords(const Outcome& outcome) {
 }
 
 const char* ComparedWith(const Replayed& replayed) {
-    return replayed.againstBuild ? "the reference build" : "the dump";
+    return replayed.reference ? "the reference build" : "the dump";
 }
 
-std::string DifferenceInWords(const Replayed& replayed) {
+// "differs from the dump in 12 % of luma, in what is blurred".
+std::string OutputInWords(const Replayed& replayed) {
     const PlaneDifference& luma = replayed.outputDifference->planes.front();
+    const char* const other = ComparedWith(replayed);
     if (replayed.outputDifference->identical()) {
-        return fmt::format("the output is identical to {}, the disparity is not",
-                           ComparedWith(replayed));
+        return fmt::format("the output is identical to {}", other);
     }
     if (luma.differing == 0) {
-        return fmt::format("differs from {} in chroma alone", ComparedWith(replayed));
+        return fmt::format("differs from {} in chroma alone", other);
     }
-    const double percent =
-        100.0 * static_cast<double>(luma.differing) / static_cast<double>(luma.samples);
-    // A single pixel of a large picture must not read as "0 %".
-    const std::string share = percent < 0.01 ? "less than 0.01" : fmt::format("{:.2g}", percent);
-    const auto depth = replayed.disparity.height() > 0
+    const double percent = 100 * luma.share();
+    // A single pixel of a large picture must not read as "0 %", nor all but one as "100 %".
+    const std::string share = percent < 0.01                    ? "less than 0.01"
+                              : percent > 99.5 && percent < 100 ? "more than 99"
+                              : percent >= 10                   ? fmt::format("{:.0f}", percent)
+                                                                : fmt::format("{:.2g}", percent);
+    // Of another focus or blur, other places are sharp in the two.
+    const bool sameFocus = replayed.reference || replayed.asked == replayed.dumped;
+    const auto depth = sameFocus && replayed.disparity.height() > 0
                            ? DepthOfFieldOf(replayed.disparity, replayed.main.width(),
                                             replayed.taken.value_or(replayed.asked))
                            : std::nullopt;
-    return fmt::format("differs from {} in {} % of luma{}", ComparedWith(replayed), share,
+    return fmt::format("differs from {} in {} % of luma{}", other, share,
                        depth ? PlaceOfDifference(replayed.dumpedOutput, replayed.output,
                                                  replayed.disparity, *depth)
                              : "");
 }
 
+// How output, disparity and depthEffectInfo compare, and what could not be compared.
+std::string DifferenceInWords(const Replayed& replayed) {
+    std::vector<std::string> words;
+    const std::uint32_t effect = replayed.result.published->result.depthEffectInfo;
+    if (replayed.reference && replayed.reference->depthEffectInfo != effect) {
+        words.push_back(
+            fmt::format("depthEffectInfo {}, now {}", replayed.reference->depthEffectInfo, effect));
+    }
+    if (replayed.outputDifference) {
+        words.push_back(OutputInWords(replayed));
+    }
+    if (replayed.disparityDifference && !replayed.disparityDifference->identical()) {
+        words.push_back(fmt::format("the disparity differs from {}", ComparedWith(replayed)));
+    }
+    std::ranges::copy(replayed.notCompared, std::back_inserter(words));
+    return fmt::format("{}", fmt::join(words, "; "));
+}
+
 // How the output compares with the dumped one.
-void SetReplayVerdict(Report& report, const Replayed& replayed, bool asDumped) {
+void SetReplayVerdict(Report& report, const Replayed& replayed) {
+    std::string failure = FailureInWords(replayed);
+    if (replayed.reference && !replayed.reference->failure.empty()) {
+        failure += fmt::format("{}the reference build: {}", failure.empty() ? "" : "; ",
+                               replayed.reference->failure);
+    }
     // A failure goes first: a copied photo can be equal to the dumped one all the same.
-    if (const std::string failure = FailureInWords(replayed); !failure.empty()) {
+    if (!failure.empty()) {
         report.SetVerdict(Kind::kWrong, failure);
     } else if (replayed.equal()) {
         report.SetVerdict(Kind::kGood,
                           fmt::format("identical to {}, byte for byte", ComparedWith(replayed)));
-    } else if (!replayed.outputDifference) {
-        report.SetVerdict(Kind::kNote, "rendered; the set has no output to compare with");
+    } else if (replayed.status() == "rendered") {
+        report.SetVerdict(Kind::kNote, "rendered; " + DifferenceInWords(replayed));
     } else {
-        // A replay that was asked to change something is expected to differ.
-        const Kind kind = asDumped ? Kind::kWrong : Kind::kNote;
-        report.SetVerdict(kind, DifferenceInWords(replayed) + (asDumped ? "" : ", as changed"));
+        // A replay that was asked to change something is expected to differ from the dump.
+        const bool changed = !replayed.reference && !replayed.asDumped();
+        report.SetVerdict(changed || replayed.accepted ? Kind::kNote : Kind::kWrong,
+                          DifferenceInWords(replayed) + (changed ? ", as changed" : ""));
     }
+}
+
+// The libraries that it ran in, and those of the reference.
+Json RunJson(const Replayed& replayed) {
+    Json run{{"calibration", replayed.calibration},
+             {"node", replayed.libraries.node.string()},
+             {"engine", replayed.libraries.engine.string()}};
+    if (const auto& reference = replayed.reference) {
+        run["reference node"] = reference->libraries.node.string();
+        run["reference engine"] = reference->libraries.engine.string();
+        run["reference depthEffectInfo"] = reference->depthEffectInfo;
+    }
+    return run;
 }
 
 void AddOutcome(Report& report, const Outcome& outcome) {
@@ -126,7 +169,7 @@ void AddOutcome(Report& report, const Outcome& outcome) {
         report.AddFinding(Kind::kWrong, "copy", "the output is a copy of the main picture");
     }
     for (const std::string& reason : outcome.reasons) {
-        report.AddFinding(Kind::kWrong, "because", reason);
+        report.AddFinding(Kind::kWrong, "", "because " + reason);
     }
     for (const std::string& missing : outcome.missing) {
         report.AddFinding(Kind::kWrong, "dumps", missing);
@@ -240,14 +283,11 @@ Report ReportOf(const Inspection& inspection, const Replayed& replayed) {
         report.AddFinding(Kind::kNote, "changed",
                           fmt::format("{}", fmt::join(replayed.changes, ", ")));
     }
-    const bool asDumped = DifferencesOf(replayed.dumped, replayed.asked).empty() &&
-                          replayed.debugView == 0 &&
-                          !std::ranges::count(replayed.changes, kSkipBokeh);
-    SetReplayVerdict(report, replayed, asDumped);
-    if (replayed.outputDifference && replayed.outputDifference->planes.front().psnr) {
-        report.SetPsnr(*replayed.outputDifference->planes.front().psnr);
+    SetReplayVerdict(report, replayed);
+    if (replayed.outputDifference) {
+        report.SetSimilarity(replayed.outputDifference->psnr(), replayed.outputDifference->ssim);
     }
-    const std::string before = replayed.againstBuild ? "reference" : "dumped";
+    const std::string before = replayed.reference ? "reference" : "dumped";
     AddDifference(report, fmt::format("output against the {} one", before),
                   replayed.outputDifference);
     AddDifference(report, fmt::format("disparity against the {} one", before),
@@ -273,7 +313,7 @@ Report ReportOf(const Inspection& inspection, const Replayed& replayed) {
     if (replayed.disparity.height() > 0) {
         report.SetDisparity(replayed.disparity, replayed.main.width());
     }
-    report.AddSection("Run", {{"calibration", replayed.calibration}});
+    report.AddSection("Run", RunJson(replayed));
     AddCost(report, replayed);
     AddDumpLinks(report, inspection.set);
     return report;

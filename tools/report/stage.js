@@ -3,8 +3,6 @@
 // The stage: layers of pictures at a zoom and a place that all views share, and what is drawn over
 // them. Positions are CSS pixels of the stage unless a comment says otherwise.
 
-const byId = (id) => document.getElementById(id);
-
 const TILE = 512; // pixels of a layer's level on a side
 const MOST_TILES = 160; // of a megabyte each
 const LARGEST_PIXEL = 64; // CSS pixels that a picture's pixel has at the largest zoom
