@@ -28,6 +28,7 @@
 namespace fs = std::filesystem;
 using testing::ContainsRegex;
 using testing::HasSubstr;
+using testing::MatchesRegex;
 using testing::Not;
 
 namespace {
@@ -440,7 +441,8 @@ TEST_F(ViewTest, WrongUseIsRefusedBeforeItServes) {
         const ToolRun run = Run({"view"}, words);
         EXPECT_EQ(run.exitCode, 2) << said;
         EXPECT_THAT(run.errors, HasSubstr(said));
-        EXPECT_EQ(std::ranges::count(run.errors, '\n'), 1) << run.errors;
+        // The leak sanitizer tells of threads that end while it looks.
+        EXPECT_THAT(run.errors, MatchesRegex("bokehnode: [^\n]*\n(==[0-9]+==[^\n]*\n)*"));
     }
     EXPECT_EQ(NamesIn(folder_), (Names{"camera", "file", "tmp"}));
 }

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <semaphore>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -132,7 +133,8 @@ void EndChild(pid_t child) {
     }
 }
 
-[[noreturn]] void* Watch(void*) {
+[[noreturn]] void* Watch(void* started) {
+    static_cast<std::binary_semaphore*>(started)->release();
     const sigset_t signals = InterruptingSignals();
     int signal = 0;
     // A thread waits for the signals, since a handler could neither take a lock nor walk a folder.
@@ -158,10 +160,14 @@ void WatchForInterruption() {
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     // No std::thread: what that allocates would look like a leak in a child process.
     pthread_t thread = {};
-    if (const int error = ::pthread_create(&thread, nullptr, Watch, nullptr); error != 0) {
+    static std::binary_semaphore started(0);
+    if (const int error = ::pthread_create(&thread, nullptr, Watch, &started); error != 0) {
         throw std::system_error(error, std::generic_category(), "cannot start a thread");
     }
     ::pthread_detach(thread);
+    // A fork while the thread is about to start would copy what it holds locked then, such as the
+    // sanitizers' list of threads, and the child would wait for it for ever.
+    started.acquire();
 }
 
 std::unique_lock<std::recursive_mutex> DelayInterruption() {
