@@ -84,7 +84,7 @@ BadShare BadPixels(const cv::Mat& disparity, const cv::Mat& truth, const cv::Mat
             100.0 * cv::countNonZero(wrong) / cv::countNonZero(known)};
 }
 
-// OpenCV's matcher at full size, its gaps filled from the background. The border is repeated to the
+// OpenCV's matcher at full size, its gaps filled as the engine's are. The border is repeated to the
 // left, because the matcher skips columns whose search range leaves the image.
 cv::Mat PlainMatching(const StereoPair& pair, int block) {
     constexpr int kRange = 128;
