@@ -14,26 +14,46 @@
 namespace refocus {
 namespace {
 
+// Sums over consecutive pixels of one disparity, which most cells consist of.
+struct Run {
+    int pixels = 0;
+    int luma = 0;
+    int u = 0;
+    int v = 0;
+    int clipped = 0;
+    float light = 0.0f; // linear light of the luma
+
+    void Add(std::uint8_t y, cv::Vec2b uv, float linear) {
+        ++pixels;
+        luma += y;
+        u += uv[0];
+        v += uv[1];
+        clipped += y >= kClippedLuma ? 1 : 0;
+        light += linear;
+    }
+};
+
 // Sums over the pixels of one field in one cell.
 struct Sum {
     float weight = 0.0f;
     float luma = 0.0f;
     float u = 0.0f;
     float v = 0.0f;
-    float light = 0.0f; // linear light of the luma
+    float light = 0.0f;
     float radius = 0.0f;
     float value = 0.0f;
     float clipped = 0.0f;
 
-    void Add(std::uint8_t y, cv::Vec2b uv, float share, float discRadius, float disparity) {
-        weight += share;
-        luma += share * static_cast<float>(y);
-        u += share * static_cast<float>(uv[0]);
-        v += share * static_cast<float>(uv[1]);
-        light += share * LightOfCodes()[y];
-        radius += share * discRadius;
-        value += share * disparity;
-        clipped += y >= kClippedLuma ? share : 0.0f;
+    void Add(const Run& run, float share, float discRadius, float disparity) {
+        const float all = share * static_cast<float>(run.pixels);
+        weight += all;
+        luma += share * static_cast<float>(run.luma);
+        u += share * static_cast<float>(run.u);
+        v += share * static_cast<float>(run.v);
+        light += share * run.light;
+        radius += all * discRadius;
+        value += all * disparity;
+        clipped += share * static_cast<float>(run.clipped);
     }
 };
 
@@ -119,6 +139,7 @@ private:
     };
 
     void AddPixels(int y) {
+        const float* light = LightOfCodes();
         const std::uint8_t* luma = image_.luma.ptr<std::uint8_t>(y);
         const std::uint8_t* values = map_.ptr<std::uint8_t>(y);
         const std::uint8_t* grown = grown_.ptr<std::uint8_t>(y);
@@ -126,19 +147,22 @@ private:
         int x = 0;
         for (CellSums& sums : sums_) {
             const int end = std::min(image_.luma.cols, x + cell_);
-            for (; x < end; ++x) {
+            while (x < end) {
                 const std::size_t value = values[x];
-                if (weights_.near[value] == 0 && weights_.near[grown[x]] != 0) {
-                    continue;
+                const bool near = weights_.near[value] != 0;
+                Run run;
+                for (; x < end && values[x] == value; ++x) {
+                    if (near || weights_.near[grown[x]] == 0) {
+                        run.Add(luma[x], chroma[std::min(x / 2, image_.chroma.cols - 1)],
+                                light[luma[x]]);
+                    }
                 }
-                const cv::Vec2b uv = chroma[std::min(x / 2, image_.chroma.cols - 1)];
                 if (const float weight = weights_.side[value]; weight > 0.0f) {
-                    const float radius = std::abs(table_.radius[value]);
-                    sums.side[weights_.near[value]].Add(luma[x], uv, weight, radius,
-                                                        static_cast<float>(value));
+                    sums.side[near ? 1 : 0].Add(run, weight, std::abs(table_.radius[value]),
+                                                static_cast<float>(value));
                 }
                 if (const float weight = weights_.sharp[value]; weight > 0.0f) {
-                    sums.sharp.Add(luma[x], uv, weight, 0.0f, 0.0f);
+                    sums.sharp.Add(run, weight, 0.0f, 0.0f);
                 }
             }
         }

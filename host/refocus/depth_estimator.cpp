@@ -61,7 +61,13 @@ cv::Mat Refine(const Matches& matches, const cv::Mat& guide) {
     cv::Mat result = WeightedMedian(disparity, weight, guide);
     // Removes single pixels whose brightness happens to be that of another surface.
     cv::medianBlur(result, result, 3);
-    return result;
+    // Matching errs by a third of a pixel from one pixel to the next; surfaces are smooth.
+    constexpr int kWindow = 7; // pixels
+    constexpr double kSameSurface = 0.7;
+    constexpr double kDeviation = 4.0;
+    cv::Mat smooth;
+    cv::bilateralFilter(result, smooth, kWindow, kSameSurface, kDeviation);
+    return smooth;
 }
 
 } // namespace

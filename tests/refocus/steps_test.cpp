@@ -206,6 +206,25 @@ TEST_P(Depth, OfTwoPlanesIsRight) {
 INSTANTIATE_TEST_SUITE_P(Geometry, Depth, testing::ValuesIn(kGeometryCases),
                          [](const auto& test) { return std::string(test.param.name); });
 
+TEST(DepthMap, OfASurfaceIsSmoothDespiteNoise) {
+    Views views = ViewsOf({.width = 480, .height = 360});
+    cv::RNG random(3);
+    for (cv::Mat* view : {&views.main, &views.aux}) {
+        cv::Mat noise(view->size(), CV_16SC1);
+        random.fill(noise, cv::RNG::NORMAL, 0, 3);
+        cv::add(*view, noise, *view, cv::noArray(), CV_8U);
+    }
+    const Calibration calibration =
+        CalibrationOfRectifiedPair({480, 360, 480, 360, 400.0, 60.0, 0.0});
+    const cv::Mat grey(180, 240, CV_8UC2, cv::Scalar::all(128));
+    DepthMap depth;
+    ASSERT_EQ(EstimateDepth({views.main, grey}, views.aux, calibration, {}, 480, depth),
+              Error::kNone);
+    cv::Scalar mean, deviation;
+    cv::meanStdDev(depth.bytes(cv::Rect(150, 110, 180, 140)), mean, deviation);
+    EXPECT_LT(deviation[0] * depth.scale.step, 0.11); // pixels
+}
+
 TEST(Calibration, RoundTrip) {
     Calibration written =
         CalibrationOfRectifiedPair({4000, 3000, 2592, 1944, 3200.5, -12.25, 80.0});
