@@ -108,6 +108,13 @@ function assertColour(found, expected, what) {
   assert.ok(distance <= 14, `${what}: ${found}, expected ${expected}`);
 }
 
+// The title of a view of differences, which appears when they are computed.
+async function differenceTitle(page) {
+  const title = page.locator("#scaleTitle", { hasText: "difference" });
+  await title.waitFor({ state: "attached" });
+  return title.textContent();
+}
+
 // Where an element stands, in picture pixels: left, top, right, bottom.
 async function edges(page, selector) {
   return page.evaluate(([query, width, height]) => {
@@ -218,7 +225,7 @@ test("a replay is compared with what was dumped", async (t) => {
   assert.match(await page.locator(".findings").last().textContent(), /changed: blur: 100 -> 40/);
   assert.equal(await page.locator("#beforeName").textContent(), "dumped output");
   await page.keyboard.press("3");
-  assert.match(await page.locator("#scaleTitle").textContent(), /^dumped output against output/);
+  assert.match(await differenceTitle(page), /^dumped output against output/);
   // The frame leaves nothing out that differs, and a key shows it as large as it can be.
   await page.locator(".regions rect").first().waitFor({ state: "attached" });
   const [outside, box] = await page.evaluate(() => {
@@ -265,7 +272,7 @@ test("differences without a frame are counted", async (t) => {
   const page = await open(t, material.report("spots", 1, "replay", `spots/${set}`));
   await page.locator("#help", { hasText: "d next of the 9 largest of 12 differences" }).waitFor();
   await page.keyboard.press("3");
-  assert.match(await page.locator("#scaleTitle").textContent(),
+  assert.match(await differenceTitle(page),
     /largest difference 64 of 255; framed are the 9 largest of 12 differences$/);
 });
 
@@ -296,13 +303,12 @@ test("differences have a scale and colours by it", async (t) => {
   const page = await open(t, pages.scene);
   await page.keyboard.press("3");
   await page.keyboard.press("o");
-  const title = page.locator("#scaleTitle");
-  const largest = Number(/largest difference (\d+) of 255/.exec(await title.textContent())[1]);
+  const largest = Number(/largest difference (\d+) of 255/.exec(await differenceTitle(page))[1]);
   assert.ok(largest > 60 && largest < 255, `largest ${largest}`);
   const far = async () => (await shown(page))(282, 120).join();
   const amplified = await far();
   await page.getByRole("button", { name: "×16" }).click();
-  assert.match(await title.textContent(), /×16/);
+  assert.match(await differenceTitle(page), /×16/);
   assert.notEqual(await far(), amplified);
   assertColour((await shown(page))(160, 120), [38, 40, 44], "in focus nothing differs");
   assert.ok((await page.locator("#scaleMarks span").allTextContents()).includes("10"));
