@@ -14,7 +14,8 @@
 namespace refocus {
 namespace {
 
-// Sums over consecutive pixels of one disparity, which most cells consist of.
+// Sums over consecutive pixels of one disparity value. They are whole numbers, and a field's weight
+// is applied once for all of them: most rows of a cell are a single run.
 struct Run {
     int pixels = 0;
     int luma = 0;
@@ -39,7 +40,7 @@ struct Sum {
     float luma = 0.0f;
     float u = 0.0f;
     float v = 0.0f;
-    float light = 0.0f;
+    float light = 0.0f; // linear light of the luma
     float radius = 0.0f;
     float value = 0.0f;
     float clipped = 0.0f;

@@ -61,12 +61,13 @@ cv::Mat Refine(const Matches& matches, const cv::Mat& guide) {
     cv::Mat result = WeightedMedian(disparity, weight, guide);
     // Removes single pixels whose brightness happens to be that of another surface.
     cv::medianBlur(result, result, 3);
-    // Matching errs by a third of a pixel from one pixel to the next; surfaces are smooth.
-    constexpr int kWindow = 7; // pixels
-    constexpr double kSameSurface = 0.7;
-    constexpr double kDeviation = 4.0;
+    // Matching errs by a part of a pixel, differently at each pixel, which would blur a surface
+    // unevenly.
+    constexpr int kWindow = 7;           // pixels
+    constexpr double kSameSurface = 0.7; // pixels of disparity, a deviation
+    constexpr double kDistance = 4.0;    // pixels, a deviation
     cv::Mat smooth;
-    cv::bilateralFilter(result, smooth, kWindow, kSameSurface, kDeviation);
+    cv::bilateralFilter(result, smooth, kWindow, kSameSurface, kDistance);
     return smooth;
 }
 

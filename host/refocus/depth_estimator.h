@@ -18,9 +18,9 @@ struct DepthMap {
 };
 
 // All steps from the main image and the aux luma plane (CV_8UC1, any size) to the main disparity
-// map: reduction, rectification, alignment, matching, filling, refinement of edges, upsampling.
-// Returns kNone, kCalibrationGeometry, or kNoDepth or one of its reasons; `depth` is written only
-// on success.
+// map: reduction, rectification, alignment, matching, filling, refinement of edges, smoothing of
+// surfaces, upsampling. Returns kNone, kCalibrationGeometry, or kNoDepth or one of its reasons;
+// `depth` is written only on success.
 Error EstimateDepth(
     const Nv12View& mainImage, const cv::Mat& auxLuma, const Calibration& calibration,
     const ImageGeometry& geometry, int mainPitch, DepthMap& depth,
